@@ -1,0 +1,48 @@
+# The few rules that every folder's CMakeLists.txt uses.
+
+# Compile and link settings of all our targets: language level, warnings, sanitizers, Windows flavour.
+add_library(kupdate_settings INTERFACE)
+target_compile_features(kupdate_settings INTERFACE cxx_std_20)
+target_include_directories(kupdate_settings INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(kupdate_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Wsuggest-override>
+  $<$<BOOL:${KUPDATE_WERROR}>:-Werror>)
+if(KUPDATE_SANITIZE)
+  target_compile_options(kupdate_settings INTERFACE
+    -fsanitize=${KUPDATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kupdate_settings INTERFACE -fsanitize=${KUPDATE_SANITIZE})
+endif()
+if(WIN32)
+  # Windows 7 is the oldest system served; nothing of the runtime may be left to install.
+  target_compile_definitions(kupdate_settings INTERFACE _WIN32_WINNT=0x0601 UNICODE _UNICODE)
+  target_compile_options(kupdate_settings INTERFACE -ffunction-sections -fdata-sections)
+  target_link_options(kupdate_settings INTERFACE
+    -static -Wl,--gc-sections,--no-insert-timestamp
+    $<$<CONFIG:Release>:-s>)
+endif()
+
+# kupdate_library(NAME source... LINKS target...): one static library per folder.
+# A source of one line per header proves that each header compiles alone.
+function(kupdate_library name)
+  cmake_parse_arguments(ARG "" "" "LINKS" ${ARGN})
+  set(sources ${ARG_UNPARSED_ARGUMENTS})
+  foreach(source IN LISTS sources)
+    if(source MATCHES "\\.h$")
+      string(MAKE_C_IDENTIFIER ${source} id)
+      set(probe ${CMAKE_CURRENT_BINARY_DIR}/alone/${id}.cpp)
+      file(RELATIVE_PATH header ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR}/${source})
+      file(CONFIGURE OUTPUT ${probe} CONTENT "#include \"${header}\"\n" @ONLY)
+      list(APPEND sources ${probe})
+    endif()
+  endforeach()
+  add_library(${name} STATIC ${sources})
+  target_link_libraries(${name} PUBLIC kupdate_settings ${ARG_LINKS})
+endfunction()
+
+# kupdate_tests(source...): adds the folder's tests to the one unit test program.
+function(kupdate_tests)
+  foreach(source IN LISTS ARGN)
+    set_property(GLOBAL APPEND PROPERTY KUPDATE_TEST_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/${source})
+  endforeach()
+endfunction()

@@ -1,0 +1,140 @@
+#include "appinfo/app_info.h"
+
+#include <utility>
+
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/mutex.h"
+#include "util/text.h"
+#include "xml/xml_node.h"
+
+TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
+    : appId_(std::move(appId)), locker_(std::move(locker)) {}
+
+TAppInfo::TAppInfo(std::string appId)
+    : TAppInfo(appId, std::make_unique<Mutex>(
+                          WidenUtf8("APPINFO{65438470-A93E-4c32-83C0-33BFC5DDD428}-" + appId))) {}
+
+TAppInfo::~TAppInfo() = default;
+
+std::string TAppInfo::PathOf(std::string_view fileName) const {
+  std::string path = GetUpdaterDataPath(appId_);
+  if (!path.empty()) path += fileName;
+  return path;
+}
+
+std::string TAppInfo::Path() const { return PathOf("appinfo.xml"); }
+
+bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
+  std::string bytes;
+  switch (FileSystem::ReadWholeFile(path, &bytes)) {
+    case FileSystem::ReadOutcome::kFailed:
+      return false;
+    case FileSystem::ReadOutcome::kMissing:
+      return true;
+    case FileSystem::ReadOutcome::kRead:
+      break;
+  }
+  // What does not parse is about to be written over with what could be read of it.
+  return LoadXml(std::move(bytes), root) || FileSystem::CopyFile(path, path + ".bak");
+}
+
+void TAppInfo::Write(std::string_view key, std::string_view value) {
+  const LockScope lock(locker_.get());
+  if (!lock) {
+    LOG_E << "Lock error, postpone file write.";
+    return;
+  }
+  const std::string path = Path();
+  XmlNode root;
+  if (!Load(path, &root)) {
+    LOG_E << "Read error, postpone file write.";
+    return;
+  }
+  if (!root.HasChildren()) {
+    root.SetCodePage(kCodePageUtf8);
+    root.SetDeclaration();
+    root.SetName("appinfo");
+  }
+  root.ChildOrNew(key).SetValue(value);
+  FileSystem::WriteFile(path, root.Serialise());
+}
+
+std::string TAppInfo::Read(std::string_view key) const {
+  LockScope lock(locker_.get());
+  if (!lock) {
+    LOG_E << "Lock error, postpone file write.";
+    return {};
+  }
+  XmlNode root;
+  Load(Path(), &root);
+  lock.Release();
+  const XmlNode* const child = root.FindChild(key);
+  return child ? std::string(child->Value()) : std::string();
+}
+
+bool TAppInfo::IsValueExist(std::string_view key) const {
+  LockScope lock(locker_.get());
+  if (!lock) {
+    LOG_E << "Lock error, postpone file write.";
+    return false;
+  }
+  XmlNode root;
+  Load(Path(), &root);
+  lock.Release();
+  return root.FindChild(key) != nullptr;
+}
+
+void TAppInfo::RemoveValue(std::string_view key) {
+  const LockScope lock(locker_.get());
+  if (!lock) {
+    LOG_E << "Lock error, postpone file write.";
+    return;
+  }
+  const std::string path = Path();
+  XmlNode root;
+  if (!Load(path, &root)) {
+    LOG_E << "Read error, postpone file write.";
+    return;
+  }
+  if (!root.HasChildren()) return;
+  if (XmlNode* const child = root.FindChild(key)) root.RemoveChild(*child);
+  FileSystem::WriteFile(path, root.Serialise());
+}
+
+std::int64_t TAppInfo::ReadNumber(std::string_view key) const { return ParseInt64(Read(key)); }
+
+void TAppInfo::WriteNumber(std::string_view key, std::int64_t value) {
+  Write(key, DecimalText(value));
+}
+
+bool TAppInfo::ReadFlag(std::string_view key) const { return ReadNumber(key) == 1; }
+
+void TAppInfo::WriteFlag(std::string_view key, bool set) { Write(key, set ? "1" : "0"); }
+
+std::uint16_t TAppInfo::VerMajor() const {
+  return static_cast<std::uint16_t>(ReadNumber("VerMajor"));
+}
+std::uint16_t TAppInfo::VerMinor() const {
+  return static_cast<std::uint16_t>(ReadNumber("VerMinor"));
+}
+std::uint16_t TAppInfo::VerSubver() const {
+  return static_cast<std::uint16_t>(ReadNumber("VerSubver"));
+}
+std::uint16_t TAppInfo::VerBuild() const {
+  return static_cast<std::uint16_t>(ReadNumber("VerBuild"));
+}
+
+void TAppInfo::SetVersion(std::uint16_t major, std::uint16_t minor, std::uint16_t subver,
+                          std::uint16_t build) {
+  WriteNumber("VerMajor", major);
+  WriteNumber("VerMinor", minor);
+  WriteNumber("VerSubver", subver);
+  WriteNumber("VerBuild", build);
+}
+
+bool TAppInfo::IsRemoved() const { return ReadFlag("Remove"); }
+std::string TAppInfo::Platform() const { return Read("Platform"); }
+std::string TAppInfo::Locale() const { return Read("Locale"); }

@@ -1,0 +1,85 @@
+#include "appinfo/app_info2.h"
+
+#include "util/diag_log.h"
+#include "util/log_line.h"
+
+namespace {
+
+constexpr std::uint64_t kSecondsPerHour = 3600;
+constexpr std::uint64_t kHoursBetweenChecks = 24;
+constexpr std::uint64_t kMaxDaysAhead = 150;
+constexpr std::uint64_t kMaxSecondsAhead = kMaxDaysAhead * 24 * kSecondsPerHour;
+constexpr std::int64_t kMinPingPeriod = 3600;
+constexpr std::int64_t kDefaultPingPeriod = 86400;
+
+}  // namespace
+
+VersionStatus ParseVersionStatus(std::string_view text) {
+  if (text == "release") return VS_RELEASE;
+  if (text == "critical") return VS_CRITICAL;
+  if (text != "beta") LOG_D << "default == VS_BETA";
+  return VS_BETA;
+}
+
+std::uint64_t TAppInfo2::ReadTime(std::string_view key) const {
+  return static_cast<std::uint64_t>(ReadNumber(key));
+}
+
+void TAppInfo2::WriteTime(std::string_view key, std::uint64_t seconds) {
+  WriteNumber(key, static_cast<std::int64_t>(seconds));
+}
+
+std::string TAppInfo2::VersionUrl() const {
+  const std::string debugUrl = Read("Debug_VersionUrl");
+  return debugUrl.empty() ? Read("VersionUrl") : debugUrl;
+}
+
+VersionStatus TAppInfo2::GetVersionStatus() const {
+  return ParseVersionStatus(Read("VersionStatus"));
+}
+void TAppInfo2::SetVersionStatus(VersionStatus status) { WriteNumber("VersionStatus", status); }
+bool TAppInfo2::WantUnstableToo() const { return ReadFlag("WantUnstableToo"); }
+
+void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag("NeedDialogArterCheck", needed); }
+
+void TAppInfo2::UpdateLastCheckTime(std::uint64_t now) { WriteTime("LastCheckTime", now); }
+
+bool TAppInfo2::ShouldCheck(std::uint64_t now) {
+  // Unsigned on purpose: a last check in the future (the clock was set back) gives a huge number of
+  // hours and does not hold the check back.
+  const std::uint64_t hours = (now - ReadTime("LastCheckTime")) / kSecondsPerHour;
+  if (hours < kHoursBetweenChecks) {
+    LOG_D << "Last checked " << hours << " hours ago, postponed.";
+    return false;
+  }
+  LOG_D << "hours_passed=" << hours;
+  SanityCheck(now);
+  return ReadTime("NextCheckTime") < now;
+}
+
+void TAppInfo2::SanityCheck(std::uint64_t now) {
+  const std::uint64_t next = ReadTime("NextCheckTime");
+  if (next <= now || (next - now) / kSecondsPerHour / 24 <= kMaxDaysAhead) return;
+  WriteTime("NextCheckTime", now + kMaxSecondsAhead);
+  LOG_I << "sanity check in work...";
+}
+
+std::int64_t TAppInfo2::PingStatPeriod() const {
+  return IsValueExist("PingStatPeriod") ? ReadNumber("PingStatPeriod") : kDefaultPingPeriod;
+}
+
+bool TAppInfo2::ShouldPing(std::uint64_t now) const {
+  std::int64_t period = PingStatPeriod();
+  if (period <= kMinPingPeriod) period = kMinPingPeriod;
+  return now - ReadTime("LastPingTime") > static_cast<std::uint64_t>(period);
+}
+
+void TAppInfo2::ForgetCheckTimes() {
+  RemoveValue("LastCheckTime");
+  RemoveValue("NextCheckTime");
+}
+
+void TAppInfo2::ForgetPingTimes() {
+  RemoveValue("LastPingTime");
+  RemoveValue("NextPingTime");
+}

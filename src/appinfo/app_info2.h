@@ -1,0 +1,53 @@
+// When an application is next due for an update check or a statistics ping.
+#ifndef KUPDATE_APPINFO_APP_INFO2_H_
+#define KUPDATE_APPINFO_APP_INFO2_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "appinfo/app_info.h"
+
+/// A version's channel, as numbers that are stored.
+enum VersionStatus { VS_BETA = 0, VS_RELEASE = 1, VS_CRITICAL = 2 };
+
+/// "release" and "critical" (exact case); anything else is VS_BETA, which is logged unless it is
+/// "beta".
+VersionStatus ParseVersionStatus(std::string_view text);
+
+/// The scheduling layer. Times are whole seconds since 1970-01-01 UTC; `now` is the caller's, read
+/// once per operation.
+class TAppInfo2 : public TAppInfo {
+ public:
+  using TAppInfo::TAppInfo;
+
+  /// The feed's address: "Debug_VersionUrl" when that is present and not empty, else "VersionUrl".
+  std::string VersionUrl() const;
+
+  /// "VersionStatus" read as a word. Hosts' start-up stores a number there, which reads as VS_BETA:
+  /// that is what files in the field hold.
+  VersionStatus GetVersionStatus() const;
+  /// Stores the number.
+  void SetVersionStatus(VersionStatus status);
+  bool WantUnstableToo() const;
+  void SetNeedDialogArterCheck(bool needed);
+
+  void UpdateLastCheckTime(std::uint64_t now);
+  /// Whether an update check is due. Repairs a "NextCheckTime" that is too far ahead.
+  bool ShouldCheck(std::uint64_t now);
+  /// Resets a "NextCheckTime" more than 150 whole days ahead to 150 days from now.
+  void SanityCheck(std::uint64_t now);
+  /// Seconds between pings; a day when not stored.
+  std::int64_t PingStatPeriod() const;
+  bool ShouldPing(std::uint64_t now) const;
+
+  /// Forget the last and next time, so that a check (a ping) is due at once.
+  void ForgetCheckTimes();
+  void ForgetPingTimes();
+
+ private:
+  std::uint64_t ReadTime(std::string_view key) const;
+  void WriteTime(std::string_view key, std::uint64_t seconds);
+};
+
+#endif  // KUPDATE_APPINFO_APP_INFO2_H_

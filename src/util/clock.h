@@ -1,0 +1,27 @@
+// The time of day, the one place that reads it.
+#ifndef KUPDATE_UTIL_CLOCK_H_
+#define KUPDATE_UTIL_CLOCK_H_
+
+#include <cstdint>
+#include <optional>
+
+/// Whole seconds since 1970-01-01 UTC. Callers read it once per operation and hand it on.
+std::uint64_t NowSeconds();
+
+/// A local time, or a date and time of a file converted to local time.
+struct LocalTime {
+  int year;
+  int month;  // 1 to 12
+  int day;    // 1 to 31
+  int hour;
+  int minute;
+  int second;
+};
+
+/// The local time now; nothing when the system cannot give it.
+std::optional<LocalTime> LocalNow();
+
+/// Lets the calling thread rest for `milliseconds`.
+void SleepMilliseconds(unsigned milliseconds);
+
+#endif  // KUPDATE_UTIL_CLOCK_H_

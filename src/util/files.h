@@ -1,0 +1,82 @@
+// Whole files: reading, replacing, moving, measuring. Nothing here throws; every failure is logged.
+// Stores name files by narrow UTF-8 paths (FileSystem); wide paths are for what shells and logs
+// use. An empty path is a file that cannot be opened, never one in the current directory.
+#ifndef KUPDATE_UTIL_FILES_H_
+#define KUPDATE_UTIL_FILES_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// Turns every "/" into "\" and ends a path that is not empty with "\". Changes `path` and returns
+/// a copy.
+std::wstring NormalizeFolder(std::wstring& path);
+
+/// The text up to and including the last "\"; the whole path when it holds none.
+std::wstring GetFolderOfPath(const std::wstring& path);
+
+/// How much a path may be long for the shell's file operations, its ending zero included.
+inline constexpr std::size_t kMaxShellPathChars = 260;
+
+/// Copies `path` with a second ending zero, as a list of one file for the shell.
+/// @param buffer  kMaxShellPathChars + 1 characters, all of them written
+/// @return false, and "Path too long." in the log, for kMaxShellPathChars characters or more.
+bool PrepareString(const std::wstring& path, wchar_t* buffer);
+
+namespace JustUtil {
+
+/// Whether a file or folder of that name is there.
+bool IsPathExist(const std::wstring& path);
+
+/// Moves a folder with all below it.
+/// @return false only when a path was too long. True even when the move failed: callers learn of
+/// that
+///         from the log alone, and rely on it.
+bool MoveDirectory(const std::wstring& source, const std::wstring& destination);
+
+/// Renames the file to its name with ".bak", over an older backup; then `path` is the backup's. A
+/// failure leaves `path` as it is.
+void BackupFile(std::wstring& path);
+
+/// 0 when the file cannot be opened or measured.
+std::int64_t GetFileSize(const std::wstring& path);
+
+}  // namespace JustUtil
+
+namespace FileSystem {
+
+enum class ReadOutcome {
+  kRead,     ///< the whole file was read
+  kMissing,  ///< there is no such file or folder
+  kFailed,   ///< it is there and cannot be read
+};
+
+/// Reads the whole file in text mode: CR LF becomes LF. Anything but kRead is logged and leaves
+/// `content` empty.
+ReadOutcome ReadWholeFile(const std::string& path, std::string* content);
+
+/// The same for callers to whom a file that cannot be read is an empty one.
+std::string ReadFile(const std::string& path);
+
+/// Replaces the file in text mode (LF becomes CR LF), in one step: whoever reads it, and whoever
+/// comes after a kill or a power cut, finds the old content or the new. The folder is made, one
+/// level only. Where the file cannot be replaced for 100 ms (a program holds it open) it is
+/// overwritten in place.
+/// @return whether the whole content was written; else that was logged.
+bool WriteFile(const std::string& path, std::string_view content);
+
+/// Whether the file can be opened for reading.
+bool IsFileExist(const std::string& path);
+
+/// Deletes the file; not being there and not being deletable are the same.
+void DeleteFile(const std::string& path);
+
+/// Copies the file over `target`. A failure is logged.
+bool CopyFile(const std::string& path, const std::string& target);
+
+/// The day of the last modification, "%02d.%02d.%04d", local time. Empty on failure.
+std::string GetFileTime(const std::string& path);
+
+}  // namespace FileSystem
+
+#endif  // KUPDATE_UTIL_FILES_H_

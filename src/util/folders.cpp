@@ -1,0 +1,54 @@
+// The folders of the system that are made of others.
+#include "util/folders.h"
+
+#include <algorithm>
+
+#include "util/text.h"
+
+namespace {
+
+constexpr int kCsidlAppData = 0x1A;
+constexpr int kCsidlLocalAppData = 0x1C;
+constexpr int kCsidlCommonAppData = 0x23;
+constexpr wchar_t kMaker[] = L"Krelix";
+constexpr wchar_t kUpdater[] = L"Krelix\\Updater\\";
+
+}  // namespace
+
+bool HasParentComponent(std::wstring_view path) {
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find_first_of(L"\\/"), path.size());
+    const std::wstring_view component = path.substr(0, end);
+    const bool onlyDots = component.find_first_not_of(L". ") == component.npos;
+    if (onlyDots && std::count(component.begin(), component.end(), L'.') >= 2) return true;
+    path.remove_prefix(std::min(end + 1, path.size()));
+  }
+  return false;
+}
+
+std::wstring GetAppDataFolder(const std::wstring& subPath) {
+  return GetSpecialFolder(kCsidlAppData, subPath, CreateFolder::kYes);
+}
+
+std::wstring GetLocalAppDataFolder(const std::wstring& subPath, CreateFolder create) {
+  return GetSpecialFolder(kCsidlLocalAppData, subPath, create);
+}
+
+std::wstring GetCommonAppDataFolder(const std::wstring& subPath) {
+  return GetSpecialFolder(kCsidlCommonAppData, subPath, CreateFolder::kNo);
+}
+
+std::string GetMakerFolder() { return NarrowUtf8(GetAppDataFolder(kMaker)); }
+
+std::wstring GetUpdaterLocalFolder(const std::string& subPath, CreateFolder create) {
+  return GetLocalAppDataFolder(kUpdater + WidenAnsi(subPath), create);
+}
+
+std::wstring GetUpdaterLowFolder(const std::string& subPath) {
+  return GetLocalAppDataLowFolder(kUpdater + WidenAnsi(subPath));
+}
+
+std::string GetUpdaterDataPath(const std::string& subPath) {
+  MakeFolder(GetUpdaterLowFolder({}));
+  return NarrowUtf8(GetUpdaterLowFolder(subPath));
+}

@@ -1,0 +1,106 @@
+#include "util/log_line.h"
+
+#include <cstdio>
+
+#include "util/clock.h"
+#include "util/diag_log.h"
+#include "util/last_error.h"
+#include "util/text.h"
+
+namespace {
+
+std::string TimeText() {
+  const auto now = LocalNow();
+  if (!now) return "xx:xx:xx";
+  char text[40];
+  std::snprintf(text, sizeof text, "%02d:%02d:%02d", now->hour, now->minute, now->second);
+  return text;
+}
+
+const char* Prefix(CodeMode mode) {
+  switch (mode) {
+    case CodeMode::kSystemError:
+      return "LastError: ";
+    case CodeMode::kHresult:
+      return "HR= ";
+    case CodeMode::kOther:
+      return "Code: ";
+    case CodeMode::kNone:
+      break;
+  }
+  return "";
+}
+
+}  // namespace
+
+LogLine::LogLine(DiagLog* log, std::string_view function, int line, std::string_view level) noexcept
+    : log_(log) {
+  const LastErrorKeeper keeper;
+  suppressed_ = level == "P:" && log_ && !log_->Paranoid();
+  if (!log_ || suppressed_) return;
+  try {
+    text_ = TimeText();
+    text_.append(" ").append(level).append(function).append("(");
+    text_.append(DecimalText(line)).append("):");
+  } catch (...) {
+    suppressed_ = true;
+  }
+}
+
+LogLine::~LogLine() {
+  const LastErrorKeeper keeper;
+  if (log_ && !suppressed_ && !headerOnly_ && !text_.empty()) log_->Write(text_);
+}
+
+LogLine& LogLine::operator<<(std::string_view text) noexcept {
+  const LastErrorKeeper keeper;
+  AppendPiece(text);
+  return *this;
+}
+
+LogLine& LogLine::operator<<(std::wstring_view text) noexcept {
+  const LastErrorKeeper keeper;
+  try {
+    AppendPiece(NarrowUtf8(text));
+  } catch (...) {
+    suppressed_ = true;
+  }
+  return *this;
+}
+
+LogLine& LogLine::WithError(CodeMode mode) noexcept {
+  const std::uint32_t code = LastErrorCode();
+  codeMode_ = mode;
+  codeHex_ = mode != CodeMode::kNone;
+  if (mode == CodeMode::kSystemError) *this << code;
+  return *this;
+}
+
+LogLine& LogLine::AppendNumber(bool negative, std::uint64_t bits) noexcept {
+  const LastErrorKeeper keeper;
+  char text[64];
+  const char* const end = codeMode_ == CodeMode::kNone ? "" : ".";
+  if (codeHex_) {
+    std::snprintf(text, sizeof text, "%s0x%x%s", Prefix(codeMode_),
+                  static_cast<unsigned>(bits & 0xFFFFFFFF), end);
+  } else {
+    std::snprintf(text, sizeof text, negative ? "%s%lld%s" : "%s%llu%s", Prefix(codeMode_),
+                  static_cast<long long>(bits), end);
+  }
+  codeMode_ = CodeMode::kNone;
+  codeHex_ = false;
+  AppendPiece(text);
+  return *this;
+}
+
+void LogLine::AppendPiece(std::string_view piece) noexcept {
+  headerOnly_ = false;
+  if (!log_ || suppressed_) return;
+  try {
+    const bool attaches = piece.empty() || piece[0] == ',' || piece[0] == '.' || piece[0] == ':';
+    if (!text_.empty() && autoSpace_ && !attaches) text_ += ' ';
+    text_ += piece;
+  } catch (...) {
+    suppressed_ = true;
+  }
+}

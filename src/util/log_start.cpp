@@ -1,0 +1,77 @@
+#include "util/log_start.h"
+
+#include <string>
+
+#include "util/clock.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/process.h"
+#include "util/registry.h"
+#include "util/system.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::int64_t kMaxLogBytes = 0x100000;
+
+std::string LogHeading() {
+  const auto today = LocalNow();
+  return "Log started at: " +
+         (today ? DateText(today->day, today->month, today->year) : "xx.xx.xxxx");
+}
+
+// An application id becomes part of the file's name; it must not become part of its folder.
+std::wstring OneComponent(std::wstring fileName) {
+  for (wchar_t& c : fileName) {
+    if (std::wstring_view(L"\\/:*?\"<>|").find(c) != std::wstring_view::npos) c = L'_';
+  }
+  return fileName;
+}
+
+std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
+  if (folder.empty()) folder = GetAppDataFolder(L"Krelix\\Updater");
+  NormalizeFolder(folder);
+  if (folder.empty()) return folder;
+  MakeFolder(folder);
+  const std::wstring path = folder + OneComponent(fileName);
+  if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > kMaxLogBytes) {
+    std::wstring moved = path;
+    JustUtil::BackupFile(moved);
+  }
+  return path;
+}
+
+}  // namespace
+
+void LoadLogLevel() {
+  DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
+  log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, L"Software\\Krelix",
+                                                   L"Log") == L"paranoiac");
+}
+
+void StartLog(const std::wstring& fileName, const std::wstring& folder) {
+  DiagLog::Instance().Start([&]() noexcept { return PrepareLogFile(fileName, folder); },
+                            LogHeading());
+}
+
+void JustUtil::OutBanner() {
+  const std::wstring path = ModulePath();
+  const std::string version = FileVersionText(path);
+  LOG_I << "**********************************************************";
+  LOG_I << "Version: " << (version.empty() ? "no version info" : version);
+  LOG_I << "Path: " << path;
+  LOG_I << "OS: " << OsDisplayName();
+  if (IsElevated()) {
+    LOG_I << "++++++++++++++++++++++++++ PROCESS ELEVATED! Are you sure|!! "
+             "++++++++++++++++++++++++++";
+  } else {
+    LOG_I << "Non-elevated process";
+  }
+  if (IsUacEnabled()) {
+    LOG_I << "UAC enable";
+  } else {
+    LOG_I << "------------------- UAC disable!!! -------------------";
+  }
+}

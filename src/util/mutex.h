@@ -1,0 +1,35 @@
+// A lock shared by all processes of the logon session.
+#ifndef KUPDATE_UTIL_MUTEX_H_
+#define KUPDATE_UTIL_MUTEX_H_
+
+#include <string>
+
+#include "util/handle.h"
+#include "util/locker.h"
+
+/// Guards one state file. Lock and unlock on the same thread; does not nest.
+class Mutex final : public TLocker {
+ public:
+  /// Creates or opens the mutex.
+  /// @param name  kernel object name, no namespace prefix. If it cannot be created that is logged
+  /// and
+  ///              every later Lock() returns false. One made by a process of another integrity
+  ///              level is opened with the right to wait only.
+  explicit Mutex(std::wstring name);
+  /// Releases the mutex when it is still held.
+  ~Mutex() override;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  /// Waits without limit. An abandoned mutex (its owner died) counts as acquired; the file it
+  /// guards is whole all the same, since files are replaced in one step.
+  bool Lock() override;
+  void Unlock() override;
+
+ private:
+  UniqueHandle handle_;
+  bool locked_ = false;
+  std::wstring name_;
+};
+
+#endif  // KUPDATE_UTIL_MUTEX_H_

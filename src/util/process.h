@@ -1,0 +1,29 @@
+// This process, and starting others.
+#ifndef KUPDATE_UTIL_PROCESS_H_
+#define KUPDATE_UTIL_PROCESS_H_
+
+#include <cstdint>
+#include <string>
+
+#include "util/handle.h"
+
+/// File name of the host process's program, without its folder; empty when it has no folder.
+std::wstring HostProgramName();
+
+/// Full path of the module that this code is in; empty on failure.
+std::wstring ModulePath();
+
+class TEnvironment {
+ public:
+  /// Starts a program without a window; it inherits no handles.
+  /// @param program      full path, given to the system as the application name, so that a path
+  /// with
+  ///                     blanks can start nothing else
+  /// @param commandLine  the whole command line, program included
+  /// @param process      receives the process to wait for; left empty when it was not started
+  /// @return 0, or the system's error.
+  static std::uint32_t Execute(const std::wstring& program, std::wstring commandLine,
+                               UniqueHandle* process);
+};
+
+#endif  // KUPDATE_UTIL_PROCESS_H_

@@ -1,0 +1,23 @@
+// What the log's banner says of the system, and COM and system error texts.
+#ifndef KUPDATE_UTIL_SYSTEM_H_
+#define KUPDATE_UTIL_SYSTEM_H_
+
+#include <cstdint>
+#include <string>
+
+/// A readable name with version and build: "Microsoft Windows 10 (10.0.18362)".
+std::string OsDisplayName();
+/// By the true version, whatever the host's manifest says.
+bool IsVistaOrLater();
+/// Whether the process token is elevated. False before Vista.
+bool IsElevated();
+/// Whether user account control is on.
+bool IsUacEnabled();
+/// The file version from the version resource, "1.2.3.4"; empty when it has none.
+std::string FileVersionText(const std::wstring& path);
+
+/// The system's message for a Win32 or HRESULT code, else "unknown error 0x...". Narrow text in the
+/// system's ANSI code page.
+std::string ErrorCodeText(std::uint32_t code);
+
+#endif  // KUPDATE_UTIL_SYSTEM_H_

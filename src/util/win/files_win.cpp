@@ -1,0 +1,223 @@
+#include "util/files.h"
+#include "util/win/unique.h"
+
+#include <shellapi.h>
+
+#include <limits>
+#include <new>
+
+#include "util/append_file.h"
+#include "util/clock.h"
+#include "util/diag_log.h"
+#include "util/last_error.h"
+#include "util/log_line.h"
+#include "util/text.h"
+#include "util/text_mode.h"
+
+namespace {
+
+// Whoever reads a state file must not keep others from replacing it meanwhile.
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+constexpr unsigned kReplaceTries = 10;
+constexpr unsigned kReplacePauseMilliseconds = 10;
+
+UniqueFile OpenForReading(const std::wstring& path) {
+  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+UniqueFile OpenForWriting(const std::wstring& path) {
+  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+bool ReadAll(HANDLE file, std::string* content) {
+  LARGE_INTEGER size;
+  if (!::GetFileSizeEx(file, &size) || size.QuadPart > std::numeric_limits<std::int32_t>::max()) {
+    return false;
+  }
+  content->resize(static_cast<std::size_t>(size.QuadPart));
+  DWORD read = 0;
+  if (!::ReadFile(file, content->data(), static_cast<DWORD>(content->size()), &read, nullptr)) {
+    return false;
+  }
+  content->resize(read);
+  return true;
+}
+
+enum class WriteOutcome { kWritten, kNotOpened, kShort };
+
+// Writes `content` in one call and onto the disk, so that a replacement that survives a power cut
+// does not bring an empty file with it.
+WriteOutcome WriteBytes(const std::wstring& path, std::string_view content) {
+  const UniqueFile file = OpenForWriting(path);
+  if (!file) return WriteOutcome::kNotOpened;
+  const std::string bytes = WithCrLf(content);
+  DWORD written = 0;
+  if (!::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
+    written = 0;
+  }
+  if (written != bytes.size()) {
+    LOG_E << "Try to write " << content.size() << ", really - " << written;
+    return WriteOutcome::kShort;
+  }
+  ::FlushFileBuffers(file.get());
+  return WriteOutcome::kWritten;
+}
+
+// A program that has the target open (a scanner, an editor) is given a moment to let it go.
+bool Replace(const std::wstring& target, const std::wstring& replacement) {
+  for (unsigned tries = 0;; ++tries) {
+    if (::MoveFileExW(replacement.c_str(), target.c_str(),
+                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      return true;
+    }
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) return false;
+    if (tries == kReplaceTries) return false;
+    SleepMilliseconds(kReplacePauseMilliseconds);
+  }
+}
+
+}  // namespace
+
+bool AppendToFile(const std::wstring& path, std::string_view text) {
+  const UniqueFile file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
+                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return false;
+  const std::string bytes = WithCrLf(text);
+  DWORD written = 0;
+  return ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
+                     nullptr) &&
+         written == bytes.size();
+}
+
+namespace JustUtil {
+
+bool IsPathExist(const std::wstring& path) {
+  WIN32_FIND_DATAW data;
+  const UniqueFind find(::FindFirstFileW(path.c_str(), &data));
+  return static_cast<bool>(find);
+}
+
+bool MoveDirectory(const std::wstring& source, const std::wstring& destination) {
+  wchar_t from[kMaxShellPathChars + 1];
+  wchar_t to[kMaxShellPathChars + 1];
+  if (!PrepareString(source, from) || !PrepareString(destination, to)) return false;
+  LOG_D << "Try to move" << source;
+  LOG_D << "         to" << destination;
+  SHFILEOPSTRUCTW operation = {};
+  operation.wFunc = FO_MOVE;
+  operation.pFrom = from;
+  operation.pTo = to;
+  operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+  const int code = ::SHFileOperationW(&operation);
+  LOG_E << "SHFileOperation." << kLastError << kOtherCode << code;
+  if (operation.fAnyOperationsAborted) LOG_E << "Error in SHFileOperation. OperationsAborted.";
+  return true;
+}
+
+void BackupFile(std::wstring& path) {
+  if (path.empty()) {
+    LOG_D << "File name is empty.";
+    return;
+  }
+  const std::wstring backup = path + L".bak";
+  if (!::CopyFileW(path.c_str(), backup.c_str(), FALSE)) {
+    LOG_E << "CopyFile error. Path: " << path << kLastError;
+    return;
+  }
+  if (!::DeleteFileW(path.c_str())) {
+    LOG_E << "DeleteFile error. Path: " << path << kLastError;
+    return;
+  }
+  path = backup;
+}
+
+std::int64_t GetFileSize(const std::wstring& path) {
+  const UniqueFile file(::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) {
+    LOG_E << "Can't open file: " << path << kLastError;
+    return 0;
+  }
+  LARGE_INTEGER size;
+  return ::GetFileSizeEx(file.get(), &size) ? size.QuadPart : 0;
+}
+
+}  // namespace JustUtil
+
+namespace FileSystem {
+
+ReadOutcome ReadWholeFile(const std::string& path, std::string* content) {
+  content->clear();
+  const UniqueFile file = OpenForReading(WidenUtf8(path));
+  if (!file) {
+    const DWORD error = ::GetLastError();
+    LOG_E << "Can't open file: " << path;
+    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return missing && !path.empty() ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+  }
+  try {
+    if (ReadAll(file.get(), content)) {
+      DropCrBeforeLf(content);
+      return ReadOutcome::kRead;
+    }
+    LOG_E << "Can't read file: " << path << kLastError;
+  } catch (const std::bad_alloc&) {
+    LOG_E << "Can't read file: " << path << "Out of memory.";
+  }
+  content->clear();
+  return ReadOutcome::kFailed;
+}
+
+bool WriteFile(const std::string& path, std::string_view content) {
+  const std::wstring target = WidenUtf8(path);
+  const std::wstring sibling = target + L".new";
+  if (target.empty()) {
+    LOG_E << "Can't open file: " << path;
+    return false;
+  }
+  ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr);
+  WriteOutcome outcome = WriteBytes(sibling, content);
+  if (outcome != WriteOutcome::kShort &&
+      (outcome == WriteOutcome::kNotOpened || !Replace(target, sibling))) {
+    outcome = WriteBytes(target, content);
+    if (outcome == WriteOutcome::kNotOpened) LOG_E << "Can't open file: " << path;
+    ::DeleteFileW(sibling.c_str());
+  } else if (outcome == WriteOutcome::kShort) {
+    ::DeleteFileW(sibling.c_str());
+  }
+  if (outcome != WriteOutcome::kWritten) return false;
+  LOG_P << content.size() << "bytes wrote.";
+  return true;
+}
+
+bool IsFileExist(const std::string& path) {
+  return static_cast<bool>(OpenForReading(WidenUtf8(path)));
+}
+
+void DeleteFile(const std::string& path) { ::DeleteFileW(WidenUtf8(path).c_str()); }
+
+bool CopyFile(const std::string& path, const std::string& target) {
+  if (::CopyFileW(WidenUtf8(path).c_str(), WidenUtf8(target).c_str(), FALSE)) return true;
+  LOG_E << "CopyFile error. Path: " << path << kLastError;
+  return false;
+}
+
+std::string GetFileTime(const std::string& path) {
+  const UniqueFile file = OpenForReading(WidenUtf8(path));
+  FILETIME modified;
+  SYSTEMTIME utc;
+  SYSTEMTIME local;
+  if (!file || !::GetFileTime(file.get(), nullptr, nullptr, &modified) ||
+      !::FileTimeToSystemTime(&modified, &utc) ||
+      !::SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local)) {
+    LOG_E << "Can't get file time:" << path;
+    return {};
+  }
+  return DateText(local.wDay, local.wMonth, local.wYear);
+}
+
+}  // namespace FileSystem

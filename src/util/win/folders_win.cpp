@@ -1,0 +1,108 @@
+#include "util/folders.h"
+#include "util/win/unique.h"
+
+#include <objbase.h>
+#include <shlobj.h>
+
+#include "util/critical_section.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/log_line.h"
+
+namespace {
+
+constexpr DWORD kTempPathChars = 4096;
+
+std::wstring Below(std::wstring folder, const std::wstring& subPath) {
+  if (HasParentComponent(subPath)) {
+    LOG_E << "Sub-path refused: " << subPath;
+    return {};
+  }
+  NormalizeFolder(folder);
+  if (folder.empty()) return folder;
+  folder += subPath;
+  return NormalizeFolder(folder);
+}
+
+// A system that fails may still fill the buffer (a folder that does not exist yet): what it holds
+// counts.
+std::wstring ShellFolder(int csidl, BOOL* result) {
+  wchar_t path[kMaxShellPathChars] = {};
+  *result = ::SHGetSpecialFolderPathW(nullptr, path, csidl, FALSE);
+  return path;
+}
+
+std::wstring KnownLowFolder() {
+  using GetKnownFolder = HRESULT(WINAPI*)(const GUID&, DWORD, HANDLE, PWSTR*);
+  static constexpr GUID kLocalAppDataLow = {
+      0xA520A1A4, 0x1780, 0x4FF6, {0xBD, 0x18, 0x16, 0x73, 0x43, 0xC5, 0xAF, 0x16}};
+  constexpr DWORD kNoAlias = 0x1000;
+  const UniqueModule shell = LoadSystemLibrary(L"shell32.dll");
+  if (!shell) return {};
+  const auto getKnownFolder = reinterpret_cast<GetKnownFolder>(
+      reinterpret_cast<void*>(::GetProcAddress(shell.get(), "SHGetKnownFolderPath")));
+  PWSTR path = nullptr;
+  std::wstring folder;
+  if (getKnownFolder && SUCCEEDED(getKnownFolder(kLocalAppDataLow, kNoAlias, nullptr, &path))) {
+    folder = path;
+  }
+  ::CoTaskMemFree(path);
+  return folder;
+}
+
+std::wstring FindLowFolder() {
+  std::wstring folder = KnownLowFolder();
+  if (!folder.empty()) return folder;
+  BOOL result = FALSE;
+  folder = ShellFolder(CSIDL_LOCAL_APPDATA, &result);
+  if (result >= 0)
+    return folder;  // FALSE counts as success here: the buffer holds the path all the same
+  wchar_t path[kMaxShellPathChars] = {};
+  ::GetEnvironmentVariableW(L"APPDATA", path, kMaxShellPathChars);
+  return path;
+}
+
+// Every store operation asks for it, and it does not change while the process lives.
+std::wstring LowFolder() {
+  static CriticalSection& guard = *new CriticalSection;
+  static std::wstring& known = *new std::wstring;
+  CriticalScope scope(guard);
+  if (known.empty()) known = FindLowFolder();
+  return known;
+}
+
+}  // namespace
+
+UniqueModule LoadSystemLibrary(const wchar_t* name) {
+  wchar_t directory[MAX_PATH] = {};
+  const UINT length = ::GetSystemDirectoryW(directory, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return {};
+  return UniqueModule(::LoadLibraryW((std::wstring(directory) + L'\\' + name).c_str()));
+}
+
+void MakeFolder(const std::wstring& path) {
+  if (path.empty() || ::CreateDirectoryW(path.c_str(), nullptr)) return;
+  if (::GetLastError() == ERROR_PATH_NOT_FOUND) {
+    ::SHCreateDirectoryExW(nullptr, path.c_str(), nullptr);
+  }
+}
+
+std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder create) {
+  BOOL result = FALSE;
+  std::wstring folder = Below(ShellFolder(csidl, &result), subPath);
+  if (create == CreateFolder::kYes) MakeFolder(folder);
+  return folder;
+}
+
+std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath) {
+  return Below(LowFolder(), subPath);
+}
+
+std::wstring GetTempFolder() {
+  std::wstring folder(kTempPathChars, L'\0');
+  const DWORD length = ::GetTempPathW(kTempPathChars, folder.data());
+  folder.resize(length < kTempPathChars ? length : 0);
+  NormalizeFolder(folder);
+  MakeFolder(folder);
+  return folder;
+}

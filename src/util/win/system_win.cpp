@@ -1,0 +1,125 @@
+#include "util/system.h"
+#include "util/win/unique.h"
+
+#include <winver.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "util/registry.h"
+#include "util/text.h"
+
+namespace {
+
+struct OsVersion {
+  DWORD major = 0;
+  DWORD minor = 0;
+  DWORD build = 0;
+  bool server = false;
+  std::wstring servicePack;
+};
+
+// GetVersionEx answers what the host's manifest allows; this is the true version.
+OsVersion GetOsVersion() {
+  using RtlGetVersion = LONG(WINAPI*)(OSVERSIONINFOEXW*);
+  OSVERSIONINFOEXW info = {};
+  info.dwOSVersionInfoSize = sizeof info;
+  const auto getVersion = reinterpret_cast<RtlGetVersion>(
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  if (getVersion) getVersion(&info);
+  return {info.dwMajorVersion, info.dwMinorVersion, info.dwBuildNumber,
+          info.wProductType != VER_NT_WORKSTATION, info.szCSDVersion};
+}
+
+const char* ProductName(const OsVersion& os) {
+  constexpr DWORD kFirstBuildOfWindows11 = 22000;
+  struct Product {
+    DWORD major, minor;
+    const char* desktop;
+    const char* server;
+  };
+  static constexpr Product kProducts[] = {
+      {5, 1, "XP", "Server"},        {5, 2, "XP", "Server 2003"}, {6, 0, "Vista", "Server 2008"},
+      {6, 1, "7", "Server 2008 R2"}, {6, 2, "8", "Server 2012"},  {6, 3, "8.1", "Server 2012 R2"}};
+  if (os.major == 10) return os.server ? "Server" : os.build < kFirstBuildOfWindows11 ? "10" : "11";
+  for (const Product& product : kProducts) {
+    if (os.major == product.major && os.minor == product.minor) {
+      return os.server ? product.server : product.desktop;
+    }
+  }
+  return "";
+}
+
+std::string MessageFrom(DWORD source, HMODULE module, std::uint32_t code) {
+  constexpr DWORD kUserDefaultLanguage = 0x400;
+  char text[1024] = {};
+  const DWORD length = ::FormatMessageA(source | FORMAT_MESSAGE_IGNORE_INSERTS, module, code,
+                                        kUserDefaultLanguage, text, sizeof text, nullptr);
+  return std::string(text, length);
+}
+
+}  // namespace
+
+std::string OsDisplayName() {
+  const OsVersion os = GetOsVersion();
+  std::string name = std::string("Microsoft Windows ") + ProductName(os);
+  if (!os.servicePack.empty()) name += ", " + NarrowUtf8(os.servicePack);
+  return name + " (" + DecimalText(os.major) + "." + DecimalText(os.minor) + "." +
+         DecimalText(os.build) + ")";
+}
+
+bool IsVistaOrLater() { return GetOsVersion().major >= 6; }
+
+bool IsElevated() {
+  HANDLE token = nullptr;
+  if (!IsVistaOrLater() || !::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
+    return false;
+  const Unique<FileTraits> owner(token);
+  TOKEN_ELEVATION elevation = {};
+  DWORD size = 0;
+  return ::GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size) &&
+         elevation.TokenIsElevated != 0;
+}
+
+bool IsUacEnabled() {
+  std::uint32_t enabled = 0;
+  return JustUtil::ReadIntFromRegistry(
+             RegistryRoot::kLocalMachine,
+             L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", L"EnableLUA",
+             &enabled) &&
+         enabled != 0;
+}
+
+std::string FileVersionText(const std::wstring& path) {
+  DWORD ignored = 0;
+  const DWORD size = ::GetFileVersionInfoSizeW(path.c_str(), &ignored);
+  if (size == 0) return {};
+  std::vector<char> block(size);
+  void* found = nullptr;
+  UINT length = 0;
+  if (!::GetFileVersionInfoW(path.c_str(), 0, size, block.data()) ||
+      !::VerQueryValueW(block.data(), L"\\", &found, &length) ||
+      length < sizeof(VS_FIXEDFILEINFO)) {
+    return {};
+  }
+  const auto* info = static_cast<const VS_FIXEDFILEINFO*>(found);
+  char text[64];
+  std::snprintf(text, sizeof text, "%u.%u.%u.%u", HIWORD(info->dwFileVersionMS),
+                LOWORD(info->dwFileVersionMS), HIWORD(info->dwFileVersionLS),
+                LOWORD(info->dwFileVersionLS));
+  return text;
+}
+
+std::string ErrorCodeText(std::uint32_t code) {
+  std::string text = MessageFrom(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code);
+  for (const wchar_t* name : {L"wininet.dll", L"urlmon.dll"}) {
+    if (!text.empty()) return text;
+    if (const HMODULE module = ::GetModuleHandleW(name)) {
+      text = MessageFrom(FORMAT_MESSAGE_FROM_HMODULE, module, code);
+    }
+  }
+  if (!text.empty()) return text;
+  char unknown[40];
+  std::snprintf(unknown, sizeof unknown, "unknown error 0x%x", static_cast<unsigned>(code));
+  return unknown;
+}

@@ -1,0 +1,32 @@
+// Conversions by the system's own code.
+#include "util/text.h"
+#include "util/win/windows_lean.h"
+
+namespace {
+
+std::wstring Widen(UINT codePage, std::string_view text) {
+  const int bytes = static_cast<int>(text.size());
+  const int chars = ::MultiByteToWideChar(codePage, 0, text.data(), bytes, nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(chars), L'\0');
+  ::MultiByteToWideChar(codePage, 0, text.data(), bytes, wide.data(), chars);
+  return wide;
+}
+
+}  // namespace
+
+std::wstring WidenUtf8(std::string_view text) { return Widen(CP_UTF8, text); }
+std::wstring WidenAnsi(std::string_view text) { return Widen(CP_ACP, text); }
+
+std::string NarrowUtf8(std::wstring_view text) {
+  const int chars = static_cast<int>(text.size());
+  const int bytes =
+      ::WideCharToMultiByte(CP_UTF8, 0, text.data(), chars, nullptr, 0, nullptr, nullptr);
+  std::string narrow(static_cast<std::size_t>(bytes), '\0');
+  ::WideCharToMultiByte(CP_UTF8, 0, text.data(), chars, narrow.data(), bytes, nullptr, nullptr);
+  return narrow;
+}
+
+bool EqualsIgnoreCase(std::wstring_view a, std::wstring_view b) {
+  return ::CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(),
+                                static_cast<int>(b.size()), TRUE) == CSTR_EQUAL;
+}
