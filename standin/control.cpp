@@ -6,29 +6,31 @@
 #include "util/win/unique.h"
 
 namespace standin {
-namespace {
 
-// What cannot be read counts as empty: a file that is just being replaced is read at the next question.
-std::string ReadText(const std::wstring& path) {
+// What cannot be read counts as empty: a file that is just being replaced is read at the next
+// question.
+Control::Content Control::Read(const std::wstring& path) {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const UniqueFile file(
       ::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
-  std::string text;
+  Content content;
+  FILETIME written;
+  if (file && ::GetFileTime(file.get(), nullptr, nullptr, &written)) {
+    content.writeTicks = (std::uint64_t{written.dwHighDateTime} << 32) | written.dwLowDateTime;
+  }
   char buffer[4096];
   DWORD got = 0;
   while (file && ::ReadFile(file.get(), buffer, sizeof buffer, &got, nullptr) && got > 0) {
-    text.append(buffer, got);
+    content.text.append(buffer, got);
   }
-  return text;
+  return content;
 }
 
-}  // namespace
-
 void Control::Refresh() {
-  std::string text = ReadText(path_);
-  if (text == text_) return;
-  text_ = std::move(text);
-  script_ = ParseControlScript(text_);
+  Content content = Read(path_);
+  if (content == content_) return;
+  content_ = std::move(content);
+  script_ = ParseControlScript(content_.text);
   calls_.clear();
   nextState_ = 0;
   for (const std::string& problem : script_.problems) journal_.Problem(problem);

@@ -14,8 +14,8 @@
 
 namespace standin {
 
-/// Reads the file anew at each question; all counting starts again when its text has changed. A missing
-/// file is an empty one. May be used by several threads.
+/// Reads the file anew at each question; all counting starts again when it was written anew. A
+/// missing file is an empty one. May be used by several threads.
 class Control {
  public:
   /// @param journal  receives the lines that are not understood; outlives this object
@@ -31,14 +31,22 @@ class Control {
   std::uint32_t LingerSeconds();
 
  private:
+  struct Content {
+    std::string text;
+    std::uint64_t writeTicks = 0;
+    bool operator==(const Content&) const = default;
+  };
+
+  static Content Read(const std::wstring& path);
   void Refresh();
 
   std::mutex mutex_;
   std::wstring path_;
   Journal& journal_;
-  std::string text_;
+  Content content_;
   ControlScript script_;
-  std::map<std::string, std::uint64_t, std::less<>> calls_;  // number of calls since text_ was read
+  std::map<std::string, std::uint64_t, std::less<>>
+      calls_;  // number of calls since content_ was read
   std::size_t nextState_ = 0;
 };
 

@@ -25,7 +25,8 @@ Words SplitWords(std::string_view line) {
 template <class Number, class... Base>
 std::optional<Number> ParseNumber(std::string_view text, Base... base) {
   Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base...);
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), number, base...);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return number;
 }

@@ -12,7 +12,8 @@
 
 namespace standin {
 
-/// One "fail" line: the calls of that name from number `first` on, `count` of them, fail with `code`.
+/// One "fail" line: the calls of that name from number `first` on, `count` of them, fail with
+/// `code`.
 struct FailRule {
   std::string call;
   HResult code = 0;
@@ -24,11 +25,11 @@ struct FailRule {
 struct ControlScript {
   std::vector<FailRule> failures;
   bool withholdJob2 = false;
-  std::vector<int> states;             ///< delivered by GetState in this order, the last one repeated
-  std::vector<std::string> vanished;   ///< job ids in registry form, or "all"
-  double clockFactor = 1;              ///< job seconds per second, above 0
-  std::uint32_t lingerSeconds = 5;     ///< how long an unused server stays
-  std::vector<std::string> problems;   ///< a sentence for each line that was not understood
+  std::vector<int> states;  ///< delivered by GetState in this order, the last one repeated
+  std::vector<std::string> vanished;  ///< job ids in registry form, or "all"
+  double clockFactor = 1;             ///< job seconds per second, above 0
+  std::uint32_t lingerSeconds = 5;    ///< how long an unused server stays
+  std::vector<std::string> problems;  ///< a sentence for each line that was not understood
 };
 
 /// Reads the lines described in docs/standin.md. Lines that are not understood change nothing else.

@@ -10,9 +10,9 @@
 
 namespace standin {
 
-/// Appends lines to one file. Every line is in the file, and the file closed, when a call returns, so
-/// that other processes can read it at once. May be used by several threads; never throws but for
-/// want of memory.
+/// Appends lines to one file. Every line is in the file, and the file closed, when a call returns,
+/// so that other processes can read it at once. May be used by several threads; never throws but
+/// for want of memory.
 class Journal {
  public:
   /// @param path  the file, made when absent. A line that cannot be written goes to stderr.

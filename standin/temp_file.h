@@ -10,8 +10,8 @@
 
 namespace standin {
 
-/// One temporary file beside its target, named like BIT1A2B.tmp. Stays on disk until it is handed over
-/// or discarded. Used under its job's lock.
+/// One temporary file beside its target, named like BIT1A2B.tmp. Stays on disk until it is handed
+/// over or discarded. Used under its job's lock.
 class TempFile {
  public:
   /// Makes the file beside `target`, or empties the one made before, and keeps it open for writing.

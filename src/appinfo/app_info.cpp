@@ -62,29 +62,25 @@ void TAppInfo::Write(std::string_view key, std::string_view value) {
   FileSystem::WriteFile(path, root.Serialise());
 }
 
-std::string TAppInfo::Read(std::string_view key) const {
+std::optional<std::string> TAppInfo::Find(std::string_view key, std::string_view operation) const {
   LockScope lock(locker_.get());
   if (!lock) {
-    LOG_E << "Lock error, postpone file write.";
+    LogLine(&DiagLog::Instance(), operation, __LINE__, "E:") << "Lock error, postpone file write.";
     return {};
   }
   XmlNode root;
   Load(Path(), &root);
   lock.Release();
   const XmlNode* const child = root.FindChild(key);
-  return child ? std::string(child->Value()) : std::string();
+  return child ? std::optional<std::string>(child->Value()) : std::nullopt;
+}
+
+std::string TAppInfo::Read(std::string_view key) const {
+  return Find(key, "TAppInfo::Read").value_or(std::string());
 }
 
 bool TAppInfo::IsValueExist(std::string_view key) const {
-  LockScope lock(locker_.get());
-  if (!lock) {
-    LOG_E << "Lock error, postpone file write.";
-    return false;
-  }
-  XmlNode root;
-  Load(Path(), &root);
-  lock.Release();
-  return root.FindChild(key) != nullptr;
+  return Find(key, "TAppInfo::IsValueExist").has_value();
 }
 
 void TAppInfo::RemoveValue(std::string_view key) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -64,6 +65,9 @@ class TAppInfo {
   TAppInfo(std::string appId, std::unique_ptr<TLocker> locker);
   /// Full path of a file in the application's folder, UTF-8; empty when the folder cannot be told.
   std::string PathOf(std::string_view fileName) const;
+  /// The value, or nothing when the key or the file is absent or the lock is refused.
+  /// @param operation  the name under which a refused lock is logged
+  std::optional<std::string> Find(std::string_view key, std::string_view operation) const;
 
  private:
   /// Loads the file at `path`; one that is missing gives an empty root. False when it is there and

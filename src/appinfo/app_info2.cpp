@@ -1,7 +1,10 @@
 #include "appinfo/app_info2.h"
 
+#include <optional>
+
 #include "util/diag_log.h"
 #include "util/log_line.h"
+#include "util/text.h"
 
 namespace {
 
@@ -65,7 +68,8 @@ void TAppInfo2::SanityCheck(std::uint64_t now) {
 }
 
 std::int64_t TAppInfo2::PingStatPeriod() const {
-  return IsValueExist("PingStatPeriod") ? ReadNumber("PingStatPeriod") : kDefaultPingPeriod;
+  const std::optional<std::string> period = Find("PingStatPeriod", "TAppInfo::Read");
+  return period ? ParseInt64(*period) : kDefaultPingPeriod;
 }
 
 bool TAppInfo2::ShouldPing(std::uint64_t now) const {

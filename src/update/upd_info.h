@@ -8,22 +8,24 @@
 #include "appinfo/app_info2.h"
 #include "xml/xml_node.h"
 
-/// The same kind of store as the application's record, in a second file under a lock of its own. Each
-/// value is written on its own, so a reader may see a part of an update between two writes.
+/// The same kind of store as the application's record, in a second file under a lock of its own.
+/// Each value is written on its own, so a reader may see a part of an update between two writes.
 class TUpdInfo final : public TAppInfo2 {
  public:
   explicit TUpdInfo(std::string appId);
 
   std::string Path() const override;
 
-  /// Decides from `feed` whether there is an update for `app` and writes it down; nothing is written
-  /// when there is none. Both outcomes set the application's "LastCheckTime".
+  /// Decides from `feed` whether there is an update for `app` and writes it down; nothing is
+  /// written when there is none. Both outcomes set the application's "LastCheckTime"; a feed that
+  /// is refused, be it by an exception or for ambiguous targets, does not. A feed that declares no
+  /// code page is read as UTF-8 where it is that, else as windows-1251.
   /// @param app   the application's record
   /// @param feed  the root of the parsed feed; taken over, not copied
   /// @param now   seconds since 1970-01-01 UTC
   /// @return whether an update was found.
-  /// Throws std::invalid_argument for another root element than "rss" and for a bad version, a const
-  /// char* for a bad mask.
+  /// Throws std::invalid_argument for another root element than "rss" and for a bad version, a
+  /// const char* for a bad mask.
   bool Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now);
 };
 

@@ -10,9 +10,9 @@
 /// Four 16-bit parts, major in the highest bits, so that order of versions is order of numbers.
 using VersionNumber = std::uint64_t;
 
-/// Reads "1.2.3.4"; blanks before a number are skipped and what follows the fourth is ignored. Parts
-/// are not cut to 16 bits: a part above 65535 spills into the next higher one, a negative one sets all
-/// higher bits.
+/// Reads "1.2.3.4"; blanks before a number are skipped and what follows the fourth is ignored.
+/// Parts are not cut to 16 bits: a part above 65535 spills into the next higher one, a negative one
+/// sets all higher bits. A number that does not fit 32 bits counts as the nearest one that does.
 /// Throws std::invalid_argument when there are fewer than four numbers.
 VersionNumber ParseVersion(std::string_view text);
 
@@ -27,8 +27,8 @@ VersionNumber MakeVersion(std::uint16_t major, std::uint16_t minor, std::uint16_
 /// Throws the text "Bad version mask." (a const char*) on an empty part and on any other character.
 void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts);
 
-/// The version of a mask's first four parts; missing and empty ones become `fill`. Parts are not cut
-/// to 16 bits either.
+/// The version of a mask's first four parts; missing and empty ones become `fill`. Parts are read
+/// and combined as ParseVersion does it.
 VersionNumber MaskToVersion(const std::vector<std::string>& parts, std::uint16_t fill);
 
 #endif  // KUPDATE_UPDATE_VERSION_NUMBER_H_

@@ -45,10 +45,10 @@ inline constexpr int kCodePageUtf8 = 65001;
 /// One element, one CDATA section, or one special item (a declaration, a comment).
 ///
 /// The root owns the whole tree, in one piece of memory that lives and ends with it: views that the
-/// accessors return, and pointers and references to nodes below, are valid until the root is destroyed,
-/// assigned to, or parses. Text is bytes as they stand in the file; nothing converts them.
-/// Nothing here recurses, so no tree is too deep to be copied, written or destroyed.
-/// Used by one thread at a time.
+/// accessors return, and pointers and references to nodes below, are valid until the root is
+/// destroyed, assigned to, or parses. Text is bytes as they stand in the file; nothing converts
+/// them. Nothing here recurses, so no tree is too deep to be copied, written or destroyed. Used by
+/// one thread at a time.
 class XmlNode {
  public:
   /// An empty root: no parent, named "NA", code page 1251.
@@ -63,29 +63,36 @@ class XmlNode {
   ~XmlNode();
 
   /// Parses `text` into this empty root: the prolog goes to its specials, then it becomes the root
-  /// element. What follows the root element is ignored; empty input leaves an empty root. Linear time.
+  /// element. What follows the root element is ignored; empty input leaves an empty root. Linear
+  /// time.
   /// @param text      taken over, not copied again
   /// @param listener  may be null
-  /// Throws exXML; then the tree holds the children that were read whole.
+  /// Throws exXML; then the tree holds the children of the root that were read whole. More than 256
+  /// nested elements are an error.
   void Parse(std::string text, XmlListener* listener = nullptr);
 
   /// The text of the tree, with the specials first and two blanks of indent a level.
   std::string Serialise() const;
 
-  /// Writes version "1.0" and the name of the code page into the root's "?xml" special, made when absent.
+  /// Writes version "1.0" and the name of the code page into the root's "?xml" special, made when
+  /// absent.
   void SetDeclaration();
 
-  std::string_view Name() const;
+  std::string_view Name() const { return name_; }
   void SetName(std::string_view name);
   /// The element's text with entities decoded, or the raw text of a special or CDATA section.
-  std::string_view Value() const;
+  std::string_view Value() const { return value_; }
   void SetValue(std::string_view value);
   /// The value or, when that is empty, the value of the first CDATA child.
   std::string_view Text() const;
 
-  /// The document's code page, the same for all its nodes. It only decides the declaration's "encoding".
+  /// The document's code page, the same for all its nodes. It only decides the declaration's
+  /// "encoding".
   int CodePage() const;
   void SetCodePage(int codePage);
+  /// Whether the prolog that was parsed declares a code page known here; CodePage() is that one
+  /// then.
+  bool DeclaresCodePage() const;
 
   XmlNode* Parent() const { return parent_; }
   /// The first element or CDATA child in document order; null when there is none.
@@ -93,7 +100,7 @@ class XmlNode {
   /// The next child of the same parent; null at the end.
   XmlNode* Next() const { return next_; }
   /// The first special; they are linked by Next() too.
-  XmlNode* FirstSpecial() const;
+  XmlNode* FirstSpecial() const { return firstSpecial_; }
   bool HasChildren() const { return firstChild_ != nullptr; }
 
   /// The first child of that name (exact, case-sensitive); null when absent.
@@ -116,15 +123,35 @@ class XmlNode {
   friend class XmlParser;
   friend class XmlWriter;
 
-  // The implementer's: an arena owned by the root; names, values and attributes are views into it or
-  // into the input buffer.
+  /// A node below the root. Lives in the tree's memory and is never destroyed on its own.
+  XmlNode(XmlTree* tree, XmlNode* parent) : tree_(tree), parent_(parent) {}
+
+  XmlTree& Tree();
+  XmlNode& NewNode();
+  void Append(XmlNode& child);
+  /// Sets all but the children from `other`, a node of any tree.
+  void CopyItself(const XmlNode& other);
+  /// Moves the content of the root `other` into this empty root.
+  void TakeFrom(XmlNode& other) noexcept;
+  /// The first attribute whose name is not less than `name`, or the end of the attributes.
+  XmlAttribute* FindAttribute(std::string_view name) const;
+  void InsertAttribute(XmlAttribute* where, const XmlAttribute& attribute);
+
+  XmlTree* tree_ = nullptr;  // the root owns it; null while nothing was put into an empty root
   XmlNode* parent_ = nullptr;
   XmlNode* firstChild_ = nullptr;
   XmlNode* lastChild_ = nullptr;
   XmlNode* next_ = nullptr;
+  XmlNode* firstSpecial_ = nullptr;
+  std::string_view name_ = kUnnamedNode;
+  std::string_view value_;
+  XmlAttribute* attributes_ = nullptr;  // by name in byte order, no name twice
+  std::uint32_t attributeCount_ = 0;
+  std::uint32_t attributeCapacity_ = 0;
 };
 
 /// Parses the bytes of a file. Drops a leading UTF-8 byte-order mark.
+/// @param root  not null; what it held is gone
 /// @return false when the text does not parse: that is logged, with the position, and `root` holds
 ///         the children that were read whole.
 bool LoadXml(std::string bytes, XmlNode* root);

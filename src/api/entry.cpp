@@ -1,0 +1,131 @@
+#include "api/entry.h"
+
+#include "util/win/windows_lean.h"
+
+#include <comdef.h>
+
+#include <exception>
+
+#include "appinfo/app_info.h"
+#include "transfer/com_error.h"
+#include "util/critical_section.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/log_line.h"
+#include "util/log_start.h"
+
+namespace {
+
+// What lives as long as the process. Hosts are expected to call from one thread; the guard keeps
+// the texts whole for those that do not.
+struct ProcessState {
+  CriticalSection guard;
+  std::string lastErrorText;
+  bool logStarted = false;
+  std::string currentAppId;
+  std::wstring executorPathOverride;
+};
+
+ProcessState& State() {
+  static ProcessState& state = *new ProcessState;
+  return state;
+}
+
+// The log level is read while the module is loaded: the first line may come from anywhere.
+[[maybe_unused]] const bool logLevelLoaded = (LoadLogLevel(), true);
+
+Status Report(const char* exportName, const char* kind, const std::string& text) {
+  ProcessState& state = State();
+  {
+    const CriticalScope scope(state.guard);
+    state.lastErrorText.append(exportName).append(": ").append(text);
+  }
+  LogLine(&DiagLog::Instance(), exportName, __LINE__, "D:") << kind;
+  return kFail;
+}
+
+}  // namespace
+
+void ClearLastErrorText() {
+  ProcessState& state = State();
+  const CriticalScope scope(state.guard);
+  state.lastErrorText.clear();
+}
+
+void StartLogOnce(const char* appId) {
+  ProcessState& state = State();
+  {
+    const CriticalScope scope(state.guard);
+    if (state.logStarted) return;
+    state.logStarted = true;
+  }
+  StartLog(L"kupdate-exec-" + WidenUtf8(appId ? appId : "") + L".log", {});
+  JustUtil::OutBanner();
+}
+
+void Enter(const char* exportName, const char* appId) {
+  ClearLastErrorText();
+  LogLine(&DiagLog::Instance(), exportName, __LINE__, "D:") << "in";
+  StartLogOnce(appId);
+}
+
+Status ReportCaught(const char* exportName) noexcept {
+  try {
+    try {
+      throw;
+    } catch (const std::exception& error) {
+      return Report(exportName, "exc", error.what());
+    } catch (const _com_error& error) {
+      return Report(exportName, "COM", ComErrorText(error));
+    } catch (...) {
+      return Report(exportName, "unk", "unknown exception");
+    }
+  } catch (...) {
+    return kFail;  // no memory even for the report
+  }
+}
+
+bool CheckAppId(const char* exportName, const char* appId) {
+  if (!appId) LogLine(&DiagLog::Instance(), exportName, __LINE__, "E:") << "AppId is empty.";
+  return appId != nullptr;
+}
+
+Mutex ApplicationMutex(const std::string& appId) {
+  return Mutex(WidenUtf8("STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-" + appId));
+}
+
+void InitAppId(const std::string& appId) {
+  const TAppInfo store(appId);
+  ProcessState& state = State();
+  {
+    const CriticalScope scope(state.guard);
+    state.currentAppId = appId;
+  }
+  const bool known = FileSystem::IsFileExist(store.Path());
+  LOG_D << "State:" << (known ? "Update" : "Install");
+}
+
+void FixUpdaterPath() {
+  std::string appId;
+  std::wstring path;
+  {
+    ProcessState& state = State();
+    const CriticalScope scope(state.guard);
+    appId = state.currentAppId;
+    path = state.executorPathOverride;
+  }
+  if (appId.empty() || path.empty()) return;
+  TAppInfo(appId).Write("UpdaterPath", NarrowUtf8(path));
+  LOG_D << "Fix" << appId << "with" << path;
+}
+
+void OverrideExecutorPath(const wchar_t* path) {
+  ProcessState& state = State();
+  const CriticalScope scope(state.guard);
+  state.executorPathOverride = path;
+}
+
+TUpdaterController& GlobalController() {
+  static TUpdaterController& controller = *new TUpdaterController;
+  return controller;
+}

@@ -1,0 +1,139 @@
+// The exported functions, each one statement in its frame.
+#include "dllkupdate.h"
+
+#include <stdexcept>
+
+#include "api/entry.h"
+#include "util/diag_log.h"
+#include "util/log_line.h"
+
+namespace {
+
+HostRelease MakeRelease(const char* platform, const char* versionUrl, std::int32_t major,
+                        std::int32_t minor, std::int32_t subver, std::int32_t build, bool release) {
+  const auto low = [](std::int32_t part) { return static_cast<std::uint16_t>(part & 0xFFFF); };
+  return {platform, versionUrl, low(major), low(minor), low(subver), low(build), release};
+}
+
+// The statistics that these functions report are not kept yet.
+kupdate_status Missing(const char* exportName, const char* appId) {
+  return LockedEntry(exportName, appId,
+                     [](TUpdaterController&) { throw std::logic_error("not available yet"); });
+}
+
+LogLine LogExport(const char* exportName, int line) {
+  return LogLine(&DiagLog::Instance(), exportName, line, "D:");
+}
+
+constexpr std::int32_t kLastKnownStatus = 3;
+
+}  // namespace
+
+kupdate_status DLLForceUpdateCheck(const char* app_id, bool need_dialog) {
+  return LockedEntry("DLLForceUpdateCheck", app_id,
+                     [&](TUpdaterController& c) { c.ForceUpdateCheck(app_id, need_dialog); });
+}
+
+kupdate_status DLLGetApplicationState(const char* app_id, char*, int32_t*) {
+  return Missing("DLLGetApplicationState", app_id);
+}
+
+kupdate_status DLLGetOptionalParam(const char* app_id, char*, int32_t*) {
+  return Missing("DLLGetOptionalParam", app_id);
+}
+
+kupdate_status DLLIsUpgradeAvailable(const char* app_id, int32_t wait_ms, bool* result) {
+  return LockedEntry("DLLIsUpgradeAvailable", app_id, [&](TUpdaterController& c) {
+    const bool available = c.IsUpgradeAvailable(app_id, wait_ms);
+    if (result) *result = available;
+  });
+}
+
+kupdate_status DLLOnApplicationStartup(const char* app_id, const char* platform,
+                                       const char* version_url, const char* report_url,
+                                       int32_t ping_period, int32_t ver_major, int32_t ver_minor,
+                                       int32_t ver_subver, int32_t ver_build, bool release) {
+  return LockedEntry("DLLOnApplicationStartup", app_id, [&](TUpdaterController& c) {
+    c.OnApplicationStartup(
+        app_id,
+        MakeRelease(platform, version_url, ver_major, ver_minor, ver_subver, ver_build, release),
+        report_url, ping_period);
+    LogExport("DLLOnApplicationStartup", __LINE__) << "Ok";
+  });
+}
+
+kupdate_status DLLOnApplicationUninstall(const char* app_id) {
+  return LockedEntry("DLLOnApplicationUninstall", app_id,
+                     [&](TUpdaterController& c) { c.OnApplicationUninstall(app_id); });
+}
+
+kupdate_status DLLSetApplicationState(const char* app_id, const char*) {
+  return Missing("DLLSetApplicationState", app_id);
+}
+
+kupdate_status DLLSetExecutorPath(const wchar_t* path) {
+  FreeEntry("DLLSetExecutorPath", [&] {
+    LogExport("DLLSetExecutorPath", __LINE__) << (path ? path : L"NULL!!!");
+    TUpdaterController::SetExecutorPath(path);
+    if (path) OverrideExecutorPath(path);
+    FixUpdaterPath();
+    return true;
+  });
+  return KUPDATE_S_OK;
+}
+
+kupdate_status DLLSetOptionalParam(const char* app_id, const char*) {
+  return Missing("DLLSetOptionalParam", app_id);
+}
+
+kupdate_status DLLUsageReport(const char* app_id, const char*) {
+  return Missing("DLLUsageReport", app_id);
+}
+
+kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code) {
+  return FreeEntry("DLLDownloadAndInstallSilentUpdate", [&] {
+    StartLogOnce(nullptr);
+    const bool done = GlobalController().DownloadAndInstallSilentUpdate(exit_code);
+    LogExport("DLLDownloadAndInstallSilentUpdate", __LINE__)
+        << "res: " << (done ? "S_OK" : "E_FAIL");
+    return done;
+  });
+}
+
+kupdate_status DLLGetLocale(const char* app_id, char* buffer, int32_t* size) {
+  return LockedEntry("DLLGetLocale", app_id, [&](TUpdaterController& c) {
+    c.GetLocale(app_id, CopyOutBuffer<char>{buffer, size});
+  });
+}
+
+const char* DLLGetUniqUserId(void) { return "{none}"; }
+
+kupdate_status DLLGetUniqueParam(const char* app_id, const char*, wchar_t*, int32_t*) {
+  return Missing("DLLGetUniqueParam", app_id);
+}
+
+kupdate_status DLLIsUpdateAvailable(const char* app_id, const char* platform, int32_t ver_major,
+                                    int32_t ver_minor, int32_t ver_subver, int32_t ver_build,
+                                    bool release, const char* version_url, const char* operation,
+                                    int32_t* status) {
+  return FreeEntry("DLLIsUpdateAvailable", [&] {
+    StartLogOnce(app_id);
+    std::int32_t found = 0;
+    const bool done = GlobalController().IsUpdateAvailable(
+        app_id,
+        MakeRelease(platform, version_url, ver_major, ver_minor, ver_subver, ver_build, release),
+        operation, status ? &found : nullptr);
+    const bool known = found >= 0 && found <= kLastKnownStatus;
+    if (done && status) *status = known ? found : kLastKnownStatus;
+    return done;
+  });
+}
+
+kupdate_status DLLSetLocale(const char* app_id, const char* locale) {
+  return LockedEntry("DLLSetLocale", app_id,
+                     [&](TUpdaterController& c) { c.SetLocale(app_id, locale); });
+}
+
+kupdate_status DLLSetUniqueParam(const char* app_id, const char*, const wchar_t*) {
+  return Missing("DLLSetUniqueParam", app_id);
+}

@@ -1,0 +1,72 @@
+#include "controller/executor.h"
+
+#include <string>
+
+#include "appinfo/app_info2.h"
+#include "controller/command_line.h"
+#include "controller/updater_controller.h"
+#include "transfer/bits_transfer.h"
+#include "transfer/com_apartment.h"
+#include "util/critical_section.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::uint32_t kCheckTimeoutSeconds = 82800;  // 23 hours
+
+struct ExecutorPaths {
+  CriticalSection guard;
+  std::wstring execName;
+  std::wstring legacyExecName;
+};
+
+ExecutorPaths& Paths() {
+  static ExecutorPaths& paths = *new ExecutorPaths;  // leaked: the process's end is no time to work
+  return paths;
+}
+
+}  // namespace
+
+void TUpdaterController::SetExecutorPath(const wchar_t* path) {
+  ExecutorPaths& paths = Paths();
+  const CriticalScope scope(paths.guard);
+  paths.execName = path ? path : L"";
+  LOG_I << "Now Exec name:" << paths.execName;
+}
+
+std::wstring TUpdaterController::GetExecutorPath() {
+  ExecutorPaths& paths = Paths();
+  const CriticalScope scope(paths.guard);
+  if (!paths.execName.empty()) {
+    LOG_D << "Exec name" << paths.execName;
+    return paths.execName;
+  }
+  if (paths.legacyExecName.empty()) {
+    paths.legacyExecName = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
+  }
+  LOG_D << "Legacy Exec name" << paths.legacyExecName;
+  return paths.legacyExecName;
+}
+
+void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
+  store.UpdateLastCheckTime(now);
+  const std::wstring executor = TUpdaterController::GetExecutorPath();
+  LOG_I << "KupdateExecutablePath: " << executor;
+  const std::string url = store.VersionUrl();
+  if (url.empty()) {
+    LOG_E << "VersionUrl is empty";
+    return;
+  }
+  const std::wstring appId = WidenUtf8(store.AppId());
+  const std::wstring resultFile = GetTempFolder() + L"kupdate-versioninfo-" + appId + L".xml";
+  FileSystem::DeleteFile(NarrowUtf8(resultFile));
+  const ComApartment apartment;
+  TBitsTransfer transfer(url, resultFile);
+  transfer.SetTimeout(kCheckTimeoutSeconds);
+  transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
+  transfer.Work();
+}

@@ -1,0 +1,15 @@
+// The jobs that end by starting the executor.
+#ifndef KUPDATE_CONTROLLER_EXECUTOR_H_
+#define KUPDATE_CONTROLLER_EXECUTOR_H_
+
+#include <cstdint>
+
+class TAppInfo2;
+
+/// Queues the download of the application's feed; when it ends, the transfer service starts the
+/// executor, which decides. Records that a check has started.
+/// @param now  seconds since 1970-01-01 UTC
+/// Throws _com_error when the service refuses.
+void CheckUpdate(TAppInfo2& store, std::uint64_t now);
+
+#endif  // KUPDATE_CONTROLLER_EXECUTOR_H_

@@ -1,0 +1,37 @@
+// The frame of the controller's operations.
+#ifndef KUPDATE_CONTROLLER_GUARDED_H_
+#define KUPDATE_CONTROLLER_GUARDED_H_
+
+#include <string_view>
+
+#include "util/diag_log.h"
+#include "util/log_line.h"
+
+/// Where an operation's frame lines are said to come from.
+struct LogPlace {
+  std::string_view function;
+  int line;
+};
+#define LOG_PLACE (LogPlace{QualifiedName(__PRETTY_FUNCTION__), __LINE__})
+
+inline LogLine LogAt(const LogPlace& place, const char* level) {
+  return LogLine(&DiagLog::Instance(), place.function, place.line, level);
+}
+
+/// What a body tells its frame: whether the operation came to its end, which is logged, or was
+/// left.
+enum class Ended { kOut, kLeft };
+
+/// Runs one operation between "in" and "out". Whatever `body` throws ends here, with a line in the
+/// log; then `failed` is returned, else what `body` put into `result`.
+template <class Body>
+void Guarded(const LogPlace& place, Body&& body) noexcept {
+  try {
+    LogAt(place, "I:") << "in";
+    if (body() == Ended::kOut) LogAt(place, "I:") << "out";
+  } catch (...) {
+    LogAt(place, "D:") << "Unhandled exception.";
+  }
+}
+
+#endif  // KUPDATE_CONTROLLER_GUARDED_H_

@@ -1,0 +1,31 @@
+#include "controller/host_record.h"
+
+#include <stdexcept>
+
+#include "appinfo/app_info2.h"
+#include "controller/updater_controller.h"
+#include "update/version_number.h"
+
+std::string Required(const char* text, const char* complaint) {
+  if (!text) throw std::invalid_argument(complaint);
+  return text;
+}
+
+std::string OrEmpty(const char* text) { return text ? text : std::string(); }
+
+void WriteRelease(TAppInfo2& store, const HostRelease& host) {
+  store.Write("Platform", OrEmpty(host.platform));
+  store.Write("VersionUrl", OrEmpty(host.versionUrl));
+  store.SetVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
+}
+
+void WriteChannel(TAppInfo2& store, bool release) {
+  store.SetVersionStatus(release ? VS_RELEASE : VS_BETA);
+  if (release) store.WriteFlag("WantUnstableToo", false);
+}
+
+std::string ReleaseText(const HostRelease& host) {
+  const VersionNumber version =
+      MakeVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
+  return FormatVersion(version) + (host.release ? ".Release" : ".Beta");
+}

@@ -1,0 +1,26 @@
+// What hosts say of themselves, and writing it into their record.
+#ifndef KUPDATE_CONTROLLER_HOST_RECORD_H_
+#define KUPDATE_CONTROLLER_HOST_RECORD_H_
+
+#include <string>
+
+class TAppInfo2;
+struct HostRelease;
+
+/// `text`, or an exception with `complaint` when it is null.
+std::string Required(const char* text, const char* complaint);
+
+/// `text`, or empty when it is null.
+std::string OrEmpty(const char* text);
+
+/// Writes platform, feed address and version. Null texts count as empty.
+void WriteRelease(TAppInfo2& store, const HostRelease& host);
+
+/// Writes the channel. A release build also gives up unstable versions; a beta leaves that as it
+/// was.
+void WriteChannel(TAppInfo2& store, bool release);
+
+/// "1.2.3.4.Release" or "1.2.3.4.Beta".
+std::string ReleaseText(const HostRelease& host);
+
+#endif  // KUPDATE_CONTROLLER_HOST_RECORD_H_

@@ -1,0 +1,96 @@
+// What the exported functions do.
+#ifndef KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
+#define KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
+
+#include <cstdint>
+#include <string>
+
+#include "controller/copy_out.h"
+
+class TAppInfo2;
+class TLocker;
+enum class JobState;
+
+/// What a host says of itself when it asks for an update. Texts are UTF-8.
+struct HostRelease {
+  const char* platform;
+  const char* versionUrl;  ///< address of its feed
+  std::uint16_t verMajor;
+  std::uint16_t verMinor;
+  std::uint16_t verSubver;
+  std::uint16_t verBuild;
+  bool release;  ///< false for a beta
+};
+
+/// Turns each call of a host into work on the stores, transfer jobs and the executor. Everything
+/// runs on the caller's thread, under the application's mutex that the entry point holds. No
+/// operation throws: a failure ends in the log. Cheap to make; the one that drives update checks
+/// lives as long as the process, since it knows the running job. `appId` may be null everywhere:
+/// that is a failure of the operation.
+class TUpdaterController {
+ public:
+  // Life of an application.
+
+  /// Writes the application's record, then runs what is due. Null texts count as empty.
+  /// @param pingStatPeriod  seconds between statistics pings
+  void OnApplicationStartup(const char* appId, const HostRelease& host, const char* reportUrl,
+                            std::int32_t pingStatPeriod);
+  void OnApplicationUninstall(const char* appId);
+  /// Null: nothing changes.
+  void SetLocale(const char* appId, const char* locale);
+  void GetLocale(const char* appId, CopyOutBuffer<char> out);
+
+  // Update check, wait and silent install.
+
+  /// One step of a check that the host drives.
+  /// @param operation  "start", "stop" or "check"
+  /// @param status     receives 0 in work, 1 update found, 2 none, 3 job failed; may be null
+  /// @return whether the step did what was asked.
+  bool IsUpdateAvailable(const char* appId, const HostRelease& host, const char* operation,
+                         std::int32_t* status);
+  /// Makes check and ping due and waits for the executor's answer.
+  /// @param waitMilliseconds  negative: without limit
+  /// @return whether a newer version was found.
+  bool IsUpgradeAvailable(const char* appId, std::int32_t waitMilliseconds);
+  /// Makes check and ping due and runs them.
+  /// @param needDialog  what the executor is told to show
+  void ForceUpdateCheck(const char* appId, bool needDialog);
+  /// Starts the executor for the application of the last IsUpdateAvailable and waits until it is
+  /// done, without limit.
+  /// @param exitCode  receives the installer's exit code; may be null
+  bool DownloadAndInstallSilentUpdate(std::int32_t* exitCode);
+
+  // The executor.
+
+  /// Names the executor for the rest of the process; null: the default one again. Any thread.
+  static void SetExecutorPath(const wchar_t* path);
+  /// The path that was set, else "kupdate-exec.exe" in "Krelix\Updater" of the roaming per-user
+  /// folder.
+  static std::wstring GetExecutorPath();
+
+ private:
+  bool RunOperation(TAppInfo2& store, const std::string& operation, std::int32_t* status);
+  bool Start();
+  bool Stop();
+  bool Check(TAppInfo2& store, std::int32_t* status);
+  bool EvaluateFeed(TAppInfo2& store, std::int32_t* status);
+
+  /// The feed's download, known by its id. Throws when it did not start.
+  void StartJob();
+  /// Forgets the job whatever happens; false when it could not be ended.
+  bool StopJob();
+  /// The job's state; kError for a job that is gone.
+  JobState CurrentJobState() const;
+
+  std::string jobId_;
+  std::string appId_;
+  std::string versionUrl_;
+  TLocker* statisticsLock_ = nullptr;  // null: the entry point holds the lock for the whole call
+  std::string jobAppId_;               // the application that jobId_ was started for
+};
+
+/// Runs what is due for an application: its update check.
+/// @param now  seconds since 1970-01-01 UTC
+void ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
+
+#endif  // KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_

@@ -1,0 +1,49 @@
+// Reading and ending a job that was started earlier, here or in another process.
+#ifndef KUPDATE_TRANSFER_BITS_COMPLETION_H_
+#define KUPDATE_TRANSFER_BITS_COMPLETION_H_
+
+#include <memory>
+#include <string>
+
+/// The service's states of a job, by its numbers.
+enum class JobState {
+  kQueued = 0,
+  kConnecting = 1,
+  kTransferring = 2,
+  kSuspended = 3,
+  kError = 4,
+  kTransientError = 5,
+  kTransferred = 6,
+  kAcknowledged = 7,
+  kCancelled = 8,
+};
+
+/// The state's name for the log, "unknown state" for a number that is none.
+const char* JobStateName(JobState state);
+
+class TBitsTransferCompletion {
+ public:
+  /// One existing job. Used by one thread, on which COM must be initialised and stay so while this
+  /// lives. All operations throw _com_error when a call fails.
+  class TWorker {
+   public:
+    /// @param jobId  the job's id with braces
+    explicit TWorker(const std::string& jobId);
+    ~TWorker();
+    TWorker(const TWorker&) = delete;
+    TWorker& operator=(const TWorker&) = delete;
+
+    JobState GetJobState() const;
+    /// Ends the job: one that has transferred is completed, which hands its file over; any other is
+    /// cancelled.
+    void Finish();
+
+   private:
+    struct Job;
+    std::unique_ptr<Job> job_;
+  };
+
+  static std::unique_ptr<TWorker> CreateWorker(const std::string& jobId);
+};
+
+#endif  // KUPDATE_TRANSFER_BITS_COMPLETION_H_

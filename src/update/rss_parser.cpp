@@ -1,0 +1,257 @@
+#include "update/rss_parser.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "util/diag_log.h"
+#include "util/log_line.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::string_view kCommonPrefix = "version:";
+constexpr std::string_view kTargetPrefix = "update:";
+constexpr std::string_view kTarget = "update:target";
+
+// A child of an item: the first of its name, and how many there are.
+struct Part {
+  const XmlNode* first = nullptr;
+  int count = 0;
+
+  std::string_view Text() const { return TextOf(first); }
+};
+
+// What decides about an item, gathered in one walk over its children.
+struct ItemParts {
+  Part platform, nick, version, status;
+  Part target, targetVersion, targetStatus, targetGuid;
+
+  explicit ItemParts(const XmlNode& item) {
+    for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
+      if (Part* part = Find(child->Name())) {
+        if (part->count++ == 0) part->first = child;
+      }
+    }
+  }
+
+  bool IsTargetSingle() const {
+    return targetVersion.count == 1 && targetStatus.count == 1 && targetGuid.count == 1;
+  }
+
+ private:
+  Part* Find(std::string_view name) {
+    if (name.starts_with(kCommonPrefix)) {
+      name.remove_prefix(kCommonPrefix.size());
+      if (name == "platform") return &platform;
+      if (name == "nick") return &nick;
+      if (name == "version") return &version;
+      if (name == "status") return &status;
+    } else if (name.starts_with(kTargetPrefix)) {
+      name.remove_prefix(kTargetPrefix.size());
+      if (name == "target") return &target;
+      if (name == "version") return &targetVersion;
+      if (name == "status") return &targetStatus;
+      if (name == "guid") return &targetGuid;
+    }
+    return nullptr;
+  }
+};
+
+std::string_view ChildText(const XmlNode& item, std::string_view prefix, std::string_view name) {
+  return TextOf(item.FindChild(std::string(prefix).append(name)));
+}
+
+std::string_view Prefix(const UpdateInfo& update) {
+  return update.isTarget ? kTargetPrefix : kCommonPrefix;
+}
+
+}  // namespace
+
+void UpdateInfo::LogI() const {
+  LOG_I << "Found " << (isTarget ? "target" : "common") << " version: " << version << ", "
+        << status;
+}
+
+bool RssParser::IsUpgradeAvailable(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
+  if (feed.Name() != "rss") {
+    throw std::invalid_argument("bad xml: root node name is not 'rss' but " +
+                                std::string(feed.Name()));
+  }
+  feed_ = std::move(feed);
+  common_.clear();
+  target_.clear();
+  result_.clear();
+  current_ = MakeVersion(app.VerMajor(), app.VerMinor(), app.VerSubver(), app.VerBuild());
+  LOG_I << "Current version: " << FormatVersion(current_);
+  if (!FillUpdateList(app.AppId(), app.Platform())) return false;
+
+  bool isCurrentListed = false;
+  const UpdateInfo update = FindUpdate(app.WantUnstableToo(), &isCurrentListed);
+  // FindUpdate finds nothing whenever it meets the current version, so this never happens so far.
+  if (isCurrentListed && update.item && app.GetVersionStatus() != VS_RELEASE &&
+      ParseVersionStatus(update.status) == VS_RELEASE) {
+    app.SetVersionStatus(VS_RELEASE);
+  }
+  if (!update.item) {
+    app.UpdateLastCheckTime(now);
+    LOG_I << "No update founded.";
+    return false;
+  }
+  update.LogI();
+  LOG_I << "Update founded...";
+  FillResult(update, app.Locale());
+  return true;
+}
+
+bool RssParser::FillUpdateList(std::string_view appId, std::string_view platform) {
+  const XmlNode* channel = feed_.FindChild("channel");
+  const XmlNode* item = channel ? channel->FirstChild() : nullptr;
+  for (; item; item = item->Next()) {
+    if (item->Name() != "item") continue;
+    const ItemParts parts(*item);
+    if (parts.platform.first && parts.platform.Text() != platform) continue;
+    if (parts.nick.first && !EqualsIgnoreCase(parts.nick.Text(), appId)) continue;
+
+    const bool isTargeted = AreWeTarget(parts.target.first);
+    if (isTargeted && parts.IsTargetSingle()) {
+      const std::string_view version = parts.targetVersion.Text();
+      target_[ParseVersion(version)] = {version, parts.targetStatus.Text(), true, item};
+    }
+    const std::string_view version = parts.version.Text();
+    common_[ParseVersion(version)] = {version, parts.status.Text(), false, item};
+    if (isTargeted && !parts.IsTargetSingle()) {
+      LOG_E << "RSS <item> have multiple (or empty) targets URL/status/version.";
+      LOG_E << "Update stopped.";
+      return false;
+    }
+  }
+  return true;
+}
+
+UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) const {
+  const CandidateMap& candidates = target_.empty() ? common_ : target_;
+  LOG_I << "Will use " << (target_.empty() ? "common" : "target") << " update.";
+  for (auto entry = candidates.rbegin(); entry != candidates.rend(); ++entry) {
+    const auto& [version, update] = *entry;
+    LOG_D << "Try to check ver: " << FormatVersion(version);
+    *isCurrentListed = version == current_;
+    if (version <= current_) return {};
+    if (ParseVersionStatus(update.status) >= VS_RELEASE || wantUnstable) return update;
+  }
+  return {};
+}
+
+bool RssParser::AreWeTarget(const XmlNode* target) const {
+  std::vector<std::string> lowParts;
+  std::vector<std::string> highParts;
+  // The range is shown as the numbers of its low 32 bits.
+  const auto isInRange = [&] {
+    const VersionNumber low = MaskToVersion(lowParts, 0);
+    const VersionNumber high = MaskToVersion(highParts, 0xFFFF);
+    LOG_D << "Try to check in: " << static_cast<std::uint32_t>(low) << " - "
+          << static_cast<std::uint32_t>(high);
+    return low <= current_ && current_ <= high;
+  };
+  for (; target; target = target->Next()) {
+    if (target->Name() != kTarget) continue;
+    const std::string_view mask = target->Text();
+    const std::string_view begin = target->Attribute("begin");
+    const std::string_view end = target->Attribute("end");
+    if (!mask.empty()) {
+      LOG_D << "Target version: " << mask;
+      ParseVersionMask(mask, &lowParts);
+      highParts = lowParts;
+      const bool isOneVersion = lowParts.size() == 4;
+      if (isOneVersion ? MaskToVersion(lowParts, 0) == current_ : isInRange()) return true;
+    } else if (!begin.empty() || !end.empty()) {
+      ParseVersionMask(begin, &lowParts);
+      ParseVersionMask(end, &highParts);
+      LOG_D << "Target version range: " << begin << " - " << end;
+      if (isInRange()) return true;
+    } else {
+      LOG_I << "The empty <update:target> unacceptable. Please try to set value, or begin/end "
+               "attribute.";
+    }
+  }
+  return false;
+}
+
+void RssParser::FillResult(const UpdateInfo& update, std::string_view locale) {
+  const XmlNode& item = *update.item;
+  const std::string_view prefix = Prefix(update);
+  result_["upd_ver"] = update.version;
+  result_["upd_stat"] = update.status;
+  result_["DistroUrl"] = TextOf(item.FindChild(update.isTarget ? "update:guid" : "guid"));
+  result_["DistroMD5"] = ChildText(item, prefix, "md5");
+  result_["DistroArgs"] = ChildText(item, prefix, "distargs");
+  result_["DistroStarter"] = ChildText(item, prefix, "diststart");
+  result_["MSIArgs"] = ChildText(item, prefix, "msiargs");
+  result_["DistroSize"] = ChildText(item, prefix, "distsize");
+  result_["UACDlg"] = ChildText(item, prefix, "uac_dlg");
+  result_["Platform"] = ChildText(item, kCommonPrefix, "platform");
+  result_["Favicon"] = ChildText(item, kCommonPrefix, "favicon");
+  FillDialogs(update, locale);
+  FillTexts(update);
+}
+
+void RssParser::FillDialogs(const UpdateInfo& update, std::string_view locale) {
+  const std::string_view prefix = Prefix(update);
+  std::string_view style = "local";
+  DatedUrl dialogs = GetLocalDlgUrl(*update.item, prefix, locale);
+  if (dialogs.url.empty()) {
+    dialogs = GetArchiveUrl(*update.item, prefix, "dlgs");
+    style = dialogs.url.empty() ? "" : "static";
+  }
+  const DatedUrl texts = GetArchiveUrl(*update.item, prefix, "locale");
+  result_["DlgsArchiveUrl"] = dialogs.url;
+  result_["DlgsArchiveDate"] = dialogs.date;
+  result_["DlgsArchiveStyle"] = style;
+  result_["LocaleUrl"] = texts.url;
+  result_["LocaleDate"] = texts.date;
+}
+
+void RssParser::FillTexts(const UpdateInfo& update) {
+  const XmlNode& item = *update.item;
+  // A targeted update's own text, else the one that the item has for all.
+  const auto ownOrCommon = [&](std::string_view name) {
+    const std::string_view own = update.isTarget ? ChildText(item, kTargetPrefix, name) : "";
+    return own.empty() ? TextOf(item.FindChild(name)) : own;
+  };
+  result_["Title"] = ownOrCommon("title");
+  result_["Description"] = ChildText(item, update.isTarget ? kTargetPrefix : "", "description");
+  result_["Homepage"] = ownOrCommon("link");
+}
+
+bool RssParser::IsCompatibleVersion(std::string_view ver) {
+  if (ver.empty() || ver == "1.0") return true;
+  LOG_D << "Incompatible version of dialogs. Should be 1.0.";
+  return false;
+}
+
+DatedUrl RssParser::GetLocalDlgUrl(const XmlNode& item, std::string_view prefix,
+                                   std::string_view locale) {
+  const std::string name = std::string(prefix).append("local_dlgs");
+  DatedUrl fallback;
+  for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
+    if (child->Name() != name || !IsCompatibleVersion(child->Attribute("ver"))) continue;
+    const DatedUrl dialogs = {child->Text(), child->Attribute("date")};
+    const std::string_view language = child->Attribute("lang");
+    if (language == locale) {
+      LOG_D << "Locale dialogs founded. url: " << dialogs.url;
+      return dialogs;
+    }
+    if (language.empty()) fallback = dialogs;
+  }
+  return fallback;
+}
+
+DatedUrl RssParser::GetArchiveUrl(const XmlNode& item, std::string_view prefix,
+                                  const std::string& name) {
+  const XmlNode* archive = item.FindChild(std::string(prefix).append(name));
+  if (!archive) return {};
+  std::string_view ver = archive->Attribute("ver");
+  std::string_view date = archive->Attribute("date");
+  if (ver.empty()) ver = ChildText(item, prefix, name + "-ver");
+  if (date.empty()) date = ChildText(item, prefix, name + "-date");
+  return IsCompatibleVersion(ver) ? DatedUrl{archive->Text(), date} : DatedUrl{};
+}

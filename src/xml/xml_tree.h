@@ -1,0 +1,73 @@
+// What the nodes of one tree share. Private to the XML sources.
+#ifndef KUPDATE_XML_XML_TREE_H_
+#define KUPDATE_XML_XML_TREE_H_
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "xml/xml_node.h"
+
+struct XmlAttribute {
+  std::string_view name;
+  std::string_view value;
+};
+
+/// The memory of one tree: the parsed input and a few growing blocks. Nothing is given back before
+/// the whole goes.
+struct XmlTree {
+  std::string input;
+  int codePage = kCodePage1251;
+  bool codePageDeclared = false;
+
+  /// Memory aligned for nodes and attributes. Throws std::bad_alloc.
+  void* Allocate(std::size_t sizeBytes) {
+    sizeBytes = (sizeBytes + kAlignment - 1) / kAlignment * kAlignment;
+    if (sizeBytes > freeBytes_) AddBlock(sizeBytes);
+    std::byte* memory = free_;
+    free_ += sizeBytes;
+    freeBytes_ -= sizeBytes;
+    return memory;
+  }
+
+  /// A copy of `text` that lives as long as the tree.
+  std::string_view Keep(std::string_view text) {
+    if (text.empty()) return {};
+    void* memory = Allocate(text.size());
+    std::memcpy(memory, text.data(), text.size());
+    return {static_cast<const char*>(memory), text.size()};
+  }
+
+ private:
+  static constexpr std::size_t kAlignment = alignof(XmlNode);
+  static constexpr std::size_t kFirstBlockBytes = 2048;
+  static constexpr std::size_t kLastBlockBytes = 1 << 20;
+
+  void AddBlock(std::size_t leastBytes) {
+    const std::size_t size = std::max(leastBytes, nextBlockBytes_);
+    blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(size));
+    free_ = blocks_.back().get();
+    freeBytes_ = size;
+    nextBlockBytes_ = std::min(nextBlockBytes_ * 2, kLastBlockBytes);
+  }
+
+  std::vector<std::unique_ptr<std::byte[]>> blocks_;
+  std::byte* free_ = nullptr;
+  std::size_t freeBytes_ = 0;
+  std::size_t nextBlockBytes_ = kFirstBlockBytes;
+};
+
+/// The two code pages that a declaration can name, and their names.
+struct XmlCodePage {
+  int number;
+  std::string_view name;
+};
+inline constexpr XmlCodePage kXmlCodePages[] = {{kCodePage1251, "windows-1251"},
+                                                {kCodePageUtf8, "utf-8"}};
+inline constexpr std::string_view kXmlDeclaration = "?xml";
+
+#endif  // KUPDATE_XML_XML_TREE_H_

@@ -1,0 +1,51 @@
+#include "standin/call_record.h"
+
+#include <exception>
+#include <new>
+#include <optional>
+
+#include "util/win/windows_lean.h"
+
+namespace standin {
+
+CallRecord::CallRecord(Service& service, const char* call, const std::string& jobId)
+    : service_(service), call_(call) {
+  line_.Text("call", call);
+  if (!jobId.empty()) line_.Text("job", jobId);
+}
+
+HResult CallRecord::Run(const std::function<HResult()>& body) noexcept {
+  return Guarded([&] {
+    const std::optional<HResult> forced = service_.control.FailureOf(call_);
+    if (forced) line_.Flag("forced", true);
+    const HResult result = forced ? *forced : body();
+    Write(result);
+    return result;
+  });
+}
+
+HResult CallRecord::NotImplemented() noexcept {
+  return Run([] { return E_NOTIMPL; });
+}
+
+HResult CallRecord::Guarded(const std::function<HResult()>& body) noexcept {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  } catch (const std::exception& e) {
+    service_.journal.Problem(std::string(call_) + " ended: " + e.what());
+    return E_FAIL;
+  }
+}
+
+void CallRecord::Write(HResult result) {
+  line_.Code("result", result);
+  if (FAILED(result)) {
+    service_.journal.WriteError(line_);
+  } else {
+    service_.journal.Write(line_);
+  }
+}
+
+}  // namespace standin

@@ -1,0 +1,39 @@
+// The frame of every call that a client makes.
+#ifndef KUPDATE_STANDIN_CALL_RECORD_H_
+#define KUPDATE_STANDIN_CALL_RECORD_H_
+
+#include <functional>
+#include <string>
+
+#include "standin/service.h"
+
+namespace standin {
+
+/// Lets the control file fail the call, keeps exceptions from leaving it, and journals it with its
+/// arguments and its result.
+class CallRecord {
+ public:
+  /// @param call   name as in the interface; a literal
+  /// @param jobId  empty for calls of the manager
+  CallRecord(Service& service, const char* call, const std::string& jobId = {});
+
+  /// For the arguments, and inside the body for what the call delivers.
+  JsonLine& line() { return line_; }
+
+  /// Runs the body unless the call has to fail, and returns the call's result.
+  HResult Run(const std::function<HResult()>& body) noexcept;
+  /// For calls that this service does not offer.
+  HResult NotImplemented() noexcept;
+
+ private:
+  HResult Guarded(const std::function<HResult()>& body) noexcept;
+  void Write(HResult result);
+
+  Service& service_;
+  const char* call_;
+  JsonLine line_;
+};
+
+}  // namespace standin
+
+#endif  // KUPDATE_STANDIN_CALL_RECORD_H_

@@ -1,0 +1,215 @@
+#include "standin/com_job.h"
+
+#include "standin/call_record.h"
+#include "standin/com_error.h"
+#include "standin/com_object.h"
+#include "standin/com_text.h"
+#include "standin/guid_text.h"
+#include "standin/transfer.h"
+#include "util/win/windows_lean.h"
+// After the system's header, which it needs.
+#include <bits.h>
+
+namespace standin {
+namespace {
+
+FILETIME TimeFromTicks(std::uint64_t ticks) {
+  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+std::wstring_view OrEmpty(const wchar_t* text) { return text ? text : L""; }
+
+class JobObject final : public ComObject<IBackgroundCopyJob2> {
+ public:
+  JobObject(Service& service, std::shared_ptr<Job> job)
+      : ComObject(service.lifetime), service_(service), job_(std::move(job)) {}
+
+  HRESULT AddFile(LPCWSTR url, LPCWSTR path) override {
+    CallRecord call = Record("AddFile");
+    call.line().Text("url", OrEmpty(url)).Text("file", OrEmpty(path));
+    return call.Run([&] { return job_->AddFile(url, path); });
+  }
+
+  HRESULT Suspend() override {
+    return Record("Suspend").Run([&] { return job_->Suspend(); });
+  }
+  HRESULT Resume() override {
+    std::optional<Job::Run> run;
+    const HRESULT result = Record("Resume").Run([&] { return job_->Resume(&run); });
+    // Only now, so that the journal tells of the call before it tells of what came of it.
+    if (run) StartTransfer(service_, job_, *run);
+    return result;
+  }
+  HRESULT Cancel() override {
+    return Record("Cancel").Run([&] { return job_->Cancel(); });
+  }
+  HRESULT Complete() override {
+    return Record("Complete").Run([&] { return job_->Complete(); });
+  }
+
+  HRESULT GetId(GUID* id) override {
+    *id = {};
+    return Record("GetId").Run([&] {
+      *id = GuidFromText(job_->id());
+      return S_OK;
+    });
+  }
+  HRESULT GetType(BG_JOB_TYPE* type) override {
+    *type = BG_JOB_TYPE_DOWNLOAD;
+    return Record("GetType").Run([] { return S_OK; });
+  }
+
+  HRESULT GetState(BG_JOB_STATE* state) override {
+    *state = BG_JOB_STATE_QUEUED;
+    CallRecord call = Record("GetState");
+    return call.Run([&] {
+      const int shown =
+          service_.control.NextScriptedState().value_or(static_cast<int>(job_->State()));
+      *state = static_cast<BG_JOB_STATE>(shown);
+      call.line().Text("state", StateName(shown));
+      return S_OK;
+    });
+  }
+
+  HRESULT GetProgress(BG_JOB_PROGRESS* progress) override {
+    *progress = {};
+    CallRecord call = Record("GetProgress");
+    return call.Run([&] {
+      const JobProgress now = job_->Progress();
+      *progress = {now.bytesTotal.value_or(BG_SIZE_UNKNOWN), now.bytesTransferred, now.filesTotal,
+                   now.filesTransferred};
+      call.line().Number("bytes", now.bytesTransferred).Number("files", now.filesTransferred);
+      return S_OK;
+    });
+  }
+  HRESULT GetTimes(BG_JOB_TIMES* times) override {
+    *times = {};
+    return Record("GetTimes").Run([&] {
+      const JobTimes now = job_->Times();
+      *times = {TimeFromTicks(now.created), TimeFromTicks(now.modified),
+                TimeFromTicks(now.completed)};
+      return S_OK;
+    });
+  }
+  HRESULT GetError(IBackgroundCopyError** error) override {
+    *error = nullptr;
+    CallRecord call = Record("GetError");
+    return call.Run([&]() -> HRESULT {
+      const std::optional<JobError> failure = job_->Error();
+      if (!failure) return BG_E_ERROR_INFORMATION_UNAVAILABLE;
+      *error = NewErrorObject(service_.lifetime, *failure);
+      call.line().Code("code", failure->code);
+      return S_OK;
+    });
+  }
+
+  HRESULT SetDisplayName(LPCWSTR name) override {
+    CallRecord call = Record("SetDisplayName");
+    call.line().Text("name", OrEmpty(name));
+    return call.Run([&] { return job_->SetDisplayName(name); });
+  }
+  HRESULT GetDisplayName(LPWSTR* name) override {
+    *name = nullptr;
+    return Record("GetDisplayName").Run([&] {
+      return CopyOut(job_->Settings().displayName, name);
+    });
+  }
+  HRESULT SetPriority(BG_JOB_PRIORITY priority) override {
+    CallRecord call = Record("SetPriority");
+    call.line().Number("priority", static_cast<std::uint32_t>(priority));
+    return call.Run([&] { return job_->SetPriority(priority); });
+  }
+  HRESULT GetPriority(BG_JOB_PRIORITY* priority) override {
+    *priority = BG_JOB_PRIORITY_NORMAL;
+    return Record("GetPriority").Run([&] {
+      *priority = static_cast<BG_JOB_PRIORITY>(job_->Settings().priority);
+      return S_OK;
+    });
+  }
+  HRESULT SetNoProgressTimeout(ULONG seconds) override {
+    CallRecord call = Record("SetNoProgressTimeout");
+    call.line().Number("seconds", seconds);
+    return call.Run([&] { return job_->SetNoProgressSeconds(seconds); });
+  }
+  HRESULT GetNoProgressTimeout(ULONG* seconds) override {
+    *seconds = 0;
+    return Record("GetNoProgressTimeout").Run([&] {
+      *seconds = job_->Settings().noProgressSeconds;
+      return S_OK;
+    });
+  }
+  HRESULT SetNotifyFlags(ULONG flags) override {
+    CallRecord call = Record("SetNotifyFlags");
+    call.line().Number("flags", flags);
+    return call.Run([&] { return job_->SetNotifyFlags(flags); });
+  }
+  HRESULT GetNotifyFlags(ULONG* flags) override {
+    *flags = 0;
+    return Record("GetNotifyFlags").Run([&] {
+      *flags = job_->Settings().notifyFlags;
+      return S_OK;
+    });
+  }
+  HRESULT SetNotifyCmdLine(LPCWSTR program, LPCWSTR parameters) override {
+    CallRecord call = Record("SetNotifyCmdLine");
+    call.line().Text("program", OrEmpty(program)).Text("parameters", OrEmpty(parameters));
+    return call.Run([&] { return job_->SetNotifyCommand(program, parameters); });
+  }
+  HRESULT GetNotifyCmdLine(LPWSTR* program, LPWSTR* parameters) override {
+    *program = *parameters = nullptr;
+    return Record("GetNotifyCmdLine").Run([&]() -> HRESULT {
+      const JobSettings settings = job_->Settings();
+      if (settings.notifyProgram) {
+        const HRESULT copied = CopyOut(*settings.notifyProgram, program);
+        if (FAILED(copied)) return copied;
+      }
+      return settings.notifyParameters ? CopyOut(*settings.notifyParameters, parameters) : S_OK;
+    });
+  }
+
+  HRESULT AddFileSet(ULONG, BG_FILE_INFO*) override { return Refuse("AddFileSet"); }
+  HRESULT EnumFiles(IEnumBackgroundCopyFiles**) override { return Refuse("EnumFiles"); }
+  HRESULT GetOwner(LPWSTR*) override { return Refuse("GetOwner"); }
+  HRESULT SetDescription(LPCWSTR) override { return Refuse("SetDescription"); }
+  HRESULT GetDescription(LPWSTR*) override { return Refuse("GetDescription"); }
+  HRESULT SetNotifyInterface(IUnknown*) override { return Refuse("SetNotifyInterface"); }
+  HRESULT GetNotifyInterface(IUnknown**) override { return Refuse("GetNotifyInterface"); }
+  HRESULT SetMinimumRetryDelay(ULONG) override { return Refuse("SetMinimumRetryDelay"); }
+  HRESULT GetMinimumRetryDelay(ULONG*) override { return Refuse("GetMinimumRetryDelay"); }
+  HRESULT GetErrorCount(ULONG*) override { return Refuse("GetErrorCount"); }
+  HRESULT SetProxySettings(BG_JOB_PROXY_USAGE, const WCHAR*, const WCHAR*) override {
+    return Refuse("SetProxySettings");
+  }
+  HRESULT GetProxySettings(BG_JOB_PROXY_USAGE*, LPWSTR*, LPWSTR*) override {
+    return Refuse("GetProxySettings");
+  }
+  HRESULT TakeOwnership() override { return Refuse("TakeOwnership"); }
+  HRESULT GetReplyProgress(BG_JOB_REPLY_PROGRESS*) override { return Refuse("GetReplyProgress"); }
+  HRESULT GetReplyData(byte**, UINT64*) override { return Refuse("GetReplyData"); }
+  HRESULT SetReplyFileName(LPCWSTR) override { return Refuse("SetReplyFileName"); }
+  HRESULT GetReplyFileName(LPWSTR*) override { return Refuse("GetReplyFileName"); }
+  HRESULT SetCredentials(BG_AUTH_CREDENTIALS*) override { return Refuse("SetCredentials"); }
+  HRESULT RemoveCredentials(BG_AUTH_TARGET, BG_AUTH_SCHEME) override {
+    return Refuse("RemoveCredentials");
+  }
+
+ private:
+  bool Answers(const GUID& id) override {
+    if (id == __uuidof(IBackgroundCopyJob2)) return !service_.control.Job2Withheld();
+    return id == IID_IUnknown || id == __uuidof(IBackgroundCopyJob);
+  }
+
+  CallRecord Record(const char* call) { return {service_, call, job_->id()}; }
+  HRESULT Refuse(const char* call) { return Record(call).NotImplemented(); }
+
+  Service& service_;
+  const std::shared_ptr<Job> job_;
+};
+
+}  // namespace
+
+IBackgroundCopyJob* NewJobObject(Service& service, std::shared_ptr<Job> job) {
+  return new JobObject(service, std::move(job));
+}
+
+}  // namespace standin

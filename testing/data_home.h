@@ -1,0 +1,29 @@
+// Folders for tests: an empty data folder of the user, and temporary files.
+#ifndef KUPDATE_TESTING_DATA_HOME_H_
+#define KUPDATE_TESTING_DATA_HOME_H_
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+/// A folder of this process that is removed when it ends.
+const std::filesystem::path& ProcessTempFolder();
+
+/// Gives a test an empty data folder and removes it afterwards. On Windows that is the user's own,
+/// in the private prefix that the tests run in; it refuses to work anywhere else.
+class DataHome {
+ public:
+  DataHome();
+  ~DataHome();
+  DataHome(const DataHome&) = delete;
+  DataHome& operator=(const DataHome&) = delete;
+
+  /// The folder of an application's files, which is made.
+  std::filesystem::path AppFolder(const std::string& appId) const;
+};
+
+/// A file's bytes; empty when it cannot be read.
+std::string ReadBytes(const std::filesystem::path& path);
+void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
+
+#endif  // KUPDATE_TESTING_DATA_HOME_H_

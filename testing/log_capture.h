@@ -1,0 +1,24 @@
+// What the code under test wrote to the diagnostic log.
+#ifndef KUPDATE_TESTING_LOG_CAPTURE_H_
+#define KUPDATE_TESTING_LOG_CAPTURE_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Shows the lines written since it was made, through the real log and its file, which is a
+/// temporary one of this test program.
+class LogCapture {
+ public:
+  LogCapture();
+  /// The lines without time and source line: "E:TAppInfo::Write: Lock error, postpone file write.".
+  std::vector<std::string> Lines() const;
+  /// Whether one of the lines is `line`.
+  bool Has(std::string_view line) const;
+
+ private:
+  std::size_t start_;
+};
+
+#endif  // KUPDATE_TESTING_LOG_CAPTURE_H_
