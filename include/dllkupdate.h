@@ -53,8 +53,8 @@ extern "C" {
 #endif
 
 typedef int32_t kupdate_status;
-#define KUPDATE_S_OK ((kupdate_status)0)
-#define KUPDATE_E_FAIL ((kupdate_status)0x80004005)
+#define KUPDATE_S_OK 0
+#define KUPDATE_E_FAIL (-2147467259) /* 0x80004005 */
 
 /** What DLLIsUpdateAvailable delivers through its status pointer. */
 enum kupdate_check_status {

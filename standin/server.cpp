@@ -13,54 +13,70 @@ namespace standin {
 namespace {
 
 // Global: the server may be started in another session than the one --stop is called in.
-constexpr wchar_t kRunningMutex[] = L"Global\\kupdate-standin-running";
-constexpr wchar_t kStopEvent[] = L"Global\\kupdate-standin-stop";
-constexpr DWORD kHandOverMilliseconds = 15'000;
+constexpr wchar_t kRunningMutex[] = L"Global\\kupdate-standin-running";  // held by the server
+constexpr wchar_t kStopEvent[] = L"Global\\kupdate-standin-stop";        // set by --stop
+
+// Clients that come at the same time may each have a server started, and each gives up when the one
+// it had started ends before it got in. So one that is not needed stays for a while; a client looks
+// again every second. If meanwhile the serving one ends, it takes over.
+constexpr DWORD kSpareMilliseconds = 5'000;
+constexpr DWORD kStopMilliseconds = 15'000;
 constexpr DWORD kLookRoundMilliseconds = 100;
 
 bool IsOwned(DWORD waitResult) {
   return waitResult == WAIT_OBJECT_0 || waitResult == WAIT_ABANDONED;
 }
 
-// Held while the process runs, so that there is one server and its end can be waited for.
+// Held by the process that serves, so that there is only one and its end can be waited for.
 class RunningMutex {
  public:
-  RunningMutex() : mutex_(::CreateMutexW(nullptr, FALSE, kRunningMutex)) {
-    held_ = IsOwned(::WaitForSingleObject(mutex_.get(), kHandOverMilliseconds));
-  }
+  RunningMutex() : mutex_(::CreateMutexW(nullptr, FALSE, kRunningMutex)) {}
   ~RunningMutex() {
     if (held_) ::ReleaseMutex(mutex_.get());
   }
   RunningMutex(const RunningMutex&) = delete;
   RunningMutex& operator=(const RunningMutex&) = delete;
 
-  bool held() const { return held_; }
+  bool Take(DWORD milliseconds) {
+    held_ = IsOwned(::WaitForSingleObject(mutex_.get(), milliseconds));
+    return held_;
+  }
 
  private:
   UniqueHandle mutex_;
   bool held_ = false;
 };
 
-void ServeUntilUnused(Service& service, const UniqueHandle& stop) {
+bool InUse(Service& service) { return service.lifetime.InUse() || !service.jobs.Live().empty(); }
+
+// Returns whether it was asked to stop.
+bool WaitUntilUnused(Service& service, const UniqueHandle& stop) {
   using Clock = std::chrono::steady_clock;
   Clock::time_point lastUse = Clock::now();
   while (::WaitForSingleObject(stop.get(), kLookRoundMilliseconds) == WAIT_TIMEOUT) {
-    if (service.lifetime.InUse() || !service.jobs.Live().empty()) lastUse = Clock::now();
     const std::chrono::seconds linger(service.control.LingerSeconds());
-    if (Clock::now() - lastUse >= linger) return;
+    if (InUse(service)) {
+      lastUse = Clock::now();
+    } else if (Clock::now() - lastUse >= linger) {
+      return false;
+    }
   }
+  return true;
 }
 
 HResult Serve(Service& service, const UniqueHandle& stop) {
   IClassFactory* const factory = NewManagerFactory(service);
-  DWORD cookie = 0;
-  const HResult registered = ::CoRegisterClassObject(
-      __uuidof(BackgroundCopyManager), factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie);
-  if (SUCCEEDED(registered)) {
-    service.journal.Write(JsonLine().Text("event", "start").Number("pid", ::GetCurrentProcessId()));
-    ServeUntilUnused(service, stop);
+  HResult registered = S_OK;
+  bool stopped = false;
+  // A client may have come in before the class was taken back: then it goes on.
+  do {
+    DWORD cookie = 0;
+    registered = ::CoRegisterClassObject(__uuidof(BackgroundCopyManager), factory,
+                                         CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie);
+    if (FAILED(registered)) break;
+    stopped = WaitUntilUnused(service, stop);
     ::CoRevokeClassObject(cookie);
-  }
+  } while (!stopped && InUse(service));
   factory->Release();
   return registered;
 }
@@ -68,13 +84,13 @@ HResult Serve(Service& service, const UniqueHandle& stop) {
 }  // namespace
 
 int RunServer(const std::wstring& folder) {
+  RunningMutex running;
+  if (!running.Take(kSpareMilliseconds)) return 0;
+  const UniqueHandle stop(::CreateEventW(nullptr, TRUE, FALSE, kStopEvent));
   // Leaked on purpose: transfers that still wait for a silent server may outlast this function.
   Service& service = *new Service(folder);
-  const RunningMutex running;
-  if (!running.held()) return 0;
-  const UniqueHandle stop(::CreateEventW(nullptr, TRUE, FALSE, kStopEvent));
-  HResult result =
-      stop ? ::CoInitializeEx(nullptr, COINIT_MULTITHREADED) : CodeOfSystemError(::GetLastError());
+  service.journal.Write(JsonLine().Text("event", "start").Number("pid", ::GetCurrentProcessId()));
+  HResult result = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   if (SUCCEEDED(result)) result = Serve(service, stop);
   if (FAILED(result)) service.journal.Problem("the server cannot run: " + CodeText(result));
   // Jobs live as long as the server, and so do their files.
@@ -88,8 +104,7 @@ unsigned long StopServer() {
   const UniqueHandle stop(::OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEvent));
   if (!stop) return ERROR_SUCCESS;
   ::SetEvent(stop.get());
-  const RunningMutex ended;
-  return ended.held() ? ERROR_SUCCESS : ERROR_TIMEOUT;
+  return RunningMutex().Take(kStopMilliseconds) ? ERROR_SUCCESS : ERROR_TIMEOUT;
 }
 
 }  // namespace standin

@@ -6,8 +6,8 @@
 
 namespace standin {
 
-/// Serves clients until --stop, or until nobody has needed the server for the lingering time. Where
-/// another server runs already it waits a while for that one's end, then returns.
+/// Serves clients until --stop, or until nobody has needed the server for the lingering time.
+/// Where another server runs it waits 5 seconds for the end of that one, then returns.
 /// @param folder  with a trailing "\"
 /// @return the process's exit code: 0 when all went well
 int RunServer(const std::wstring& folder);

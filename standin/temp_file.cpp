@@ -18,9 +18,10 @@ HResult TempFile::Start(const std::wstring& target) {
   if (path_.empty()) path_ = MakeBeside(target);
   if (path_.empty()) return CodeOfSystemError(::GetLastError());
   const HANDLE file = ::CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                    CREATE_ALWAYS, FILE_ATTRIBUTE_HIDDEN, nullptr);
+                                    TRUNCATE_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return CodeOfSystemError(::GetLastError());
   file_ = UniqueHandle(file);
+  ::SetFileAttributesW(path_.c_str(), FILE_ATTRIBUTE_HIDDEN);
   return S_OK;
 }
 

@@ -1,5 +1,6 @@
 #include "testing/data_home.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -29,9 +30,16 @@ struct TempFolder {
   }
 };
 
+fs::path ToPath(std::string text) {
+#ifndef _WIN32
+  std::replace(text.begin(), text.end(), '\\', '/');
+#endif
+  return fs::u8path(text);
+}
+
 void RemoveData() {
   std::error_code ignored;
-  fs::remove_all(fs::path(GetUpdaterLowFolder({})).parent_path().parent_path(), ignored);
+  fs::remove_all(ToPath(GetUpdaterDataPath({})), ignored);
 }
 
 }  // namespace
@@ -57,14 +65,9 @@ DataHome::DataHome() {
 DataHome::~DataHome() { RemoveData(); }
 
 fs::path DataHome::AppFolder(const std::string& appId) const {
-  std::string path = GetUpdaterDataPath(appId);
-#ifndef _WIN32
-  for (char& c : path) {
-    if (c == '\\') c = '/';
-  }
-#endif
-  fs::create_directories(path);
-  return path;
+  const fs::path folder = ToPath(GetUpdaterDataPath(appId));
+  fs::create_directories(folder);
+  return folder;
 }
 
 std::string ReadBytes(const fs::path& path) {

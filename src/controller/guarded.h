@@ -12,7 +12,7 @@ struct LogPlace {
   std::string_view function;
   int line;
 };
-#define LOG_PLACE (LogPlace{QualifiedName(__PRETTY_FUNCTION__), __LINE__})
+#define LOG_PLACE (LogPlace{FunctionName(__PRETTY_FUNCTION__), __LINE__})
 
 inline LogLine LogAt(const LogPlace& place, const char* level) {
   return LogLine(&DiagLog::Instance(), place.function, place.line, level);

@@ -112,9 +112,10 @@ namespace FileSystem {
 ReadOutcome ReadWholeFile(const std::string& path, std::string* content) {
   content->clear();
   const std::string native = Native(path);
-  std::error_code error;
+  std::error_code ignored;
   std::ifstream file;
-  if (!fs::is_directory(native, error)) file.open(native, std::ios::binary);
+  errno = EISDIR;  // what a folder gives, which can be opened here
+  if (!fs::is_directory(native, ignored)) file.open(native, std::ios::binary);
   if (!file.is_open()) {
     const int code = errno;
     LOG_E << "Can't open file: " << path;

@@ -1,0 +1,40 @@
+#include "controller/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include "controller/copy_out.h"
+
+TEST(CommandLine, ExactTexts) {
+  EXPECT_EQ(UpdateCheckArguments(L"my app", L"C:\\T\\f.xml"),
+            L" --appid my app --update-check --file \"C:\\T\\f.xml\"");
+  EXPECT_EQ(UpdateCheckArguments(L"", L"\"quoted\""),
+            L" --appid  --update-check --file \"quoted\"");
+  EXPECT_EQ(SilentUpdateCommandLine(L"C:\\x y\\e.exe", L"a"),
+            L"C:\\x y\\e.exe --appid a --silent-update-check");
+  EXPECT_EQ(QuotedPath(L""), L"\"\"");
+  EXPECT_EQ(ResultEventName(L"a"), L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-a");
+}
+
+TEST(CopyOut, CopiesOrAsksForMore) {
+  const struct {
+    const char* label;
+    bool haveBuffer;
+    std::int32_t size;
+    std::int32_t wantSize;
+    const char* wantBuffer;
+  } cases[] = {
+      {"fits", true, 8, 8, "value"},     {"fits exactly", true, 6, 6, "value"},
+      {"one too small", true, 5, 6, ""}, {"no buffer", false, 100, 6, "?"},
+      {"size zero", true, 0, 6, "?"},    {"negative size", true, -1, 6, "?"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    char buffer[16] = "?";
+    std::int32_t size = c.size;
+    const CopyOutBuffer<char> out{c.haveBuffer ? buffer : nullptr, &size};
+    out.Clear();
+    out.Deliver("value");
+    EXPECT_EQ(size, c.wantSize);
+    EXPECT_STREQ(buffer, c.wantBuffer);
+  }
+}

@@ -1,0 +1,135 @@
+#include "util/files.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "testing/data_home.h"
+#include "testing/log_capture.h"
+#include "util/folders.h"
+#include "util/text.h"
+#include "util/text_mode.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A file in a folder of its own, named as stores name theirs.
+struct TestFile {
+  TestFile() {
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+  }
+  fs::path folder = ProcessTempFolder() / "files";
+  fs::path path = folder / "state.xml";
+  std::string name = path.string();
+};
+
+}  // namespace
+
+TEST(Paths, NormalizeFolderAndFolderOfPath) {
+  const struct {
+    const wchar_t* path;
+    const wchar_t* normal;
+  } cases[] = {{L"a/b", L"a\\b\\"}, {L"a\\", L"a\\"}, {L"", L""}, {L"/", L"\\"}};
+  for (const auto& c : cases) {
+    std::wstring path = c.path;
+    EXPECT_EQ(NormalizeFolder(path), c.normal);
+    EXPECT_EQ(path, c.normal);
+  }
+  EXPECT_EQ(GetFolderOfPath(L"a\\b\\c.xml"), L"a\\b\\");
+  EXPECT_EQ(GetFolderOfPath(L"c.xml"), L"c.xml");
+}
+
+TEST(Paths, ParentComponents) {
+  for (const wchar_t* bad : {L"..", L"a\\..", L"a/../b", L"..\\b", L".. ", L"...", L". ."}) {
+    EXPECT_TRUE(HasParentComponent(bad)) << NarrowUtf8(bad);
+  }
+  for (const wchar_t* good : {L"", L"a", L".", L"a..b", L"..a", L"a\\b", L"1.2"}) {
+    EXPECT_FALSE(HasParentComponent(good)) << NarrowUtf8(good);
+  }
+  const LogCapture capture;
+  EXPECT_EQ(GetLocalAppDataLowFolder(L"Krelix\\..\\x"), L"");
+  EXPECT_TRUE(capture.Has("E:Below: Sub-path refused:  Krelix\\..\\x"));
+}
+
+TEST(Paths, PrepareStringTakesUpTo259Characters) {
+  std::vector<wchar_t> buffer(kMaxShellPathChars + 1, L'?');
+  EXPECT_TRUE(PrepareString(std::wstring(259, L'a'), buffer.data()));
+  EXPECT_EQ(buffer[258], L'a');
+  EXPECT_EQ(buffer[259], 0);
+  EXPECT_EQ(buffer[260], 0);
+  const LogCapture capture;
+  EXPECT_FALSE(PrepareString(std::wstring(260, L'a'), buffer.data()));
+  EXPECT_TRUE(capture.Has("E:PrepareString: Path too long."));
+}
+
+TEST(TextMode, LineEnds) {
+  const struct {
+    const char* memory;
+    const char* disk;
+  } cases[] = {{"", ""}, {"a\nb\n", "a\r\nb\r\n"}, {"a\r\nb", "a\r\r\nb"}, {"\r", "\r"}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(WithCrLf(c.memory), c.disk);
+    std::string text = c.disk;
+    DropCrBeforeLf(&text);
+    EXPECT_EQ(text, c.memory);
+  }
+}
+
+TEST(FileSystem, WriteReplacesAndReadReturns) {
+  const TestFile file;
+  EXPECT_TRUE(FileSystem::WriteFile(file.name, "old, and much longer\n"));
+  EXPECT_TRUE(FileSystem::WriteFile(file.name, "a\x1A\nb\n"));
+  EXPECT_EQ(ReadBytes(file.path), "a\x1A\r\nb\r\n");
+  EXPECT_EQ(FileSystem::ReadFile(file.name), "a\x1A\nb\n");
+  EXPECT_EQ(std::distance(fs::directory_iterator(file.folder), {}), 1)
+      << "nothing is left beside it";
+}
+
+TEST(FileSystem, WriteMakesOneLevelOfFolder) {
+  const TestFile file;
+  EXPECT_TRUE(FileSystem::WriteFile((file.folder / "one" / "f").string(), "x"));
+  const LogCapture capture;
+  EXPECT_FALSE(FileSystem::WriteFile((file.folder / "two" / "three" / "f").string(), "x"));
+  EXPECT_FALSE(FileSystem::WriteFile("", "x"));
+  EXPECT_TRUE(capture.Has("E:FileSystem::WriteFile: Can't open file: "));
+}
+
+TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
+  const TestFile file;
+  std::string content = "before";
+  EXPECT_EQ(FileSystem::ReadWholeFile(file.name, &content), FileSystem::ReadOutcome::kMissing);
+  EXPECT_EQ(content, "");
+  fs::create_directories(file.path);  // a folder of that name cannot be read as a file
+  const LogCapture capture;
+  EXPECT_EQ(FileSystem::ReadWholeFile(file.name, &content), FileSystem::ReadOutcome::kFailed);
+  EXPECT_TRUE(capture.Has("E:FileSystem::ReadWholeFile: Can't open file:  " + file.name));
+  EXPECT_FALSE(FileSystem::WriteFile(file.name, "x"));
+  EXPECT_EQ(FileSystem::ReadWholeFile("", &content), FileSystem::ReadOutcome::kFailed);
+}
+
+TEST(FileSystem, GetFileTimeIsTheLocalDayOfTheLastChange) {
+  const TestFile file;
+  WriteBytes(file.path, "x");
+  const auto noon2011 =
+      fs::file_time_type::clock::now() -
+      (std::chrono::system_clock::now() - std::chrono::system_clock::from_time_t(1299326400));
+  fs::last_write_time(file.path, noon2011);
+  EXPECT_EQ(FileSystem::GetFileTime(file.name), "05.03.2011");
+  EXPECT_EQ(FileSystem::GetFileTime(file.name + "x"), "");
+}
+
+TEST(JustUtil, BackupFile) {
+  const TestFile file;
+  std::wstring path = file.path.wstring();
+  JustUtil::BackupFile(path);
+  EXPECT_EQ(path, file.path.wstring()) << "a missing file leaves the name as it is";
+  WriteBytes(file.path, "new");
+  WriteBytes(file.name + ".bak", "older");
+  JustUtil::BackupFile(path);
+  EXPECT_EQ(path, file.path.wstring() + L".bak");
+  EXPECT_EQ(ReadBytes(file.name + ".bak"), "new");
+  EXPECT_FALSE(fs::exists(file.path));
+}

@@ -1,0 +1,126 @@
+#include "util/log_line.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include "testing/data_home.h"
+#include "testing/log_capture.h"
+#include "util/diag_log.h"
+#include "util/last_error.h"
+
+namespace {
+
+struct Holder {
+  static void Write() {
+    [] { LOG_E << "from a lambda"; }();
+  }
+};
+
+// What one line of a log of its own looks like, without its time.
+template <class Append>
+std::string LineOf(Append append, std::string_view level = "D:") {
+  const auto file = ProcessTempFolder() / "line.log";
+  std::filesystem::remove(file);
+  DiagLog log;
+  log.Start([&] { return file.wstring(); }, "heading");
+  {
+    LogLine line(&log, "TClass::Method", 7, level);
+    append(line);
+  }
+  const std::string text = ReadBytes(file);
+  const std::size_t begin = text.find(' ', text.find('\n'));
+  return begin == std::string::npos ? ""
+                                    : text.substr(begin + 1, text.find_last_not_of("\r\n") - begin);
+}
+
+}  // namespace
+
+TEST(QualifiedName, CutsEveryCompilersSpelling) {
+  const struct {
+    const char* pretty;
+    const char* want;
+  } cases[] = {
+      {"void TStatCtrl::AddState(int)", "TStatCtrl::AddState"},
+      {"TStatCtrl::AddState(int)::<lambda()>", "TStatCtrl::AddState"},
+      {"auto TStatCtrl::AddState(int)::(anonymous class)::operator()() const",
+       "TStatCtrl::AddState"},
+      {"Mutex::Mutex(std::wstring)", "Mutex::Mutex"},
+      {"virtual Mutex::~Mutex()", "Mutex::~Mutex"},
+      {"bool {anonymous}::Replace(const std::wstring&)", "Replace"},
+      {"bool (anonymous namespace)::Replace(const std::wstring &)", "Replace"},
+      {"std::map<int, void (*)(int)> JustUtil::Table(char)", "JustUtil::Table"},
+      {"const char* JobStateName(JobState)", "JobStateName"},
+      {"int main()", "main"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(QualifiedName(c.pretty), c.want) << c.pretty;
+  const LogCapture capture;
+  Holder::Write();
+  EXPECT_TRUE(capture.Has("E:Holder::Write: from a lambda"));
+}
+
+TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
+  using Line = LogLine;
+  const struct {
+    const char* label;
+    void (*append)(Line&);
+    const char* want;
+  } cases[] = {
+      {"words", [](Line& l) { l << "a" << std::string("b"); }, "D:TClass::Method(7): a b"},
+      {"attached",
+       [](Line& l) {
+         l << "a"
+           << ", b"
+           << ".c"
+           << ":d";
+       },
+       "D:TClass::Method(7): a, b.c:d"},
+      {"wide", [](Line& l) { l << L"\x43f" << L"b"; }, "D:TClass::Method(7): \xD0\xBF b"},
+      {"null texts", [](Line& l) { l << static_cast<const char*>(nullptr); },
+       "D:TClass::Method(7):"},
+      {"numbers", [](Line& l) { l << -12 << 18446744073709551615u; },
+       "D:TClass::Method(7): -12 18446744073709551615"},
+      {"quoted text and value", [](Line& l) { l << "Last " << 23 << " ago"; },
+       "D:TClass::Method(7): Last  23  ago"},
+      {"last error",
+       [](Line& l) {
+         SetLastErrorCode(5);
+         l << "x" << kLastError << 12;
+       },
+       "D:TClass::Method(7): x LastError: 0x5. 12"},
+      {"hresult", [](Line& l) { l << kHresult << static_cast<std::int32_t>(0x80070005); },
+       "D:TClass::Method(7): HR= 0x80070005."},
+      {"other code", [](Line& l) { l << kOtherCode << 255; }, "D:TClass::Method(7): Code: 0xff."},
+      {"nothing", [](Line&) {}, ""},
+  };
+  for (const auto& c : cases) EXPECT_EQ(LineOf(c.append), c.want) << c.label;
+  EXPECT_EQ(LineOf([](Line& l) { l << "x"; }, "P:"), "") << "paranoid lines are off";
+}
+
+TEST(LogLine, KeepsTheLastError) {
+  DiagLog log;
+  log.Start([] { return (ProcessTempFolder() / "kept.log").wstring(); }, "heading");
+  SetLastErrorCode(ERANGE);
+  LogLine(&log, "f", 1, "D:") << L"wide" << 1 << "text" << kLastError;
+  EXPECT_EQ(LastErrorCode(), static_cast<std::uint32_t>(ERANGE));
+}
+
+TEST(DiagLog, HoldsLinesUntilItIsStartedAndStartsOnce) {
+  const auto first = ProcessTempFolder() / "first.log";
+  const auto second = ProcessTempFolder() / "second.log";
+  DiagLog log;
+  log.Write("one");
+  log.Start(
+      [&] {
+        log.Write("while starting");
+        return first.wstring();
+      },
+      "heading");
+  log.Start([&] { return second.wstring(); }, "again");
+  log.Write("two");
+  std::string text = ReadBytes(first);
+  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+  EXPECT_EQ(text, "heading\none\nwhile starting\ntwo\n");
+  EXPECT_FALSE(std::filesystem::exists(second));
+}
