@@ -13,7 +13,7 @@ namespace {
 using Kind = DownloadResult::Kind;
 
 constexpr int kTimeoutMilliseconds = 30'000;
-constexpr std::size_t kBlockBytes = 64 * 1024;
+constexpr std::size_t kBlockBytes = 65'536;
 
 struct InternetTraits {
   using Type = HINTERNET;

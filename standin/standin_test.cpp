@@ -252,7 +252,7 @@ class ScriptedServer {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
     int size = sizeof address;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
+    EXPECT_EQ(0, ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size));
     ::listen(listener_, 5);
     ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
     url_ = L"http://127.0.0.1:" + std::to_wstring(::ntohs(address.sin_port)) + L"/";

@@ -76,25 +76,19 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
     const char* want;
   } cases[] = {
       {"no channel", "<rss/>", "-"},
-      {"an empty channel", Feed(""), "-"},
       {"another root", "<html/>", "bad xml: root node name is not 'rss' but html"},
-      {"nothing", "", "bad xml: root node name is not 'rss' but NA"},
       {"not an item", Feed(Element("entry", Item("2.0.0.0", "release"))), "-"},
       {"no version", Feed("<item/>"), "sscanf failed on input string; ''"},
-      {"a bad version", Feed(Item("2.0", "release")), "sscanf failed on input string; '2.0'"},
       {"newest", Feed(Item("1.9.0.0", "release") + Item("1.10.0.0", "critical")),
        "common 1.10.0.0"},
       {"beta passed over", Feed(Item("1.2.0.0", "beta") + Item("1.1.0.0", "release")),
        "common 1.1.0.0"},
       {"unknown status passed over", Feed(Item("1.2.0.0", "Release")), "-"},
       {"current", Feed(Item("1.0.5.3", "release") + Item("1.0.5.2", "release")), "-"},
-      {"older", Feed(Item("1.0.5.2", "release")), "-"},
       {"later of equals", Feed(Item("2.0.0.0", "release") + Item(" 2.0.0.0", "release")),
        "common  2.0.0.0"},
       {"another platform", Feed(Item("2.0.0.0", "release", Element("version:platform", "x64"))),
        "-"},
-      {"platform in another case",
-       Feed(Item("2.0.0.0", "release", Element("version:platform", "X86"))), "-"},
       {"platform and nick",
        Feed(Item("2.0.0.0", "release",
                  Element("version:platform", "x86") + Element("version:nick", "QB"))),
@@ -104,7 +98,6 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
        "target 1.5.0.0"},
       {"exactly us", Targeted("<update:target>1.0.5.3</update:target>"), "target 1.5.0.0"},
       {"four parts, not us", Targeted("<update:target>1.0.5.0</update:target>"), "common 3.0.0.0"},
-      {"another range", Targeted("<update:target>1.1</update:target>"), "common 3.0.0.0"},
       {"second target",
        Targeted("<update:target/><update:target>0.9</update:target>"
                 "<update:target><![CDATA[1]]></update:target>"),
@@ -113,7 +106,6 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
       {"begin above us", Targeted("<update:target begin='1.0.5.4'/>"), "common 3.0.0.0"},
       {"end below us", Targeted("<update:target end='1.0.4'/>"), "common 3.0.0.0"},
       {"bad mask", Targeted("<update:target>any</update:target>"), "Bad version mask."},
-      {"bad end", Targeted("<update:target end='1.*'/>"), "Bad version mask."},
       {"ambiguous", Targeted("<update:target>1</update:target><update:guid/>"), "-"},
       {"ambiguous for others", Feed(Item("2.0.0.0", "release", twoGuids)), "common 2.0.0.0"},
   };
@@ -126,31 +118,24 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
 }
 
 TEST_F(Evaluation, SetsTheCheckTimeUnlessRefused) {
-  const struct {
-    std::string feed;
-    bool isSet;
-  } cases[] = {
-      {Feed(Item("2.0.0.0", "release")), true},
-      {Feed(""), true},
-      {Feed("<item/>"), false},
-      {Feed(Item("2.0.0.0", "release", "<update:target>1</update:target>")), false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.feed);
+  const std::string ambiguous = Item("2.0.0.0", "release", "<update:target>1</update:target>");
+  for (const std::string& items : {std::string(), Item("2.0.0.0", "release"), ambiguous}) {
+    SCOPED_TRACE(items);
     app_.RemoveValue("LastCheckTime");
-    Evaluate(c.feed);
-    EXPECT_EQ(app_.ReadNumber("LastCheckTime"), c.isSet ? static_cast<std::int64_t>(kNow) : 0);
+    Evaluate(Feed(items));
+    EXPECT_EQ(app_.Read("LastCheckTime"), items == ambiguous ? "" : "1700000000");
   }
 }
 
 TEST_F(Evaluation, LogsItsWay) {
-  RssParser parser;
   {
     const LogCapture capture;
+    RssParser parser;
     parser.IsUpgradeAvailable(
         app_,
         Parsed(Feed(Item("2.0.0.0", "beta", "<update:target>1.1</update:target><update:target/>") +
-                    Item("1.5.0.0", "release", "<update:target begin='1.0.6'/>"))),
+                    Item("1.5.0.0", "release",
+                         "<update:target>1.0.5.2</update:target><update:target begin='1.0.6'/>"))),
         kNow);
     EXPECT_EQ(capture.Lines(),
               (std::vector<std::string>{
@@ -159,6 +144,7 @@ TEST_F(Evaluation, LogsItsWay) {
                   "D:RssParser::AreWeTarget: Try to check in:  0  -  4294967295",
                   "I:RssParser::AreWeTarget: The empty <update:target> unacceptable. Please try to "
                   "set value, or begin/end attribute.",
+                  "D:RssParser::AreWeTarget: Target version:  1.0.5.2",
                   "D:RssParser::AreWeTarget: Target version range:  1.0.6  - ",
                   "D:RssParser::AreWeTarget: Try to check in:  393216  -  4294967295",
                   "I:RssParser::FindUpdate: Will use  common  update.",

@@ -50,7 +50,7 @@ std::uint16_t PartOf(VersionNumber version, int shift) {
 
 }  // namespace
 
-TUpdInfo::TUpdInfo(std::string appId)
+TUpdInfo::TUpdInfo(const std::string& appId)
     : TAppInfo2(appId, std::make_unique<Mutex>(
                            WidenUtf8("UPDINFO{2E443525-B2F5-4833-893E-B4550BA6AF01}-" + appId))) {}
 

@@ -12,7 +12,7 @@
 /// Each value is written on its own, so a reader may see a part of an update between two writes.
 class TUpdInfo final : public TAppInfo2 {
  public:
-  explicit TUpdInfo(std::string appId);
+  explicit TUpdInfo(const std::string& appId);
 
   std::string Path() const override;
 

@@ -35,7 +35,7 @@ std::string ErrorOf(std::string text) {
 constexpr std::string_view kDocument =
     "<?xml version=\"1.0\" encoding='utf-8'?><!DOCTYPE rss>\n"
     "<rss b='2' a='&quot;1'><one/><two>t&amp;u</two><!-- note --><three><x>1</x><x/></three>"
-    "<![CDATA[<raw>]]><four> v </four></rss>";
+    "<![CDATA[<raw>]]><four> v </four>tail</rss>";
 
 }  // namespace
 
@@ -49,14 +49,13 @@ TEST(XmlParser, ReadsDocuments) {
       {"blanks, the zero byte among them", std::string(" \t\r\n\0<a/>", 9), "<a/>\n"},
       {"no element", "text", "<NA/>\n"},
       {"a closing tag alone", "</a>", "<NA/>\n"},
-      {"what follows the root", "<a/><b", "<a/>\n"},
       {"single quotes, later duplicate, order", "<a z='1' b = \"x\" version='3' z='2' flag/>",
        "<a version=\"3\" b=\"x\" z=\"2\"/>\n"},
       {"an attribute without a name", "<a ='1'/>", "<a/>\n"},
-      {"the other quote in a value", "<a b='\"'/>", "<a b=\"&quot;\"/>\n"},
       {"blanks around text", "<a>  w x\t</a>", "<a>w x\t</a>\n"},
       {"references", "<a>&#65;&amp;&nbsp;&#x3C;&#321;&apos;</a>", "<a>A&amp;\xA0&lt;A&apos;</a>\n"},
-      {"text behind children", "<a><b/>\n t</a>", "<a>\n  <b/>\nt</a>\n"},
+      {"text behind children", "<r><a><b/>\n t</a></r>", "<r>\n  <a>\n    <b/>\nt  </a>\n</r>\n"},
+      {"no version", "<a z='1' b='2'/>", "<a b=\"2\" z=\"1\"/>\n"},
       {"CDATA", "<a><![CDATA[x]]y>]]></a>", "<a>\n  <![CDATA[x]]y>]]>\n</a>\n"},
       {"CDATA as the root, not closed", "<![CDATA[x]]", "<![CDATA[x]]]]>\n"},
       {"prolog", "<?xml encoding='UTF-8' ?><!-- c --><a/>",
@@ -79,8 +78,6 @@ TEST(XmlParser, NamesTheFault) {
   } cases[] = {
       {"<", "unnamed node at 1"},
       {"<a>", "unexpected end of file while parsing node \"a\" at 3"},
-      {"<a", "unexpected end of file while parsing node \"a\" at 2"},
-      {"<a>< b/></a>", "unnamed node at 4"},
       {"<!DOCTYPE x",
        "unexpected end of file while parsing node \"!DOCTYPE\" with value \" x\" at 11"},
       {"<?xml version='1' x>", "invalid character in PI while parsing node \"?xml\" at 19"},
@@ -97,7 +94,6 @@ TEST(XmlParser, NamesTheFault) {
       {"<a>text<b/></a>",
        "missing or incomplete closing tag while parsing node \"a\" with value \"text\" at 8"},
       {"<a></a >", "missing or incomplete closing tag while parsing node \"a\" at 6"},
-      {"<a></ab>", "missing or incomplete closing tag while parsing node \"a\" at 6"},
       {"<ab><c/></a", "missing or incomplete closing tag while parsing node \"ab\" at 10"},
       {"<a>0123456789012345678901234567890123</b>",
        "missing or incomplete closing tag while parsing node \"a\" with value "
@@ -179,13 +175,13 @@ TEST(XmlNode, EveryByteSurvivesWritingAndReading) {
 }
 
 TEST(XmlNode, DeclaresItsCodePage) {
-  XmlNode root;
-  root.SetName("appinfo");
-  root.SetDeclaration();
-  EXPECT_EQ(root.Serialise(), "<?xml  version=\"1.0\" encoding=\"windows-1251\"?>\n<appinfo/>\n");
-  root.SetCodePage(kCodePageUtf8);
-  root.SetDeclaration();
-  EXPECT_EQ(root.Serialise(), "<?xml  version=\"1.0\" encoding=\"utf-8\"?>\n<appinfo/>\n");
+  XmlNode made;
+  made.SetName("appinfo");
+  made.SetDeclaration();
+  EXPECT_EQ(made.Serialise(), "<?xml  version=\"1.0\" encoding=\"windows-1251\"?>\n<appinfo/>\n");
+  made.SetCodePage(kCodePageUtf8);
+  made.SetDeclaration();
+  EXPECT_EQ(made.Serialise(), "<?xml  version=\"1.0\" encoding=\"utf-8\"?>\n<appinfo/>\n");
 
   const struct {
     const char* input;
@@ -197,7 +193,8 @@ TEST(XmlNode, DeclaresItsCodePage) {
                {"<a><?xml encoding='utf-8'?><b/></a>", kCodePage1251, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.input);
-    const XmlNode copy = XmlNode(Parsed(c.input));
+    const XmlNode root = Parsed(c.input);
+    const XmlNode copy(root);
     EXPECT_EQ(copy.CodePage(), c.codePage);
     EXPECT_EQ(copy.DeclaresCodePage(), c.isDeclared);
   }
