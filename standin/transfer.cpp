@@ -82,17 +82,19 @@ class Transfer {
     return WaitForRetry(error);
   }
 
+  // A time-out that comes first wins, however late this thread wakes up.
   bool WaitForRetry(const JobError& error) {
     const double retryAt = service_.JobSeconds() + kRetryDelaySeconds;
     while (job_->IsCurrent(run_)) {
-      const double now = service_.JobSeconds();
       const double giveUpAt = *stalledAt_ + job_->Settings().noProgressSeconds;
-      if (now >= giveUpAt) {
+      const double left = std::min(retryAt, giveUpAt) - service_.JobSeconds();
+      if (left > 0) {
+        Nap(left);
+      } else if (retryAt < giveUpAt) {
+        return true;
+      } else {
         Fail(error);
-        return false;
       }
-      if (now >= retryAt) return true;
-      Nap(std::min(retryAt, giveUpAt) - now);
     }
     return false;
   }

@@ -287,13 +287,15 @@ TEST(ScheduledCheck, IsNotMadeForAnEmptyAddressOrARemovedApplication) {
 
 TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   const std::string url = Publish("wait.rss", Feed({}));
+  TransferService service;
   Dll().setExecutorPath(ThisProgram().c_str());
   Dll().onApplicationStartup("wait", "win64", url.c_str(), "", 0, 1, 0, 0, 0, true);
   bool result = false;
   EXPECT_EQ(Dll().isUpgradeAvailable("wait", 20000, &result), KUPDATE_S_OK);
   EXPECT_TRUE(result);
   EXPECT_EQ(ValueOf(DataFolder() / "wait" / "appinfo.xml", "NextPingTime"), "");
-  const TransferService service("fail CreateInstance 0x80070005");
+  EXPECT_TRUE(Eventually([&] { return service.Count("\"notify_exit\"") == 2; }));
+  service.Control("fail CreateInstance 0x80070005");
   const DllLog log;
   EXPECT_EQ(Dll().isUpgradeAvailable("wait", 10, &result), KUPDATE_S_OK);
   EXPECT_FALSE(result);

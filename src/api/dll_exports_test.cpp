@@ -149,7 +149,7 @@ TEST(Exports, StartupWritesTheRecordAndUninstallMarksIt) {
   };
   EXPECT_EQ(start(true), KUPDATE_S_OK);
   const std::string text =
-      std::regex_replace(ReadBytes(file), std::regex("\r|[0-9]{10,}|  <UpdaterPath>.*\n"), "");
+      std::regex_replace(ReadBytes(file), std::regex("\r|[0-9]{10,}|  <UpdaterPath>[^\n]*\n"), "");
   EXPECT_EQ(
       text,
       "<?xml  version=\"1.0\" encoding=\"utf-8\"?>\n<appinfo>\n  <Remove>0</Remove>\n"

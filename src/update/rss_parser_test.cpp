@@ -128,6 +128,9 @@ TEST_F(Evaluation, SetsTheCheckTimeUnlessRefused) {
 }
 
 TEST_F(Evaluation, LogsItsWay) {
+  const std::string emptyTarget =
+      "I:RssParser::AreWeTarget: The empty <update:target> unacceptable. Please try to set value, "
+      "or begin/end attribute.";
   {
     const LogCapture capture;
     RssParser parser;
@@ -142,8 +145,7 @@ TEST_F(Evaluation, LogsItsWay) {
                   "I:RssParser::IsUpgradeAvailable: Current version:  1.0.5.3",
                   "D:RssParser::AreWeTarget: Target version:  1.1",
                   "D:RssParser::AreWeTarget: Try to check in:  0  -  4294967295",
-                  "I:RssParser::AreWeTarget: The empty <update:target> unacceptable. Please try to "
-                  "set value, or begin/end attribute.",
+                  emptyTarget,
                   "D:RssParser::AreWeTarget: Target version:  1.0.5.2",
                   "D:RssParser::AreWeTarget: Target version range:  1.0.6  - ",
                   "D:RssParser::AreWeTarget: Try to check in:  393216  -  4294967295",
@@ -259,8 +261,9 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
 }
 
 TEST_F(Evaluation, TakesFeedsOfAnySize) {
-  std::string many =
-      Element("description", std::string(50000000, 'd')) + Item("1.5.0.0", "release");
+  std::string large;
+  large.resize(50000000, 'd');
+  std::string many = Element("description", large) + Item("1.5.0.0", "release");
   for (int i = 0; i < 100000; ++i) many += Item("1.1." + DecimalText(i / 100) + ".1", "release");
   EXPECT_EQ(Evaluate(Feed(many)), "common 1.5.0.0");
 }
