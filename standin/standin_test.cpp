@@ -318,7 +318,7 @@ TEST_F(Standin, CancelDeletesTheTemporaryFile) {
 }
 
 TEST_F(Standin, SuspendEndsATransferAndResumeStartsItAgain) {
-  WriteAll(www_ / "c.bin", std::string(20'000, 'c') + "end");
+  WriteAll(www_ / "c.bin", std::string(40'000, 'c') + "end");
   const Client resumed = Start(L"/slow/c.bin", L"a");
   const Client left = Start(L"/slow/c.bin", L"b");
   ASSERT_TRUE(resumed.Reaches(BG_JOB_STATE_TRANSFERRING));

@@ -1,8 +1,12 @@
 #include "appinfo/app_info2.h"
 
+#include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
@@ -73,9 +77,34 @@ std::int64_t TAppInfo2::PingStatPeriod() const {
 }
 
 bool TAppInfo2::ShouldPing(std::uint64_t now) const {
-  std::int64_t period = PingStatPeriod();
-  if (period <= kMinPingPeriod) period = kMinPingPeriod;
+  const std::int64_t period = std::max(PingStatPeriod(), kMinPingPeriod);
   return now - ReadTime("LastPingTime") > static_cast<std::uint64_t>(period);
+}
+
+int TAppInfo2::RecordPing(std::uint64_t now) {
+  constexpr int kUninstall = 1;
+  constexpr int kDayuse = 2;
+  const std::int64_t period = std::max(PingStatPeriod(), kMinPingPeriod);
+  WriteTime("LastPingTime", now);
+  WriteTime("NextPingTime", now + static_cast<std::uint64_t>(period));
+  return IsRemoved() ? kUninstall : kDayuse;
+}
+
+bool TAppInfo2::IsApplicationListEmpty(const std::wstring& executor,
+                                       const std::wstring& defaultExecutor) {
+  const std::string data = GetUpdaterDataPath({});
+  std::vector<std::string> ids;
+  if (data.empty() || !FileSystem::ListFolders(data, &ids)) return false;
+  for (const std::string& id : ids) {
+    const TAppInfo2 app(id);
+    if (!FileSystem::IsFileExist(app.Path()) || app.IsRemoved()) continue;
+    const std::wstring path = WidenUtf8(app.Read("UpdaterPath"));
+    if (path.empty() || EqualsIgnoreCase(path, executor) ||
+        EqualsIgnoreCase(executor, defaultExecutor)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 void TAppInfo2::ForgetCheckTimes() {

@@ -40,6 +40,15 @@ class TAppInfo2 : public TAppInfo {
   /// Seconds between pings; a day when not stored.
   std::int64_t PingStatPeriod() const;
   bool ShouldPing(std::uint64_t now) const;
+  /// Notes that a ping is being sent. Returns the state it reports, by the number that statistics
+  /// give it: 1, uninstall, for a removed application, else 2, dayuse.
+  int RecordPing(std::uint64_t now);
+
+  /// Whether no registered application needs an executor any more, so that it may remove itself.
+  /// Removed applications do not count; of the others those count that name this executor or none,
+  /// and all of them when it is the default one. In doubt the list is not empty.
+  static bool IsApplicationListEmpty(const std::wstring& executor,
+                                     const std::wstring& defaultExecutor);
 
   /// Forget the last and next time, so that a check (a ping) is due at once.
   void ForgetCheckTimes();

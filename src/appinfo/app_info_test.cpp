@@ -210,3 +210,45 @@ TEST(TAppInfo2, ShouldPing) {
     EXPECT_EQ(store.ShouldPing(kNow), c.want) << c.label;
   }
 }
+
+TEST(TAppInfo2, RecordPing) {
+  const DataHome home;
+  TAppInfo2 store("app");
+  store.Write("PingStatPeriod", "60");
+  EXPECT_EQ(store.RecordPing(kNow), 2);
+  EXPECT_EQ(store.ReadNumber("LastPingTime"), static_cast<std::int64_t>(kNow));
+  EXPECT_EQ(store.ReadNumber("NextPingTime"), static_cast<std::int64_t>(kNow + kHour));
+  store.WriteFlag("Remove", true);
+  EXPECT_EQ(store.RecordPing(kNow), 1);
+}
+
+TEST(TAppInfo2, IsApplicationListEmpty) {
+  struct App {
+    const char* id;
+    const char* removed;
+    const char* path;
+  };
+  const struct {
+    const char* label;
+    std::vector<App> apps;
+    const wchar_t* executor;
+    bool want;
+  } cases[] = {
+      {"none", {}, L"C:\\e.exe", true},
+      {"all removed", {{"a", "1", ""}, {"b", "1", "C:\\e.exe"}}, L"C:\\e.exe", true},
+      {"one without a path", {{"a", "1", ""}, {"b", "0", ""}}, L"C:\\e.exe", false},
+      {"the same path, other case", {{"a", "0", "c:\\E.exe"}}, L"C:\\e.exe", false},
+      {"another path", {{"a", "0", "C:\\other.exe"}}, L"C:\\e.exe", true},
+      {"another path, default executor", {{"a", "0", "C:\\other.exe"}}, L"C:\\Default.exe", false},
+  };
+  for (const auto& c : cases) {
+    const DataHome home;
+    home.AppFolder("folder-without-record");
+    for (const App& app : c.apps) {
+      TAppInfo store(app.id);
+      store.Write("Remove", app.removed);
+      store.Write("UpdaterPath", app.path);
+    }
+    EXPECT_EQ(TAppInfo2::IsApplicationListEmpty(c.executor, L"C:\\default.exe"), c.want) << c.label;
+  }
+}

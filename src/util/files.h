@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Turns every "/" into "\" and ends a path that is not empty with "\". Changes `path` and returns
 /// a copy.
@@ -64,6 +65,10 @@ std::string ReadFile(const std::string& path);
 /// overwritten in place.
 /// @return whether the whole content was written; else that was logged.
 bool WriteFile(const std::string& path, std::string_view content);
+
+/// The names of the folders in a folder, in no order.
+/// @return false when it is there and cannot be listed; a folder that is missing holds none.
+bool ListFolders(const std::string& path, std::vector<std::string>* names);
 
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);

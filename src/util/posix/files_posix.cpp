@@ -137,6 +137,15 @@ bool WriteFile(const std::string& path, std::string_view content) {
   return written;
 }
 
+bool ListFolders(const std::string& path, std::vector<std::string>* names) {
+  names->clear();
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(Native(path), error)) {
+    if (entry.is_directory()) names->push_back(entry.path().filename().string());
+  }
+  return !error || error == std::errc::no_such_file_or_directory;
+}
+
 bool IsFileExist(const std::string& path) { return access(Native(path).c_str(), R_OK) == 0; }
 
 void DeleteFile(const std::string& path) { unlink(Native(path).c_str()); }

@@ -194,6 +194,22 @@ bool WriteFile(const std::string& path, std::string_view content) {
   return true;
 }
 
+bool ListFolders(const std::string& path, std::vector<std::string>* names) {
+  names->clear();
+  WIN32_FIND_DATAW data;
+  const UniqueFind find(::FindFirstFileW((WidenUtf8(path) + L"*").c_str(), &data));
+  if (!find) {
+    const DWORD error = ::GetLastError();
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  }
+  do {
+    const std::wstring_view name = data.cFileName;
+    const bool isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (isFolder && name != L"." && name != L"..") names->push_back(NarrowUtf8(name));
+  } while (::FindNextFileW(find.get(), &data));
+  return ::GetLastError() == ERROR_NO_MORE_FILES;
+}
+
 bool IsFileExist(const std::string& path) {
   return static_cast<bool>(OpenForReading(WidenUtf8(path)));
 }

@@ -1,0 +1,137 @@
+# What the commands of this project share. To be sourced by bash; sets strict mode.
+# shellcheck shell=bash
+set -euo pipefail
+
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+BUILD=$ROOT/build
+LOGS=$BUILD/logs
+mkdir -p "$LOGS"
+
+say() { printf '%s\n' "$*"; }
+die() {
+  printf '%s\n' "$*" >&2
+  exit 1
+}
+
+# What is started here is ended here, in the opposite order, however the script ends.
+CLEANUPS=()
+at_exit() { CLEANUPS+=("$*"); }
+run_cleanups() {
+  local i
+  for ((i = ${#CLEANUPS[@]} - 1; i >= 0; --i)); do eval "${CLEANUPS[i]}" || true; done
+}
+trap run_cleanups EXIT
+trap 'exit 130' INT TERM
+# Subshells do not inherit that; each that starts something calls this first.
+own_cleanups() {
+  CLEANUPS=()
+  trap run_cleanups EXIT
+}
+
+# A path of this machine as Windows programs under Wine see it.
+windows_path() { printf 'Z:%s' "${1//\//\\}"; }
+
+# --- building ---
+
+# build PRESET TARGET...: configures and builds; the output is shown only when it fails.
+build() {
+  local preset=$1 log=$LOGS/build-$1.log
+  shift
+  {
+    cmake --preset "$preset" -DKUPDATE_WERROR=ON &&
+      cmake --build --preset "$preset" --target "$@"
+  } >"$log" 2>&1 </dev/null || {
+    tail -n 60 "$log" >&2
+    die "failed: building $preset (whole output: $log)"
+  }
+}
+
+# --- Wine ---
+
+use_wine() {
+  unset DISPLAY WAYLAND_DISPLAY
+  export WINEDEBUG=-all
+  export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=;winedbg.exe="
+  # A prefix links its Documents, Desktop and the like to $HOME.
+  export HOME=$BUILD/wine/home
+  mkdir -p "$HOME"
+}
+
+# Ends the server of a prefix and waits until it has saved its registry.
+stop_wine() {
+  [[ -d $1 ]] || return 0
+  WINEPREFIX=$1 wineserver -k >/dev/null 2>&1 || return 0
+  WINEPREFIX=$1 wineserver -w
+}
+
+# A prefix takes seconds to make and 700 MB; each use gets a copy whose system files are hard links.
+make_template() {
+  local template=$BUILD/wine/template
+  [[ -e $template/complete ]] && return
+  say "  making a Wine prefix (once)"
+  rm -rf "$template"
+  WINEPREFIX=$template wineboot -i >"$LOGS/wineboot.log" 2>&1 </dev/null ||
+    die "failed: wineboot (see $LOGS/wineboot.log)"
+  stop_wine "$template"
+  touch "$template/complete"
+}
+
+# start_prefix NAME [USER]: a fresh private prefix build/wine/NAME with a running server, for a Windows user
+# of that name. From then on `wine` works in it.
+start_prefix() {
+  local prefix=$BUILD/wine/$1 user=${2:-tester} template=$BUILD/wine/template folder
+  use_wine
+  make_template
+  stop_wine "$prefix"
+  rm -rf "$prefix"
+  cp -al "$template" "$prefix"
+  # Wine writes its registry in place when the file has several links, and user folders are written to.
+  rm -rf "$prefix"/*.reg "$prefix/drive_c/users"
+  cp -a "$template"/*.reg "$prefix/"
+  cp -a "$template/drive_c/users" "$prefix/drive_c/"
+  for folder in Roaming Local/Temp LocalLow; do
+    mkdir -p "$prefix/drive_c/users/$user/AppData/$folder"
+  done
+  export WINEPREFIX=$prefix USER=$user
+  at_exit "stop_wine '$prefix'"
+  wineserver -p </dev/null >/dev/null 2>&1
+  # The first process starts services that keep its output open; a pipe would never end.
+  wine cmd /c exit </dev/null >/dev/null 2>&1 || die "failed: Wine does not run in $prefix"
+}
+
+# register_standin FOLDER: makes the stand-in transfer service the prefix's own, with its files in FOLDER.
+register_standin() {
+  mkdir -p "$1"
+  rm -f "$1/journal.jsonl" "$1/control.txt"
+  wine "$BUILD/win64/standin/kupdate-standin.exe" --register "$(windows_path "$1")" \
+    </dev/null >"$LOGS/register.log" 2>&1 || die "failed: registering the stand-in (see $LOGS/register.log)"
+}
+
+# --- web server ---
+
+# start_web_server NAME FOLDER: serves FOLDER on a free port of 127.0.0.1 with everything of its own under
+# build/web/NAME. Sets WEB_URL and WEB_ACCESS_LOG.
+start_web_server() {
+  local home=$BUILD/web/$1 folder=$2 port try
+  mkdir -p "$home" "$folder"
+  rm -f "$home"/*.log "$home/pid"
+  for try in 1 2 3 4 5 6 7 8 9 10; do
+    port=$((20000 + RANDOM % 20000))
+    "$ROOT/scripts/web-server" "$home" "$folder" "$port" >"$home/nginx.conf"
+    if nginx -c "$home/nginx.conf" -e "$home/error.log" >"$home/start.log" 2>&1 </dev/null; then
+      at_exit "stop_web_server '$home'"
+      WEB_URL=http://127.0.0.1:$port
+      WEB_ACCESS_LOG=$home/access.log
+      export WEB_URL WEB_ACCESS_LOG
+      return
+    fi
+  done
+  die "failed: the web server does not start (try $try; see $home/start.log)"
+}
+
+stop_web_server() {
+  local pid
+  pid=$(cat "$1/pid" 2>/dev/null) || return 0
+  kill "$pid" 2>/dev/null || return 0
+  while kill -0 "$pid" 2>/dev/null; do sleep 0.05; done
+}
