@@ -16,26 +16,26 @@ class EnumJobsObject final : public ComObject<IEnumBackgroundCopyJobs> {
   EnumJobsObject(Service& service, std::vector<std::shared_ptr<Job>> jobs, std::size_t next)
       : ComObject(service.lifetime), service_(service), jobs_(std::move(jobs)), next_(next) {}
 
-  HRESULT Next(ULONG wanted, IBackgroundCopyJob** jobs, ULONG* fetched) override {
+  HRESULT STDMETHODCALLTYPE Next(ULONG wanted, IBackgroundCopyJob** jobs, ULONG* fetched) override {
     const std::size_t count = std::min<std::size_t>(wanted, jobs_.size() - next_);
     for (std::size_t i = 0; i < count; ++i) jobs[i] = NewJobObject(service_, jobs_[next_++]);
     if (fetched) *fetched = static_cast<ULONG>(count);
     return count == wanted ? S_OK : S_FALSE;
   }
-  HRESULT Skip(ULONG wanted) override {
+  HRESULT STDMETHODCALLTYPE Skip(ULONG wanted) override {
     const std::size_t count = std::min<std::size_t>(wanted, jobs_.size() - next_);
     next_ += count;
     return count == wanted ? S_OK : S_FALSE;
   }
-  HRESULT Reset() override {
+  HRESULT STDMETHODCALLTYPE Reset() override {
     next_ = 0;
     return S_OK;
   }
-  HRESULT Clone(IEnumBackgroundCopyJobs** clone) override {
+  HRESULT STDMETHODCALLTYPE Clone(IEnumBackgroundCopyJobs** clone) override {
     *clone = new EnumJobsObject(service_, jobs_, next_);
     return S_OK;
   }
-  HRESULT GetCount(ULONG* count) override {
+  HRESULT STDMETHODCALLTYPE GetCount(ULONG* count) override {
     *count = static_cast<ULONG>(jobs_.size());
     return S_OK;
   }

@@ -14,22 +14,24 @@ class ErrorObject final : public ComObject<IBackgroundCopyError> {
  public:
   ErrorObject(Lifetime& lifetime, const JobError& error) : ComObject(lifetime), error_(error) {}
 
-  HRESULT GetError(BG_ERROR_CONTEXT* context, HRESULT* code) override {
+  HRESULT STDMETHODCALLTYPE GetError(BG_ERROR_CONTEXT* context, HRESULT* code) override {
     *context = static_cast<BG_ERROR_CONTEXT>(error_.context);
     *code = error_.code;
     return S_OK;
   }
-  HRESULT GetFile(IBackgroundCopyFile** file) override {
+  HRESULT STDMETHODCALLTYPE GetFile(IBackgroundCopyFile** file) override {
     *file = nullptr;
     return BG_E_FILE_NOT_AVAILABLE;
   }
-  HRESULT GetErrorDescription(DWORD, LPWSTR* text) override {
+  HRESULT STDMETHODCALLTYPE GetErrorDescription(DWORD, LPWSTR* text) override {
     return CopyOut(WidenUtf8(error_.text), text);
   }
-  HRESULT GetErrorContextDescription(DWORD, LPWSTR* text) override {
+  HRESULT STDMETHODCALLTYPE GetErrorContextDescription(DWORD, LPWSTR* text) override {
     return CopyOut(L"context " + std::to_wstring(error_.context), text);
   }
-  HRESULT GetProtocol(LPWSTR* protocol) override { return CopyOut(L"http", protocol); }
+  HRESULT STDMETHODCALLTYPE GetProtocol(LPWSTR* protocol) override {
+    return CopyOut(L"http", protocol);
+  }
 
  private:
   bool Answers(const GUID& id) override {

@@ -24,42 +24,42 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
   JobObject(Service& service, std::shared_ptr<Job> job)
       : ComObject(service.lifetime), service_(service), job_(std::move(job)) {}
 
-  HRESULT AddFile(LPCWSTR url, LPCWSTR path) override {
+  HRESULT STDMETHODCALLTYPE AddFile(LPCWSTR url, LPCWSTR path) override {
     CallRecord call = Record("AddFile");
     call.line().Text("url", OrEmpty(url)).Text("file", OrEmpty(path));
     return call.Run([&] { return job_->AddFile(url, path); });
   }
 
-  HRESULT Suspend() override {
+  HRESULT STDMETHODCALLTYPE Suspend() override {
     return Record("Suspend").Run([&] { return job_->Suspend(); });
   }
-  HRESULT Resume() override {
+  HRESULT STDMETHODCALLTYPE Resume() override {
     std::optional<Job::Run> run;
     const HRESULT result = Record("Resume").Run([&] { return job_->Resume(&run); });
     // Only now, so that the journal tells of the call before it tells of what came of it.
     if (run) StartTransfer(service_, job_, *run);
     return result;
   }
-  HRESULT Cancel() override {
+  HRESULT STDMETHODCALLTYPE Cancel() override {
     return Record("Cancel").Run([&] { return job_->Cancel(); });
   }
-  HRESULT Complete() override {
+  HRESULT STDMETHODCALLTYPE Complete() override {
     return Record("Complete").Run([&] { return job_->Complete(); });
   }
 
-  HRESULT GetId(GUID* id) override {
+  HRESULT STDMETHODCALLTYPE GetId(GUID* id) override {
     *id = {};
     return Record("GetId").Run([&] {
       *id = GuidFromText(job_->id());
       return S_OK;
     });
   }
-  HRESULT GetType(BG_JOB_TYPE* type) override {
+  HRESULT STDMETHODCALLTYPE GetType(BG_JOB_TYPE* type) override {
     *type = BG_JOB_TYPE_DOWNLOAD;
     return Record("GetType").Run([] { return S_OK; });
   }
 
-  HRESULT GetState(BG_JOB_STATE* state) override {
+  HRESULT STDMETHODCALLTYPE GetState(BG_JOB_STATE* state) override {
     *state = BG_JOB_STATE_QUEUED;
     CallRecord call = Record("GetState");
     return call.Run([&] {
@@ -71,7 +71,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     });
   }
 
-  HRESULT GetProgress(BG_JOB_PROGRESS* progress) override {
+  HRESULT STDMETHODCALLTYPE GetProgress(BG_JOB_PROGRESS* progress) override {
     *progress = {};
     CallRecord call = Record("GetProgress");
     return call.Run([&] {
@@ -82,7 +82,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
       return S_OK;
     });
   }
-  HRESULT GetTimes(BG_JOB_TIMES* times) override {
+  HRESULT STDMETHODCALLTYPE GetTimes(BG_JOB_TIMES* times) override {
     *times = {};
     return Record("GetTimes").Run([&] {
       const JobTimes now = job_->Times();
@@ -91,7 +91,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
       return S_OK;
     });
   }
-  HRESULT GetError(IBackgroundCopyError** error) override {
+  HRESULT STDMETHODCALLTYPE GetError(IBackgroundCopyError** error) override {
     *error = nullptr;
     CallRecord call = Record("GetError");
     return call.Run([&]() -> HRESULT {
@@ -103,59 +103,59 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     });
   }
 
-  HRESULT SetDisplayName(LPCWSTR name) override {
+  HRESULT STDMETHODCALLTYPE SetDisplayName(LPCWSTR name) override {
     CallRecord call = Record("SetDisplayName");
     call.line().Text("name", OrEmpty(name));
     return call.Run([&] { return job_->SetDisplayName(name); });
   }
-  HRESULT GetDisplayName(LPWSTR* name) override {
+  HRESULT STDMETHODCALLTYPE GetDisplayName(LPWSTR* name) override {
     *name = nullptr;
     return Record("GetDisplayName").Run([&] {
       return CopyOut(job_->Settings().displayName, name);
     });
   }
-  HRESULT SetPriority(BG_JOB_PRIORITY priority) override {
+  HRESULT STDMETHODCALLTYPE SetPriority(BG_JOB_PRIORITY priority) override {
     CallRecord call = Record("SetPriority");
     call.line().Number("priority", static_cast<std::uint32_t>(priority));
     return call.Run([&] { return job_->SetPriority(priority); });
   }
-  HRESULT GetPriority(BG_JOB_PRIORITY* priority) override {
+  HRESULT STDMETHODCALLTYPE GetPriority(BG_JOB_PRIORITY* priority) override {
     *priority = BG_JOB_PRIORITY_NORMAL;
     return Record("GetPriority").Run([&] {
       *priority = static_cast<BG_JOB_PRIORITY>(job_->Settings().priority);
       return S_OK;
     });
   }
-  HRESULT SetNoProgressTimeout(ULONG seconds) override {
+  HRESULT STDMETHODCALLTYPE SetNoProgressTimeout(ULONG seconds) override {
     CallRecord call = Record("SetNoProgressTimeout");
     call.line().Number("seconds", seconds);
     return call.Run([&] { return job_->SetNoProgressSeconds(seconds); });
   }
-  HRESULT GetNoProgressTimeout(ULONG* seconds) override {
+  HRESULT STDMETHODCALLTYPE GetNoProgressTimeout(ULONG* seconds) override {
     *seconds = 0;
     return Record("GetNoProgressTimeout").Run([&] {
       *seconds = job_->Settings().noProgressSeconds;
       return S_OK;
     });
   }
-  HRESULT SetNotifyFlags(ULONG flags) override {
+  HRESULT STDMETHODCALLTYPE SetNotifyFlags(ULONG flags) override {
     CallRecord call = Record("SetNotifyFlags");
     call.line().Number("flags", flags);
     return call.Run([&] { return job_->SetNotifyFlags(flags); });
   }
-  HRESULT GetNotifyFlags(ULONG* flags) override {
+  HRESULT STDMETHODCALLTYPE GetNotifyFlags(ULONG* flags) override {
     *flags = 0;
     return Record("GetNotifyFlags").Run([&] {
       *flags = job_->Settings().notifyFlags;
       return S_OK;
     });
   }
-  HRESULT SetNotifyCmdLine(LPCWSTR program, LPCWSTR parameters) override {
+  HRESULT STDMETHODCALLTYPE SetNotifyCmdLine(LPCWSTR program, LPCWSTR parameters) override {
     CallRecord call = Record("SetNotifyCmdLine");
     call.line().Text("program", OrEmpty(program)).Text("parameters", OrEmpty(parameters));
     return call.Run([&] { return job_->SetNotifyCommand(program, parameters); });
   }
-  HRESULT GetNotifyCmdLine(LPWSTR* program, LPWSTR* parameters) override {
+  HRESULT STDMETHODCALLTYPE GetNotifyCmdLine(LPWSTR* program, LPWSTR* parameters) override {
     *program = *parameters = nullptr;
     return Record("GetNotifyCmdLine").Run([&]() -> HRESULT {
       const JobSettings settings = job_->Settings();
@@ -167,29 +167,52 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     });
   }
 
-  HRESULT AddFileSet(ULONG, BG_FILE_INFO*) override { return Refuse("AddFileSet"); }
-  HRESULT EnumFiles(IEnumBackgroundCopyFiles**) override { return Refuse("EnumFiles"); }
-  HRESULT GetOwner(LPWSTR*) override { return Refuse("GetOwner"); }
-  HRESULT SetDescription(LPCWSTR) override { return Refuse("SetDescription"); }
-  HRESULT GetDescription(LPWSTR*) override { return Refuse("GetDescription"); }
-  HRESULT SetNotifyInterface(IUnknown*) override { return Refuse("SetNotifyInterface"); }
-  HRESULT GetNotifyInterface(IUnknown**) override { return Refuse("GetNotifyInterface"); }
-  HRESULT SetMinimumRetryDelay(ULONG) override { return Refuse("SetMinimumRetryDelay"); }
-  HRESULT GetMinimumRetryDelay(ULONG*) override { return Refuse("GetMinimumRetryDelay"); }
-  HRESULT GetErrorCount(ULONG*) override { return Refuse("GetErrorCount"); }
-  HRESULT SetProxySettings(BG_JOB_PROXY_USAGE, const WCHAR*, const WCHAR*) override {
+  HRESULT STDMETHODCALLTYPE AddFileSet(ULONG, BG_FILE_INFO*) override {
+    return Refuse("AddFileSet");
+  }
+  HRESULT STDMETHODCALLTYPE EnumFiles(IEnumBackgroundCopyFiles**) override {
+    return Refuse("EnumFiles");
+  }
+  HRESULT STDMETHODCALLTYPE GetOwner(LPWSTR*) override { return Refuse("GetOwner"); }
+  HRESULT STDMETHODCALLTYPE SetDescription(LPCWSTR) override { return Refuse("SetDescription"); }
+  HRESULT STDMETHODCALLTYPE GetDescription(LPWSTR*) override { return Refuse("GetDescription"); }
+  HRESULT STDMETHODCALLTYPE SetNotifyInterface(IUnknown*) override {
+    return Refuse("SetNotifyInterface");
+  }
+  HRESULT STDMETHODCALLTYPE GetNotifyInterface(IUnknown**) override {
+    return Refuse("GetNotifyInterface");
+  }
+  HRESULT STDMETHODCALLTYPE SetMinimumRetryDelay(ULONG) override {
+    return Refuse("SetMinimumRetryDelay");
+  }
+  HRESULT STDMETHODCALLTYPE GetMinimumRetryDelay(ULONG*) override {
+    return Refuse("GetMinimumRetryDelay");
+  }
+  HRESULT STDMETHODCALLTYPE GetErrorCount(ULONG*) override { return Refuse("GetErrorCount"); }
+  HRESULT STDMETHODCALLTYPE SetProxySettings(BG_JOB_PROXY_USAGE, const WCHAR*,
+                                             const WCHAR*) override {
     return Refuse("SetProxySettings");
   }
-  HRESULT GetProxySettings(BG_JOB_PROXY_USAGE*, LPWSTR*, LPWSTR*) override {
+  HRESULT STDMETHODCALLTYPE GetProxySettings(BG_JOB_PROXY_USAGE*, LPWSTR*, LPWSTR*) override {
     return Refuse("GetProxySettings");
   }
-  HRESULT TakeOwnership() override { return Refuse("TakeOwnership"); }
-  HRESULT GetReplyProgress(BG_JOB_REPLY_PROGRESS*) override { return Refuse("GetReplyProgress"); }
-  HRESULT GetReplyData(byte**, UINT64*) override { return Refuse("GetReplyData"); }
-  HRESULT SetReplyFileName(LPCWSTR) override { return Refuse("SetReplyFileName"); }
-  HRESULT GetReplyFileName(LPWSTR*) override { return Refuse("GetReplyFileName"); }
-  HRESULT SetCredentials(BG_AUTH_CREDENTIALS*) override { return Refuse("SetCredentials"); }
-  HRESULT RemoveCredentials(BG_AUTH_TARGET, BG_AUTH_SCHEME) override {
+  HRESULT STDMETHODCALLTYPE TakeOwnership() override { return Refuse("TakeOwnership"); }
+  HRESULT STDMETHODCALLTYPE GetReplyProgress(BG_JOB_REPLY_PROGRESS*) override {
+    return Refuse("GetReplyProgress");
+  }
+  HRESULT STDMETHODCALLTYPE GetReplyData(byte**, UINT64*) override {
+    return Refuse("GetReplyData");
+  }
+  HRESULT STDMETHODCALLTYPE SetReplyFileName(LPCWSTR) override {
+    return Refuse("SetReplyFileName");
+  }
+  HRESULT STDMETHODCALLTYPE GetReplyFileName(LPWSTR*) override {
+    return Refuse("GetReplyFileName");
+  }
+  HRESULT STDMETHODCALLTYPE SetCredentials(BG_AUTH_CREDENTIALS*) override {
+    return Refuse("SetCredentials");
+  }
+  HRESULT STDMETHODCALLTYPE RemoveCredentials(BG_AUTH_TARGET, BG_AUTH_SCHEME) override {
     return Refuse("RemoveCredentials");
   }
 

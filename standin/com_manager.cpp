@@ -16,8 +16,8 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
  public:
   explicit ManagerObject(Service& service) : ComObject(service.lifetime), service_(service) {}
 
-  HRESULT CreateJob(LPCWSTR name, BG_JOB_TYPE type, GUID* id,
-                    IBackgroundCopyJob** object) override {
+  HRESULT STDMETHODCALLTYPE CreateJob(LPCWSTR name, BG_JOB_TYPE type, GUID* id,
+                                      IBackgroundCopyJob** object) override {
     *id = {};
     *object = nullptr;
     CallRecord call(service_, "CreateJob");
@@ -34,7 +34,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     });
   }
 
-  HRESULT GetJob(REFGUID id, IBackgroundCopyJob** object) override {
+  HRESULT STDMETHODCALLTYPE GetJob(REFGUID id, IBackgroundCopyJob** object) override {
     *object = nullptr;
     const std::string idText = GuidText(id);
     return CallRecord(service_, "GetJob", idText).Run([&]() -> HRESULT {
@@ -45,7 +45,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     });
   }
 
-  HRESULT EnumJobs(DWORD flags, IEnumBackgroundCopyJobs** list) override {
+  HRESULT STDMETHODCALLTYPE EnumJobs(DWORD flags, IEnumBackgroundCopyJobs** list) override {
     *list = nullptr;
     CallRecord call(service_, "EnumJobs");
     call.line().Number("flags", flags);
@@ -60,7 +60,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     });
   }
 
-  HRESULT GetErrorDescription(HRESULT, DWORD, LPWSTR*) override {
+  HRESULT STDMETHODCALLTYPE GetErrorDescription(HRESULT, DWORD, LPWSTR*) override {
     return CallRecord(service_, "GetErrorDescription").NotImplemented();
   }
 
@@ -82,7 +82,7 @@ class ManagerFactory final : public ComObject<IClassFactory> {
  public:
   explicit ManagerFactory(Service& service) : ComObject(UncountedLifetime()), service_(service) {}
 
-  HRESULT CreateInstance(IUnknown* outer, REFIID id, void** object) override {
+  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) override {
     *object = nullptr;
     return CallRecord(service_, "CreateInstance").Run([&]() -> HRESULT {
       if (outer) return CLASS_E_NOAGGREGATION;
@@ -92,7 +92,7 @@ class ManagerFactory final : public ComObject<IClassFactory> {
       return result;
     });
   }
-  HRESULT LockServer(BOOL lock) override {
+  HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
     lock ? service_.lifetime.Add() : service_.lifetime.Remove();
     return S_OK;
   }

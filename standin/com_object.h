@@ -15,21 +15,20 @@ namespace standin {
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
 /// Counts references of an object made by `new` and deletes it with the last one; each object is a
-/// user of the server. Starts with one reference, its maker's. (On x64 all functions have one
-/// calling convention, so that none has to be named here.)
+/// user of the server. Starts with one reference, its maker's.
 template <class Interface>
 class ComObject : public Interface {
  public:
   ComObject(const ComObject&) = delete;
   ComObject& operator=(const ComObject&) = delete;
 
-  unsigned long AddRef() override { return ++references_; }
-  unsigned long Release() override {
+  unsigned long __stdcall AddRef() override { return ++references_; }
+  unsigned long __stdcall Release() override {
     const unsigned long left = --references_;
     if (left == 0) delete this;
     return left;
   }
-  long QueryInterface(const _GUID& id, void** object) override {
+  long __stdcall QueryInterface(const _GUID& id, void** object) override {
     *object = nullptr;
     if (!Answers(id)) return kNoInterface;
     *object = static_cast<Interface*>(this);

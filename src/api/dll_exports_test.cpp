@@ -108,8 +108,8 @@ TEST(Exports, OddIdsHarmNothing) {
       {"", KUPDATE_S_OK, "I:TUpdaterController::SetLocale: out"},
       {std::string(300, 'x'), KUPDATE_S_OK, nullptr},
       {"a\\b", KUPDATE_E_FAIL, "E:Mutex::Mutex: Can't create."},
-      {"..", KUPDATE_S_OK, "E:Below: Sub-path refused:  Krelix\\Updater\\.."},
-      {"a/../../b", KUPDATE_S_OK, "E:Below: Sub-path refused:  Krelix\\Updater\\a/../../b"},
+      {"..", KUPDATE_S_OK, "E:FolderBelow: Sub-path refused:  Krelix\\Updater\\.."},
+      {"a/../../b", KUPDATE_S_OK, "E:FolderBelow: Sub-path refused:  Krelix\\Updater\\a/../../b"},
   };
   for (const auto& c : cases) {
     const DllLog log;

@@ -10,6 +10,14 @@
 #include "util/text.h"
 #include "xml/xml_node.h"
 
+namespace {
+
+LogLine LogAs(std::string_view operation, int line) {
+  return LogLine(&DiagLog::Instance(), operation, line, "E:");
+}
+
+}  // namespace
+
 TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
     : appId_(std::move(appId)), locker_(std::move(locker)) {}
 
@@ -41,31 +49,45 @@ bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
   return LoadXml(std::move(bytes), root) || FileSystem::CopyFile(path, path + ".bak");
 }
 
-void TAppInfo::Write(std::string_view key, std::string_view value) {
+void TAppInfo::Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit) {
   const LockScope lock(locker_.get());
   if (!lock) {
-    LOG_E << "Lock error, postpone file write.";
+    LogAs(operation, __LINE__) << "Lock error, postpone file write.";
     return;
   }
   const std::string path = Path();
   XmlNode root;
   if (!Load(path, &root)) {
-    LOG_E << "Read error, postpone file write.";
+    LogAs(operation, __LINE__) << "Read error, postpone file write.";
     return;
   }
-  if (!root.HasChildren()) {
-    root.SetCodePage(kCodePageUtf8);
-    root.SetDeclaration();
-    root.SetName("appinfo");
-  }
-  root.ChildOrNew(key).SetValue(value);
-  FileSystem::WriteFile(path, root.Serialise());
+  if (edit(root)) FileSystem::WriteFile(path, root.Serialise());
+}
+
+void TAppInfo::Write(std::string_view key, std::string_view value) {
+  Change("TAppInfo::Write", [&](XmlNode& root) {
+    if (!root.HasChildren()) {
+      root.SetCodePage(kCodePageUtf8);
+      root.SetDeclaration();
+      root.SetName("appinfo");
+    }
+    root.ChildOrNew(key).SetValue(value);
+    return true;
+  });
+}
+
+void TAppInfo::RemoveValue(std::string_view key) {
+  Change("TAppInfo::RemoveValue", [&](XmlNode& root) {
+    if (!root.HasChildren()) return false;
+    if (XmlNode* const child = root.FindChild(key)) root.RemoveChild(*child);
+    return true;
+  });
 }
 
 std::optional<std::string> TAppInfo::Find(std::string_view key, std::string_view operation) const {
   LockScope lock(locker_.get());
   if (!lock) {
-    LogLine(&DiagLog::Instance(), operation, __LINE__, "E:") << "Lock error, postpone file write.";
+    LogAs(operation, __LINE__) << "Lock error, postpone file write.";
     return {};
   }
   XmlNode root;
@@ -81,23 +103,6 @@ std::string TAppInfo::Read(std::string_view key) const {
 
 bool TAppInfo::IsValueExist(std::string_view key) const {
   return Find(key, "TAppInfo::IsValueExist").has_value();
-}
-
-void TAppInfo::RemoveValue(std::string_view key) {
-  const LockScope lock(locker_.get());
-  if (!lock) {
-    LOG_E << "Lock error, postpone file write.";
-    return;
-  }
-  const std::string path = Path();
-  XmlNode root;
-  if (!Load(path, &root)) {
-    LOG_E << "Read error, postpone file write.";
-    return;
-  }
-  if (!root.HasChildren()) return;
-  if (XmlNode* const child = root.FindChild(key)) root.RemoveChild(*child);
-  FileSystem::WriteFile(path, root.Serialise());
 }
 
 std::int64_t TAppInfo::ReadNumber(std::string_view key) const { return ParseInt64(Read(key)); }

@@ -3,6 +3,7 @@
 #define KUPDATE_APPINFO_APP_INFO_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -74,6 +75,8 @@ class TAppInfo {
   /// could be neither read nor, where it does not parse, copied to safety: it must not be written
   /// over then.
   bool Load(const std::string& path, XmlNode* root) const;
+  /// One locked load-change-save: `edit` says whether the file is to be written.
+  void Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit);
 
   std::string appId_;
   std::unique_ptr<TLocker> locker_;

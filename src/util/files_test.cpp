@@ -51,7 +51,7 @@ TEST(Paths, ParentComponents) {
   }
   const LogCapture capture;
   EXPECT_EQ(GetLocalAppDataLowFolder(L"Krelix\\..\\x"), L"");
-  EXPECT_TRUE(capture.Has("E:Below: Sub-path refused:  Krelix\\..\\x"));
+  EXPECT_TRUE(capture.Has("E:FolderBelow: Sub-path refused:  Krelix\\..\\x"));
 }
 
 TEST(Paths, PrepareStringTakesUpTo259Characters) {

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/log_line.h"
 #include "util/text.h"
 
 namespace {
@@ -24,6 +27,17 @@ bool HasParentComponent(std::wstring_view path) {
     path.remove_prefix(std::min(end + 1, path.size()));
   }
   return false;
+}
+
+std::wstring FolderBelow(std::wstring folder, const std::wstring& subPath) {
+  if (HasParentComponent(subPath)) {
+    LOG_E << "Sub-path refused: " << subPath;
+    return {};
+  }
+  NormalizeFolder(folder);
+  if (folder.empty()) return folder;
+  folder += subPath;
+  return NormalizeFolder(folder);
 }
 
 std::wstring GetAppDataFolder(const std::wstring& subPath) {

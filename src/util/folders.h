@@ -16,6 +16,10 @@ void MakeFolder(const std::wstring& path);
 /// the system would read it as that ("..." or a trailing blank).
 bool HasParentComponent(std::wstring_view path);
 
+/// `folder` with `subPath` below it, normalised; empty when `folder` is, or when the sub-path is
+/// refused.
+std::wstring FolderBelow(std::wstring folder, const std::wstring& subPath);
+
 /// A folder of the shell with a sub-path below it. A sub-path with a ".." component is refused:
 /// logged, and the result is empty.
 /// @param csidl   the shell's number of the folder

@@ -48,17 +48,6 @@ std::wstring HomeFolder(const wchar_t* name) {
   return home ? WidenUtf8(home) + L"\\" + name : std::wstring();
 }
 
-std::wstring Below(std::wstring folder, const std::wstring& subPath) {
-  if (HasParentComponent(subPath)) {
-    LOG_E << "Sub-path refused: " << subPath;
-    return {};
-  }
-  NormalizeFolder(folder);
-  if (folder.empty()) return folder;
-  folder += subPath;
-  return NormalizeFolder(folder);
-}
-
 }  // namespace
 
 bool AppendToFile(const std::wstring& path, std::string_view text) {
@@ -72,20 +61,20 @@ void MakeFolder(const std::wstring& path) {
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder create) {
   const bool roaming = csidl == 0x1A;
-  std::wstring folder = Below(HomeFolder(roaming         ? L"Roaming"
-                                         : csidl == 0x1C ? L"Local"
-                                                         : L"Common"),
-                              subPath);
+  std::wstring folder = FolderBelow(HomeFolder(roaming         ? L"Roaming"
+                                               : csidl == 0x1C ? L"Local"
+                                                               : L"Common"),
+                                    subPath);
   if (create == CreateFolder::kYes) MakeFolder(folder);
   return folder;
 }
 
 std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath) {
-  return Below(HomeFolder(L"LocalLow"), subPath);
+  return FolderBelow(HomeFolder(L"LocalLow"), subPath);
 }
 
 std::wstring GetTempFolder() {
-  std::wstring folder = Below(HomeFolder(L"Temp"), {});
+  std::wstring folder = FolderBelow(HomeFolder(L"Temp"), {});
   MakeFolder(folder);
   return folder;
 }

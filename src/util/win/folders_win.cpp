@@ -13,17 +13,6 @@ namespace {
 
 constexpr DWORD kTempPathChars = 4096;
 
-std::wstring Below(std::wstring folder, const std::wstring& subPath) {
-  if (HasParentComponent(subPath)) {
-    LOG_E << "Sub-path refused: " << subPath;
-    return {};
-  }
-  NormalizeFolder(folder);
-  if (folder.empty()) return folder;
-  folder += subPath;
-  return NormalizeFolder(folder);
-}
-
 // A system that fails may still fill the buffer (a folder that does not exist yet): what it holds
 // counts.
 std::wstring ShellFolder(int csidl, BOOL* result) {
@@ -89,13 +78,13 @@ void MakeFolder(const std::wstring& path) {
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder create) {
   BOOL result = FALSE;
-  std::wstring folder = Below(ShellFolder(csidl, &result), subPath);
+  std::wstring folder = FolderBelow(ShellFolder(csidl, &result), subPath);
   if (create == CreateFolder::kYes) MakeFolder(folder);
   return folder;
 }
 
 std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath) {
-  return Below(LowFolder(), subPath);
+  return FolderBelow(LowFolder(), subPath);
 }
 
 std::wstring GetTempFolder() {
