@@ -50,8 +50,6 @@ endfunction()
 # kupdate_tests(source...): adds the folder's tests to the one unit test program.
 function(kupdate_tests)
   foreach(source IN LISTS ARGN)
-    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${source})
     set_property(GLOBAL APPEND PROPERTY KUPDATE_TEST_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/${source})
-    endif()
   endforeach()
 endfunction()
