@@ -52,9 +52,9 @@ use_wine() {
   unset DISPLAY WAYLAND_DISPLAY
   export WINEDEBUG=-all
   export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=;winedbg.exe="
-  # A prefix links its Documents, Desktop and the like to $HOME.
-  export HOME=$BUILD/wine/home
-  mkdir -p "$HOME"
+  # A prefix links its Documents, Desktop and the like to $HOME; its server keeps a socket in $TMPDIR.
+  export HOME=$BUILD/wine/home TMPDIR=$BUILD/wine/tmp
+  mkdir -p "$HOME" "$TMPDIR"
 }
 
 # Ends the server of a prefix and waits until it has saved its registry.
@@ -118,7 +118,8 @@ start_web_server() {
   for try in 1 2 3 4 5 6 7 8 9 10; do
     port=$((20000 + RANDOM % 20000))
     "$ROOT/scripts/web-server" "$home" "$folder" "$port" >"$home/nginx.conf"
-    if nginx -c "$home/nginx.conf" -e "$home/error.log" >"$home/start.log" 2>&1 </dev/null; then
+    # By its path: only root's PATH has that folder.
+    if /usr/sbin/nginx -c "$home/nginx.conf" -e "$home/error.log" >"$home/start.log" 2>&1 </dev/null; then
       at_exit "stop_web_server '$home'"
       WEB_URL=http://127.0.0.1:$port
       WEB_ACCESS_LOG=$home/access.log

@@ -144,20 +144,20 @@ TEST(Exports, LocaleIsCopiedOutAndMirrored) {
 TEST(Exports, StartupWritesTheRecordAndUninstallMarksIt) {
   const fs::path file = DataFolder() / "record" / "appinfo.xml";
   const auto start = [](bool release) {
-    return Dll().onApplicationStartup("record", "win64", "", "http://r/?a=1&b=2", 7200, 1, -1,
-                                      65536 + 3, 4, release);
+    return Dll().onApplicationStartup("record", "win64", "", "r?a=1&b=2", 7200, 1, -1, 65536 + 3, 4,
+                                      release);
   };
   EXPECT_EQ(start(true), KUPDATE_S_OK);
   const std::string text =
       std::regex_replace(ReadBytes(file), std::regex("\r|[0-9]{10,}|  <UpdaterPath>[^\n]*\n"), "");
-  EXPECT_EQ(
-      text,
-      "<?xml  version=\"1.0\" encoding=\"utf-8\"?>\n<appinfo>\n  <Remove>0</Remove>\n"
-      "  <Platform>win64</Platform>\n  <VersionUrl/>\n  <VerMajor>1</VerMajor>\n"
-      "  <VerMinor>65535</VerMinor>\n  <VerSubver>3</VerSubver>\n  <VerBuild>4</VerBuild>\n"
-      "  <ReportUrl>http://r/?a=1&amp;b=2</ReportUrl>\n  <PingStatPeriod>7200</PingStatPeriod>\n"
-      "  <VersionStatus>1</VersionStatus>\n  <WantUnstableToo>0</WantUnstableToo>\n"
-      "  <LastCheckTime></LastCheckTime>\n</appinfo>\n");
+  EXPECT_EQ(text,
+            "<?xml  version=\"1.0\" encoding=\"utf-8\"?>\n<appinfo>\n  <Remove>0</Remove>\n"
+            "  <Platform>win64</Platform>\n  <VersionUrl/>\n  <VerMajor>1</VerMajor>\n"
+            "  <VerMinor>65535</VerMinor>\n  <VerSubver>3</VerSubver>\n  <VerBuild>4</VerBuild>\n"
+            "  <ReportUrl>r?a=1&amp;b=2</ReportUrl>\n  <PingStatPeriod>7200</PingStatPeriod>\n"
+            "  <VersionStatus>1</VersionStatus>\n  <WantUnstableToo>0</WantUnstableToo>\n"
+            "  <LastPingTime></LastPingTime>\n  <NextPingTime></NextPingTime>\n"
+            "  <LastCheckTime></LastCheckTime>\n</appinfo>\n");
   EXPECT_EQ(Dll().onApplicationUninstall("record"), KUPDATE_S_OK);
   EXPECT_EQ(ValueOf(file, "Remove"), "1");
   EXPECT_EQ(start(false), KUPDATE_S_OK);

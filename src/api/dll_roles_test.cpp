@@ -88,6 +88,16 @@ int Hammer(const std::string& value) {
   return 0;
 }
 
+// Adds parameters to one application's statistics.
+int Report(const std::string& name) {
+  for (int i = 0; i < 20; ++i) {
+    const std::string param = "p" + name + "=" + std::to_string(i);
+    if (Dll().setOptionalParam("crowd", param.c_str()) != KUPDATE_S_OK) return 1;
+    if (Dll().setApplicationState("crowd", "dayuse") != KUPDATE_S_OK) return 2;
+  }
+  return 0;
+}
+
 // Dies while it holds an application's mutex, and its record's.
 int DieWithLocks() {
   for (const wchar_t* name : {L"STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-abandoned",
@@ -101,6 +111,7 @@ int DieWithLocks() {
 int RunChild(const std::string& role, const std::string& argument) {
   if (role == "dying-executor") return HostOfDyingExecutor();
   if (role == "hammer") return Hammer(argument);
+  if (role == "report") return Report(argument);
   if (role == "die-with-locks") return DieWithLocks();
   if (role == "null-first") {
     return Dll().setLocale(nullptr, "x") == KUPDATE_E_FAIL &&

@@ -5,8 +5,10 @@
 #include <comdef.h>
 
 #include <exception>
+#include <utility>
 
 #include "appinfo/app_info.h"
+#include "stat/uuid.h"
 #include "transfer/com_error.h"
 #include "util/critical_section.h"
 #include "util/diag_log.h"
@@ -24,6 +26,7 @@ struct ProcessState {
   bool logStarted = false;
   std::string currentAppId;
   std::wstring executorPathOverride;
+  std::string uniqUserId;
 };
 
 ProcessState& State() {
@@ -103,6 +106,7 @@ void InitAppId(const std::string& appId) {
   }
   const bool known = FileSystem::IsFileExist(store.Path());
   LOG_D << "State:" << (known ? "Update" : "Install");
+  if (!known) TUpdaterController().SetApplicationState(appId.c_str(), "install");
 }
 
 void FixUpdaterPath() {
@@ -123,6 +127,18 @@ void OverrideExecutorPath(const wchar_t* path) {
   ProcessState& state = State();
   const CriticalScope scope(state.guard);
   state.executorPathOverride = path;
+}
+
+const char* KeepUniqUserId() noexcept {
+  try {
+    std::string id = TUuid::ReadUniqUserId();
+    ProcessState& state = State();
+    const CriticalScope scope(state.guard);
+    state.uniqUserId = std::move(id);
+    return state.uniqUserId.c_str();
+  } catch (...) {
+    return "{none}";  // no memory for the id
+  }
 }
 
 TUpdaterController& GlobalController() {

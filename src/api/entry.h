@@ -43,6 +43,10 @@ void FixUpdaterPath();
 /// Keeps the path for FixUpdaterPath of this and later calls.
 void OverrideExecutorPath(const wchar_t* path);
 
+/// Reads the user's id into the process's buffer and returns that; valid until the next call. Never
+/// null.
+const char* KeepUniqUserId() noexcept;
+
 /// The controller of the checks that hosts drive; it lives as long as the process.
 TUpdaterController& GlobalController();
 

@@ -1,8 +1,6 @@
 // The exported functions, each one statement in its frame.
 #include "dllkupdate.h"
 
-#include <stdexcept>
-
 #include "api/entry.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -13,12 +11,6 @@ HostRelease MakeRelease(const char* platform, const char* versionUrl, std::int32
                         std::int32_t minor, std::int32_t subver, std::int32_t build, bool release) {
   const auto low = [](std::int32_t part) { return static_cast<std::uint16_t>(part & 0xFFFF); };
   return {platform, versionUrl, low(major), low(minor), low(subver), low(build), release};
-}
-
-// The statistics that these functions report are not kept yet.
-kupdate_status Missing(const char* exportName, const char* appId) {
-  return LockedEntry(exportName, appId,
-                     [](TUpdaterController&) { throw std::logic_error("not available yet"); });
 }
 
 LogLine LogExport(const char* exportName, int line) {
@@ -34,12 +26,16 @@ kupdate_status DLLForceUpdateCheck(const char* app_id, bool need_dialog) {
                      [&](TUpdaterController& c) { c.ForceUpdateCheck(app_id, need_dialog); });
 }
 
-kupdate_status DLLGetApplicationState(const char* app_id, char*, int32_t*) {
-  return Missing("DLLGetApplicationState", app_id);
+kupdate_status DLLGetApplicationState(const char* app_id, char* buffer, int32_t* size) {
+  return LockedEntry("DLLGetApplicationState", app_id, [&](TUpdaterController& c) {
+    c.GetApplicationState(app_id, CopyOutBuffer<char>{buffer, size});
+  });
 }
 
-kupdate_status DLLGetOptionalParam(const char* app_id, char*, int32_t*) {
-  return Missing("DLLGetOptionalParam", app_id);
+kupdate_status DLLGetOptionalParam(const char* app_id, char* buffer, int32_t* size) {
+  return LockedEntry("DLLGetOptionalParam", app_id, [&](TUpdaterController& c) {
+    c.GetOptionalParam(app_id, CopyOutBuffer<char>{buffer, size});
+  });
 }
 
 kupdate_status DLLIsUpgradeAvailable(const char* app_id, int32_t wait_ms, bool* result) {
@@ -67,8 +63,9 @@ kupdate_status DLLOnApplicationUninstall(const char* app_id) {
                      [&](TUpdaterController& c) { c.OnApplicationUninstall(app_id); });
 }
 
-kupdate_status DLLSetApplicationState(const char* app_id, const char*) {
-  return Missing("DLLSetApplicationState", app_id);
+kupdate_status DLLSetApplicationState(const char* app_id, const char* state) {
+  return LockedEntry("DLLSetApplicationState", app_id,
+                     [&](TUpdaterController& c) { c.SetApplicationState(app_id, state); });
 }
 
 kupdate_status DLLSetExecutorPath(const wchar_t* path) {
@@ -82,12 +79,14 @@ kupdate_status DLLSetExecutorPath(const wchar_t* path) {
   return KUPDATE_S_OK;
 }
 
-kupdate_status DLLSetOptionalParam(const char* app_id, const char*) {
-  return Missing("DLLSetOptionalParam", app_id);
+kupdate_status DLLSetOptionalParam(const char* app_id, const char* value) {
+  return LockedEntry("DLLSetOptionalParam", app_id,
+                     [&](TUpdaterController& c) { c.SetOptionalParam(app_id, value); });
 }
 
-kupdate_status DLLUsageReport(const char* app_id, const char*) {
-  return Missing("DLLUsageReport", app_id);
+kupdate_status DLLUsageReport(const char* app_id, const char* value) {
+  return LockedEntry("DLLUsageReport", app_id,
+                     [&](TUpdaterController& c) { c.UsageReport(app_id, value); });
 }
 
 kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code) {
@@ -106,10 +105,13 @@ kupdate_status DLLGetLocale(const char* app_id, char* buffer, int32_t* size) {
   });
 }
 
-const char* DLLGetUniqUserId(void) { return "{none}"; }
+const char* DLLGetUniqUserId(void) { return KeepUniqUserId(); }
 
-kupdate_status DLLGetUniqueParam(const char* app_id, const char*, wchar_t*, int32_t*) {
-  return Missing("DLLGetUniqueParam", app_id);
+kupdate_status DLLGetUniqueParam(const char* app_id, const char* name, wchar_t* buffer,
+                                 int32_t* size) {
+  return LockedEntry("DLLGetUniqueParam", app_id, [&](TUpdaterController& c) {
+    c.GetUniqueParam(app_id, name, CopyOutBuffer<wchar_t>{buffer, size});
+  });
 }
 
 kupdate_status DLLIsUpdateAvailable(const char* app_id, const char* platform, int32_t ver_major,
@@ -134,6 +136,7 @@ kupdate_status DLLSetLocale(const char* app_id, const char* locale) {
                      [&](TUpdaterController& c) { c.SetLocale(app_id, locale); });
 }
 
-kupdate_status DLLSetUniqueParam(const char* app_id, const char*, const wchar_t*) {
-  return Missing("DLLSetUniqueParam", app_id);
+kupdate_status DLLSetUniqueParam(const char* app_id, const char* name, const wchar_t* value) {
+  return LockedEntry("DLLSetUniqueParam", app_id,
+                     [&](TUpdaterController& c) { c.SetUniqueParam(app_id, name, value); });
 }

@@ -9,6 +9,8 @@ TEST(CommandLine, ExactTexts) {
             L" --appid my app --update-check --file \"C:\\T\\f.xml\"");
   EXPECT_EQ(UpdateCheckArguments(L"", L"\"quoted\""),
             L" --appid  --update-check --file \"quoted\"");
+  EXPECT_EQ(PingArguments(L"myapp", 7, true), L" --suicide --stat-callback 7 --appid myapp");
+  EXPECT_EQ(PingArguments(L"", 0, false), L" --stat-callback 0 --appid ");
   EXPECT_EQ(SilentUpdateCommandLine(L"C:\\x y\\e.exe", L"a"),
             L"C:\\x y\\e.exe --appid a --silent-update-check");
   EXPECT_EQ(QuotedPath(L""), L"\"\"");

@@ -5,6 +5,7 @@
 #include "appinfo/app_info2.h"
 #include "controller/command_line.h"
 #include "controller/updater_controller.h"
+#include "stat/stat_ctrl.h"
 #include "transfer/bits_transfer.h"
 #include "transfer/com_apartment.h"
 #include "util/critical_section.h"
@@ -16,7 +17,8 @@
 
 namespace {
 
-constexpr std::uint32_t kCheckTimeoutSeconds = 82800;  // 23 hours
+constexpr std::uint32_t kCheckTimeoutSeconds = 82800;   // 23 hours
+constexpr std::uint32_t kDayuseTimeoutSeconds = 86400;  // a day: the next one says the same
 
 struct ExecutorPaths {
   CriticalSection guard;
@@ -24,9 +26,27 @@ struct ExecutorPaths {
   std::wstring legacyExecName;
 };
 
+// Computed on first need. Under the guard.
+const std::wstring& LegacyExecName(ExecutorPaths& paths) {
+  if (paths.legacyExecName.empty()) {
+    paths.legacyExecName = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
+  }
+  return paths.legacyExecName;
+}
+
 ExecutorPaths& Paths() {
   static ExecutorPaths& paths = *new ExecutorPaths;  // leaked: the process's end is no time to work
   return paths;
+}
+
+bool IsExecutorUnused(const std::wstring& executor) {
+  ExecutorPaths& paths = Paths();
+  std::wstring defaultExecutor;
+  {
+    const CriticalScope scope(paths.guard);
+    defaultExecutor = LegacyExecName(paths);
+  }
+  return TAppInfo2::IsApplicationListEmpty(executor, defaultExecutor);
 }
 
 }  // namespace
@@ -45,10 +65,7 @@ std::wstring TUpdaterController::GetExecutorPath() {
     LOG_D << "Exec name" << paths.execName;
     return paths.execName;
   }
-  if (paths.legacyExecName.empty()) {
-    paths.legacyExecName = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
-  }
-  LOG_D << "Legacy Exec name" << paths.legacyExecName;
+  LOG_D << "Legacy Exec name" << LegacyExecName(paths);
   return paths.legacyExecName;
 }
 
@@ -69,4 +86,22 @@ void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
   transfer.SetTimeout(kCheckTimeoutSeconds);
   transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
   transfer.Work();
+}
+
+bool LaunchPing(const std::string& appId, const PingBlock& block) noexcept {
+  try {
+    const std::wstring id = WidenUtf8(appId);
+    const std::wstring resultFile = GetTempFolder() + L"kupdate-ping-" + id + L".temp";
+    FileSystem::DeleteFile(NarrowUtf8(resultFile));
+    const std::wstring executor = TUpdaterController::GetExecutorPath();
+    const bool suicide = block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
+    const ComApartment apartment;
+    TBitsTransfer transfer(block.url, resultFile);
+    if (block.firstState == AppState::kDayuse) transfer.SetTimeout(kDayuseTimeoutSeconds);
+    transfer.NotifyCmdLine(executor, PingArguments(id, block.id, suicide));
+    transfer.Work();
+    return transfer.Added();
+  } catch (...) {
+    return false;  // the failing call is in the log
+  }
 }

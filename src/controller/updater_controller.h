@@ -9,6 +9,7 @@
 
 class TAppInfo2;
 class TLocker;
+class TStatCtrl;
 enum class JobState;
 
 /// What a host says of itself when it asks for an update. Texts are UTF-8.
@@ -36,9 +37,21 @@ class TUpdaterController {
   void OnApplicationStartup(const char* appId, const HostRelease& host, const char* reportUrl,
                             std::int32_t pingStatPeriod);
   void OnApplicationUninstall(const char* appId);
+  /// Adds an optional parameter, not null, then runs what is due.
+  void UsageReport(const char* appId, const char* value);
   /// Null: nothing changes.
   void SetLocale(const char* appId, const char* locale);
   void GetLocale(const char* appId, CopyOutBuffer<char> out);
+
+  // What its next pings report. Null arguments: nothing changes.
+
+  void SetOptionalParam(const char* appId, const char* value);
+  void GetOptionalParam(const char* appId, CopyOutBuffer<char> out);
+  /// @param state  a state's word, not null; another text is a failure
+  void SetApplicationState(const char* appId, const char* state);
+  void GetApplicationState(const char* appId, CopyOutBuffer<char> out);
+  void SetUniqueParam(const char* appId, const char* name, const wchar_t* value);
+  void GetUniqueParam(const char* appId, const char* name, CopyOutBuffer<wchar_t> out);
 
   // Update check, wait and silent install.
 
@@ -69,6 +82,7 @@ class TUpdaterController {
   static std::wstring GetExecutorPath();
 
  private:
+  TStatCtrl Statistics(const char* appId) const;
   bool RunOperation(TAppInfo2& store, const std::string& operation, std::int32_t* status);
   bool Start();
   bool Stop();
@@ -89,8 +103,12 @@ class TUpdaterController {
   std::string jobAppId_;               // the application that jobId_ was started for
 };
 
-/// Runs what is due for an application: its update check.
-/// @param now  seconds since 1970-01-01 UTC
+/// Runs what is due for an application: its ping and its update check; for a removed one its last
+/// ping, due or not.
+/// @param statisticsLock  null when the caller holds the statistics' lock
+/// @param now             seconds since 1970-01-01 UTC
+/// Throws what sending or checking throws; a failed ping does not keep the check from being
+/// started.
 void ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
 
 #endif  // KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_

@@ -9,8 +9,8 @@
 #include <vector>
 
 /// Reads the identifier files that installers left in the maker's folder or in the common one.
-/// Texts are bytes as they stand in the files. No fault of a file throws: it is logged, and the file
-/// counts as one without identifiers. Used by one thread at a time.
+/// Texts are bytes as they stand in the files. No fault of a file throws: it is logged, and the
+/// file counts as one without identifiers. Used by one thread at a time.
 class TClids {
  public:
   struct Clid {
@@ -37,8 +37,8 @@ class TClids {
   std::string AppInfoForUrl(std::string_view version, std::string_view platform);
 
   /// What a distributor asked to pass along: the application's vendor file without one leading "?"
-  /// or "&" and without line breaks at its end. Empty when the file is missing, empty or longer than
-  /// 254 characters; "vendor-url-retr-failed=yes" when it is there and cannot be read.
+  /// or "&" and without line breaks at its end. Empty when the file is missing, empty or longer
+  /// than 254 characters; "vendor-url-retr-failed=yes" when it is there and cannot be read.
   std::string VendorParam() const;
 
  private:

@@ -29,8 +29,8 @@ using PingSender = std::function<bool(const std::string& appId, const PingBlock&
 ///
 /// A lock that is refused, and a file that is there but cannot be read, are logged and postpone the
 /// operation: nothing is changed, the result is the neutral one (empty text, dayuse, no block). A
-/// file with an unknown state word is moved aside and std::invalid_argument "Unknown state." thrown.
-/// The lock is given back on every way out. One object is used by one thread at a time.
+/// file with an unknown state word is moved aside and std::invalid_argument "Unknown state."
+/// thrown. The lock is given back on every way out. One object is used by one thread at a time.
 class TStatCtrl {
  public:
   /// @param lock  the application's statistics lock, not held by the caller; not owned, outlives
@@ -67,6 +67,8 @@ class TStatCtrl {
 
  private:
   struct Operation;
+  static const Operation kGetPingUrl;
+  static const Operation kRollback;
 
   /// Full path of a file in the application's folder; empty when the folder cannot be told.
   std::string PathOf(std::string_view fileName) const;
@@ -74,6 +76,9 @@ class TStatCtrl {
   std::string InWorkPath(int blockId) const;
   /// The first id whose in-work file is not there; nothing when all are.
   std::optional<int> FreeBlockId() const;
+
+  /// GetPingUrl under its lock, on the statistics that were loaded.
+  std::optional<PingBlock> CutBlock(const std::string& baseUrl, TStatHolder* waiting);
 
   /// `edit` says whether the file is to be written.
   void Change(const Operation& operation, const std::function<bool(TStatHolder&)>& edit);

@@ -13,18 +13,18 @@
 
 class XmlNode;
 
-/// States, parameters and actions that wait to be reported, with the last value of each: the content
-/// of "statistics.xml", or of an in-work file with one block that is being sent. Texts are UTF-8
-/// (bytes as the host gave them). A text keeps every byte over a save and a load, except that blanks
-/// (space, tab, line feed, zero byte) at its very start are lost.
+/// States, parameters and actions that wait to be reported, with the last value of each: the
+/// content of "statistics.xml", or of an in-work file with one block that is being sent. Texts are
+/// UTF-8 (bytes as the host gave them). A text keeps every byte over a save and a load, except that
+/// blanks (space, tab, line feed, zero byte) at its very start are lost.
 ///
 /// Locks nothing: the caller holds the application's lock from load to save. Holds nothing but
 /// memory; used by one thread at a time.
 class TStatHolder {
  public:
-  /// Fills this fresh holder from a file; an empty or missing one leaves it as it is. A file that is
-  /// no whole statistics file is copied to its name with ".bak", and what could be read of it stays
-  /// here.
+  /// Fills this fresh holder from a file; an empty or missing one leaves it as it is. A file that
+  /// is no whole statistics file is copied to its name with ".bak", and what could be read of it
+  /// stays here.
   /// @param path  UTF-8
   /// @return false when the file is there and could be neither read nor, where damaged, copied to
   ///         safety: it must not be written over then. That was logged.
@@ -33,8 +33,8 @@ class TStatHolder {
   /// the holder holds then is of no use.
   bool Load(const std::string& path);
   /// Fills this fresh holder from the text of a file.
-  /// @return false when the text is no whole statistics file: logged, and what was read of it stays.
-  /// Throws std::invalid_argument as Load.
+  /// @return false when the text is no whole statistics file: logged, and what was read of it
+  /// stays. Throws std::invalid_argument as Load.
   bool ParseXML(std::string text);
 
   /// The text of the file.

@@ -1,4 +1,5 @@
 // Locks, events, the clock and the last error on Windows.
+#include <cstdlib>
 #include <utility>
 
 #include "util/clock.h"
@@ -10,6 +11,12 @@
 #include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/win/windows_lean.h"
+
+// Stands in for the C++ runtime's own, which prints a readable type name to a terminal that hosts
+// do not have, and brings a demangler of 45 KB for it.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() { std::abort(); }
+}  // namespace __gnu_cxx
 
 std::uint32_t LastErrorCode() { return ::GetLastError(); }
 void SetLastErrorCode(std::uint32_t code) { ::SetLastError(code); }

@@ -1,0 +1,132 @@
+#include "stat/clids.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "appinfo/app_info.h"
+#include "testing/maker_home.h"
+
+namespace {
+
+std::string Clid1(const std::string& text) { return "<c><clid1>" + text + "</clid1></c>"; }
+
+}  // namespace
+
+TEST(TClids, TheFirstFileWithAnIdentifierCounts) {
+  // The files of a folder in the order in which they are looked into.
+  const struct {
+    const char* appId;
+    std::vector<std::string> names;
+  } cases[] = {
+      {"app", {"clids-app.xml", "vendor.xml"}},
+      {"zonie", {"clids-zonie.xml", "clids-zonie64.xml", "vendor.xml"}},
+      {"zonie64", {"clids-zonie64.xml", "clids-zonie.xml", "vendor.xml"}},
+  };
+  for (const auto& c : cases) {
+    const MakerHome home;
+    std::vector<std::filesystem::path> files;
+    for (const std::string& name : c.names) files.push_back(home.File(name));
+    for (const std::string& name : c.names) files.push_back(home.CommonFile(name));
+    EXPECT_EQ(TClids(c.appId).ReadClids(), "");
+    while (!files.empty()) {
+      const std::string id = std::to_string(files.size());
+      WriteBytes(files.back(), Clid1(id));
+      EXPECT_EQ(TClids(c.appId).ReadClids(), id) << files.back();
+      files.pop_back();
+    }
+  }
+}
+
+TEST(TClids, FilesWithoutAnIdentifierArePassedOver) {
+  const MakerHome home;
+  WriteBytes(home.File("vendor.xml"), Clid1("next"));
+  const struct {
+    const char* label;
+    std::string content;
+    const char* want;
+  } cases[] = {
+      {"empty", "", "next"},
+      {"no XML", "MZ\x90", "next"},
+      {"identifier without text", "<c><clid1 vid=\"3\"/><clid2>2</clid2></c>", "next"},
+      {"huge", "<c><clid1>1</clid1>" + std::string(2 << 20, ' ') + "</c>", "next"},
+      {"cut behind the identifier", "<c><clid1>1</clid1><cl", "1"},
+      {"with a sub-identifier", "<c><clid1 vid=\"3\">1</clid1></c>", "1-3"},
+  };
+  for (const auto& c : cases) {
+    WriteBytes(home.File("clids-app.xml"), c.content);
+    EXPECT_EQ(TClids("app").ReadClids(), c.want) << c.label;
+  }
+}
+
+TEST(TClids, Tables) {
+  const MakerHome home;
+  WriteBytes(home.File("f"),
+             "<c><clid8 vid=\"v\">h</clid8><clid12>l</clid12><clid0>z</clid0><clid1x>x</clid1x>"
+             "<clid>y</clid><clid-3>m</clid-3><clid99999999999>n</clid99999999999></c>");
+  TClids clids("app");
+  clids.ParseFile(home.File("f").string());
+  EXPECT_EQ(clids.Slots()[7].text + clids.Slots()[7].vid, "hv");
+  EXPECT_EQ(clids.Numbered().at(8).vid + clids.Numbered().at(12).text, "vl");
+  EXPECT_EQ(clids.Numbered().size(), 2u);
+  clids.ParseFile(home.File("missing").string());
+  EXPECT_TRUE(clids.Slots()[7].text.empty() && clids.Numbered().empty());
+}
+
+TEST(TClids, VendorParam) {
+  const MakerHome home;
+  const std::filesystem::path file = home.File("vendor-specific-urlparam-app.txt");
+  EXPECT_EQ(TClids("app").VendorParam(), "");
+  const struct {
+    const char* label;
+    std::string content;
+    std::string want;
+  } cases[] = {
+      {"only one mark goes", "?&a=1", "&a=1"},
+      {"line breaks behind", "&a=1\r\n\n", "a=1"},
+      {"nothing else", "?\r\n", ""},
+      {"254 characters", std::string(254, 'x'), std::string(254, 'x')},
+      {"254 and a line break", std::string(254, 'x') + "\n", ""},
+      {"huge", std::string(4 << 20, 'x'), ""},
+  };
+  for (const auto& c : cases) {
+    WriteBytes(file, c.content);
+    EXPECT_EQ(TClids("app").VendorParam(), c.want) << c.label;
+  }
+  std::filesystem::remove(file);
+  std::filesystem::create_directories(file);
+  EXPECT_EQ(TClids("app").VendorParam(), "vendor-url-retr-failed=yes");
+}
+
+TEST(TAppInfo, GetPingUrl) {
+  const MakerHome home;
+  const std::string id = "{01234567-89AB-CDEF-0123-456789ABCDEF}";
+  WriteBytes(home.File("ui"), id);
+  TAppInfo app("app");
+  app.SetVersion(1, 2, 3, 65535);
+  app.Write("Platform", "win64");
+  const std::string info = "krsoft=app&ui=" + id + "&ver=1.2.3.65535&os=win64";
+  const struct {
+    const char* report;
+    std::string want;
+  } cases[] = {
+      {"", ""},
+      {"file://x/?a", "file://x/?a"},
+      {"host/path?a", "host/path?a"},
+      {"http://h?", "http://h?" + info},
+      {"http://h?a=1", "http://h?a=1&" + info},
+      {"http://h/&a", "http://h/&a&" + info},
+      {"http://h?a&", "http://h?a&&" + info},
+      {"http://h", "http://h?" + info},
+  };
+  for (const auto& c : cases) {
+    app.Write("ReportUrl", c.report);
+    EXPECT_EQ(app.GetPingUrl(), c.want);
+  }
+  WriteBytes(home.File("clids-app.xml"), Clid1("12"));
+  WriteBytes(home.File("vendor-specific-urlparam-app.txt"), "?v=#\r\n");
+  EXPECT_EQ(app.GetPingUrl(),
+            "http://h?krsoft=app&clid=12&ui=" + id + "&ver=1.2.3.65535&os=win64&vnd-params=v=#");
+}

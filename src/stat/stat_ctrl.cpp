@@ -1,0 +1,211 @@
+#include "stat/stat_ctrl.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "appinfo/app_info2.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr int kMaxUrlChars = 1024;
+constexpr int kFirstDateChars = 10;  // "xx.xx.xxxx"
+constexpr int kLastBlockId = 100;
+
+// What the block's query may take. It is checked as a wide number: narrowed first, an address of
+// 64 KiB would look short again.
+std::int16_t BudgetBehind(const std::string& baseUrl) {
+  const auto budget = kMaxUrlChars - kFirstDateChars - static_cast<std::int64_t>(baseUrl.size());
+  if (budget < 1) throw std::runtime_error("BaseUrl too long.");
+  return static_cast<std::int16_t>(budget);
+}
+
+// The base ends in a value ("...&os=win"), the query begins with a key: without a "&" between them
+// the first state would become part of that value. A base without a query is one that pings leave
+// as it is (a file, an address without a scheme); there the query follows bare.
+std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
+  const bool hasQuery = baseUrl.find_first_of("?&") != baseUrl.npos;
+  const bool isOpen = baseUrl.ends_with('?') || baseUrl.ends_with('&');
+  return baseUrl + (hasQuery && !isOpen ? "&" : "") + query;
+}
+
+}  // namespace
+
+// How an operation is named in the log, and what it is called when it is postponed.
+struct TStatCtrl::Operation {
+  std::string_view name;
+  std::string_view work;
+
+  void Postpone(std::string_view fault) const {
+    const std::string text = std::string(fault).append(", postpone ").append(work).append(" .");
+    LogLine(&DiagLog::Instance(), name, __LINE__, "E:") << text;
+  }
+};
+
+constexpr TStatCtrl::Operation TStatCtrl::kGetPingUrl{"TStatCtrl::GetPingUrl", "get ping url"};
+constexpr TStatCtrl::Operation TStatCtrl::kRollback{"TStatCtrl::Rollback", "rollback"};
+
+TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : appId_(std::move(appId)), lock_(lock) {}
+
+std::string TStatCtrl::PathOf(std::string_view fileName) const {
+  std::string path = GetUpdaterDataPath(appId_);
+  if (!path.empty()) path += fileName;
+  return path;
+}
+
+std::string TStatCtrl::InWorkPath(int blockId) const {
+  return PathOf("in_work_" + DecimalText(blockId) + ".xml");
+}
+
+std::optional<int> TStatCtrl::FreeBlockId() const {
+  // A file that cannot be opened at the moment holds a block all the same.
+  for (int id = 0; id <= kLastBlockId; ++id) {
+    if (!JustUtil::IsPathExist(WidenUtf8(InWorkPath(id)))) return id;
+  }
+  return {};
+}
+
+void TStatCtrl::Change(const Operation& operation, const std::function<bool(TStatHolder&)>& edit) {
+  const LockScope lock(lock_);
+  if (!lock) {
+    operation.Postpone("Lock error");
+    return;
+  }
+  const std::string path = StatisticsPath();
+  TStatHolder holder;
+  if (!holder.Load(path)) {
+    operation.Postpone("Read error");
+    return;
+  }
+  if (edit(holder)) holder.Save(path);
+}
+
+TStatHolder TStatCtrl::Read(const Operation& operation) {
+  TStatHolder holder;
+  Change(operation, [&](TStatHolder& loaded) {
+    holder = std::move(loaded);
+    return false;
+  });
+  return holder;
+}
+
+void TStatCtrl::AddState(AppState state) {
+  Change({"TStatCtrl::AddState", "add state"},
+         [&](TStatHolder& holder) { return holder.AddState(state); });
+}
+
+void TStatCtrl::AddOptionalParam(const std::string& text) {
+  Change({"TStatCtrl::AddOptionalParam", "add optional param"}, [&](TStatHolder& holder) {
+    holder.AddOptionalParam(text);
+    return true;
+  });
+}
+
+void TStatCtrl::AddAction(const std::string& text) {
+  Change({"TStatCtrl::AddAction", "add action"}, [&](TStatHolder& holder) {
+    holder.AddAction(text);
+    return true;
+  });
+}
+
+void TStatCtrl::SetUniqueParam(const std::string& text) {
+  Change({"TStatCtrl::SetUniqueParam", "set unique param"},
+         [&](TStatHolder& holder) { return holder.SetUniqueParam(text); });
+}
+
+std::string TStatCtrl::GetUniqueParam(std::string_view name) {
+  return Read({"TStatCtrl::GetUniqueParam", "get unique param"}).GetUniqueParam(name);
+}
+
+AppState TStatCtrl::LastState() {
+  return Read({"TStatCtrl::LastState", "get last state"}).LastState();
+}
+
+std::string TStatCtrl::LastParam() {
+  return Read({"TStatCtrl::LastParam", "get last param"}).LastParam();
+}
+
+std::optional<PingBlock> TStatCtrl::GetPingUrl(const std::string& baseUrl) {
+  LockScope lock(lock_);
+  if (!lock) {
+    kGetPingUrl.Postpone("Lock error");
+    return {};
+  }
+  TStatHolder waiting;
+  if (!waiting.Load(StatisticsPath())) {
+    kGetPingUrl.Postpone("Read error");
+    return {};
+  }
+  std::optional<PingBlock> ping = CutBlock(baseUrl, &waiting);
+  lock.Release();
+  if (ping) LOG_W << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
+  return ping;
+}
+
+std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHolder* waiting) {
+  TStatHolder block;
+  const std::optional<AppState> state = waiting->ExtractBlock(BudgetBehind(baseUrl), &block);
+  if (!state) return {};
+  const std::optional<int> id = FreeBlockId();
+  if (!id) {
+    kGetPingUrl.Postpone("No free in-work file");
+    return {};
+  }
+  const std::string date = waiting->GetFirstDate(*state);
+  block.SetFirstDate(date);
+  // In this order a kill in between leaves the block in both files instead of in none. The copy in
+  // work is never sent, because no one was given its address. When the statistics cannot be written
+  // the block must not be sent: it would be cut off and sent again and again.
+  if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
+    FileSystem::DeleteFile(InWorkPath(*id));
+    kGetPingUrl.Postpone("Write error");
+    return {};
+  }
+  std::string url = JoinUrl(baseUrl, block.MakeQuery());
+  if (!date.empty()) url += "&fd=" + date;
+  return PingBlock{std::move(url), *state, *id};
+}
+
+void TStatCtrl::Rollback(int blockId) {
+  LockScope lock(lock_);
+  if (!lock) {
+    kRollback.Postpone("Lock error");
+    return;
+  }
+  TStatHolder block;
+  TStatHolder waiting;
+  if (!block.Load(InWorkPath(blockId)) || !waiting.Load(StatisticsPath())) {
+    kRollback.Postpone("Read error");
+    return;
+  }
+  waiting.Merge(std::move(block));
+  // The block leaves its file only when it is safe in the other: a kill in between leaves it in
+  // both, and the copy in work is never sent again.
+  if (!waiting.Save(StatisticsPath())) {
+    kRollback.Postpone("Write error");
+    return;
+  }
+  TStatHolder().Save(InWorkPath(blockId));
+  lock.Release();
+  LOG_W << "Rollback block: " << blockId;
+}
+
+void TStatCtrl::SendStat(TAppInfo2& app, TLocker* lock, std::uint64_t now, const PingSender& send) {
+  const std::string baseUrl = app.GetPingUrl();
+  if (baseUrl.empty()) {
+    LOG_E << "ping_url is empty!!!";
+    return;
+  }
+  TStatCtrl statistics(app.AppId(), lock);
+  statistics.AddState(AppState{app.RecordPing(now)});
+  while (const std::optional<PingBlock> block = statistics.GetPingUrl(baseUrl)) {
+    if (send(app.AppId(), *block)) continue;
+    LOG_E << "Can't send statistic to ping_url: " << baseUrl;
+    statistics.Rollback(block->id);
+    return;
+  }
+}

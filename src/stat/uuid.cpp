@@ -1,0 +1,82 @@
+#include "stat/uuid.h"
+
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/guid.h"
+#include "util/log_line.h"
+#include "util/registry.h"
+#include "util/system.h"
+#include "util/user.h"
+
+namespace {
+
+constexpr std::size_t kIdChars = 38;
+constexpr char kNoId[] = "{none}";
+constexpr wchar_t kKey[] = L"Software\\Krelix";
+// Low-integrity processes may write here.
+constexpr wchar_t kLowKey[] = L"Software\\AppDataLow\\Krelix";
+constexpr std::uint32_t kProtectData = 1;
+
+}  // namespace
+
+std::string TUuid::ReadUniqUserId() {
+  const std::string folder = GetMakerFolder();
+  return EnsureUniqUserIdExists(folder.empty() ? folder : folder + "ui");
+}
+
+std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
+  std::string id;
+  const FileSystem::ReadOutcome outcome = FileSystem::ReadWholeFile(path, &id);
+  if (id.size() == kIdChars) {
+    LOG_D << "ui: " << id;
+    return id;
+  }
+  LOG_E << "Can't open file 'ui'.";
+  if (outcome == FileSystem::ReadOutcome::kFailed) return kNoId;  // it may hold an id
+  if (JustUtil::CheckPMIE8()) {
+    LOG_D << "IE in protected mode. Will not try generate ui.";
+    return kNoId;
+  }
+  LOG_D << "Try to generate new guid...";
+  if (ProtectValueAlreadyExist()) return kNoId;
+  // Before the id is made: one that fails half-way must not be made anew at every start.
+  WriteProtectValue();
+  id = NewGuid();
+  FileSystem::WriteFile(path, id);
+  return id;
+}
+
+std::wstring TUuid::ProtectValueName() {
+  std::wstring name = L"UICreated_" + LogonName();
+  LOG_D << name;
+  return name;
+}
+
+bool TUuid::ProtectValueAlreadyExist() {
+  const std::wstring name = ProtectValueName();
+  if (!JustUtil::IsValueNotExist(kKey, name)) {
+    LOG_D << "The key in Software\\Krelix founded.";
+    return true;
+  }
+  if (IsVistaOrLater()) {
+    LOG_D << "Try to check key under Vista";
+    if (!JustUtil::IsValueNotExist(kLowKey, name)) {
+      LOG_D << "The key in Software\\AppDataLow\\Krelix founded.";
+      return true;
+    }
+  }
+  LOG_D << "Key not exist.";
+  return false;
+}
+
+void TUuid::WriteProtectValue() {
+  const std::wstring key = IsVistaOrLater() ? kLowKey : kKey;
+  LOG_D << "Try to write to registry. Path: " << key;
+  JustUtil::WriteIntToRegistry(key, ProtectValueName(), kProtectData);
+}
+
+std::string TUuid::NewGuid() {
+  const std::string id = NewGuidText();
+  return id.empty() ? "N/A" : id;
+}

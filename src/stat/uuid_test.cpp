@@ -1,0 +1,61 @@
+#include "stat/uuid.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "testing/maker_home.h"
+
+TEST(TUuid, MadeOnceAndNeverAgain) {
+  const MakerHome home;
+  const std::string id = TUuid::ReadUniqUserId();
+  EXPECT_EQ(id.size(), 38u);
+  EXPECT_EQ(ReadBytes(home.File("ui")), id);
+  EXPECT_EQ(TUuid::ReadUniqUserId(), id);
+  std::filesystem::remove(home.File("ui"));
+  EXPECT_EQ(TUuid::ReadUniqUserId(), "{none}");
+  EXPECT_FALSE(std::filesystem::exists(home.File("ui")));
+}
+
+TEST(TUuid, AFileWithoutAnIdLeadsToOneForANewUserOnly) {
+  const std::string id = "{01234567-89AB-CDEF-0123-456789ABCDEF}";
+  for (const std::string& content : {id, id.substr(1), id + "\n", std::string("N/A")}) {
+    SCOPED_TRACE(content);
+    const MakerHome home;
+    WriteBytes(home.File("ui"), content);
+    const std::string newUsers = TUuid::ReadUniqUserId();
+    EXPECT_EQ(newUsers.size(), 38u);
+    EXPECT_EQ(newUsers == id, content == id);
+    EXPECT_EQ(ReadBytes(home.File("ui")), newUsers);
+    TUuid::WriteProtectValue();
+    WriteBytes(home.File("ui"), content);
+    EXPECT_EQ(TUuid::ReadUniqUserId(), content == id ? id : "{none}");
+  }
+}
+
+TEST(TUuid, AFileThatCannotBeReadIsLeftAlone) {
+  const MakerHome home;
+  std::filesystem::create_directories(home.File("ui"));
+  EXPECT_EQ(TUuid::ReadUniqUserId(), "{none}");
+  EXPECT_FALSE(TUuid::ProtectValueAlreadyExist());
+}
+
+TEST(TUuid, AnIdThatCannotBeWrittenIsNotMadeAgain) {
+  const MakerHome home;
+  const std::string path = home.File("no-folder").string() + "\\deeper\\ui";
+  EXPECT_EQ(TUuid::EnsureUniqUserIdExists(path).size(), 38u);
+  EXPECT_EQ(TUuid::EnsureUniqUserIdExists(path), "{none}");
+}
+
+#ifndef _WIN32  // where the environment says whether the process is in protected mode
+TEST(TUuid, ProtectedModeWritesNothing) {
+  const MakerHome home;
+  setenv("KUPDATE_PROTECTED_MODE", "1", 1);
+  EXPECT_EQ(TUuid::ReadUniqUserId(), "{none}");
+  unsetenv("KUPDATE_PROTECTED_MODE");
+  EXPECT_FALSE(std::filesystem::exists(home.File("ui")));
+  EXPECT_FALSE(TUuid::ProtectValueAlreadyExist());
+}
+#endif

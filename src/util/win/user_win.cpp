@@ -1,0 +1,38 @@
+// Users and GUIDs on Windows.
+#include "util/user.h"
+
+#include "util/guid.h"
+#include "util/text.h"
+#include "util/win/unique.h"
+
+#include <objbase.h>
+
+namespace {
+
+constexpr DWORD kLogonNameChars = 1024;
+constexpr int kGuidChars = 40;
+
+}  // namespace
+
+std::wstring LogonName() {
+  wchar_t name[kLogonNameChars] = {};
+  DWORD size = kLogonNameChars;
+  return ::GetUserNameW(name, &size) ? std::wstring(name) : std::wstring();
+}
+
+std::string NewGuidText() {
+  GUID guid;
+  wchar_t text[kGuidChars] = {};
+  if (FAILED(::CoCreateGuid(&guid)) || ::StringFromGUID2(guid, text, kGuidChars) == 0) return {};
+  return NarrowUtf8(text);
+}
+
+bool JustUtil::CheckPMIE8() {
+  using IsProtectedMode = HRESULT(WINAPI*)(BOOL*);
+  const UniqueModule frame = LoadSystemLibrary(L"ieframe.dll");
+  if (!frame) return false;
+  const auto isProtectedMode = reinterpret_cast<IsProtectedMode>(
+      reinterpret_cast<void*>(::GetProcAddress(frame.get(), "IEIsProtectedModeProcess")));
+  BOOL isProtected = FALSE;
+  return isProtectedMode && SUCCEEDED(isProtectedMode(&isProtected)) && isProtected;
+}
