@@ -1,7 +1,8 @@
 /* A program that keeps itself up to date: it registers, asks for an update and has it installed.
  *
  *   kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL
- *                [--report URL] [--locale LOCALE] [--executor PATH] [--check] [--install]
+ *                [--report URL] [--locale LOCALE] [--executor PATH] [--unique NAME=VALUE]
+ *                [--use PARAMETER] [--check] [--install] [--uninstall]
  *
  * dllkupdate.dll is expected beside the program. One line is printed per step. --install checks
  * first. Ends with 0 when all went well, 1 after a failure, 2 when there is no update, 3 for wrong
@@ -37,6 +38,9 @@ typedef kupdate_status (*IsUpdateAvailableFunction)(const char*, const char*, in
                                                     int32_t, int32_t, bool, const char*,
                                                     const char*, int32_t*);
 typedef kupdate_status (*InstallFunction)(int32_t*);
+typedef kupdate_status (*SetUniqueParamFunction)(const char*, const char*, const wchar_t*);
+typedef kupdate_status (*UsageReportFunction)(const char*, const char*);
+typedef kupdate_status (*UninstallFunction)(const char*);
 
 typedef struct {
   SetExecutorPathFunction setExecutorPath;
@@ -45,6 +49,9 @@ typedef struct {
   GetLocaleFunction getLocale;
   IsUpdateAvailableFunction isUpdateAvailable;
   InstallFunction install;
+  SetUniqueParamFunction setUniqueParam;
+  UsageReportFunction usageReport;
+  UninstallFunction uninstall;
 } Library;
 
 /* What this program is. Texts are UTF-8, as the library takes them. */
@@ -55,13 +62,22 @@ typedef struct {
   char report[kTextBytes];
   char locale[kTextBytes];
   const wchar_t* executor; /* null: the updater's default one */
+  char uniqueName[kTextBytes];
+  const wchar_t* uniqueValue; /* null: none */
+  char use[kTextBytes];
   int32_t version[4];
   bool check;
   bool install;
+  bool uninstall;
 } Program;
 
 static bool toUtf8(const wchar_t* text, char* utf8) {
   return WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8, kTextBytes, NULL, NULL) > 0;
+}
+
+/* The first characters of a text; the buffer is zeroed already. */
+static bool toUtf8Part(const wchar_t* text, int chars, char* utf8) {
+  return WideCharToMultiByte(CP_UTF8, 0, text, chars, utf8, kTextBytes - 1, NULL, NULL) > 0;
 }
 
 /* Why something failed is told by the library's log. */
@@ -102,6 +118,9 @@ static Library loadLibrary(void) {
       .getLocale = (GetLocaleFunction)find(module, "DLLGetLocale"),
       .isUpdateAvailable = (IsUpdateAvailableFunction)find(module, "DLLIsUpdateAvailable"),
       .install = (InstallFunction)find(module, "DLLDownloadAndInstallSilentUpdate"),
+      .setUniqueParam = (SetUniqueParamFunction)find(module, "DLLSetUniqueParam"),
+      .usageReport = (UsageReportFunction)find(module, "DLLUsageReport"),
+      .uninstall = (UninstallFunction)find(module, "DLLOnApplicationUninstall"),
   };
 }
 
@@ -127,6 +146,32 @@ static int setLocale(const Library* library, const Program* program) {
     return failed(program, "reading the locale back");
   }
   printf("locale set to %s and read back\n", text);
+  return kDone;
+}
+
+/* Before the report that is to carry it. */
+static int setUniqueParam(const Library* library, const Program* program) {
+  if (library->setUniqueParam(program->id, program->uniqueName, program->uniqueValue) !=
+      KUPDATE_S_OK) {
+    return failed(program, "setting a unique parameter");
+  }
+  printf("unique parameter %s set\n", program->uniqueName);
+  return kDone;
+}
+
+static int reportUse(const Library* library, const Program* program) {
+  if (library->usageReport(program->id, program->use) != KUPDATE_S_OK) {
+    return failed(program, "reporting the use");
+  }
+  printf("use reported with %s\n", program->use);
+  return kDone;
+}
+
+static int uninstall(const Library* library, const Program* program) {
+  if (library->uninstall(program->id) != KUPDATE_S_OK) {
+    return failed(program, "reporting the removal");
+  }
+  puts("removal reported");
   return kDone;
 }
 
@@ -203,6 +248,13 @@ static bool parseVersion(const wchar_t* text, int32_t* version) {
   return text[end] == 0;
 }
 
+static bool parseUnique(const wchar_t* text, Program* program) {
+  const wchar_t* equals = wcschr(text, L'=');
+  if (!equals) return false;
+  program->uniqueValue = equals + 1;
+  return toUtf8Part(text, (int)(equals - text), program->uniqueName);
+}
+
 static bool parseOption(const wchar_t* name, const wchar_t* value, Program* program) {
   if (wcscmp(name, L"--id") == 0) return toUtf8(value, program->id);
   if (wcscmp(name, L"--version") == 0) return parseVersion(value, program->version);
@@ -210,6 +262,8 @@ static bool parseOption(const wchar_t* name, const wchar_t* value, Program* prog
   if (wcscmp(name, L"--feed") == 0) return toUtf8(value, program->feed);
   if (wcscmp(name, L"--report") == 0) return toUtf8(value, program->report);
   if (wcscmp(name, L"--locale") == 0) return toUtf8(value, program->locale);
+  if (wcscmp(name, L"--unique") == 0) return parseUnique(value, program);
+  if (wcscmp(name, L"--use") == 0) return toUtf8(value, program->use);
   program->executor = value;
   return wcscmp(name, L"--executor") == 0;
 }
@@ -221,6 +275,8 @@ static bool parseArguments(int argc, wchar_t** argv, Program* program) {
       program->check = true;
     } else if (wcscmp(argv[i], L"--install") == 0) {
       program->check = program->install = true;
+    } else if (wcscmp(argv[i], L"--uninstall") == 0) {
+      program->uninstall = true;
     } else if (i + 1 == argc || !parseOption(argv[i], argv[i + 1], program)) {
       return false;
     } else {
@@ -236,14 +292,18 @@ int wmain(int argc, wchar_t** argv) {
   if (!parseArguments(argc, argv, &program)) {
     puts(
         "usage: kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL\n"
-        "       [--report URL] [--locale LOCALE] [--executor PATH] [--check] [--install]");
+        "       [--report URL] [--locale LOCALE] [--executor PATH] [--unique NAME=VALUE]\n"
+        "       [--use PARAMETER] [--check] [--install] [--uninstall]");
     return kUsage;
   }
   const Library library = loadLibrary();
   if (program.executor) library.setExecutorPath(program.executor);
   int result = registerProgram(&library, &program);
   if (result == kDone && program.locale[0]) result = setLocale(&library, &program);
+  if (result == kDone && program.uniqueValue) result = setUniqueParam(&library, &program);
+  if (result == kDone && program.use[0]) result = reportUse(&library, &program);
   if (result == kDone && program.check) result = checkForUpdate(&library, &program);
   if (result == kDone && program.install) result = installUpdate(&library, &program);
+  if (result == kDone && program.uninstall) result = uninstall(&library, &program);
   return result;
 }

@@ -15,6 +15,7 @@
 #include "util/files.h"
 #include "util/log_line.h"
 #include "util/log_start.h"
+#include "util/process.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ Status Report(const char* exportName, const char* kind, const std::string& text)
     const CriticalScope scope(state.guard);
     state.lastErrorText.append(exportName).append(": ").append(text);
   }
-  LogLine(&DiagLog::Instance(), exportName, __LINE__, "D:") << kind;
+  LogAs(exportName, __LINE__, "D:") << kind;
   return kFail;
 }
 
@@ -62,13 +63,14 @@ void StartLogOnce(const char* appId) {
     if (state.logStarted) return;
     state.logStarted = true;
   }
+  PinThisModule();
   StartLog(L"kupdate-exec-" + WidenUtf8(appId ? appId : "") + L".log", {});
   JustUtil::OutBanner();
 }
 
 void Enter(const char* exportName, const char* appId) {
   ClearLastErrorText();
-  LogLine(&DiagLog::Instance(), exportName, __LINE__, "D:") << "in";
+  LogAs(exportName, __LINE__, "D:") << "in";
   StartLogOnce(appId);
 }
 
@@ -89,7 +91,7 @@ Status ReportCaught(const char* exportName) noexcept {
 }
 
 bool CheckAppId(const char* exportName, const char* appId) {
-  if (!appId) LogLine(&DiagLog::Instance(), exportName, __LINE__, "E:") << "AppId is empty.";
+  if (!appId) LogAs(exportName, __LINE__, "E:") << "AppId is empty.";
   return appId != nullptr;
 }
 

@@ -13,10 +13,6 @@ HostRelease MakeRelease(const char* platform, const char* versionUrl, std::int32
   return {platform, versionUrl, low(major), low(minor), low(subver), low(build), release};
 }
 
-LogLine LogExport(const char* exportName, int line) {
-  return LogLine(&DiagLog::Instance(), exportName, line, "D:");
-}
-
 constexpr std::int32_t kLastKnownStatus = 3;
 
 }  // namespace
@@ -54,7 +50,7 @@ kupdate_status DLLOnApplicationStartup(const char* app_id, const char* platform,
         app_id,
         MakeRelease(platform, version_url, ver_major, ver_minor, ver_subver, ver_build, release),
         report_url, ping_period);
-    LogExport("DLLOnApplicationStartup", __LINE__) << "Ok";
+    LogAs("DLLOnApplicationStartup", __LINE__, "D:") << "Ok";
   });
 }
 
@@ -70,7 +66,7 @@ kupdate_status DLLSetApplicationState(const char* app_id, const char* state) {
 
 kupdate_status DLLSetExecutorPath(const wchar_t* path) {
   FreeEntry("DLLSetExecutorPath", [&] {
-    LogExport("DLLSetExecutorPath", __LINE__) << (path ? path : L"NULL!!!");
+    LogAs("DLLSetExecutorPath", __LINE__, "D:") << (path ? path : L"NULL!!!");
     TUpdaterController::SetExecutorPath(path);
     if (path) OverrideExecutorPath(path);
     FixUpdaterPath();
@@ -93,7 +89,7 @@ kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code) {
   return FreeEntry("DLLDownloadAndInstallSilentUpdate", [&] {
     StartLogOnce(nullptr);
     const bool done = GlobalController().DownloadAndInstallSilentUpdate(exit_code);
-    LogExport("DLLDownloadAndInstallSilentUpdate", __LINE__)
+    LogAs("DLLDownloadAndInstallSilentUpdate", __LINE__, "D:")
         << "res: " << (done ? "S_OK" : "E_FAIL");
     return done;
   });

@@ -10,14 +10,6 @@
 #include "util/text.h"
 #include "xml/xml_node.h"
 
-namespace {
-
-LogLine LogAs(std::string_view operation, int line) {
-  return LogLine(&DiagLog::Instance(), operation, line, "E:");
-}
-
-}  // namespace
-
 TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
     : appId_(std::move(appId)), locker_(std::move(locker)) {}
 
@@ -37,7 +29,7 @@ std::string TAppInfo::Path() const { return PathOf("appinfo.xml"); }
 
 bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
   std::string bytes;
-  switch (FileSystem::ReadWholeFile(path, &bytes)) {
+  switch (FileSystem::ReadFile(path, &bytes)) {
     case FileSystem::ReadOutcome::kFailed:
       return false;
     case FileSystem::ReadOutcome::kMissing:
@@ -52,13 +44,13 @@ bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
 void TAppInfo::Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit) {
   const LockScope lock(locker_.get());
   if (!lock) {
-    LogAs(operation, __LINE__) << "Lock error, postpone file write.";
+    LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
     return;
   }
   const std::string path = Path();
   XmlNode root;
   if (!Load(path, &root)) {
-    LogAs(operation, __LINE__) << "Read error, postpone file write.";
+    LogAs(operation, __LINE__, "E:") << "Read error, postpone file write.";
     return;
   }
   if (edit(root)) FileSystem::WriteFile(path, root.Serialise());
@@ -87,7 +79,7 @@ void TAppInfo::RemoveValue(std::string_view key) {
 std::optional<std::string> TAppInfo::Find(std::string_view key, std::string_view operation) const {
   LockScope lock(locker_.get());
   if (!lock) {
-    LogAs(operation, __LINE__) << "Lock error, postpone file write.";
+    LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
     return {};
   }
   XmlNode root;

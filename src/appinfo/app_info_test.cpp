@@ -95,6 +95,20 @@ TEST(TAppInfo, FileCutAnywhereKeepsWhatIsWhole) {
   }
 }
 
+TEST(TAppInfo, AFileThatIsNoXmlIsKeptAside) {
+  const DataHome home;
+  const auto path = home.AppFolder("app") / "appinfo.xml";
+  for (const std::string_view text :
+       {std::string_view("\xFF\xFE<\0a\0>\0", 8), std::string_view("<!-- a > b --><appinfo/>")}) {
+    WriteBytes(path, text);
+    const LogCapture capture;
+    TAppInfo("app").Write("key", "value");
+    EXPECT_TRUE(capture.Has("E:LoadXml: XML parser error: no root element  (at position 0 )"));
+    EXPECT_EQ(ReadBytes(path.string() + ".bak"), text);
+    EXPECT_EQ(TAppInfo("app").Read("key"), "value");
+  }
+}
+
 TEST(TAppInfo, AFileThatCannotBeReadIsNotWrittenOver) {
   const DataHome home;
   std::filesystem::create_directories(home.AppFolder("app") / "appinfo.xml");

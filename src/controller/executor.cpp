@@ -29,7 +29,9 @@ struct ExecutorPaths {
 // Computed on first need. Under the guard.
 const std::wstring& LegacyExecName(ExecutorPaths& paths) {
   if (paths.legacyExecName.empty()) {
-    paths.legacyExecName = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
+    // Without its folder it would be looked for in the host's current directory.
+    const std::wstring folder = GetAppDataFolder(L"Krelix\\Updater");
+    if (!folder.empty()) paths.legacyExecName = folder + L"kupdate-exec.exe";
   }
   return paths.legacyExecName;
 }
@@ -69,7 +71,17 @@ std::wstring TUpdaterController::GetExecutorPath() {
   return paths.legacyExecName;
 }
 
+std::wstring FreshTempFile(const std::wstring& name) {
+  std::wstring path = GetTempFolder();
+  if (path.empty() || name.find_first_of(L"\\/") != name.npos) return {};
+  path += name;
+  FileSystem::DeleteFile(NarrowUtf8(path));
+  return path;
+}
+
 void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
+  const std::wstring appId = WidenUtf8(store.AppId());
+  const std::wstring resultFile = FreshTempFile(L"kupdate-versioninfo-" + appId + L".xml");
   store.UpdateLastCheckTime(now);
   const std::wstring executor = TUpdaterController::GetExecutorPath();
   LOG_I << "KupdateExecutablePath: " << executor;
@@ -78,9 +90,10 @@ void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
     LOG_E << "VersionUrl is empty";
     return;
   }
-  const std::wstring appId = WidenUtf8(store.AppId());
-  const std::wstring resultFile = GetTempFolder() + L"kupdate-versioninfo-" + appId + L".xml";
-  FileSystem::DeleteFile(NarrowUtf8(resultFile));
+  if (resultFile.empty() || executor.empty()) {
+    LOG_E << "No folder for the check.";
+    return;
+  }
   const ComApartment apartment;
   TBitsTransfer transfer(url, resultFile);
   transfer.SetTimeout(kCheckTimeoutSeconds);
@@ -91,9 +104,12 @@ void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
 bool LaunchPing(const std::string& appId, const PingBlock& block) noexcept {
   try {
     const std::wstring id = WidenUtf8(appId);
-    const std::wstring resultFile = GetTempFolder() + L"kupdate-ping-" + id + L".temp";
-    FileSystem::DeleteFile(NarrowUtf8(resultFile));
+    const std::wstring resultFile = FreshTempFile(L"kupdate-ping-" + id + L".temp");
     const std::wstring executor = TUpdaterController::GetExecutorPath();
+    if (resultFile.empty() || executor.empty()) {
+      LOG_E << "No folder for the ping.";
+      return false;
+    }
     const bool suicide = block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
     const ComApartment apartment;
     TBitsTransfer transfer(block.url, resultFile);

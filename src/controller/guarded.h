@@ -15,7 +15,7 @@ struct LogPlace {
 #define LOG_PLACE (LogPlace{FunctionName(__PRETTY_FUNCTION__), __LINE__})
 
 inline LogLine LogAt(const LogPlace& place, const char* level) {
-  return LogLine(&DiagLog::Instance(), place.function, place.line, level);
+  return LogAs(place.function, place.line, level);
 }
 
 /// What a body tells its frame: whether the operation came to its end, which is logged, or was
@@ -23,7 +23,7 @@ inline LogLine LogAt(const LogPlace& place, const char* level) {
 enum class Ended { kOut, kLeft };
 
 /// Runs one operation between "in" and "out". Whatever `body` throws ends here, with a line in the
-/// log; then `failed` is returned, else what `body` put into `result`.
+/// log.
 template <class Body>
 void Guarded(const LogPlace& place, Body&& body) noexcept {
   try {

@@ -1,11 +1,11 @@
 // The update check that a host drives, the wait for the executor's own check, and the silent
 // install.
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 
 #include "appinfo/app_info2.h"
 #include "controller/command_line.h"
+#include "controller/executor.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
 #include "controller/updater_controller.h"
@@ -35,10 +35,6 @@ constexpr std::int32_t kStatusJobFailed = 3;
 // Whether the last check found an update: only then is there something to install.
 bool updateFound = false;
 
-std::wstring FeedFile(const std::string& appId) {
-  return GetTempFolder() + WidenUtf8(appId) + L"-version.rss";
-}
-
 bool JobInWork(JobState state) {
   return state == JobState::kQueued || state == JobState::kConnecting ||
          state == JobState::kTransferring || state == JobState::kSuspended ||
@@ -54,31 +50,23 @@ void Deliver(std::int32_t value, std::int32_t* status) {
 XmlNode LoadFeed(const std::string& path) {
   std::string bytes;
   XmlNode feed;
-  if (FileSystem::ReadWholeFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
+  if (FileSystem::ReadFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
       !LoadXml(std::move(bytes), &feed)) {
     throw std::runtime_error("The feed cannot be read.");
   }
   return feed;
 }
 
-void KeepFeed(const std::string& appId, const std::string& feedFile) {
+bool KeepFeed(const std::string& appId, const std::string& feedFile) {
   const std::wstring folder = GetUpdaterLocalFolder(appId, CreateFolder::kYes);
-  if (!folder.empty() && FileSystem::CopyFile(feedFile, NarrowUtf8(folder) + "version.rss")) {
-    LOG_D << "Rss copied.";
-  } else {
-    LOG_E << "Can't copy Rss.";
-  }
+  return !folder.empty() && FileSystem::CopyFile(feedFile, NarrowUtf8(folder) + "version.rss");
 }
 
 // Waits for the executor's answer. A dead executor must not hang its host for ever, so the wait
 // ends with the process too; an answer given just before that still counts.
-bool WaitForAnswer(const UniqueHandle& event, const UniqueHandle& process) {
-  std::uint32_t result = JustUtil::WaitForEither(event, process, kWaitForever);
-  if (result == 1) result = JustUtil::WaitFor(event, kLateAnswerMilliseconds);
-  LOG_D << "End of waiting." << result;
-  if (result == kWaitSignalled) return true;
-  LOG_E << "The executor ended without an answer.";
-  return false;
+std::uint32_t WaitForAnswer(const UniqueHandle& event, const UniqueHandle& process) {
+  const std::uint32_t result = JustUtil::WaitForEither(event, process, kWaitForever);
+  return result == 1 ? JustUtil::WaitFor(event, kLateAnswerMilliseconds) : result;
 }
 
 }  // namespace
@@ -110,16 +98,8 @@ bool TUpdaterController::IsUpdateAvailable(const char* appId, const HostRelease&
 
 bool TUpdaterController::RunOperation(TAppInfo2& store, const std::string& operation,
                                       std::int32_t* status) {
-  if (operation == "start") {
-    const bool started = Start();
-    if (started) Deliver(kStatusInWork, status);
-    return started;
-  }
-  if (operation == "stop") {
-    const bool stopped = Stop();
-    if (stopped) Deliver(kStatusInWork, status);
-    return stopped;
-  }
+  if (operation == "start") return Start();
+  if (operation == "stop") return Stop();
   if (operation == "check") return Check(store, status);
   LOG_E << "Unknown operation: " << operation;
   return false;
@@ -153,7 +133,7 @@ bool TUpdaterController::Check(TAppInfo2& store, std::int32_t* status) {
     LOG_E << "Job not started!";
     return false;
   }
-  if (!status) LOG_E << "Status == NULL.";
+  if (!status) LOG_D << "Status == NULL.";
   const JobState state = CurrentJobState();
   if (JobInWork(state)) {
     LOG_D << "Job in work.";
@@ -174,8 +154,7 @@ bool TUpdaterController::Check(TAppInfo2& store, std::int32_t* status) {
 }
 
 bool TUpdaterController::EvaluateFeed(TAppInfo2& store, std::int32_t* status) {
-  const std::string feedFile = NarrowUtf8(FeedFile(appId_));
-  const bool found = TUpdInfo(appId_).Evaluate(store, LoadFeed(feedFile), NowSeconds());
+  const bool found = TUpdInfo(appId_).Evaluate(store, LoadFeed(feedFile_), NowSeconds());
   // The same words for both outcomes: those who read the logs look for them.
   LOG_D << "Update available.";
   if (!found) {
@@ -184,13 +163,17 @@ bool TUpdaterController::EvaluateFeed(TAppInfo2& store, std::int32_t* status) {
   }
   updateFound = true;
   Deliver(kStatusFound, status);
-  KeepFeed(appId_, feedFile);
+  if (KeepFeed(appId_, feedFile_)) {
+    LOG_D << "Rss copied.";
+  } else {
+    LOG_E << "Can't copy Rss.";
+  }
   return true;
 }
 
 void TUpdaterController::StartJob() {
-  const std::wstring feedFile = FeedFile(appId_);
-  FileSystem::DeleteFile(NarrowUtf8(feedFile));
+  const std::wstring feedFile = FreshTempFile(WidenUtf8(appId_) + L"-version.rss");
+  if (feedFile.empty()) throw std::runtime_error("No folder for version.rss.");
   TBitsTransfer transfer(versionUrl_, feedFile);
   transfer.SetTimeout(kFeedTimeoutSeconds);
   transfer.Work();
@@ -199,6 +182,7 @@ void TUpdaterController::StartJob() {
   }
   LOG_D << "JobId: " << transfer.JobId();
   jobId_ = transfer.JobId();
+  feedFile_ = NarrowUtf8(feedFile);
   jobAppId_ = appId_;
 }
 
@@ -230,8 +214,8 @@ bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t wait
     store.ForgetPingTimes();
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
     LOG_I << "Try to wait for update during " << waitMilliseconds << "ms.";
-    const std::uint32_t result =
-        JustUtil::WaitFor(event, static_cast<std::uint32_t>(waitMilliseconds));
+    const std::uint32_t result = JustUtil::WaitFor(
+        event, waitMilliseconds < 0 ? kWaitForever : static_cast<std::uint32_t>(waitMilliseconds));
     LOG_D << "End of waiting." << result;
     if (result == kWaitSignalled) available = store.ReadNumber("UpgradeAvailable") != 0;
     if (result == kWaitTimeout) LOG_D << "WAIT_TIMEOUT";
@@ -276,7 +260,13 @@ bool TUpdaterController::DownloadAndInstallSilentUpdate(std::int32_t* exitCode) 
     UniqueHandle process;
     const std::uint32_t error = TEnvironment::Execute(executor, commandLine, &process);
     LOG_D << "Updater started, code: " << error;
-    if (error != 0 || !WaitForAnswer(event, process)) return Ended::kLeft;
+    if (error != 0) return Ended::kLeft;
+    const std::uint32_t result = WaitForAnswer(event, process);
+    LOG_D << "End of waiting." << result;
+    if (result != kWaitSignalled) {
+      LOG_E << "The executor ended without an answer.";
+      return Ended::kLeft;
+    }
     const std::int64_t code = TUpdInfo(appId).ReadNumber("DistroExitCode");
     LOG_D << "ExitCode: " << code;
     if (exitCode) *exitCode = static_cast<std::int32_t>(code);

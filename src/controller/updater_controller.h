@@ -101,6 +101,7 @@ class TUpdaterController {
   std::string versionUrl_;
   TLocker* statisticsLock_ = nullptr;  // null: the entry point holds the lock for the whole call
   std::string jobAppId_;               // the application that jobId_ was started for
+  std::string feedFile_;               // where jobId_ puts the feed, UTF-8
 };
 
 /// Runs what is due for an application: its ping and its update check; for a removed one its last

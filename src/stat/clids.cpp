@@ -103,7 +103,7 @@ std::string TClids::VendorParam() const {
   std::string path = GetMakerFolder();
   if (!path.empty()) path += "vendor-specific-urlparam-" + appId_ + ".txt";
   std::string text;
-  if (FileSystem::ReadWholeFile(path, &text) == FileSystem::ReadOutcome::kFailed) {
+  if (FileSystem::ReadFile(path, &text) == FileSystem::ReadOutcome::kFailed) {
     return "vendor-url-retr-failed=yes";
   }
   if (text.empty() || text.size() > kMaxVendorChars) return {};

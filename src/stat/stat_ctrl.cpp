@@ -35,19 +35,22 @@ std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
 
 }  // namespace
 
-// How an operation is named in the log, and what it is called when it is postponed.
+// How an operation is named in the log, and what it says there when it is postponed.
 struct TStatCtrl::Operation {
   std::string_view name;
-  std::string_view work;
+  std::string_view lockError;
 
   void Postpone(std::string_view fault) const {
-    const std::string text = std::string(fault).append(", postpone ").append(work).append(" .");
-    LogLine(&DiagLog::Instance(), name, __LINE__, "E:") << text;
+    std::string text(lockError);
+    text.replace(0, text.find(','), fault);
+    LogAs(name, __LINE__, "E:") << text;
   }
 };
 
-constexpr TStatCtrl::Operation TStatCtrl::kGetPingUrl{"TStatCtrl::GetPingUrl", "get ping url"};
-constexpr TStatCtrl::Operation TStatCtrl::kRollback{"TStatCtrl::Rollback", "rollback"};
+constexpr TStatCtrl::Operation TStatCtrl::kGetPingUrl{"TStatCtrl::GetPingUrl",
+                                                      "Lock error, postpone get ping url ."};
+constexpr TStatCtrl::Operation TStatCtrl::kRollback{"TStatCtrl::Rollback",
+                                                    "Lock error, postpone rollback ."};
 
 TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : appId_(std::move(appId)), lock_(lock) {}
 
@@ -94,39 +97,41 @@ TStatHolder TStatCtrl::Read(const Operation& operation) {
 }
 
 void TStatCtrl::AddState(AppState state) {
-  Change({"TStatCtrl::AddState", "add state"},
+  Change({"TStatCtrl::AddState", "Lock error, postpone add state ."},
          [&](TStatHolder& holder) { return holder.AddState(state); });
 }
 
 void TStatCtrl::AddOptionalParam(const std::string& text) {
-  Change({"TStatCtrl::AddOptionalParam", "add optional param"}, [&](TStatHolder& holder) {
-    holder.AddOptionalParam(text);
-    return true;
-  });
+  Change({"TStatCtrl::AddOptionalParam", "Lock error, postpone add optional param ."},
+         [&](TStatHolder& holder) {
+           holder.AddOptionalParam(text);
+           return true;
+         });
 }
 
 void TStatCtrl::AddAction(const std::string& text) {
-  Change({"TStatCtrl::AddAction", "add action"}, [&](TStatHolder& holder) {
+  Change({"TStatCtrl::AddAction", "Lock error, postpone add action ."}, [&](TStatHolder& holder) {
     holder.AddAction(text);
     return true;
   });
 }
 
 void TStatCtrl::SetUniqueParam(const std::string& text) {
-  Change({"TStatCtrl::SetUniqueParam", "set unique param"},
+  Change({"TStatCtrl::SetUniqueParam", "Lock error, postpone set unique param ."},
          [&](TStatHolder& holder) { return holder.SetUniqueParam(text); });
 }
 
 std::string TStatCtrl::GetUniqueParam(std::string_view name) {
-  return Read({"TStatCtrl::GetUniqueParam", "get unique param"}).GetUniqueParam(name);
+  return Read({"TStatCtrl::GetUniqueParam", "Lock error, postpone get unique param ."})
+      .GetUniqueParam(name);
 }
 
 AppState TStatCtrl::LastState() {
-  return Read({"TStatCtrl::LastState", "get last state"}).LastState();
+  return Read({"TStatCtrl::LastState", "Lock error, postpone get last state ."}).LastState();
 }
 
 std::string TStatCtrl::LastParam() {
-  return Read({"TStatCtrl::LastParam", "get last param"}).LastParam();
+  return Read({"TStatCtrl::LastParam", "Lock error, postpone get last param ."}).LastParam();
 }
 
 std::optional<PingBlock> TStatCtrl::GetPingUrl(const std::string& baseUrl) {

@@ -230,6 +230,7 @@ TEST_F(TStatCtrlTest, NoneOfManyWritersIsLost) {
   constexpr int kWriters = 8;
   constexpr int kParams = 20;
   std::vector<std::thread> writers;
+  writers.reserve(kWriters);
   for (int writer = 0; writer < kWriters; ++writer) {
     writers.emplace_back([writer] {
       Mutex mutex(L"STATISTIC-of-the-tests");

@@ -62,7 +62,7 @@ void PutInFront(std::deque<std::string>&& items, std::deque<std::string>* queue)
 bool TStatHolder::Load(const std::string& path) {
   LOG_D << "Loading from: " << path;
   std::string text;
-  const FileSystem::ReadOutcome outcome = FileSystem::ReadWholeFile(path, &text);
+  const FileSystem::ReadOutcome outcome = FileSystem::ReadFile(path, &text);
   if (outcome == FileSystem::ReadOutcome::kFailed) return false;
   if (text.empty()) return true;
   try {
@@ -182,7 +182,9 @@ std::string TStatHolder::MakeQuery() {
     query.append(kStateKey).append(TAppStateHolder::Text(states_.front()));
   }
   Join("&", JoinAll("&", optionalParams_), &query);
-  for (const auto& [name, value] : uniqueParams_) Join("&", name + "=" + value, &query);
+  for (const auto& [name, value] : uniqueParams_) {
+    Join("&", std::string(name).append("=").append(value), &query);
+  }
   if (const std::string actions = JoinAll(",", actions_); !actions.empty()) {
     Join("&", kActionKey, &query);
     query += actions;

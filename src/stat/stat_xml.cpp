@@ -96,7 +96,9 @@ void TStatHolder::WriteSections(XmlNode* root) const {
   SectionWriter optionalParams(root, "optional-params", "param");
   for (const std::string& param : optionalParams_) optionalParams.Add(param);
   SectionWriter uniqueParams(root, "unique-params", "param");
-  for (const auto& [name, value] : uniqueParams_) uniqueParams.Add(name + "=" + value);
+  for (const auto& [name, value] : uniqueParams_) {
+    uniqueParams.Add(std::string(name).append("=").append(value));
+  }
   SectionWriter actions(root, "actions", "action");
   for (const std::string& action : actions_) actions.Add(action);
   root->AddChild("last-state").SetValue(TAppStateHolder::Text(lastState_));

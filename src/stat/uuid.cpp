@@ -27,7 +27,7 @@ std::string TUuid::ReadUniqUserId() {
 
 std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
   std::string id;
-  const FileSystem::ReadOutcome outcome = FileSystem::ReadWholeFile(path, &id);
+  const FileSystem::ReadOutcome outcome = FileSystem::ReadFile(path, &id);
   if (id.size() == kIdChars) {
     LOG_D << "ui: " << id;
     return id;

@@ -1,5 +1,7 @@
 #include "transfer/bits_interfaces.h"
 
+#include <memory>
+
 IBackgroundCopyManagerPtr ConnectToService() {
   IBackgroundCopyManagerPtr manager;
   hrcheck() = manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL);
@@ -9,7 +11,6 @@ IBackgroundCopyManagerPtr ConnectToService() {
 std::wstring GuidText(const GUID& id) {
   LPOLESTR text = nullptr;
   hrcheck() = ::StringFromCLSID(id, &text);
-  const std::wstring result = text;
-  ::CoTaskMemFree(text);
-  return result;
+  const std::unique_ptr<OLECHAR, decltype(&::CoTaskMemFree)> owner(text, &::CoTaskMemFree);
+  return text;
 }

@@ -9,16 +9,6 @@ namespace {
 
 constexpr char kDisplayName[] = "Kupdate-task";
 
-// A service older than notify programs has no such interface; the pointer then throws.
-void SetNotifyFlags(const IBackgroundCopyJob2Ptr& job) {
-  try {
-    hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR);
-    LOG_D << "hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR)";
-  } catch (const _com_error&) {
-    LOG_E << "Error in job->SetNotifyFlags. Maybe used BITS version < 1.5.";
-  }
-}
-
 }  // namespace
 
 TBitsTransfer::TBitsTransfer(std::string url, std::wstring outfile)
@@ -53,7 +43,7 @@ void TBitsTransfer::Work() {
     if (result != E_NOINTERFACE) hrcheck() = result;
     if (!job2) LOG_E << "job == NULL!!";
     Configure(*job);
-    SetNotifyFlags(job2);
+    SetNotifyFlags(job2.GetInterfacePtr());
     if (job2) Start(*job2, GuidText(id));
   } catch (...) {
     job->Cancel();
@@ -72,6 +62,16 @@ void TBitsTransfer::Configure(IBackgroundCopyJob& job) {
   hrcheck() = job.SetPriority(highPriority_ ? BG_JOB_PRIORITY_FOREGROUND : BG_JOB_PRIORITY_NORMAL);
   LOG_D << "hrcheck() = job1->SetPriority(high_priority? BG_JOB_PRIORITY_FOREGROUND : "
            "BG_JOB_PRIORITY_NORMAL)";
+}
+
+void TBitsTransfer::SetNotifyFlags(IBackgroundCopyJob2* job) {
+  try {
+    if (!job) throw _com_error(E_POINTER);  // a service older than notify programs
+    hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR);
+    LOG_D << "hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR)";
+  } catch (const _com_error&) {
+    LOG_E << "Error in job->SetNotifyFlags. Maybe used BITS version < 1.5.";
+  }
 }
 
 void TBitsTransfer::Start(IBackgroundCopyJob2& job, const std::wstring& id) {

@@ -14,8 +14,8 @@ struct IBackgroundCopyJob2;
 ///
 ///   CreateJob -> suspended -> configured -> Resume -> added
 ///                    |            |
-///                    |            +- a call failed: cancelled, so that failures do not use up the
-///                    jobs that |               the service grants a user
+///                    |            +- a call failed: cancelled, so that failures do not use up
+///                    |               the jobs that the service grants a user
 ///                    +- the service is too old for notify programs: stays suspended
 ///
 /// Used by one thread, on which COM must be initialised.
@@ -45,6 +45,7 @@ class TBitsTransfer final {
 
  private:
   void Configure(IBackgroundCopyJob& job);
+  void SetNotifyFlags(IBackgroundCopyJob2* job);
   void Start(IBackgroundCopyJob2& job, const std::wstring& id);
   void JobAdded(const std::wstring& id);
 

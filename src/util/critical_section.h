@@ -2,7 +2,7 @@
 #ifndef KUPDATE_UTIL_CRITICAL_SECTION_H_
 #define KUPDATE_UTIL_CRITICAL_SECTION_H_
 
-/// Recursive. Plain memory: constructing one makes no system call that can fail or wait.
+/// Recursive. Constructing one allocates a little memory and waits for nothing.
 class CriticalSection {
  public:
   CriticalSection();

@@ -2,6 +2,7 @@
 #ifndef KUPDATE_UTIL_DIAG_LOG_H_
 #define KUPDATE_UTIL_DIAG_LOG_H_
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,19 +32,14 @@ class DiagLog {
   /// Names the file and writes `heading` and then the held lines into it, unless a file was named
   /// before.
   /// @param choosePath  called under the log's lock, and only when the log is not started yet.
-  /// Returns
-  ///                    the full path; lines written meanwhile are held. May throw nothing.
-  template <class ChoosePath>
-  void Start(ChoosePath choosePath, std::string_view heading) noexcept {
-    CriticalScope scope(guard_);
-    if (path_.empty()) Begin(choosePath(), heading);
-  }
+  ///                    Returns the full path; lines written meanwhile are held. Without a path
+  ///                    this and all later lines are lost.
+  void Start(const std::function<std::wstring()>& choosePath, std::string_view heading) noexcept;
 
  private:
-  void Begin(std::wstring path, std::string_view heading) noexcept;
-
   std::vector<std::string> heldLines_;
   std::wstring path_;
+  bool started_ = false;
   CriticalSection guard_;
   bool paranoid_ = false;
 };

@@ -29,6 +29,6 @@ bool PrepareString(const std::wstring& path, wchar_t* buffer) {
 
 std::string FileSystem::ReadFile(const std::string& path) {
   std::string content;
-  ReadWholeFile(path, &content);
+  ReadFile(path, &content);
   return content;
 }

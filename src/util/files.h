@@ -31,8 +31,7 @@ bool IsPathExist(const std::wstring& path);
 
 /// Moves a folder with all below it.
 /// @return false only when a path was too long. True even when the move failed: callers learn of
-/// that
-///         from the log alone, and rely on it.
+///         that from the log alone, and rely on it.
 bool MoveDirectory(const std::wstring& source, const std::wstring& destination);
 
 /// Renames the file to its name with ".bak", over an older backup; then `path` is the backup's. A
@@ -54,7 +53,7 @@ enum class ReadOutcome {
 
 /// Reads the whole file in text mode: CR LF becomes LF. Anything but kRead is logged and leaves
 /// `content` empty.
-ReadOutcome ReadWholeFile(const std::string& path, std::string* content);
+ReadOutcome ReadFile(const std::string& path, std::string* content);
 
 /// The same for callers to whom a file that cannot be read is an empty one.
 std::string ReadFile(const std::string& path);

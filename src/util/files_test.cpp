@@ -100,14 +100,14 @@ TEST(FileSystem, WriteMakesOneLevelOfFolder) {
 TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
   const TestFile file;
   std::string content = "before";
-  EXPECT_EQ(FileSystem::ReadWholeFile(file.name, &content), FileSystem::ReadOutcome::kMissing);
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content), FileSystem::ReadOutcome::kMissing);
   EXPECT_EQ(content, "");
   fs::create_directories(file.path);  // a folder of that name cannot be read as a file
   const LogCapture capture;
-  EXPECT_EQ(FileSystem::ReadWholeFile(file.name, &content), FileSystem::ReadOutcome::kFailed);
-  EXPECT_TRUE(capture.Has("E:FileSystem::ReadWholeFile: Can't open file:  " + file.name));
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content), FileSystem::ReadOutcome::kFailed);
+  EXPECT_TRUE(capture.Has("E:FileSystem::ReadFile: Can't open file:  " + file.name));
   EXPECT_FALSE(FileSystem::WriteFile(file.name, "x"));
-  EXPECT_EQ(FileSystem::ReadWholeFile("", &content), FileSystem::ReadOutcome::kFailed);
+  EXPECT_EQ(FileSystem::ReadFile("", &content), FileSystem::ReadOutcome::kFailed);
 }
 
 TEST(FileSystem, GetFileTimeIsTheLocalDayOfTheLastChange) {

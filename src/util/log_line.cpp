@@ -52,6 +52,10 @@ LogLine::~LogLine() {
   if (log_ && !suppressed_ && !headerOnly_ && !text_.empty()) log_->Write(text_);
 }
 
+LogLine LogAs(std::string_view function, int line, std::string_view level) noexcept {
+  return LogLine(&DiagLog::Instance(), function, line, level);
+}
+
 LogLine& LogLine::operator<<(std::string_view text) noexcept {
   const LastErrorKeeper keeper;
   AppendPiece(text);

@@ -81,6 +81,9 @@ class LogLine {
   bool autoSpace_ = true;
 };
 
+/// A line of the process's log under a given name, for functions that it knows by another than their own.
+LogLine LogAs(std::string_view function, int line, std::string_view level) noexcept;
+
 #define LOG_AT(level) \
   LogLine(&DiagLog::Instance(), FunctionName(__PRETTY_FUNCTION__), __LINE__, level)
 #define LOG_D LOG_AT("D:")

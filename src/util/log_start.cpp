@@ -52,8 +52,7 @@ void LoadLogLevel() {
 }
 
 void StartLog(const std::wstring& fileName, const std::wstring& folder) {
-  DiagLog::Instance().Start([&]() noexcept { return PrepareLogFile(fileName, folder); },
-                            LogHeading());
+  DiagLog::Instance().Start([&] { return PrepareLogFile(fileName, folder); }, LogHeading());
 }
 
 void JustUtil::OutBanner() {

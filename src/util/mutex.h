@@ -12,8 +12,7 @@ class Mutex final : public TLocker {
  public:
   /// Creates or opens the mutex.
   /// @param name  kernel object name, no namespace prefix. If it cannot be created that is logged
-  /// and
-  ///              every later Lock() returns false. One made by a process of another integrity
+  ///              and every later Lock() returns false. One made by a process of another integrity
   ///              level is opened with the right to wait only.
   explicit Mutex(std::wstring name);
   /// Releases the mutex when it is still held.
@@ -22,7 +21,8 @@ class Mutex final : public TLocker {
   Mutex& operator=(const Mutex&) = delete;
 
   /// Waits without limit. An abandoned mutex (its owner died) counts as acquired; the file it
-  /// guards is whole all the same, since files are replaced in one step.
+  /// guards is whole all the same, since files are replaced in one step wherever the system lets
+  /// that be done.
   bool Lock() override;
   void Unlock() override;
 

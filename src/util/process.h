@@ -13,12 +13,16 @@ std::wstring HostProgramName();
 /// Full path of the module that this code is in; empty on failure.
 std::wstring ModulePath();
 
+/// Keeps the module that this code is in loaded until the process ends. The C++ runtime that is linked into
+/// it loses a thread-local index with each load in which something was thrown, and a process has about a
+/// thousand of them.
+void PinThisModule();
+
 class TEnvironment {
  public:
   /// Starts a program without a window; it inherits no handles.
   /// @param program      full path, given to the system as the application name, so that a path
-  /// with
-  ///                     blanks can start nothing else
+  ///                     with blanks can start nothing else
   /// @param commandLine  the whole command line, program included
   /// @param process      receives the process to wait for; left empty when it was not started
   /// @return 0, or the system's error.

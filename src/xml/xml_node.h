@@ -152,7 +152,8 @@ class XmlNode {
 
 /// Parses the bytes of a file. Drops a leading UTF-8 byte-order mark.
 /// @param root  not null; what it held is gone
-/// @return false when the text does not parse: that is logged, with the position, and `root` holds
+/// @return false when the text does not parse, or is neither blank nor has a root element: that is
+///         logged, with the position, and `root` holds
 ///         the children that were read whole.
 bool LoadXml(std::string bytes, XmlNode* root);
 

@@ -221,7 +221,7 @@ XmlParser::Start XmlParser::ReadStart() {
       return ReadElementHead();
     }
     if (name.starts_with(kCdataNode)) {
-      pos_ += kCdataNode.size() - name.size();
+      pos_ -= name.size() - kCdataNode.size();
       node_->name_ = From(begin, pos_);
       ReadCdata();
       return Start::kWhole;
@@ -407,12 +407,18 @@ void XmlNode::Parse(std::string text, XmlListener* listener) {
 
 bool LoadXml(std::string bytes, XmlNode* root) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (bytes.starts_with(kByteOrderMark)) bytes.erase(0, kByteOrderMark.size());
+  const std::size_t markSize = bytes.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+  bytes.erase(0, markSize);
+  const bool isBlank =
+      std::all_of(bytes.begin(), bytes.end(), [](char c) { return Is(c, kBlank); });
   try {
     root->Parse(std::move(bytes));
+    // The parser stops before what is no element; for a file that is a fault like any other.
+    if (root->Name() == kUnnamedNode && !isBlank) throw exXML("no root element", 0);
     return true;
   } catch (const exXML& error) {
-    LOG_E << "XML parser error:" << error.what() << " (at position" << error.position() << ")";
+    LOG_E << "XML parser error:" << error.what() << " (at position" << error.position() + markSize
+          << ")";
     return false;
   }
 }

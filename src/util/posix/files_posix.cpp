@@ -98,7 +98,7 @@ void BackupFile(std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadWholeFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFile(const std::string& path, std::string* content) {
   content->clear();
   const std::string native = Native(path);
   std::error_code ignored;

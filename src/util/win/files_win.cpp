@@ -9,7 +9,6 @@
 #include "util/append_file.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
-#include "util/last_error.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "util/text_mode.h"
@@ -48,22 +47,25 @@ bool ReadAll(HANDLE file, std::string* content) {
 
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
 
-// Writes `content` in one call and onto the disk, so that a replacement that survives a power cut
-// does not bring an empty file with it.
-WriteOutcome WriteBytes(const std::wstring& path, std::string_view content) {
+// Writes `bytes` in one call and onto the disk, so that a replacement that survives a power cut does not
+// bring an empty file with it.
+WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
+  *written = 0;
   const UniqueFile file = OpenForWriting(path);
   if (!file) return WriteOutcome::kNotOpened;
-  const std::string bytes = WithCrLf(content);
-  DWORD written = 0;
-  if (!::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
-    written = 0;
-  }
-  if (written != bytes.size()) {
-    LOG_E << "Try to write " << content.size() << ", really - " << written;
-    return WriteOutcome::kShort;
-  }
+  ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr);
+  if (*written != bytes.size()) return WriteOutcome::kShort;
   ::FlushFileBuffers(file.get());
   return WriteOutcome::kWritten;
+}
+
+// Whether a target that refuses to be replaced may do so only because a program has it open.
+bool MayBeHeld(const std::wstring& target, DWORD error) {
+  if (error == ERROR_SHARING_VIOLATION) return true;
+  if (error != ERROR_ACCESS_DENIED) return false;
+  const DWORD attributes = ::GetFileAttributesW(target.c_str());
+  return attributes == INVALID_FILE_ATTRIBUTES ||
+         (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY)) == 0;
 }
 
 // A program that has the target open (a scanner, an editor) is given a moment to let it go.
@@ -73,9 +75,7 @@ bool Replace(const std::wstring& target, const std::wstring& replacement) {
                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
       return true;
     }
-    const DWORD error = ::GetLastError();
-    if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) return false;
-    if (tries == kReplaceTries) return false;
+    if (tries == kReplaceTries || !MayBeHeld(target, ::GetLastError())) return false;
     SleepMilliseconds(kReplacePauseMilliseconds);
   }
 }
@@ -150,7 +150,7 @@ std::int64_t GetFileSize(const std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadWholeFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFile(const std::string& path, std::string* content) {
   content->clear();
   const UniqueFile file = OpenForReading(WidenUtf8(path));
   if (!file) {
@@ -175,23 +175,29 @@ ReadOutcome ReadWholeFile(const std::string& path, std::string* content) {
 bool WriteFile(const std::string& path, std::string_view content) {
   const std::wstring target = WidenUtf8(path);
   const std::wstring sibling = target + L".new";
-  if (target.empty()) {
-    LOG_E << "Can't open file: " << path;
-    return false;
+  const std::string bytes = WithCrLf(content);
+  DWORD written = 0;
+  WriteOutcome outcome = WriteOutcome::kNotOpened;
+  if (!target.empty()) {
+    ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr);
+    outcome = WriteBytes(sibling, bytes, &written);
+    const bool replaced = outcome == WriteOutcome::kWritten && Replace(target, sibling);
+    // A full disk must not cost the old content as well.
+    if (!replaced && outcome != WriteOutcome::kShort) outcome = WriteBytes(target, bytes, &written);
+    if (!replaced) ::DeleteFileW(sibling.c_str());
   }
-  ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr);
-  WriteOutcome outcome = WriteBytes(sibling, content);
-  if (outcome != WriteOutcome::kShort &&
-      (outcome == WriteOutcome::kNotOpened || !Replace(target, sibling))) {
-    outcome = WriteBytes(target, content);
-    if (outcome == WriteOutcome::kNotOpened) LOG_E << "Can't open file: " << path;
-    ::DeleteFileW(sibling.c_str());
-  } else if (outcome == WriteOutcome::kShort) {
-    ::DeleteFileW(sibling.c_str());
+  switch (outcome) {
+    case WriteOutcome::kWritten:
+      LOG_P << content.size() << "bytes wrote.";
+      return true;
+    case WriteOutcome::kNotOpened:
+      LOG_E << "Can't open file: " << path;
+      return false;
+    case WriteOutcome::kShort:
+      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      return false;
   }
-  if (outcome != WriteOutcome::kWritten) return false;
-  LOG_P << content.size() << "bytes wrote.";
-  return true;
+  return false;
 }
 
 bool ListFolders(const std::string& path, std::vector<std::string>* names) {

@@ -31,10 +31,19 @@ std::wstring ModulePath() {
   return PathOf(module, kPathChars);
 }
 
+void PinThisModule() {
+  HMODULE module = nullptr;
+  ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       reinterpret_cast<LPCWSTR>(&PinThisModule), &module);
+}
+
 std::uint32_t TEnvironment::Execute(const std::wstring& program, std::wstring commandLine,
                                     UniqueHandle* process) {
+  if (program.empty()) return ERROR_FILE_NOT_FOUND;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESHOWWINDOW;
+  startup.wShowWindow = SW_HIDE;
   PROCESS_INFORMATION started = {};
   if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
                         CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {

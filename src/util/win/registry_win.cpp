@@ -43,7 +43,7 @@ bool ReadNumber(RegistryRoot root, const std::wstring& keyPath, const std::wstri
 
 std::wstring TextOf(const std::vector<std::byte>& bytes) {
   std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
-  std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
+  if (!text.empty()) std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
   return text;
 }
 
@@ -145,8 +145,8 @@ std::vector<RegistryValue> EnumValues(const std::wstring& keyPath) {
     DWORD type = 0;
     DWORD size = 0;
     status = ::RegEnumValueW(key.get(), index, name, &nameChars, nullptr, &type, nullptr, &size);
-    if (status == ERROR_NO_MORE_ITEMS) return values;
-    if (status != ERROR_SUCCESS) continue;  // a name that does not fit is no value of ours
+    if (status == ERROR_MORE_DATA) continue;  // a name that does not fit is no value of ours
+    if (status != ERROR_SUCCESS) return values;
     bytes.resize(size);
     status = ::RegQueryValueExW(key.get(), name, nullptr, &type,
                                 reinterpret_cast<BYTE*>(bytes.data()), &size);

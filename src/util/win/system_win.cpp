@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "util/handle.h"
 #include "util/registry.h"
 #include "util/text.h"
 
@@ -74,7 +75,7 @@ bool IsElevated() {
   HANDLE token = nullptr;
   if (!IsVistaOrLater() || !::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
     return false;
-  const Unique<FileTraits> owner(token);
+  const UniqueHandle owner(token);
   TOKEN_ELEVATION elevation = {};
   DWORD size = 0;
   return ::GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size) &&
