@@ -130,6 +130,9 @@ start_web_server() {
   die "failed: the web server does not start (try $try; see $home/start.log)"
 }
 
+# Starts a web server that was configured before, on the port that it had.
+run_web_server() { nginx -c "$1/nginx.conf" -e "$1/error.log" >"$1/start.log" 2>&1 </dev/null; }
+
 stop_web_server() {
   local pid
   pid=$(cat "$1/pid" 2>/dev/null) || return 0
