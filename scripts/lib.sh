@@ -119,7 +119,7 @@ start_web_server() {
     port=$((20000 + RANDOM % 20000))
     "$ROOT/scripts/web-server" "$home" "$folder" "$port" >"$home/nginx.conf"
     # By its path: only root's PATH has that folder.
-    if /usr/sbin/nginx -c "$home/nginx.conf" -e "$home/error.log" >"$home/start.log" 2>&1 </dev/null; then
+    if run_web_server "$home"; then
       at_exit "stop_web_server '$home'"
       WEB_URL=http://127.0.0.1:$port
       WEB_ACCESS_LOG=$home/access.log
@@ -131,7 +131,10 @@ start_web_server() {
 }
 
 # Starts a web server that was configured before, on the port that it had.
-run_web_server() { nginx -c "$1/nginx.conf" -e "$1/error.log" >"$1/start.log" 2>&1 </dev/null; }
+# A normal user's PATH lacks the server's folder.
+run_web_server() {
+  /usr/sbin/nginx -c "$1/nginx.conf" -e "$1/error.log" >"$1/start.log" 2>&1 </dev/null
+}
 
 stop_web_server() {
   local pid
