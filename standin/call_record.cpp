@@ -14,14 +14,29 @@ CallRecord::CallRecord(Service& service, const char* call, const std::string& jo
   if (!jobId.empty()) line_.Text("job", jobId);
 }
 
+CallRecord::CallRecord(Service& service, const char* call, const Job& job)
+    : CallRecord(service, call, job.id()) {
+  job_ = &job;
+}
+
 HResult CallRecord::Run(const std::function<HResult()>& body) noexcept {
   return Guarded([&] {
-    const std::optional<HResult> forced = service_.control.FailureOf(call_);
-    if (forced) line_.Flag("forced", true);
-    const HResult result = forced ? *forced : body();
+    const HResult result = Execute(body);
     Write(result);
     return result;
   });
+}
+
+HResult CallRecord::Execute(const std::function<HResult()>& body) {
+  const std::optional<HResult> forced = service_.control.FailureOf(call_);
+  if (forced) {
+    line_.Flag("forced", true);
+    return *forced;
+  }
+  if (job_ && service_.control.IsForeign(job_->id(), job_->owner())) return E_ACCESSDENIED;
+  const HResult result = body();
+  service_.SaveJobs();
+  return result;
 }
 
 HResult CallRecord::NotImplemented() noexcept {

@@ -9,13 +9,15 @@
 
 namespace standin {
 
-/// Lets the control file fail the call, keeps exceptions from leaving it, and journals it with its
-/// arguments and its result.
+/// Lets the control file fail the call, refuses it for a job of another user, keeps exceptions from
+/// leaving it, saves what it changed, and journals it with its arguments and its result.
 class CallRecord {
  public:
   /// @param call   name as in the interface; a literal
   /// @param jobId  empty for calls of the manager
   CallRecord(Service& service, const char* call, const std::string& jobId = {});
+  /// @param job  that the call is made on; outlives this object
+  CallRecord(Service& service, const char* call, const Job& job);
 
   /// For the arguments, and inside the body for what the call delivers.
   JsonLine& line() { return line_; }
@@ -27,10 +29,12 @@ class CallRecord {
 
  private:
   HResult Guarded(const std::function<HResult()>& body) noexcept;
+  HResult Execute(const std::function<HResult()>& body);
   void Write(HResult result);
 
   Service& service_;
   const char* call_;
+  const Job* job_ = nullptr;
   JsonLine line_;
 };
 

@@ -29,6 +29,18 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     call.line().Text("url", OrEmpty(url)).Text("file", OrEmpty(path));
     return call.Run([&] { return job_->AddFile(url, path); });
   }
+  HRESULT STDMETHODCALLTYPE AddFileSet(ULONG count, BG_FILE_INFO* set) override {
+    CallRecord call = Record("AddFileSet");
+    call.line().Number("count", count);
+    return call.Run([&] {
+      std::vector<JobFile> files;
+      for (const BG_FILE_INFO* info = set; info != set + count; ++info) {
+        files.push_back({.url = std::wstring(OrEmpty(info->RemoteName)),
+                         .path = std::wstring(OrEmpty(info->LocalName))});
+      }
+      return job_->AddFiles(files);
+    });
+  }
 
   HRESULT STDMETHODCALLTYPE Suspend() override {
     return Record("Suspend").Run([&] { return job_->Suspend(); });
@@ -167,9 +179,6 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     });
   }
 
-  HRESULT STDMETHODCALLTYPE AddFileSet(ULONG, BG_FILE_INFO*) override {
-    return Refuse("AddFileSet");
-  }
   HRESULT STDMETHODCALLTYPE EnumFiles(IEnumBackgroundCopyFiles**) override {
     return Refuse("EnumFiles");
   }
@@ -222,7 +231,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     return id == IID_IUnknown || id == __uuidof(IBackgroundCopyJob);
   }
 
-  CallRecord Record(const char* call) { return {service_, call, job_->id()}; }
+  CallRecord Record(const char* call) { return {service_, call, *job_}; }
   HRESULT Refuse(const char* call) { return Record(call).NotImplemented(); }
 
   Service& service_;

@@ -25,7 +25,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     return call.Run([&]() -> HRESULT {
       if (type != BG_JOB_TYPE_DOWNLOAD) return E_NOTIMPL;
       std::shared_ptr<Job> job;
-      const HRESULT created = service_.jobs.Create(name, &job);
+      const HRESULT created = service_.jobs.Create(name, service_.control.User(), &job);
       if (created != S_OK) return created;
       *id = GuidFromText(job->id());
       *object = NewJobObject(service_, job);
@@ -40,6 +40,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     return CallRecord(service_, "GetJob", idText).Run([&]() -> HRESULT {
       std::shared_ptr<Job> job = service_.jobs.Find(idText);
       if (!job || service_.control.IsVanished(idText)) return BG_E_NOT_FOUND;
+      if (service_.control.IsForeign(idText, job->owner())) return E_ACCESSDENIED;
       *object = NewJobObject(service_, std::move(job));
       return S_OK;
     });
@@ -49,10 +50,12 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     *list = nullptr;
     CallRecord call(service_, "EnumJobs");
     call.line().Number("flags", flags);
+    const bool everyone = flags & BG_JOB_ENUM_ALL_USERS;
     return call.Run([&] {
       std::vector<std::shared_ptr<Job>> jobs = service_.jobs.Live();
       std::erase_if(jobs, [&](const std::shared_ptr<Job>& job) {
-        return service_.control.IsVanished(job->id());
+        return service_.control.IsVanished(job->id()) ||
+               (!everyone && service_.control.IsForeign(job->id(), job->owner()));
       });
       call.line().Number("count", jobs.size());
       *list = NewEnumJobsObject(service_, std::move(jobs));

@@ -71,6 +71,25 @@ bool Control::IsVanished(std::string_view jobId) {
   });
 }
 
+std::string Control::User() {
+  const std::lock_guard lock(mutex_);
+  Refresh();
+  return script_.user;
+}
+
+bool Control::IsForeign(std::string_view jobId, const std::string& owner) {
+  const std::lock_guard lock(mutex_);
+  Refresh();
+  const auto other = script_.owners.find(std::string(jobId));
+  return (other == script_.owners.end() ? owner : other->second) != script_.user;
+}
+
+bool Control::AnyServerWillDo() {
+  const std::lock_guard lock(mutex_);
+  Refresh();
+  return script_.anyServer;
+}
+
 double Control::ClockFactor() {
   const std::lock_guard lock(mutex_);
   Refresh();

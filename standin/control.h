@@ -27,6 +27,12 @@ class Control {
   /// The next state of the scripted sequence; nothing when there is none.
   std::optional<int> NextScriptedState();
   bool IsVanished(std::string_view jobId);
+  /// Whom calls come from: the owner of the jobs made now.
+  std::string User();
+  /// Whether a job belongs to another user than calls come from.
+  /// @param owner  the user who made it; the file may name another
+  bool IsForeign(std::string_view jobId, const std::string& owner);
+  bool AnyServerWillDo();
   double ClockFactor();
   std::uint32_t LingerSeconds();
 

@@ -96,7 +96,16 @@ bool ParseLine(const Words& words, ControlScript& script) {
     script.vanished.emplace_back(words[1]);
     return true;
   }
+  if (words[0] == "user" && words.size() == 2) {
+    script.user = words[1];
+    return true;
+  }
+  if (words[0] == "owner" && words.size() == 3) {
+    script.owners[std::string(words[2])] = words[1];
+    return true;
+  }
   if (words[0] == "no-job2" && words.size() == 1) return script.withholdJob2 = true;
+  if (words[0] == "any-server" && words.size() == 1) return script.anyServer = true;
   return false;
 }
 

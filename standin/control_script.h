@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,10 +27,13 @@ struct ControlScript {
   std::vector<FailRule> failures;
   bool withholdJob2 = false;
   std::vector<int> states;  ///< delivered by GetState in this order, the last one repeated
-  std::vector<std::string> vanished;  ///< job ids in registry form, or "all"
-  double clockFactor = 1;             ///< job seconds per second, above 0
-  std::uint32_t lingerSeconds = 5;    ///< how long an unused server stays
-  std::vector<std::string> problems;  ///< a sentence for each line that was not understood
+  std::vector<std::string> vanished;          ///< job ids in registry form, or "all"
+  std::string user = "self";                  ///< whom all calls come from
+  std::map<std::string, std::string> owners;  ///< by job id in registry form
+  bool anyServer = false;                     ///< whether servers may lack HEAD, sizes and ranges
+  double clockFactor = 1;                     ///< job seconds per second, above 0
+  std::uint32_t lingerSeconds = 5;            ///< how long an unused server stays
+  std::vector<std::string> problems;          ///< a sentence for each line that was not understood
 };
 
 /// Reads the lines described in docs/standin.md. Lines that are not understood change nothing else.

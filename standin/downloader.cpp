@@ -2,9 +2,11 @@
 
 #include <vector>
 
+#include "util/text.h"
 #include "util/win/unique.h"
 // After the system's header, which they need.
 #include <bits.h>
+#include <bitsmsg.h>
 #include <winhttp.h>
 
 namespace standin {
@@ -55,7 +57,8 @@ DownloadResult Interrupted(DWORD error) {
 HResult CodeOfStatus(DWORD status) { return static_cast<HResult>(0x80190000UL | status); }
 
 DownloadResult Unwelcome(DWORD status) {
-  const Kind kind = status >= 500 ? Kind::kInterrupted : Kind::kRefused;
+  const bool mayPass = status >= 500 && status != HTTP_STATUS_NOT_SUPPORTED;
+  const Kind kind = mayPass ? Kind::kInterrupted : Kind::kRefused;
   return {kind, CodeOfStatus(status), BG_ERROR_CONTEXT_REMOTE_FILE,
           "the server answers with status " + std::to_string(status)};
 }
@@ -92,11 +95,65 @@ DownloadResult ReadBody(HINTERNET request, std::optional<std::uint64_t> size,
   return {};
 }
 
+UniqueInternet OpenRequest(HINTERNET connection, const Address& address, const wchar_t* method) {
+  return UniqueInternet(::WinHttpOpenRequest(connection, method, address.object.c_str(), nullptr,
+                                             WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+                                             address.secure ? WINHTTP_FLAG_SECURE : 0));
+}
+
+// Sends the request and waits for an answer with status 200.
+DownloadResult Ask(HINTERNET request) {
+  if (!request || !::WinHttpSendRequest(request, nullptr, 0, nullptr, 0, 0, 0) ||
+      !::WinHttpReceiveResponse(request, nullptr)) {
+    return Interrupted(::GetLastError());
+  }
+  const std::optional<DWORD> status = NumericHeader(request, WINHTTP_QUERY_STATUS_CODE);
+  if (!status) return Interrupted(::GetLastError());
+  return *status == HTTP_STATUS_OK ? DownloadResult() : Unwelcome(*status);
+}
+
+bool OffersRanges(HINTERNET request) {
+  wchar_t unit[16] = L"";
+  DWORD size = sizeof unit;
+  return ::WinHttpQueryHeaders(request, WINHTTP_QUERY_ACCEPT_RANGES, WINHTTP_HEADER_NAME_BY_INDEX,
+                               unit, &size, WINHTTP_NO_HEADER_INDEX) &&
+         EqualsIgnoreCase(std::wstring_view(unit), L"bytes");
+}
+
+DownloadResult Unfit(unsigned long code, const char* text) {
+  return {Kind::kRefused, static_cast<HResult>(code), BG_ERROR_CONTEXT_REMOTE_FILE, text};
+}
+
+DownloadResult WithoutSize() {
+  return Unfit(BG_E_MISSING_FILE_SIZE, "the server does not tell the size of the file");
+}
+
+DownloadResult CheckServer(HINTERNET connection, const Address& address) {
+  const UniqueInternet request = OpenRequest(connection, address, L"HEAD");
+  const DownloadResult asked = Ask(request.get());
+  if (asked.kind != Kind::kDone) return asked;
+  if (!NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH)) return WithoutSize();
+  if (OffersRanges(request.get())) return {};
+  return Unfit(BG_E_INSUFFICIENT_RANGE_SUPPORT, "the server does not offer ranges of the file");
+}
+
+DownloadResult GetFile(HINTERNET connection, const Address& address, ServerRule rule,
+                       const DownloadSink& sink) {
+  const UniqueInternet request = OpenRequest(connection, address, L"GET");
+  const DownloadResult asked = Ask(request.get());
+  if (asked.kind != Kind::kDone) return asked;
+  const std::optional<std::uint64_t> size =
+      NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH);
+  if (!size && rule == ServerRule::kStatic) return WithoutSize();
+  if (!sink.begin(size)) return {Kind::kEndedBySink, 0, 0, {}};
+  return ReadBody(request.get(), size, sink);
+}
+
 }  // namespace
 
 bool IsDownloadUrl(const std::wstring& url) { return ParseUrl(url).has_value(); }
 
-DownloadResult Download(const std::wstring& url, const DownloadSink& sink) {
+DownloadResult Download(const std::wstring& url, ServerRule rule, const DownloadSink& sink) {
   const std::optional<Address> address = ParseUrl(url);
   if (!address) return Interrupted(ERROR_WINHTTP_INVALID_URL);
   const UniqueInternet session(::WinHttpOpen(L"kupdate-standin/1.0", WINHTTP_ACCESS_TYPE_NO_PROXY,
@@ -107,20 +164,11 @@ DownloadResult Download(const std::wstring& url, const DownloadSink& sink) {
   const UniqueInternet connection(
       ::WinHttpConnect(session.get(), address->host.c_str(), address->port, 0));
   if (!connection) return Interrupted(::GetLastError());
-  const UniqueInternet request(::WinHttpOpenRequest(
-      connection.get(), L"GET", address->object.c_str(), nullptr, WINHTTP_NO_REFERER,
-      WINHTTP_DEFAULT_ACCEPT_TYPES, address->secure ? WINHTTP_FLAG_SECURE : 0));
-  if (!request || !::WinHttpSendRequest(request.get(), nullptr, 0, nullptr, 0, 0, 0) ||
-      !::WinHttpReceiveResponse(request.get(), nullptr)) {
-    return Interrupted(::GetLastError());
+  if (rule == ServerRule::kStatic) {
+    const DownloadResult checked = CheckServer(connection.get(), *address);
+    if (checked.kind != Kind::kDone) return checked;
   }
-  const std::optional<DWORD> status = NumericHeader(request.get(), WINHTTP_QUERY_STATUS_CODE);
-  if (!status) return Interrupted(::GetLastError());
-  if (*status != HTTP_STATUS_OK) return Unwelcome(*status);
-  const std::optional<DWORD> length = NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH);
-  const std::optional<std::uint64_t> size(length);
-  if (!sink.begin(size)) return {Kind::kEndedBySink, 0, 0, {}};
-  return ReadBody(request.get(), size, sink);
+  return GetFile(connection.get(), *address, rule, sink);
 }
 
 }  // namespace standin

@@ -35,9 +35,15 @@ struct DownloadResult {
   std::string text;  ///< what happened, in a sentence
 };
 
+/// What a server must be able to do.
+enum class ServerRule {
+  kStatic,  ///< answer HEAD with the size, and offer ranges, as the real service asks of it
+  kAny,     ///< answer GET
+};
+
 /// Gets `url` whole, without a proxy, following redirections. Blocks; a server that falls silent is
 /// given up after 30 seconds.
-DownloadResult Download(const std::wstring& url, const DownloadSink& sink);
+DownloadResult Download(const std::wstring& url, ServerRule rule, const DownloadSink& sink);
 
 }  // namespace standin
 

@@ -16,6 +16,10 @@ constexpr std::size_t kMaxProgramChars = MAX_PATH;
 constexpr std::size_t kMaxParametersChars = 4000;
 constexpr int kLowestPriority = 3;
 constexpr std::uint32_t kKnownNotifyFlags = 0x1F;
+constexpr std::size_t kMaxFiles = 200;
+
+// The service's own code for it, which the toolchain's header lacks.
+constexpr HResult kTooManyFilesInJob = static_cast<HResult>(0x80200051);
 
 std::uint64_t NowTicks() {
   FILETIME time;
@@ -37,9 +41,47 @@ std::optional<std::wstring> Optional(const wchar_t* text) {
 
 }  // namespace
 
-Job::Job(std::string id, std::wstring displayName) : id_(std::move(id)) {
-  settings_.displayName = std::move(displayName);
-  times_.created = times_.modified = NowTicks();
+Job::Job(JobRecord record)
+    : id_(std::move(record.id)),
+      owner_(std::move(record.owner)),
+      state_(record.state),
+      settings_(std::move(record.settings)),
+      times_(record.times),
+      error_(std::move(record.error)),
+      noticeDue_(record.noticeDue) {
+  if (times_.created == 0) times_.created = times_.modified = NowTicks();
+  for (JobFile& file : record.files) {
+    TempFile temp(file.tempPath);
+    files_.push_back({std::move(file), std::move(temp)});
+  }
+}
+
+JobRecord Job::Record() const {
+  const std::lock_guard lock(mutex_);
+  JobRecord record{.id = id_,
+                   .owner = owner_,
+                   .state = state_,
+                   .settings = settings_,
+                   .times = times_,
+                   .error = error_,
+                   .noticeDue = noticeDue_};
+  for (const File& file : files_) {
+    record.files.push_back(file);
+    record.files.back().tempPath = file.temp.path();
+  }
+  return record;
+}
+
+std::optional<Job::Run> Job::TakeUp() {
+  const std::lock_guard lock(mutex_);
+  for (File& file : files_) {
+    file.transferred = file.transferred && (file.handedOver || file.temp.Exists());
+    if (!file.transferred) file.doneBytes = 0;
+  }
+  const bool rests = state_ == JobState::kSuspended || state_ == JobState::kError ||
+                     (state_ == JobState::kTransferred && !Unfinished());
+  if (!rests) return StartRun();
+  return noticeDue_ ? std::optional(run_) : std::nullopt;
 }
 
 bool Job::Ended() const {
@@ -49,6 +91,14 @@ bool Job::Ended() const {
 void Job::Enter(JobState state) {
   state_ = state;
   times_.modified = NowTicks();
+}
+
+Job::Run Job::StartRun() {
+  StopRun();
+  running_ = true;
+  noticeDue_ = false;
+  Enter(JobState::kQueued);
+  return ++run_;
 }
 
 void Job::StopRun() {
@@ -68,14 +118,21 @@ bool Job::DiscardTemps() {
   return gone;
 }
 
-HResult Job::AddFile(const std::wstring& url, const std::wstring& path) {
-  if (url.size() > kMaxUrlChars || !IsDownloadUrl(url)) return E_INVALIDARG;
-  if (!IsAbsoluteFilePath(path)) return E_INVALIDARG;
+HResult Job::AddFiles(const std::vector<JobFile>& files) {
+  for (const JobFile& file : files) {
+    if (file.url.size() > kMaxUrlChars || !IsDownloadUrl(file.url)) return E_INVALIDARG;
+    if (!IsAbsoluteFilePath(file.path)) return E_INVALIDARG;
+  }
   const std::lock_guard lock(mutex_);
   if (Ended()) return BG_E_INVALID_STATE;
-  files_.push_back({.url = url, .path = path, .temp = {}, .sizeBytes = {}});
+  if (files_.size() + files.size() > kMaxFiles) return kTooManyFilesInJob;
+  for (const JobFile& file : files) files_.push_back({{.url = file.url, .path = file.path}, {}});
   // There is something to transfer again, and like every new job it waits for Resume.
-  Enter(state_ == JobState::kTransferred ? JobState::kSuspended : state_);
+  if (state_ == JobState::kTransferred) {
+    noticeDue_ = false;
+    state_ = JobState::kSuspended;
+  }
+  Enter(state_);
   return S_OK;
 }
 
@@ -86,10 +143,7 @@ HResult Job::Resume(std::optional<Run>* run) {
   const bool waits = state_ == JobState::kSuspended || state_ == JobState::kError ||
                      state_ == JobState::kTransientError;
   if (!waits) return S_OK;
-  StopRun();
-  running_ = true;
-  *run = ++run_;
-  Enter(JobState::kQueued);
+  *run = StartRun();
   return S_OK;
 }
 
@@ -213,6 +267,7 @@ Job::Step Job::NextStep(Run run) {
   if (!file) {
     StopRun();
     Enter(JobState::kTransferred);
+    noticeDue_ = true;
     times_.completed = times_.modified;
     return {.kind = Step::Kind::kTransferred, .url = {}};
   }
@@ -268,6 +323,7 @@ bool Job::Fail(Run run, const JobError& error) {
   StopRun();
   error_ = error;
   Enter(JobState::kError);
+  noticeDue_ = true;
   return true;
 }
 
@@ -281,10 +337,19 @@ std::uint64_t Job::MostBytes() const {
   return mostBytes_;
 }
 
-void Job::DiscardFiles() {
+bool Job::IsNoticeDue(Run run) const {
+  const std::lock_guard lock(mutex_);
+  return noticeDue_ && run_ == run && !Ended();
+}
+
+void Job::EndNotice(Run run) {
+  const std::lock_guard lock(mutex_);
+  if (run_ == run) noticeDue_ = false;
+}
+
+void Job::Rest() {
   const std::lock_guard lock(mutex_);
   StopRun();
-  DiscardTemps();
 }
 
 }  // namespace standin

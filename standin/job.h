@@ -9,40 +9,16 @@
 #include <vector>
 
 #include "standin/codes.h"
+#include "standin/job_record.h"
 #include "standin/temp_file.h"
 
 namespace standin {
-
-inline constexpr std::uint32_t kDefaultNoProgressSeconds = 14 * 24 * 60 * 60;
-
-/// What a client can set and read back. `notifyProgram` is absent when nothing is to be started.
-struct JobSettings {
-  std::wstring displayName;
-  int priority = 2;  // normal
-  std::uint32_t noProgressSeconds = kDefaultNoProgressSeconds;
-  std::uint32_t notifyFlags = 3;  // transferred, error
-  std::optional<std::wstring> notifyProgram;
-  std::optional<std::wstring> notifyParameters;
-};
 
 struct JobProgress {
   std::optional<std::uint64_t> bytesTotal;  ///< nothing while a file's size is unknown
   std::uint64_t bytesTransferred = 0;
   std::uint32_t filesTotal = 0;
   std::uint32_t filesTransferred = 0;
-};
-
-/// In ticks of 100 ns since 1601 UTC; 0: not yet.
-struct JobTimes {
-  std::uint64_t created = 0;
-  std::uint64_t modified = 0;
-  std::uint64_t completed = 0;
-};
-
-struct JobError {
-  HResult code = 0;
-  int context = 0;  ///< BG_ERROR_CONTEXT
-  std::string text;
 };
 
 /// The life of a job:
@@ -61,14 +37,19 @@ class Job {
  public:
   using Run = std::uint64_t;
 
-  Job(std::string id, std::wstring displayName);
+  /// A new job, or one that the last server left.
+  explicit Job(JobRecord record);
 
-  /// The id in registry form, braces included.
   const std::string& id() const { return id_; }
+  const std::string& owner() const { return owner_; }
 
   // What a client asks. These answer BG_E_INVALID_STATE once the job has ended.
 
-  HResult AddFile(const std::wstring& url, const std::wstring& path);
+  HResult AddFile(const std::wstring& url, const std::wstring& path) {
+    return AddFiles({{.url = url, .path = path}});
+  }
+  /// All of them or none; only `url` and `path` of each are looked at.
+  HResult AddFiles(const std::vector<JobFile>& files);
   /// @param run  receives the run whose transfer the caller has to start; nothing when none has to.
   HResult Resume(std::optional<Run>* run);
   HResult Suspend();
@@ -92,6 +73,12 @@ class Job {
   JobTimes Times() const;
   /// Only in the states ERROR and TRANSIENT_ERROR.
   std::optional<JobError> Error() const;
+  JobRecord Record() const;
+
+  /// Goes on where the last server stopped: what was under way starts again, and so does what was
+  /// transferred into a temporary file that is gone.
+  /// @return the run whose transfer or notice the caller has to start; nothing when the job rests
+  std::optional<Run> TakeUp();
 
   // What the transfer of a run reports. False, or kVoid: the run is over, stop without a trace.
 
@@ -115,24 +102,25 @@ class Job {
   /// The most bytes that the unfinished file ever had, so that a repeated start is no progress.
   std::uint64_t MostBytes() const;
 
-  /// Deletes the temporary files; for the end of the server.
-  void DiscardFiles();
+  // The notice of a run: that it has come to TRANSFERRED or ERROR.
+
+  /// Whether it has, and neither a client nor a notify program has put an end to it since.
+  bool IsNoticeDue(Run run) const;
+  void EndNotice(Run run);
+
+  /// Ends the run as the end of the server does: the temporary files stay.
+  void Rest();
 
  private:
-  struct File {
-    std::wstring url;
-    std::wstring path;
+  struct File : JobFile {
     TempFile temp;
-    std::optional<std::uint64_t> sizeBytes;
-    std::uint64_t doneBytes = 0;
-    bool transferred = false;
-    bool handedOver = false;
   };
 
   // All of these with the lock held.
   bool Ended() const;
   bool Current(Run run) const { return running_ && run == run_; }
   void Enter(JobState state);
+  Run StartRun();
   void StopRun();
   File* Unfinished();
   bool DiscardTemps();
@@ -141,6 +129,7 @@ class Job {
 
   mutable std::mutex mutex_;
   const std::string id_;
+  const std::string owner_;
   JobState state_ = JobState::kSuspended;
   JobSettings settings_;
   JobTimes times_;
@@ -148,6 +137,7 @@ class Job {
   std::vector<File> files_;
   Run run_ = 0;
   bool running_ = false;
+  bool noticeDue_ = false;
   std::uint64_t mostBytes_ = 0;
 };
 

@@ -3,23 +3,54 @@
 #include <algorithm>
 
 #include "standin/guid_text.h"
+#include "standin/job_file.h"
+#include "util/files.h"
+#include "util/text.h"
 #include "util/win/windows_lean.h"
 
 namespace standin {
 namespace {
 
-// The service's own codes for these; the toolchain's header lacks the first.
-constexpr HResult kTooManyJobs = static_cast<HResult>(0x80200049);
+// The service's own codes for these; the toolchain's header lacks them.
+constexpr HResult kTooManyJobsOfUser = static_cast<HResult>(0x80200049);
+constexpr HResult kTooManyJobs = static_cast<HResult>(0x80200050);
 
 }  // namespace
 
-HResult JobStore::Create(const std::wstring& displayName, std::shared_ptr<Job>* job) {
-  auto created = std::make_shared<Job>(NewGuidText(), L"");
+JobStore::JobStore(const std::wstring& path) : path_(NarrowUtf8(path)) {}
+
+void JobStore::Load() {
+  const std::lock_guard fileLock(fileMutex_);
+  saved_ = FileSystem::ReadFile(path_);
+  const std::lock_guard lock(mutex_);
+  for (JobRecord& record : ParseJobs(saved_)) {
+    jobs_.push_back(std::make_shared<Job>(std::move(record)));
+  }
+}
+
+bool JobStore::Save() {
+  const std::lock_guard fileLock(fileMutex_);
+  std::vector<JobRecord> records;
+  for (const std::shared_ptr<Job>& job : Live()) records.push_back(job->Record());
+  std::string text = FormatJobs(records);
+  if (text == saved_) return true;
+  if (!FileSystem::WriteFile(path_, text)) return false;
+  saved_ = std::move(text);
+  return true;
+}
+
+HResult JobStore::Create(const std::wstring& displayName, const std::string& owner,
+                         std::shared_ptr<Job>* job) {
+  auto created = std::make_shared<Job>(JobRecord{.id = NewGuidText(), .owner = owner});
   const HResult named = created->SetDisplayName(displayName);
   if (named != S_OK) return named;
   const std::lock_guard lock(mutex_);
   DropEnded();
+  const auto isOfUser = [&](const std::shared_ptr<Job>& j) { return j->owner() == owner; };
   if (jobs_.size() >= kMaxJobs) return kTooManyJobs;
+  if (std::count_if(jobs_.begin(), jobs_.end(), isOfUser) >= kMaxJobsOfUser) {
+    return kTooManyJobsOfUser;
+  }
   jobs_.push_back(created);
   *job = std::move(created);
   return S_OK;

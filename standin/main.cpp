@@ -45,6 +45,7 @@ int RegisterFolder(const wchar_t* name) {
   }
   std::wstring ended = folder;
   if (ended.back() != L'\\') ended += L'\\';
+  if (standin::RegisteredFolder().empty()) standin::ForgetJobs(ended);
   return Report("the registry cannot be written", standin::Register(ProgramPath(), ended));
 }
 

@@ -1,6 +1,6 @@
 #include "standin/notify.h"
 
-#include <thread>
+#include <optional>
 
 #include "util/handle.h"
 #include "util/text.h"
@@ -31,40 +31,59 @@ UniqueHandle Launch(const std::wstring& program, std::wstring commandLine) {
   return UniqueHandle(started.hProcess);
 }
 
-void AwaitExit(Service& service, const std::string& jobId, const UniqueHandle& process) {
+bool IsWanted(const JobSettings& settings, JobState state) {
+  const std::uint32_t reason =
+      state == JobState::kError ? BG_NOTIFY_JOB_ERROR : BG_NOTIFY_JOB_TRANSFERRED;
+  const bool flagged =
+      (settings.notifyFlags & reason) && !(settings.notifyFlags & BG_NOTIFY_DISABLE);
+  return flagged && settings.notifyProgram;
+}
+
+// Runs the program to its end. Returns its exit code; nothing when it cannot be started.
+std::optional<DWORD> RunProgram(Service& service, const std::string& jobId,
+                                const JobSettings& settings) {
+  const std::wstring commandLine = settings.notifyParameters.value_or(L"");
+  JsonLine line;
+  line.Text("event", "notify").Text("job", jobId);
+  line.Text("program", *settings.notifyProgram).Text("command", commandLine);
+  // Journalled before the start, so that nothing the program does comes earlier in the journal.
+  service.journal.Write(line);
+  const UniqueHandle process = Launch(*settings.notifyProgram, commandLine);
+  if (!process) {
+    const DWORD error = ::GetLastError();
+    service.journal.Problem("the notify program of " + jobId + " cannot be started, system error " +
+                            std::to_string(error) + ": " + NarrowUtf8(*settings.notifyProgram));
+    return std::nullopt;
+  }
   ::WaitForSingleObject(process.get(), INFINITE);
   DWORD exitCode = 0;
   ::GetExitCodeProcess(process.get(), &exitCode);
-  service.journal.Write(
-      JsonLine().Text("event", "notify_exit").Text("job", jobId).Number("exit_code", exitCode));
+  return exitCode;
+}
+
+void EndNotice(Service& service, Job& job, Job::Run run) {
+  job.EndNotice(run);
+  service.SaveJobs();
 }
 
 }  // namespace
 
-void StartNotify(Service& service, const std::shared_ptr<Job>& job, std::uint32_t reason) {
-  const JobSettings settings = job->Settings();
-  const bool wanted =
-      (settings.notifyFlags & reason) && !(settings.notifyFlags & BG_NOTIFY_DISABLE);
-  if (!wanted || !settings.notifyProgram) return;
-  const std::wstring commandLine = settings.notifyParameters.value_or(L"");
-  JsonLine line;
-  line.Text("event", "notify").Text("job", job->id());
-  line.Text("program", *settings.notifyProgram).Text("command", commandLine);
-  // Journalled before the start, so that nothing the program does comes earlier in the journal.
-  service.journal.Write(line);
-  UniqueHandle process = Launch(*settings.notifyProgram, commandLine);
-  if (!process) {
-    const DWORD error = ::GetLastError();
-    service.journal.Problem("the notify program of " + job->id() +
-                            " cannot be started, system error " + std::to_string(error) + ": " +
-                            NarrowUtf8(*settings.notifyProgram));
-    return;
+void DeliverNotice(Service& service, Job& job, Job::Run run) {
+  const auto isDue = [&] { return job.IsNoticeDue(run); };
+  while (isDue()) {
+    // Read anew each time: a client may change them while the notice waits.
+    const JobSettings settings = job.Settings();
+    if (!IsWanted(settings, job.State())) return EndNotice(service, job, run);
+    const std::optional<DWORD> exitCode = RunProgram(service, job.id(), settings);
+    if (exitCode == 0) EndNotice(service, job, run);
+    if (exitCode) {
+      service.journal.Write(JsonLine()
+                                .Text("event", "notify_exit")
+                                .Text("job", job.id())
+                                .Number("exit_code", *exitCode));
+    }
+    service.WaitUntil(service.JobSeconds() + kRetryDelaySeconds, isDue);
   }
-  const LifetimeHold hold(service.lifetime);
-  auto watch = [&service, hold, id = job->id(), process = std::move(process)] {
-    AwaitExit(service, id, process);
-  };
-  std::thread(std::move(watch)).detach();
 }
 
 }  // namespace standin

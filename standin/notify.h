@@ -2,19 +2,17 @@
 #ifndef KUPDATE_STANDIN_NOTIFY_H_
 #define KUPDATE_STANDIN_NOTIFY_H_
 
-#include <cstdint>
-#include <memory>
-
 #include "standin/job.h"
 #include "standin/service.h"
 
 namespace standin {
 
-/// Starts the job's notify program if it has one and its flags name `reason`
-/// (BG_NOTIFY_JOB_TRANSFERRED or BG_NOTIFY_JOB_ERROR). The program runs in the system folder,
-/// without a window and without our handles. Journals "notify" at the start, or "problem" when it
-/// cannot be started, and "notify_exit" when the program has ended, which nobody waits for.
-void StartNotify(Service& service, const std::shared_ptr<Job>& job, std::uint32_t reason);
+/// Starts the job's notify program if the notice of `run` is due, the job has a program and its
+/// flags name the state it is in. Blocks until that needs no more attention: a program that cannot
+/// be started or ends with anything but 0 is started again after kRetryDelaySeconds, as long as the
+/// notice is due. The program runs in the system folder, without a window and without our handles.
+/// Journals "notify" at each start, or "problem" when it fails, and "notify_exit" at each end.
+void DeliverNotice(Service& service, Job& job, Job::Run run);
 
 }  // namespace standin
 

@@ -4,6 +4,7 @@
 
 #include "standin/com_manager.h"
 #include "standin/service.h"
+#include "standin/transfer.h"
 #include "util/handle.h"
 #include "util/win/windows_lean.h"
 // After the system's header, which it needs.
@@ -64,7 +65,17 @@ bool WaitUntilUnused(Service& service, const UniqueHandle& stop) {
   return true;
 }
 
+// What the last server left undone goes on.
+void TakeUpJobs(Service& service) {
+  service.jobs.Load();
+  for (const std::shared_ptr<Job>& job : service.jobs.Live()) {
+    const std::optional<Job::Run> run = job->TakeUp();
+    if (run) StartTransfer(service, job, *run);
+  }
+}
+
 HResult Serve(Service& service, const UniqueHandle& stop) {
+  TakeUpJobs(service);
   IClassFactory* const factory = NewManagerFactory(service);
   HResult registered = S_OK;
   bool stopped = false;
@@ -93,8 +104,7 @@ int RunServer(const std::wstring& folder) {
   HResult result = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   if (SUCCEEDED(result)) result = Serve(service, stop);
   if (FAILED(result)) service.journal.Problem("the server cannot run: " + CodeText(result));
-  // Jobs live as long as the server, and so do their files.
-  for (const std::shared_ptr<Job>& job : service.jobs.Live()) job->DiscardFiles();
+  for (const std::shared_ptr<Job>& job : service.jobs.Live()) job->Rest();
   service.journal.Write(JsonLine().Text("event", "stop"));
   service.journal.Close();
   return SUCCEEDED(result) ? 0 : 1;
@@ -106,5 +116,7 @@ unsigned long StopServer() {
   ::SetEvent(stop.get());
   return RunningMutex().Take(kStopMilliseconds) ? ERROR_SUCCESS : ERROR_TIMEOUT;
 }
+
+void ForgetJobs(const std::wstring& folder) { ::DeleteFileW((folder + kJobFileName).c_str()); }
 
 }  // namespace standin

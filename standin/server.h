@@ -16,6 +16,10 @@ int RunServer(const std::wstring& folder);
 /// @return 0, or ERROR_TIMEOUT when it did not end within 15 seconds
 unsigned long StopServer();
 
+/// Forgets the jobs that an earlier registration of the folder has left. Not while a server runs.
+/// @param folder  with a trailing "\"
+void ForgetJobs(const std::wstring& folder);
+
 }  // namespace standin
 
 #endif  // KUPDATE_STANDIN_SERVER_H_

@@ -13,9 +13,13 @@ std::wstring MakeBeside(const std::wstring& target) {
 
 }  // namespace
 
+bool TempFile::Exists() const {
+  return !path_.empty() && ::GetFileAttributesW(path_.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 HResult TempFile::Start(const std::wstring& target) {
   Close();
-  if (path_.empty()) path_ = MakeBeside(target);
+  if (!Exists()) path_ = MakeBeside(target);
   if (path_.empty()) return CodeOfSystemError(::GetLastError());
   const HANDLE file = ::CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                     TRUNCATE_EXISTING, 0, nullptr);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "standin/codes.h"
 #include "util/handle.h"
@@ -14,6 +15,14 @@ namespace standin {
 /// over or discarded. Used under its job's lock.
 class TempFile {
  public:
+  TempFile() = default;
+  /// One that is there already; empty for none.
+  explicit TempFile(std::wstring path) : path_(std::move(path)) {}
+
+  /// Empty when there is none.
+  const std::wstring& path() const { return path_; }
+  bool Exists() const;
+
   /// Makes the file beside `target`, or empties the one made before, and keeps it open for writing.
   HResult Start(const std::wstring& target);
   HResult Append(const char* data, std::size_t sizeBytes);

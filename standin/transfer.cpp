@@ -7,17 +7,12 @@
 
 #include "standin/downloader.h"
 #include "standin/notify.h"
-#include "util/clock.h"
 #include "util/win/windows_lean.h"
 // After the system's header, which it needs.
 #include <bits.h>
 
 namespace standin {
 namespace {
-
-constexpr double kRetryDelaySeconds = 600;
-// How late a waiting transfer may notice that its run is over, or that the clock has been changed.
-constexpr double kMaxNapMilliseconds = 50;
 
 class Transfer {
  public:
@@ -27,6 +22,7 @@ class Transfer {
   void Execute() {
     for (;;) {
       const Job::Step step = job_->NextStep(run_);
+      service_.SaveJobs();
       switch (step.kind) {
         case Job::Step::Kind::kVoid:
           return;
@@ -52,7 +48,9 @@ class Transfer {
         .begin = [&](std::optional<std::uint64_t> size) { return job_->SetSize(run_, size); },
         .take = [&](const char* data,
                     std::size_t size) { return job_->Append(run_, data, size, &localFailure); }};
-    const DownloadResult result = Download(url, sink);
+    const ServerRule rule =
+        service_.control.AnyServerWillDo() ? ServerRule::kAny : ServerRule::kStatic;
+    const DownloadResult result = Download(url, rule, sink);
     switch (result.kind) {
       case DownloadResult::Kind::kDone:
         stalledAt_.reset();
@@ -73,6 +71,7 @@ class Transfer {
   // The time-out counts from the first failure after the last byte that was new.
   bool Stall(const JobError& error) {
     if (!job_->Stall(run_, error)) return false;
+    service_.SaveJobs();
     if (job_->MostBytes() > bytesAtStall_) stalledAt_.reset();
     if (!stalledAt_) {
       stalledAt_ = service_.JobSeconds();
@@ -82,32 +81,22 @@ class Transfer {
     return WaitForRetry(error);
   }
 
-  // A time-out that comes first wins, however late this thread wakes up.
+  // A time-out that comes first wins, however late this thread wakes up. It may be set anew while
+  // the job waits.
   bool WaitForRetry(const JobError& error) {
     const double retryAt = service_.JobSeconds() + kRetryDelaySeconds;
-    while (job_->IsCurrent(run_)) {
-      const double giveUpAt = *stalledAt_ + job_->Settings().noProgressSeconds;
-      const double left = std::min(retryAt, giveUpAt) - service_.JobSeconds();
-      if (left > 0) {
-        Nap(left);
-      } else if (retryAt < giveUpAt) {
-        return true;
-      } else {
-        Fail(error);
-      }
-    }
+    const auto giveUpAt = [&] { return *stalledAt_ + job_->Settings().noProgressSeconds; };
+    const auto isDue = [&] { return giveUpAt() <= std::min(retryAt, service_.JobSeconds()); };
+    const auto goesOn = [&] { return job_->IsCurrent(run_) && !isDue(); };
+    if (service_.WaitUntil(retryAt, goesOn) && retryAt < giveUpAt()) return true;
+    Fail(error);
     return false;
-  }
-
-  void Nap(double jobSeconds) {
-    const double milliseconds = jobSeconds * 1000 / service_.control.ClockFactor();
-    SleepMilliseconds(static_cast<unsigned>(std::clamp(milliseconds, 1.0, kMaxNapMilliseconds)));
   }
 
   void Fail(const JobError& error) {
     if (!job_->Fail(run_, error)) return;
+    service_.SaveJobs();
     Record("error", error, &Journal::WriteError);
-    StartNotify(service_, job_, BG_NOTIFY_JOB_ERROR);
   }
 
   void AnnounceTransferred() {
@@ -115,7 +104,6 @@ class Transfer {
                                .Text("event", "transferred")
                                .Text("job", job_->id())
                                .Number("bytes", job_->Progress().bytesTransferred));
-    StartNotify(service_, job_, BG_NOTIFY_JOB_TRANSFERRED);
   }
 
   void Record(const char* event, const JobError& error, void (Journal::*write)(const JsonLine&)) {
@@ -136,6 +124,7 @@ class Transfer {
 void RunTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run) {
   try {
     Transfer(service, job, run).Execute();
+    DeliverNotice(service, *job, run);
   } catch (const std::exception& e) {
     service.journal.Problem("the transfer of " + job->id() + " ended: " + e.what());
   }

@@ -11,7 +11,8 @@ namespace standin {
 
 /// Starts a thread that downloads the job's files one after the other until they are all there, the
 /// job has failed, or `run` is over. It journals "transient_error", "transferred" and "error", and
-/// starts the notify program. Where there is no thread to be had the job fails.
+/// then delivers the notice that the run leaves due, or had left due when the last server ended.
+/// Where there is no thread to be had the job fails.
 void StartTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run);
 
 }  // namespace standin

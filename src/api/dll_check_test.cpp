@@ -95,6 +95,8 @@ TEST(Check, JudgesEveryFeed) {
   std::string deep;
   for (int i = 0; i < 200000; ++i) deep += "<a>";
   const std::string good = Feed(Item("2.0.0.0"));
+  std::string large;
+  while (large.size() < 50'000'000) large += Item("3.0.0.0", "mac");
   const FeedCase cases[] = {
       {"other platform", Feed(Item("2.0.0.0", "mac")), KUPDATE_S_OK, KUPDATE_NO_UPDATE},
       {"nothing newer", Feed(Item("1.0.0.0")), KUPDATE_S_OK, KUPDATE_NO_UPDATE},
@@ -103,6 +105,7 @@ TEST(Check, JudgesEveryFeed) {
        Feed(Item("2.0.0.0", "win64",
                  "<update:target>1</update:target><update:guid/><update:guid/>")),
        KUPDATE_S_OK, KUPDATE_NO_UPDATE},
+      {"50 MB long", Feed(large + Item("2.0.0.0")), KUPDATE_S_OK, KUPDATE_FOUND},
       {"empty", "", KUPDATE_E_FAIL, -1},
       {"other root", "<html/>", KUPDATE_E_FAIL, -1},
       {"cut", good.substr(0, good.size() - 9), KUPDATE_E_FAIL, -1},

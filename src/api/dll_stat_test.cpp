@@ -111,14 +111,18 @@ TEST(Statistics, WhatCannotBeSentStaysAndArrivesInOrder) {
                {"fail AddFile 0x80070057", 1},        {"fail SetNotifyCmdLine 0x80070005", 1},
                {"fail Resume 0x80200004", 1},         {"no-job2", 0}};
   const Reporter host{"refused"};
-  std::string want = "refused 1.2.3.4&os=win64&stat=install";
+  const std::string base = "refused 1.2.3.4&os=win64&stat=";
+  std::string params;
   int count = 0;
+  // The first call makes it an install; with these, several blocks wait.
+  Dll().setApplicationState("refused", "uninstall");
+  Dll().setApplicationState("refused", "install");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.control);
     const TransferService service(c.control);
     const DllLog log;
     const std::string param = "p" + std::to_string(++count) + "=1";
-    want += "&" + param;
+    params += "&" + param;
     Dll().setOptionalParam("refused", param.c_str());
     if (count == 1) host.Start();
     if (count > 1) host.ForgetPing();
@@ -128,7 +132,10 @@ TEST(Statistics, WhatCannotBeSentStaysAndArrivesInOrder) {
   }
   const TransferService service;
   host.ForgetPing();
-  EXPECT_EQ(Pings(service), (std::vector<std::string>{want + "&fd=" + Today()}));
+  const std::string date = "&fd=" + Today();
+  EXPECT_EQ(Pings(service),
+            (std::vector<std::string>{base + "install" + params + date, base + "uninstall" + date,
+                                      base + "install" + date}));
 }
 
 TEST(Statistics, AnAddressThatIsTooLongKeepsNoProgramFromUpdating) {
