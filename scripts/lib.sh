@@ -33,12 +33,24 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 # --- building ---
 
+# The publisher of the demo and the tests: the executor that is built here trusts no other.
+PUBLISHER_KEY=$BUILD/keys/publisher.pem
+make_publisher_key() {
+  [[ -e $BUILD/keys/publisher.pub.pem ]] && return
+  mkdir -p "$BUILD/keys"
+  openssl ecparam -name prime256v1 -genkey -noout -out "$PUBLISHER_KEY" 2>"$LOGS/keys.log" &&
+    openssl ec -in "$PUBLISHER_KEY" -pubout -out "$BUILD/keys/publisher.pub.pem" 2>>"$LOGS/keys.log" ||
+    die "failed: making a key (see $LOGS/keys.log)"
+}
+
 # build PRESET TARGET...: configures and builds; the output is shown only when it fails.
 build() {
   local preset=$1 log=$LOGS/build-$1.log
   shift
+  make_publisher_key
   {
-    cmake --preset "$preset" -DKUPDATE_WERROR=ON &&
+    cmake --preset "$preset" -DKUPDATE_WERROR=ON \
+      -DKUPDATE_PUBLIC_KEYS="$BUILD/keys/publisher.pub.pem" &&
       cmake --build --preset "$preset" --target "$@"
   } >"$log" 2>&1 </dev/null || {
     tail -n 60 "$log" >&2

@@ -52,9 +52,9 @@ void MoveWhileFits(std::deque<std::string>* from, std::deque<std::string>* to,
   }
 }
 
-void PutInFront(std::deque<std::string>&& items, std::deque<std::string>* queue) {
-  queue->insert(queue->begin(), std::make_move_iterator(items.begin()),
-                std::make_move_iterator(items.end()));
+template <class Item>
+void PutInFront(std::deque<Item>&& items, std::deque<Item>* queue) {
+  for (; !items.empty(); items.pop_back()) queue->push_front(std::move(items.back()));
 }
 
 }  // namespace
@@ -194,7 +194,7 @@ std::string TStatHolder::MakeQuery() {
 }
 
 void TStatHolder::Merge(TStatHolder&& block) {
-  states_.insert(states_.begin(), block.states_.begin(), block.states_.end());
+  PutInFront(std::move(block.states_), &states_);
   KeepFirstDayuse();
   PutInFront(std::move(block.optionalParams_), &optionalParams_);
   PutInFront(std::move(block.actions_), &actions_);

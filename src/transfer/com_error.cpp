@@ -4,8 +4,6 @@
 
 #include <comdef.h>
 
-#include <cstdio>
-
 #include "util/system.h"
 #include "util/text.h"
 
@@ -19,8 +17,7 @@ std::string Narrow(const _bstr_t& text) {
 }  // namespace
 
 std::string ComErrorText(const _com_error& error) {
-  char code[32];
-  std::snprintf(code, sizeof code, "0x%lx", static_cast<unsigned long>(error.Error()));
+  const std::string code = HexText(static_cast<std::uint32_t>(error.Error()));
   std::string text = Narrow(error.Description());
   text.append("\n (_com_error: HRESULT=").append(code);
   const std::string source = Narrow(error.Source());

@@ -1,6 +1,6 @@
 #include "util/log_line.h"
 
-#include <cstdio>
+#include <charconv>
 
 #include "util/clock.h"
 #include "util/diag_log.h"
@@ -12,9 +12,8 @@ namespace {
 std::string TimeText() {
   const auto now = LocalNow();
   if (!now) return "xx:xx:xx";
-  char text[40];
-  std::snprintf(text, sizeof text, "%02d:%02d:%02d", now->hour, now->minute, now->second);
-  return text;
+  return PaddedText(now->hour, 2) + ":" + PaddedText(now->minute, 2) + ":" +
+         PaddedText(now->second, 2);
 }
 
 const char* Prefix(CodeMode mode) {
@@ -82,18 +81,23 @@ LogLine& LogLine::WithError(CodeMode mode) noexcept {
 
 LogLine& LogLine::AppendNumber(bool negative, std::uint64_t bits) noexcept {
   const LastErrorKeeper keeper;
-  char text[64];
-  const char* const end = codeMode_ == CodeMode::kNone ? "" : ".";
-  if (codeHex_) {
-    std::snprintf(text, sizeof text, "%s0x%x%s", Prefix(codeMode_),
-                  static_cast<unsigned>(bits & 0xFFFFFFFF), end);
-  } else {
-    std::snprintf(text, sizeof text, negative ? "%s%lld%s" : "%s%llu%s", Prefix(codeMode_),
-                  static_cast<long long>(bits), end);
+  try {
+    std::string piece = Prefix(codeMode_);
+    if (codeHex_) {
+      piece += HexText(static_cast<std::uint32_t>(bits));
+    } else if (negative) {
+      piece += DecimalText(static_cast<std::int64_t>(bits));
+    } else {
+      char digits[24];
+      piece.append(digits, std::to_chars(digits, digits + sizeof digits, bits).ptr);
+    }
+    if (codeMode_ != CodeMode::kNone) piece += '.';
+    codeMode_ = CodeMode::kNone;
+    codeHex_ = false;
+    AppendPiece(piece);
+  } catch (...) {
+    suppressed_ = true;
   }
-  codeMode_ = CodeMode::kNone;
-  codeHex_ = false;
-  AppendPiece(text);
   return *this;
 }
 

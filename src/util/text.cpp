@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <limits>
 
 namespace {
@@ -98,8 +97,16 @@ std::string DecimalText(std::int64_t value) {
   return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
+std::string PaddedText(int value, std::size_t width) {
+  const std::string digits = DecimalText(value);
+  return std::string(width - std::min(width, digits.size()), '0') + digits;
+}
+
+std::string HexText(std::uint32_t value) {
+  char text[16];
+  return "0x" + std::string(text, std::to_chars(text, text + sizeof text, value, 16).ptr);
+}
+
 std::string DateText(int day, int month, int year) {
-  char text[48];
-  std::snprintf(text, sizeof text, "%02d.%02d.%04d", day, month, year);
-  return text;
+  return PaddedText(day, 2) + "." + PaddedText(month, 2) + "." + PaddedText(year, 4);
 }

@@ -33,6 +33,12 @@ std::int64_t ParseInt64(std::string_view text);
 /// `value` in decimal.
 std::string DecimalText(std::int64_t value);
 
+/// `value`, not negative, in decimal with leading zeros up to `width` digits.
+std::string PaddedText(int value, std::size_t width);
+
+/// "0x" and `value` in lower-case hexadecimal digits.
+std::string HexText(std::uint32_t value);
+
 /// A day as "%02d.%02d.%04d": day, month, year.
 std::string DateText(int day, int month, int year);
 

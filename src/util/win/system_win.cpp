@@ -3,7 +3,6 @@
 
 #include <winver.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "util/handle.h"
@@ -104,11 +103,10 @@ std::string FileVersionText(const std::wstring& path) {
     return {};
   }
   const auto* info = static_cast<const VS_FIXEDFILEINFO*>(found);
-  char text[64];
-  std::snprintf(text, sizeof text, "%u.%u.%u.%u", HIWORD(info->dwFileVersionMS),
-                LOWORD(info->dwFileVersionMS), HIWORD(info->dwFileVersionLS),
-                LOWORD(info->dwFileVersionLS));
-  return text;
+  return DecimalText(HIWORD(info->dwFileVersionMS)) + "." +
+         DecimalText(LOWORD(info->dwFileVersionMS)) + "." +
+         DecimalText(HIWORD(info->dwFileVersionLS)) + "." +
+         DecimalText(LOWORD(info->dwFileVersionLS));
 }
 
 std::string ErrorCodeText(std::uint32_t code) {
@@ -120,7 +118,5 @@ std::string ErrorCodeText(std::uint32_t code) {
     }
   }
   if (!text.empty()) return text;
-  char unknown[40];
-  std::snprintf(unknown, sizeof unknown, "unknown error 0x%x", static_cast<unsigned>(code));
-  return unknown;
+  return "unknown error " + HexText(code);
 }

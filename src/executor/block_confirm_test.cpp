@@ -1,0 +1,94 @@
+#include "executor/block_confirm.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "stat/stat_holder.h"
+#include "testing/data_home.h"
+#include "testing/fake_locker.h"
+
+namespace {
+
+class BlockConfirm : public testing::Test {
+ protected:
+  std::string File(const char* name) const { return (home_.AppFolder("app") / name).string(); }
+
+  void PutBlock(AppState state, const std::string& date) const {
+    TStatHolder block;
+    block.AddState(state);
+    block.AddOptionalParam("a=1");
+    block.SetFirstDate(date);
+    block.Save(File("in_work_3.xml"));
+  }
+
+  void PutStatistics(const std::string& date) const {
+    TStatHolder statistics;
+    statistics.AddState(AppState::kUninstall);
+    statistics.SetFirstDate(date);
+    statistics.SetConfirmed(true);
+    statistics.Save(File("statistics.xml"));
+  }
+
+  // What is on disk: the confirmed first day, and whether the block is still there.
+  std::string Left() const {
+    TStatHolder statistics;
+    statistics.Load(File("statistics.xml"));
+    return (statistics.Confirmed() ? statistics.GetFirstDate(AppState::kDayuse) : "none") +
+           (std::filesystem::exists(File("in_work_3.xml")) ? ", in work" : "");
+  }
+
+  DataHome home_;
+};
+
+}  // namespace
+
+TEST_F(BlockConfirm, KeepsTheFirstDayThatWasConfirmed) {
+  const struct {
+    const char* label;
+    const char* confirmed;  // before; empty: nothing is
+    const char* date;       // of the block
+    const char* want;
+  } cases[] = {
+      {"first block", "", "05.03.2011", "05.03.2011"},
+      {"later block", "05.03.2011", "06.03.2011", "05.03.2011"},
+      {"block without a day", "", "", "none"},
+      {"block without a day later", "05.03.2011", "", "05.03.2011"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    PutStatistics(c.confirmed);
+    PutBlock(AppState::kDayuse, c.date);
+    EXPECT_EQ(ConfirmBlock("app", 3, nullptr), AppState::kDayuse);
+    EXPECT_EQ(Left(), c.want);
+    TStatHolder statistics;
+    statistics.Load(File("statistics.xml"));
+    EXPECT_TRUE(statistics.HasStates()) << "what waits is left alone";
+  }
+}
+
+TEST_F(BlockConfirm, TellsTheStateOfTheBlockOnce) {
+  PutBlock(AppState::kUninstall, "05.03.2011");
+  EXPECT_EQ(ConfirmBlock("app", 3, nullptr), AppState::kUninstall);
+  EXPECT_EQ(ConfirmBlock("app", 3, nullptr), std::nullopt) << "it is gone";
+}
+
+TEST_F(BlockConfirm, LeavesTheBlockWhenAnythingIsRefused) {
+  PutBlock(AppState::kDayuse, "05.03.2011");
+  RefusingLocker refusing;
+  EXPECT_EQ(ConfirmBlock("app", 3, &refusing), std::nullopt);
+  EXPECT_EQ(Left(), "none, in work");
+  std::filesystem::create_directory(File("statistics.xml"));  // a file that cannot be read
+  EXPECT_EQ(ConfirmBlock("app", 3, nullptr), std::nullopt);
+  EXPECT_TRUE(std::filesystem::exists(File("in_work_3.xml")));
+}
+
+TEST_F(BlockConfirm, KnowsItsFilesByName) {
+  const struct {
+    const char* name;
+    std::optional<int> want;
+  } cases[] = {{"in_work_0.xml", 0},      {"in_work_100.xml", 100}, {"in_work_101.xml", {}},
+               {"in_work_-1.xml", {}},    {"in_work_07.xml", {}},   {"in_work_.xml", {}},
+               {"in_work_7.xml.new", {}}, {"statistics.xml", {}},   {"", {}}};
+  for (const auto& c : cases) EXPECT_EQ(BlockIdOfFile(c.name), c.want) << c.name;
+}

@@ -1,0 +1,163 @@
+#include "executor/executor_command.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "util/text.h"
+
+namespace {
+
+constexpr int kLastBlockId = 100;
+
+bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
+
+// The command line behind the program, where that can be told apart.
+std::wstring_view BehindProgram(std::wstring_view line, std::wstring_view program) {
+  const bool quoted = line.starts_with(L'"');
+  const std::wstring_view path = line.substr(quoted ? 1 : 0);
+  if (!program.empty() && EqualsIgnoreCase(path.substr(0, program.size()), program)) {
+    const std::size_t end = program.size() + (quoted ? 2 : 0);
+    if (end >= line.size()) return {};
+    if (IsBlank(line[end])) return line.substr(end);
+  }
+  if (!quoted) return line;
+  const std::size_t end = path.find(L'"');
+  return end == path.npos ? std::wstring_view() : path.substr(end + 1);
+}
+
+// The text up to the next " --" or the end, without the one blank that parts it from its switch.
+std::wstring_view UpToNextSwitch(std::wstring_view text) {
+  text = text.substr(0, text.find(L" --"));
+  if (!text.empty() && IsBlank(text[0])) text.remove_prefix(1);
+  return text;
+}
+
+// People quote an id with blanks; none can hold a quote, since it names a folder.
+std::wstring_view Unquoted(std::wstring_view text) {
+  const bool quoted = text.size() >= 2 && text.starts_with(L'"') && text.ends_with(L'"');
+  return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+std::wstring_view WithoutLeadingBlanks(std::wstring_view text) {
+  text.remove_prefix(
+      static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), IsBlank) - text.begin()));
+  return text;
+}
+
+std::wstring_view FirstToken(std::wstring_view text) {
+  return text.substr(
+      0, static_cast<std::size_t>(std::find_if(text.begin(), text.end(), IsBlank) - text.begin()));
+}
+
+std::optional<int> BlockId(std::wstring_view token) {
+  int id = 0;
+  for (const wchar_t c : token) {
+    if (c < L'0' || c > L'9') return {};
+    id = id * 10 + static_cast<int>(c - L'0');
+    if (id > kLastBlockId) return {};
+  }
+  return token.empty() ? std::nullopt : std::optional<int>(id);
+}
+
+// Walks over the tokens once and remembers what they say.
+class CommandReader {
+ public:
+  explicit CommandReader(std::wstring_view text) : rest_(text) {}
+
+  ExecutorCommand Read() {
+    while (Next()) Take();
+    command_.kind = Kind();
+    return command_;
+  }
+
+ private:
+  // Moves to the next token; one that begins with a quote ends with one.
+  bool Next() {
+    rest_ = WithoutLeadingBlanks(rest_);
+    if (rest_.empty()) return false;
+    std::size_t end = FirstToken(rest_).size();
+    if (rest_[0] == L'"') end = std::min(rest_.find(L'"', 1), rest_.size() - 1) + 1;
+    token_ = rest_.substr(0, end);
+    rest_.remove_prefix(end);
+    return true;
+  }
+
+  void Take() {
+    if (token_ == L"--help") Note(CommandKind::kHelp);
+    if (token_ == L"--version") Note(CommandKind::kVersion);
+    if (token_ == L"--status") Note(CommandKind::kStatus);
+    if (token_ == L"--update-check") Note(CommandKind::kUpdateCheck);
+    if (token_ == L"--silent-update-check") Note(CommandKind::kSilentUpdate);
+    if (token_ == L"--stat-callback") TakeBlock();
+    if (token_ == L"--suicide") command_.suicide = true;
+    if (token_ == L"--json") command_.json = true;
+    if (token_ == L"--appid") TakeAppId();
+    if (token_ == L"--file") TakeFile();
+    // The service puts it last: whatever an id holds, the last one is the true one.
+    if (token_ == L"--job" && Next()) command_.jobId = NarrowUtf8(token_);
+  }
+
+  void Note(CommandKind kind) {
+    isAmbiguous_ = isAmbiguous_ || (asked_ != CommandKind::kNone && asked_ != kind);
+    asked_ = kind;
+  }
+
+  void TakeBlock() {
+    Note(CommandKind::kStatCallback);
+    if (!Next()) return;
+    const std::optional<int> id = BlockId(token_);
+    hasBlock_ = id.has_value();
+    command_.blockId = id.value_or(0);
+  }
+
+  void TakeAppId() {
+    command_.hasAppId = true;
+    command_.appId = NarrowUtf8(Unquoted(UpToNextSwitch(rest_)));
+    rest_.remove_prefix(std::min(rest_.find(L" --"), rest_.size()));
+  }
+
+  void TakeFile() {
+    const std::wstring_view text = WithoutLeadingBlanks(rest_);
+    hasFile_ = true;
+    if (!text.starts_with(L'"')) {
+      command_.file = UpToNextSwitch(rest_);
+      rest_.remove_prefix(std::min(rest_.find(L" --"), rest_.size()));
+      return;
+    }
+    Next();
+    command_.file = token_.substr(1, token_.size() - 1);
+    if (command_.file.ends_with(L'"')) command_.file.pop_back();
+  }
+
+  CommandKind Kind() const {
+    const bool hasJob = !command_.jobId.empty();
+    const CommandKind otherwise = hasJob ? CommandKind::kJob : CommandKind::kNone;
+    if (isAmbiguous_) return otherwise;
+    switch (asked_) {
+      case CommandKind::kUpdateCheck:
+        return hasJob && command_.hasAppId && hasFile_ ? asked_ : otherwise;
+      case CommandKind::kStatCallback:
+        return hasJob && command_.hasAppId && hasBlock_ ? asked_ : otherwise;
+      case CommandKind::kSilentUpdate:
+        return command_.hasAppId ? asked_ : otherwise;
+      case CommandKind::kNone:
+        return otherwise;
+      default:
+        return asked_;
+    }
+  }
+
+  std::wstring_view rest_;
+  std::wstring_view token_;
+  ExecutorCommand command_;
+  CommandKind asked_ = CommandKind::kNone;
+  bool isAmbiguous_ = false;
+  bool hasBlock_ = false;
+  bool hasFile_ = false;
+};
+
+}  // namespace
+
+ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath) {
+  return CommandReader(BehindProgram(commandLine, programPath)).Read();
+}

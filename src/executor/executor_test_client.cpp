@@ -1,0 +1,143 @@
+#include "executor/executor_test_client.h"
+
+#include "util/win/windows_lean.h"
+
+#include <regex>
+
+#include "controller/command_line.h"
+#include "util/text.h"
+
+namespace fs = std::filesystem;
+using namespace testing_dll;
+
+namespace {
+
+HANDLE Start(const std::wstring& program, std::wstring commandLine, HANDLE output) {
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = output ? STARTF_USESTDHANDLES : 0;
+  startup.hStdOutput = output;
+  startup.hStdError = output;
+  PROCESS_INFORMATION started = {};
+  if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, output != nullptr,
+                        CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
+    ADD_FAILURE() << "not started: " << NarrowUtf8(program);
+    return nullptr;
+  }
+  ::CloseHandle(started.hThread);
+  return started.hProcess;
+}
+
+int copies = 0;
+
+bool StopStandin() {
+  const HANDLE stop = ::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"Global\\kupdate-standin-stop");
+  if (!stop) return false;
+  ::SetEvent(stop);
+  ::CloseHandle(stop);
+  return true;
+}
+
+}  // namespace
+
+std::wstring ExecutorProgram() {
+  return ProcessTempFolder() / ("program copy " + std::to_string(copies)) / "kupdate-exec.exe";
+}
+
+ExecutorTest::ExecutorTest() {
+  ++copies;
+  const fs::path program = ExecutorProgram();
+  fs::create_directories(program.parent_path());
+  fs::copy_file(Setting(L"KUPDATE_EXEC"), program);
+}
+
+void* StartExecutor(const std::wstring& program, const std::wstring& arguments) {
+  return Start(program, program + L" " + arguments, nullptr);
+}
+
+unsigned RunExecutor(const std::wstring& arguments) {
+  return EndOf(StartExecutor(ExecutorProgram(), arguments));
+}
+
+unsigned RunExecutorAgain(const std::wstring& arguments) {
+  const unsigned code = RunExecutor(arguments);
+  if (code == 0) return code;
+  EXPECT_TRUE(Eventually([] { return !StopStandin(); }));  // the event goes with the server
+  return RunExecutor(arguments);
+}
+
+std::string OutputOf(const std::wstring& arguments) {
+  const fs::path file = ProcessTempFolder() / "output.txt";
+  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+  const HANDLE output = ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  EndOf(Start(ExecutorProgram(), ExecutorProgram() + L" " + arguments, output));
+  ::CloseHandle(output);
+  return ReadBytes(file);
+}
+
+ExecutorTest::~ExecutorTest() {
+  EXPECT_TRUE(Eventually([&] {
+    return service_.Count("\"event\":\"notify\"") <=
+           service_.Count("\"event\":\"notify_exit\"") + service_.Count("\"event\":\"problem\"");
+  }));
+}
+
+ResultEvent::ResultEvent(const std::string& appId)
+    : event_(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(WidenUtf8(appId)).c_str())) {}
+ResultEvent::~ResultEvent() { ::CloseHandle(event_); }
+bool ResultEvent::IsSignalled() const { return ::WaitForSingleObject(event_, 0) == WAIT_OBJECT_0; }
+
+Host::Host(std::string id) : appId(std::move(id)) {
+  // The library notes a path in the record of the application that called it last: let it be this.
+  std::int32_t size = 0;
+  Dll().getLocale(appId.c_str(), nullptr, &size);
+  UseExecutor(L"C:\\none\\kupdate-exec.exe");
+}
+
+void Host::UseExecutor(const std::wstring& path) { Dll().setExecutorPath(path.c_str()); }
+
+void Host::Start() const {
+  EXPECT_EQ(Dll().onApplicationStartup(appId.c_str(), "win64", feedUrl.c_str(), reportUrl.c_str(),
+                                       3600, 1, 0, 0, 0, true),
+            KUPDATE_S_OK);
+}
+
+void Host::Uninstall() const {
+  EXPECT_EQ(Dll().onApplicationUninstall(appId.c_str()), KUPDATE_S_OK);
+}
+
+fs::path Host::File(std::string_view name) const {
+  return DataFolder() / fs::u8path(appId) / std::string(name);
+}
+
+std::string Host::Record(const std::string& key) const { return ValueOf(File("appinfo.xml"), key); }
+
+std::wstring ArgumentsOfNewestJob(const TransferService& service) {
+  static const std::regex call(
+      "\"call\":\"SetNotifyCmdLine\",\"job\":\"([^\"]*)\".*"
+      "\"parameters\":\"[^\"]*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
+  std::string job;
+  std::string arguments;
+  for (const std::string& line : service.Journal()) {
+    std::smatch match;
+    if (!std::regex_search(line, match, call)) continue;
+    job = match[1];
+    arguments = std::regex_replace(match[2].str(), std::regex("\\\\(.)"), "$1");
+  }
+  EXPECT_TRUE(Eventually([&] {
+    for (const std::string& line : service.Journal()) {
+      if (line.find("\"event\":\"notify\",\"job\":\"" + job) != line.npos) return true;
+    }
+    return false;
+  })) << job;
+  return WidenUtf8(arguments);
+}
+
+std::string FeedWith(const std::string& version) {
+  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><rss version=\"2.0\"><channel><item>"
+         "<version:version>" +
+         version +
+         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
+         "</item></channel></rss>";
+}

@@ -1,0 +1,75 @@
+#include "executor/housekeeping.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+
+#include "executor/age.h"
+#include "executor/block_confirm.h"
+#include "executor/job_policy.h"
+#include "executor/ping_action.h"
+#include "executor/self_removal.h"
+#include "transfer/com_apartment.h"
+#include "transfer/job_end.h"
+#include "util/clock.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folder_content.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/process.h"
+#include "util/text.h"
+
+namespace {
+
+// A ping's job may take 14 days.
+constexpr std::uint64_t kMaxSecondsInWork = 15 * kSecondsPerDay;
+
+void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
+  for (const std::size_t place : JobsToEnd(jobs, now)) {
+    const OwnJob& job = jobs[place];
+    LOG_I << "A job that nobody ends is ended:" << job.facts.id;
+    const EndedJob ended = EndJob(job.facts.id);
+    const bool isEnded = ended.end == JobEnd::kCompleted || ended.end == JobEnd::kCancelled;
+    if (job.command.kind == CommandKind::kStatCallback && isEnded) {
+      SettleBlock(job.command.appId, job.command.blockId, ended.transferred);
+    }
+  }
+}
+
+bool IsInWork(const std::vector<JobFacts>& jobs, const std::string& appId, int blockId) {
+  return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
+    const ExecutorCommand command = ParseExecutorCommand(job.notifyCommandLine, job.notifyProgram);
+    return command.kind == CommandKind::kStatCallback &&
+           EqualsIgnoreCase(std::string_view(command.appId), std::string_view(appId)) &&
+           command.blockId == blockId;
+  });
+}
+
+void TakeBackOldBlocks(const std::string& appId, const std::vector<JobFacts>& jobs,
+                       std::uint64_t now) {
+  for (const FileSystem::FileEntry& file : FileSystem::ListFiles(GetUpdaterDataPath(appId))) {
+    const std::optional<int> block = BlockIdOfFile(file.name);
+    if (!block || !IsOlderThan(file.modified, now, kMaxSecondsInWork)) continue;
+    if (!IsInWork(jobs, appId, *block)) SettleBlock(appId, *block, /*delivered=*/false);
+  }
+}
+
+}  // namespace
+
+void KeepHouse() noexcept {
+  try {
+    const ComApartment apartment;
+    const std::uint64_t now = NowSeconds();
+    EndJobs(JobsOf(ListOwnJobs(), ModulePath()), now);
+    // Without the list no block can be told to be without a job: asking throws then.
+    const std::vector<JobFacts> jobs = ListOwnJobs();
+    std::vector<std::string> appIds;
+    FileSystem::ListFolders(GetUpdaterDataPath({}), &appIds);
+    appIds.emplace_back();  // the empty id, whose folder is the one of all
+    for (const std::string& appId : appIds) TakeBackOldBlocks(appId, jobs, now);
+  } catch (...) {
+    LOG_E << "Housekeeping was not finished.";
+  }
+  FollowSelfRemovalWish();
+}

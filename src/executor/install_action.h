@@ -1,0 +1,13 @@
+// What happens when a host asks for the update that its check has found.
+#ifndef KUPDATE_EXECUTOR_INSTALL_ACTION_H_
+#define KUPDATE_EXECUTOR_INSTALL_ACTION_H_
+
+struct ExecutorCommand;
+
+/// "--silent-update-check": installs the update, writes "DistroExitCode" and signals, on every way
+/// out. Holds the application's check lock from start to end. The codes are those of
+/// RunSilentUpdate.
+/// @return the exit code, 0: the result is in the record.
+int RunInstallAction(const ExecutorCommand& command);
+
+#endif  // KUPDATE_EXECUTOR_INSTALL_ACTION_H_

@@ -1,0 +1,32 @@
+// Which of the jobs in the transfer service are to be ended, because nobody else will.
+#ifndef KUPDATE_EXECUTOR_JOB_POLICY_H_
+#define KUPDATE_EXECUTOR_JOB_POLICY_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "executor/executor_command.h"
+#include "transfer/job_list.h"
+
+/// A job and what its notify command line asks for; kNone for a job without one.
+struct OwnJob {
+  JobFacts facts;
+  ExecutorCommand command;
+};
+
+/// Reads the jobs' command lines. Those that start another program than `program` are left out: they
+/// are that one's to end.
+std::vector<OwnJob> JobsOf(const std::vector<JobFacts>& jobs, std::wstring_view program);
+
+/// The places in the list of the jobs to end, in ascending order:
+/// - ended by the service and untouched for a day: a host or an executor died before it came back;
+/// - an update check into the same file as a newer one;
+/// - what is more than 20 of the 60 jobs that the service grants a user: first those without a
+///   command, then checks, then pings, the oldest first.
+/// @param now  seconds since 1970-01-01 UTC
+std::vector<std::size_t> JobsToEnd(const std::vector<OwnJob>& jobs, std::uint64_t now);
+
+#endif  // KUPDATE_EXECUTOR_JOB_POLICY_H_

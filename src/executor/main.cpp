@@ -1,0 +1,21 @@
+// kupdate-exec.exe: what the library and the transfer service start.
+//
+// Linked for the subsystem without a console: the transfer service decides how it starts a notify
+// program, and a console program would show a window to the user each time. Help and status still
+// reach the console, file or pipe of whoever asks for them.
+#include "executor/executor_command.h"
+#include "executor/run.h"
+#include "util/log_start.h"
+#include "util/process.h"
+#include "util/win/windows_lean.h"
+
+int wmain() {
+  try {
+    // No box of the system's either, should this program or one that it loads crash.
+    ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+    LoadLogLevel();
+    return RunCommand(ParseExecutorCommand(::GetCommandLineW(), ModulePath()));
+  } catch (...) {
+    return kExitJobAlive;  // the service will try again
+  }
+}

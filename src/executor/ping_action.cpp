@@ -1,0 +1,69 @@
+#include "executor/ping_action.h"
+
+#include "appinfo/app_info2.h"
+#include "controller/executor.h"
+#include "executor/app_files.h"
+#include "executor/block_confirm.h"
+#include "executor/executor_command.h"
+#include "executor/executor_names.h"
+#include "executor/self_removal.h"
+#include "stat/stat_ctrl.h"
+#include "transfer/com_apartment.h"
+#include "transfer/job_end.h"
+#include "util/clock.h"
+#include "util/diag_log.h"
+#include "util/log_line.h"
+#include "util/mutex.h"
+#include "util/text.h"
+
+namespace {
+
+void TakeBack(const std::string& appId, int blockId, TLocker* lock) {
+  TStatCtrl(appId, lock).Rollback(blockId);
+  TAppInfo2 app(appId);
+  const std::uint64_t now = NowSeconds();
+  // Where there is no record there is no report address either.
+  if (!app.IsRemoved() || !app.ShouldPing(now)) return;
+  LOG_I << "The application is removed: its statistics are sent once more.";
+  TStatCtrl::SendStat(app, lock, now, LaunchPing);
+}
+
+void Confirm(const std::string& appId, int blockId, TLocker* lock) {
+  if (ConfirmBlock(appId, blockId, lock) == AppState::kUninstall) {
+    ForgetRemovedApplication(appId, lock);
+  }
+}
+
+}  // namespace
+
+void SettleBlock(const std::string& appId, int blockId, bool delivered) noexcept {
+  try {
+    LOG_I << (delivered ? "Delivered, block:" : "Not delivered, block:") << blockId;
+    Mutex lock(StatisticsMutexName(appId));
+    if (delivered) {
+      Confirm(appId, blockId, &lock);
+    } else {
+      TakeBack(appId, blockId, &lock);
+    }
+  } catch (...) {
+    LOG_E << "Can't settle block:" << blockId;
+  }
+}
+
+int RunPingAction(const ExecutorCommand& command) {
+  const ComApartment apartment;
+  const EndedJob job = EndJob(command.jobId);
+  if (job.end == JobEnd::kAlive) {
+    LOG_E << "The job cannot be ended:" << command.jobId;
+    return 1;
+  }
+  if (job.end == JobEnd::kGone) {
+    // Whoever ended it settled its block; that may be in use for another ping by now.
+    LOG_I << "The job is gone:" << command.jobId;
+    return 0;
+  }
+  SettleBlock(command.appId, command.blockId, job.transferred);
+  FreshTempFile(L"kupdate-ping-" + WidenUtf8(command.appId) + L".temp");  // the answer says nothing
+  if (command.suicide) WishSelfRemoval(command.appId);
+  return 0;
+}

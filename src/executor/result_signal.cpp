@@ -1,0 +1,17 @@
+#include "executor/result_signal.h"
+
+#include "controller/command_line.h"
+#include "util/diag_log.h"
+#include "util/event.h"
+#include "util/log_line.h"
+#include "util/text.h"
+
+void SignalResult(const std::string& appId) noexcept {
+  try {
+    const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(WidenUtf8(appId)));
+    if (event && JustUtil::Signal(event)) return;
+    LOG_E << "Can't signal the result." << kLastError;
+  } catch (...) {
+    LOG_E << "Can't signal the result.";
+  }
+}

@@ -1,0 +1,113 @@
+#include "executor/run.h"
+
+#include "controller/updater_controller.h"
+#include "executor/check_action.h"
+#include "executor/console.h"
+#include "executor/executor_command.h"
+#include "executor/housekeeping.h"
+#include "executor/install_action.h"
+#include "executor/ping_action.h"
+#include "executor/result_signal.h"
+#include "executor/status.h"
+#include "transfer/com_apartment.h"
+#include "transfer/job_end.h"
+#include "util/diag_log.h"
+#include "util/log_line.h"
+#include "util/log_start.h"
+#include "util/process.h"
+#include "util/system.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr char kHelp[] =
+    "kupdate-exec: acts on finished transfers and installs updates\n"
+    "\n"
+    "For people:\n"
+    "  kupdate-exec --help\n"
+    "  kupdate-exec --version\n"
+    "  kupdate-exec --status [--appid ID] [--json]\n"
+    "      what is registered, when it is next due, what waits, which jobs run\n"
+    "\n"
+    "For the library and the transfer service:\n"
+    "  kupdate-exec --appid ID --update-check --file \"FILE\" --job {JOB}\n"
+    "  kupdate-exec [--suicide] --stat-callback N --appid ID --job {JOB}\n"
+    "  kupdate-exec --appid ID --silent-update-check\n"
+    "  kupdate-exec --job {JOB}\n"
+    "\n"
+    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage.\n";
+
+int RunBareJob(const ExecutorCommand& command) {
+  const ComApartment apartment;
+  return EndJob(command.jobId).end == JobEnd::kAlive ? kExitJobAlive : kExitDone;
+}
+
+int RunAction(const ExecutorCommand& command) {
+  switch (command.kind) {
+    case CommandKind::kUpdateCheck:
+      return RunCheckAction(command);
+    case CommandKind::kStatCallback:
+      return RunPingAction(command);
+    case CommandKind::kSilentUpdate:
+      return RunInstallAction(command);
+    default:
+      return RunBareJob(command);
+  }
+}
+
+// Whatever went wrong: a job that can be ended is, and a host that waits is woken.
+int RescueFrom(const ExecutorCommand& command) noexcept {
+  LOG_E << "Unhandled exception.";
+  const bool hostWaits =
+      command.kind == CommandKind::kUpdateCheck || command.kind == CommandKind::kSilentUpdate;
+  const int code = command.jobId.empty() ? kExitDone : RunBareJob(command);
+  if (hostWaits && code == kExitDone) SignalResult(command.appId);
+  return code;
+}
+
+int RunLogged(const ExecutorCommand& command) noexcept {
+  int code = kExitDone;
+  try {
+    StartLog(L"kupdate-exec-" + WidenUtf8(command.appId) + L".log", {});
+    JustUtil::OutBanner();
+    // The jobs that are made here shall start this program, wherever it lies.
+    TUpdaterController::SetExecutorPath(ModulePath().c_str());
+    code = RunAction(command);
+  } catch (...) {
+    code = RescueFrom(command);
+  }
+  KeepHouse();
+  LOG_I << "Exit code:" << code;
+  return code;
+}
+
+int Print(const std::string& text) {
+  WriteToConsole(ConsoleStream::kOutput, text);
+  return kExitDone;
+}
+
+int Refuse() {
+  WriteToConsole(ConsoleStream::kError, kHelp);
+  return kExitUsage;
+}
+
+}  // namespace
+
+int RunCommand(const ExecutorCommand& command) noexcept {
+  try {
+    switch (command.kind) {
+      case CommandKind::kNone:
+        return Refuse();
+      case CommandKind::kHelp:
+        return Print(kHelp);
+      case CommandKind::kVersion:
+        return Print("kupdate-exec " + FileVersionText(ModulePath()) + "\n");
+      case CommandKind::kStatus:
+        return Print(StatusText(command));
+      default:
+        return RunLogged(command);
+    }
+  } catch (...) {
+    return kExitUsage;  // nothing but memory can be short here
+  }
+}

@@ -1,0 +1,18 @@
+// From a command to an exit code.
+#ifndef KUPDATE_EXECUTOR_RUN_H_
+#define KUPDATE_EXECUTOR_RUN_H_
+
+struct ExecutorCommand;
+
+/// The exit codes. The transfer service starts a notify program again after any other code than 0
+/// while its job is alive, so 0 means that the job of the command is completed, cancelled or gone.
+constexpr int kExitDone = 0;
+constexpr int kExitJobAlive = 1;  ///< it could be neither completed nor cancelled
+constexpr int kExitUsage = 2;     ///< the command line asks for nothing, and names no job
+
+/// Does what the command asks for. Help, version and status are printed; everything else is logged,
+/// in "kupdate-exec-" and the application id and ".log", and is followed by housekeeping. Throws
+/// nothing.
+int RunCommand(const ExecutorCommand& command) noexcept;
+
+#endif  // KUPDATE_EXECUTOR_RUN_H_

@@ -1,0 +1,74 @@
+#include "executor/self_removal.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "appinfo/app_info2.h"
+#include "executor/app_files.h"
+#include "executor/executor_names.h"
+#include "executor/program_removal.h"
+#include "transfer/com_apartment.h"
+#include "transfer/job_list.h"
+#include "util/append_file.h"
+#include "util/diag_log.h"
+#include "util/files.h"
+#include "util/folder_content.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/mutex.h"
+#include "util/process.h"
+#include "util/text.h"
+
+namespace {
+
+std::wstring NotePath() { return ModulePath() + L".remove"; }
+
+// The ids in the note, one a line.
+std::vector<std::string> NotedApplications() {
+  std::vector<std::string> ids;
+  const std::string text = FileSystem::ReadFile(NarrowUtf8(NotePath()));
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    ids.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return ids;
+}
+
+bool IsNeeded() {
+  const std::wstring program = ModulePath();
+  const std::wstring defaultProgram = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
+  if (!TAppInfo2::IsApplicationListEmpty(program, defaultProgram)) return true;
+  const ComApartment apartment;
+  const std::vector<JobFacts> jobs = ListOwnJobs();
+  return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
+    return EqualsIgnoreCase(job.notifyProgram, program);
+  });
+}
+
+}  // namespace
+
+void WishSelfRemoval(const std::string& appId) {
+  if (!AppendToFile(NotePath(), appId + "\n")) LOG_E << "Can't write file: " << NotePath();
+}
+
+void FollowSelfRemovalWish() noexcept {
+  try {
+    if (!JustUtil::IsPathExist(NotePath())) return;
+    if (IsNeeded()) {
+      LOG_I << "The program is to be removed but still needed: a later run will look again.";
+      return;
+    }
+    for (const std::string& appId : NotedApplications()) {
+      Mutex lock(StatisticsMutexName(appId));
+      RemoveApplicationData(appId, &lock);
+    }
+    FileSystem::RemoveEmptyFolder(GetUpdaterDataPath({}));
+    FileSystem::RemoveEmptyFolder(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)));
+    // The note goes last: after a kill in between, the next run does all this again.
+    LOG_I << "Nobody needs the program any more: it removes itself.";
+    if (RemoveRunningProgram(ModulePath())) FileSystem::DeleteFile(NarrowUtf8(NotePath()));
+  } catch (...) {
+    LOG_E << "Can't remove the program.";
+  }
+}

@@ -1,0 +1,124 @@
+#include "executor/status.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+
+#include "appinfo/app_info2.h"
+#include "executor/age.h"
+#include "executor/block_confirm.h"
+#include "executor/executor_command.h"
+#include "executor/status_report.h"
+#include "install/silent_update.h"
+#include "transfer/com_apartment.h"
+#include "transfer/job_list.h"
+#include "update/upd_info.h"
+#include "update/version_number.h"
+#include "util/clock.h"
+#include "util/files.h"
+#include "util/folder_content.h"
+#include "util/folders.h"
+#include "util/process.h"
+#include "util/system.h"
+#include "util/text.h"
+
+namespace {
+
+std::string VersionText(const TAppInfo& store) {
+  return FormatVersion(
+      MakeVersion(store.VerMajor(), store.VerMinor(), store.VerSubver(), store.VerBuild()));
+}
+
+std::uint64_t TimeOf(const TAppInfo& store, std::string_view key) {
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(store.ReadNumber(key), 0));
+}
+
+std::uint64_t NextCheck(const TAppInfo2& app) {
+  const std::uint64_t last = TimeOf(app, "LastCheckTime");
+  return std::max(last == 0 ? 0 : last + kSecondsPerDay, TimeOf(app, "NextCheckTime"));
+}
+
+// The last line of level "E:" in the application's log, without its time.
+std::string LastErrorOf(const std::string& appId) {
+  const std::string path =
+      NarrowUtf8(GetAppDataFolder(L"Krelix\\Updater")) + "kupdate-exec-" + appId + ".log";
+  const std::string text = FileSystem::ReadFile(path);
+  constexpr std::size_t kTimeChars = 8;  // "hh:mm:ss"
+  std::string found;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    const std::string_view line = std::string_view(text).substr(begin, end - begin);
+    if (line.substr(std::min(kTimeChars, line.size())).starts_with(" E:")) {
+      found = line.substr(kTimeChars + 1);
+    }
+    begin = end + 1;
+  }
+  return found;
+}
+
+AppStatus StatusOf(const std::string& appId) {
+  const TAppInfo2 app(appId);
+  AppStatus status;
+  status.id = appId;
+  status.version = VersionText(app);
+  status.removed = app.IsRemoved();
+  status.executor = app.Read("UpdaterPath");
+  status.nextCheck = NextCheck(app);
+  status.nextPing = TimeOf(app, "NextPingTime");
+  if (app.ReadNumber("UpgradeAvailable") != 0) status.update = VersionText(TUpdInfo(appId));
+  for (const FileSystem::FileEntry& file : FileSystem::ListFiles(GetUpdaterDataPath(appId))) {
+    if (file.name == "statistics.xml") status.statisticsWait = true;
+    if (const auto block = BlockIdOfFile(file.name)) status.blocksInWork.push_back(*block);
+  }
+  status.lastError = LastErrorOf(appId);
+  return status;
+}
+
+JobStatus StatusOf(const JobFacts& job) {
+  const ExecutorCommand command = ParseExecutorCommand(job.notifyCommandLine, job.notifyProgram);
+  JobStatus status;
+  status.id = job.id;
+  status.state = JobStateName(job.state);
+  status.purpose = command.kind == CommandKind::kUpdateCheck    ? "check"
+                   : command.kind == CommandKind::kStatCallback ? "ping"
+                                                                : "download";
+  status.appId = command.appId;
+  status.created = job.created;
+  status.error = job.error;
+  return status;
+}
+
+void AddApplications(const ExecutorCommand& command, StatusReport* report) {
+  std::vector<std::string> ids;
+  FileSystem::ListFolders(GetUpdaterDataPath({}), &ids);
+  ids.emplace_back();  // the empty id, whose folder is the one of all
+  for (const std::string& id : ids) {
+    if (command.hasAppId && id != command.appId) continue;
+    if (FileSystem::IsFileExist(TAppInfo2(id).Path())) report->apps.push_back(StatusOf(id));
+  }
+}
+
+void AddJobs(const ExecutorCommand& command, StatusReport* report) {
+  try {
+    const ComApartment apartment;
+    for (const JobFacts& job : ListOwnJobs()) {
+      report->jobs.push_back(StatusOf(job));
+      if (command.hasAppId && report->jobs.back().appId != command.appId) report->jobs.pop_back();
+    }
+    report->serviceAnswers = true;
+  } catch (...) {
+    report->serviceAnswers = false;
+  }
+}
+
+}  // namespace
+
+std::string StatusText(const ExecutorCommand& command) {
+  StatusReport report;
+  report.program = NarrowUtf8(ModulePath());
+  report.version = FileVersionText(ModulePath());
+  report.trust = TrustStatus();
+  AddApplications(command, &report);
+  AddJobs(command, &report);
+  return command.json ? JsonStatus(report) : ReadableStatus(report, NowSeconds());
+}

@@ -1,0 +1,82 @@
+#include "install/download.h"
+
+#include <gtest/gtest.h>
+
+#include "install/raw_server.h"
+#include "testing/log_capture.h"
+
+namespace {
+
+constexpr std::uint64_t kLimit = 100'000;
+
+std::string Ok(const std::string& headers) { return "HTTP/1.1 200 OK\r\n" + headers + "\r\n"; }
+std::string Redirect(const std::string& location) {
+  return "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: " + location + "\r\n\r\n";
+}
+
+TEST(Download, EveryAnswerHasItsOutcome) {
+  const RawServer server({
+      {"/whole", Ok("Content-Length: 3\r\n") + "abc"},
+      {"/unannounced", Ok("Connection: close\r\n") + "abc"},
+      {"/limit", Ok("Content-Length: 100000\r\n") + std::string(kLimit, 'a')},
+      {"/long", Ok("Content-Length: 100001\r\n") + "a"},
+      {"/endless", Ok("Connection: close\r\n") + "..."},
+      {"/cut", Ok("Content-Length: 100\r\n") + "a"},
+      {"/no-head", "HTTP/1.1 2"},
+      {"/missing", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n"},
+      {"/part", "HTTP/1.1 206 Partial Content\r\nContent-Length: 3\r\n\r\nabc"},
+      {"/redirect", Redirect("/whole")},
+      {"/file", Redirect("file:///C:/windows/win.ini")},
+      {"/loop", Redirect("/loop")},
+  });
+  const struct {
+    const char* path;
+    DownloadOutcome want;
+    std::string line;  // empty: any
+  } rows[] = {
+      {"/whole", DownloadOutcome::kDone, ""},
+      {"/unannounced", DownloadOutcome::kDone, ""},
+      {"/limit", DownloadOutcome::kDone, ""},
+      {"/redirect", DownloadOutcome::kDone, ""},
+      {"/long", DownloadOutcome::kTooLong,
+       "The server announces 100001 bytes, at most 100000 are expected."},
+      {"/endless", DownloadOutcome::kTooLong,
+       "The server sends more than the expected 100000 bytes."},
+      {"/cut", DownloadOutcome::kFailed, ""},
+      {"/no-head", DownloadOutcome::kFailed, ""},
+      {"/closed", DownloadOutcome::kFailed, ""},
+      {"/missing", DownloadOutcome::kFailed,
+       "The server answers 404 for " + server.Url("/missing")},
+      {"/part", DownloadOutcome::kFailed, "The server answers 206 for " + server.Url("/part")},
+      {"/file", DownloadOutcome::kFailed,
+       "The redirection is not followed: file:///C:/windows/win.ini"},
+      {"/loop", DownloadOutcome::kFailed, "Too many redirections: " + server.Url("/loop")},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    const LogCapture log;
+    std::uint64_t taken = 0;
+    EXPECT_EQ(Download(server.Url(row.path), {kLimit, true},
+                       [&](std::string_view piece) {
+                         taken += piece.size();
+                         return true;
+                       }),
+              row.want);
+    EXPECT_LE(taken, kLimit);
+    const bool hasLine =
+        log.Has("E:Download: " + row.line) || log.Has("E:TakeContent: " + row.line);
+    EXPECT_TRUE(row.line.empty() || hasLine) << testing::PrintToString(log.Lines());
+  }
+}
+
+TEST(Download, ItsRulesEndIt) {
+  const RawServer server({{"/endless", Ok("Connection: close\r\n") + "..."}});
+  const std::string url = server.Url("/endless");
+  const auto all = [](std::string_view) { return true; };
+  const auto none = [](std::string_view) { return false; };
+  EXPECT_EQ(Download(url, {~std::uint64_t{0}, false}, all), DownloadOutcome::kFailed);
+  EXPECT_EQ(Download(url, {~std::uint64_t{0}, true}, none), DownloadOutcome::kNotTaken);
+  EXPECT_EQ(Download(url, {~std::uint64_t{0}, true, 0}, all), DownloadOutcome::kFailed);
+}
+
+}  // namespace

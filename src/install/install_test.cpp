@@ -1,0 +1,270 @@
+// From the recorded update to the installer's code, against a web server, with manifests that
+// OpenSSL signed.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <vector>
+
+#include "install/authenticode.h"
+#include "install/crypto.h"
+#include "install/manifest.h"
+#include "install/private_file.h"
+#include "install/silent_install.h"
+#include "install/silent_update.h"
+#include "testing/data_home.h"
+#include "testing/log_capture.h"
+#include "util/folders.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kNow = 1'800'000'000;
+constexpr char kRecord[] = "C:\\kupdate-record.txt";
+
+fs::path Setting(const char* name) {
+  const char* const value = std::getenv(name);
+  if (!value) throw std::runtime_error(std::string(name) + " is not set");
+  return fs::u8path(value);
+}
+
+std::string Prepared(const std::string& name) {
+  return ReadBytes(Setting("KUPDATE_TEST_KEY") / name);
+}
+
+// What stands between the first and the last line of a PEM file.
+std::string PublicKey(const std::string& name) {
+  std::string text;
+  std::string line;
+  for (const char c : Prepared(name + ".pub.pem")) {
+    if (c != '\n') {
+      line += c;
+      continue;
+    }
+    if (!line.starts_with("-----")) text += line;
+    line.clear();
+  }
+  return text;
+}
+
+std::size_t PrivateFolderCount() {
+  const fs::path base = GetLocalAppDataFolder(L"Krelix\\Updater\\Install", CreateFolder::kYes);
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(base), {}));
+}
+
+// A published update and the state files of a client that found it.
+struct Update {
+  std::string manifest;
+  std::string file = ReadBytes(Setting("KUPDATE_TEST_INSTALLER"));
+  std::map<std::string, std::string> values = {{"VerMajor", "2"}, {"VerBuild", "1"}};
+  InstallSettings settings;
+
+  // The feed says what the manifest says.
+  explicit Update(const std::string& name) : manifest(Prepared(name + ".sig")) {
+    Manifest parsed;
+    EXPECT_EQ(ParseManifest(manifest, &parsed), "");
+    values["DistroUrl"] = std::getenv("KUPDATE_HTTP") + std::string("/update");
+    const bool isMsi = parsed.starter == Starter::kMsi;
+    if (isMsi) values["DistroStarter"] = "msi";
+    values[isMsi ? "MSIArgs" : "DistroArgs"] = parsed.args;
+    settings.now = kNow;
+    settings.trust.publicKeys = {PublicKey("publisher")};
+  }
+
+  int Install() const {
+    const DataHome home;
+    const fs::path www = Setting("KUPDATE_WWW");
+    WriteBytes(www / "update", file);
+    fs::remove(www / "update.sig");
+    if (!manifest.empty()) WriteBytes(www / "update.sig", manifest);
+    fs::remove(kRecord);
+    std::string xml = "<appinfo>";
+    for (const auto& [key, value] : values) {
+      xml += "<" + key + "><![CDATA[" + value + "]]></" + key + ">";
+    }
+    WriteBytes(home.AppFolder("app") / "updinfo.xml", xml + "</appinfo>");
+    WriteBytes(home.AppFolder("app") / "appinfo.xml", "<appinfo><VerMajor>1</VerMajor></appinfo>");
+    return InstallUpdate("app", settings);
+  }
+};
+
+TEST(Install, TheInstallersOwnCodeComesBack) {
+  const struct {
+    const char* label;
+    unsigned want;
+  } rows[] = {{"good", 7}, {"restart", 3010}, {"crash", 0xC0000005}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const std::size_t folders = PrivateFolderCount();
+    EXPECT_EQ(Update(row.label).Install(), static_cast<int>(row.want));
+    EXPECT_NE(ReadBytes(kRecord), "");
+    EXPECT_EQ(PrivateFolderCount(), folders);
+  }
+}
+
+TEST(Install, TheFileGetsItsArgumentsAsTheyStand) {
+  Update update("good");
+  update.settings.trust.publicKeys = {"no key", PublicKey("other"), PublicKey("publisher")};
+  EXPECT_EQ(update.Install(), 7);
+  const std::string line = ReadBytes(kRecord);
+  EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
+  EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt /code=7 \"a b\"")) << line;
+}
+
+TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
+  const LogCapture log;
+  EXPECT_GT(Update("msi").Install(), 0);
+  bool started = false;
+  for (const std::string& line : log.Lines()) {
+    started |=
+        line.starts_with("I:RunInstaller: Run: C:\\windows\\system32\\msiexec.exe /i \"C:") &&
+        line.ends_with(".msi\" /qn");
+  }
+  EXPECT_TRUE(started) << testing::PrintToString(log.Lines());
+}
+
+TEST(Install, AnInstallerThatGoesOnIsLeftAlone) {
+  const LogCapture log;
+  const std::size_t folders = PrivateFolderCount();
+  Update update("long");
+  update.settings.installerLimitSeconds = 0;
+  EXPECT_EQ(update.Install(), kInstallStillRunning);
+  EXPECT_TRUE(log.Has("E:RunInstaller: The installer is still running after 0 seconds."));
+  EXPECT_EQ(PrivateFolderCount(), folders + 1);
+}
+
+TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
+  const auto nothing = [](Update&) {};
+  const struct {
+    const char* label;
+    const char* manifest;
+    void (*change)(Update&);
+    int want;
+    const char* line;
+  } rows[] = {
+      {"no trust", "good", [](Update& u) { u.settings.trust = {}; }, kInstallNotTrusted,
+       "Expect: No update is ever run: this build knows neither a publisher's key nor a "
+       "publisher's name."},
+      {"other key", "other-key", nothing, kInstallNotTrusted,
+       "Refuse: The manifest is refused: no key of this build signed it."},
+      {"other application", "other-app", nothing, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it is for another application."},
+      {"older version replayed", "older", nothing, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it is for another version."},
+      {"expired", "expired", nothing, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it has expired."},
+      {"arguments", "good", [](Update& u) { u.values["DistroArgs"] += " /x"; }, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it declares other arguments."},
+      {"elevation", "good", [](Update& u) { u.values["UACDlg"] = "1"; }, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it does not allow elevation."},
+      {"size", "good", [](Update& u) { u.values["DistroSize"] = "5"; }, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it declares another size."},
+      {"no manifest", "good", [](Update& u) { u.manifest.clear(); }, kInstallDownloadFailed,
+       "ExpectByManifest: The manifest could not be fetched."},
+      {"long manifest", "good", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); },
+       kInstallNotTrusted, "Refuse: The manifest is refused: it is too long."},
+      {"first byte", "good", [](Update& u) { u.file.front() ^= 1; }, kInstallWrongContent,
+       "Verify: The file's SHA-256 is not the declared one."},
+      {"last byte", "good", [](Update& u) { u.file.back() ^= 1; }, kInstallWrongContent,
+       "Verify: The file's SHA-256 is not the declared one."},
+      {"longer", "good", [](Update& u) { u.file += '\0'; }, kInstallWrongContent,
+       "Fetch: The file is longer than declared."},
+      {"empty", "good", [](Update& u) { u.file.clear(); }, kInstallWrongContent, nullptr},
+      {"MD5", "good", [](Update& u) { u.values["DistroMD5"] = std::string(32, '0'); },
+       kInstallWrongContent, "Verify: The file's MD5 is not the declared one."},
+      {"no program", "no-program", [](Update& u) { u.file = Prepared("no-program"); },
+       kInstallCannotStart, nullptr},
+      {"starter", "good", [](Update& u) { u.values["DistroStarter"] = "bat"; },
+       kInstallUnknownStarter, "Expect: The starter is neither exe nor msi."},
+      {"share", "good", [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; },
+       kInstallBadAddress, "Expect: The address is refused: \\\\server\\share\\a.exe"},
+      {"version", "good", [](Update& u) { u.values["VerMajor"] = "1", u.values["VerBuild"] = "0"; },
+       kInstallNothing,
+       "ReadOffer: The update's version 1.0.0.0 is not above the installed one, 1.0.0.0"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const std::size_t folders = PrivateFolderCount();
+    const LogCapture log;
+    Update update(row.manifest);
+    row.change(update);
+    EXPECT_EQ(update.Install(), row.want);
+    EXPECT_TRUE(!row.line || log.Has(std::string("E:") + row.line))
+        << testing::PrintToString(log.Lines());
+    EXPECT_FALSE(fs::exists(kRecord));
+    EXPECT_EQ(PrivateFolderCount(), folders);
+  }
+}
+
+TEST(Install, WithoutAKeyOnlyASignedProgramOverHttpsIsRun) {
+  const struct {
+    std::map<std::string, std::string> values;
+    int want;
+    const char* line;
+  } rows[] = {
+      {{}, kInstallBadAddress, "ExpectByOffer: Without a publisher's key only https is fetched:"},
+      {{{"DistroUrl", "https://127.0.0.1:1/a"}, {"DistroStarter", "msi"}},
+       kInstallNotTrusted,
+       "ExpectByOffer: Without a publisher's key only programs are run."},
+      {{{"DistroUrl", "https://127.0.0.1:1/a"}},
+       kInstallNotTrusted,
+       "ExpectByOffer: Without a publisher's key only plain switches are passed on:"},
+      {{{"DistroUrl", "https://127.0.0.1:1/a"}, {"DistroArgs", "/S"}},
+       kInstallWrongContent,
+       "ExpectByOffer: Without a publisher's key the feed must declare a size."},
+      {{{"DistroUrl", "https://127.0.0.1:1/a"}, {"DistroArgs", "/S"}, {"DistroSize", "5"}},
+       kInstallDownloadFailed,
+       "Fetch: The file could not be fetched."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.line);
+    const LogCapture log;
+    Update update("good");
+    update.settings.trust = {{}, "Publisher"};
+    for (const auto& [key, value] : row.values) update.values[key] = value;
+    EXPECT_EQ(update.Install(), row.want);
+    bool found = false;
+    for (const std::string& line : log.Lines())
+      found |= line.starts_with("E:" + std::string(row.line));
+    EXPECT_TRUE(found) << testing::PrintToString(log.Lines());
+  }
+}
+
+TEST(Install, AManifestWithAnyByteChangedVouchesForNothing) {
+  const std::string whole = Prepared("good.sig");
+  const P256Pair key = *PublicKeyFromBase64(PublicKey("publisher"));
+  const auto verifies = [&](const std::string& text) {
+    Manifest manifest;
+    return ParseManifest(text, &manifest).empty() &&
+           VerifyP256(key, manifest.signedText, manifest.signature);
+  };
+  ASSERT_TRUE(verifies(whole));
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    for (const int bit : {0x01, 0x20}) {
+      std::string changed = whole;
+      changed[i] = static_cast<char>(changed[i] ^ bit);
+      EXPECT_FALSE(verifies(changed)) << i;
+    }
+    EXPECT_FALSE(verifies(whole.substr(0, i))) << i;
+  }
+}
+
+TEST(Install, AFileWithoutASignatureIsNobodys) {
+  const auto file = PrivateFile::Make(L".exe");
+  ASSERT_TRUE(file && file->Append(ReadBytes(Setting("KUPDATE_TEST_INSTALLER"))) && file->Hold());
+  const LogCapture log;
+  EXPECT_FALSE(IsSignedBy(file->Handle(), file->Path(), "Publisher"));
+  EXPECT_EQ(log.Lines(),
+            std::vector<std::string>{"E:IsSignedBy: The file's Authenticode signature does not "
+                                     "verify. HR= 0x800b0100."});
+}
+
+TEST(Install, NothingEscapesFromTheEntry) {
+  // Not an application's id: its folder would lie outside of the data folder.
+  EXPECT_EQ(RunSilentUpdate("..\\x"), kInstallNothing);
+  EXPECT_NE(TrustStatus(), "");
+}
+
+}  // namespace

@@ -1,0 +1,20 @@
+// The steps of a silent installation, with everything it depends on handed in.
+#ifndef KUPDATE_INSTALL_SILENT_INSTALL_H_
+#define KUPDATE_INSTALL_SILENT_INSTALL_H_
+
+#include <cstdint>
+#include <string>
+
+#include "install/trust.h"
+
+struct InstallSettings {
+  TrustAnchors trust;
+  std::uint64_t now = 0;  ///< seconds since 1970-01-01 UTC, for the expiry of manifests
+  unsigned installerLimitSeconds = 15 * 60;
+  unsigned downloadLimitSeconds = 60 * 60;
+};
+
+/// RunSilentUpdate with these settings; may throw std::exception.
+int InstallUpdate(const std::string& appId, const InstallSettings& settings);
+
+#endif  // KUPDATE_INSTALL_SILENT_INSTALL_H_

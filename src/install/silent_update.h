@@ -1,0 +1,38 @@
+// The silent installation of the update that an earlier check found.
+#ifndef KUPDATE_INSTALL_SILENT_UPDATE_H_
+#define KUPDATE_INSTALL_SILENT_UPDATE_H_
+
+#include <string>
+
+/// What "DistroExitCode" holds when it is not the installer's own code. They lie away from the
+/// small negative numbers that installers end with.
+enum InstallCode : int {
+  kInstallNothing = -1001,         ///< no update is recorded, or none above the installed version
+  kInstallDownloadFailed = -1002,  ///< manifest or file could not be fetched or stored
+  kInstallWrongContent = -1003,    ///< size or digest of the file is not the declared one
+  kInstallNotTrusted = -1004,      ///< its publisher does not vouch for it, or none is known
+  kInstallUnknownStarter = -1005,  ///< neither a program nor an MSI package
+  kInstallStillRunning = -1006,    ///< the installer had not ended after its limit; it goes on
+  kInstallCannotStart = -1007,     ///< the system did not start the installer
+  kInstallBadAddress = -1008,      ///< the file's address is none that is fetched
+  kInstallFailed = -1009,          ///< something unforeseen; the log has it
+};
+
+/// Whether a code says that the new version is there: success, and success that wants a restart.
+constexpr bool IsInstalled(int code) { return code == 0 || code == 3010 || code == 1641; }
+
+/// Reads the recorded update once, decides, downloads, verifies, runs the installer and waits for
+/// it. Nothing is run but what the publisher vouches for; each refusal has a line of its own in the
+/// log. Writes to no store and takes the stores' locks only while it reads. Never throws. May block
+/// for the time of a download (at most an hour) and of an installer (at most 15 minutes), so no
+/// lock may be held that others wait for.
+/// @param appId  the application, UTF-8
+/// @return the installer's own code, which may be any number; the system's own where it demands
+///         elevation that the update may not ask for (740) or the user refuses it (1223); or an
+///         InstallCode.
+int RunSilentUpdate(const std::string& appId);
+
+/// One line for people on what this build takes as a publisher's word.
+std::string TrustStatus();
+
+#endif  // KUPDATE_INSTALL_SILENT_UPDATE_H_

@@ -1,0 +1,88 @@
+#include "transfer/job_list.h"
+
+#include "transfer/bits_interfaces.h"
+#include "util/text.h"
+
+_COM_SMARTPTR_TYPEDEF(IEnumBackgroundCopyJobs, __uuidof(IEnumBackgroundCopyJobs));
+_COM_SMARTPTR_TYPEDEF(IBackgroundCopyError, __uuidof(IBackgroundCopyError));
+
+namespace {
+
+constexpr wchar_t kDisplayName[] = L"Kupdate-task";
+
+// Takes over a text that the service allocated.
+std::wstring Taken(LPWSTR text) {
+  const std::wstring result = text ? text : L"";
+  ::CoTaskMemFree(text);
+  return result;
+}
+
+std::uint64_t SecondsOf(const FILETIME& time) {
+  constexpr std::uint64_t kPerSecond = 10'000'000;
+  constexpr std::uint64_t kFrom1601To1970 = 11'644'473'600;
+  const std::uint64_t ticks =
+      (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+  const std::uint64_t seconds = ticks / kPerSecond;
+  return seconds > kFrom1601To1970 ? seconds - kFrom1601To1970 : 0;
+}
+
+bool IsOurs(const IBackgroundCopyJobPtr& job) {
+  LPWSTR name = nullptr;
+  return SUCCEEDED(job->GetDisplayName(&name)) && Taken(name) == kDisplayName;
+}
+
+std::uint32_t ErrorOf(const IBackgroundCopyJobPtr& job) {
+  IBackgroundCopyErrorPtr error;
+  BG_ERROR_CONTEXT context = {};
+  HRESULT code = S_OK;
+  if (FAILED(job->GetError(&error)) || !error || FAILED(error->GetError(&context, &code))) return 0;
+  return static_cast<std::uint32_t>(code);
+}
+
+void ReadNotify(const IBackgroundCopyJobPtr& job, JobFacts* facts) {
+  IBackgroundCopyJob2Ptr job2;
+  LPWSTR program = nullptr;
+  LPWSTR commandLine = nullptr;
+  hrcheck() = job->QueryInterface(__uuidof(IBackgroundCopyJob2), reinterpret_cast<void**>(&job2));
+  hrcheck() = job2->GetNotifyCmdLine(&program, &commandLine);
+  facts->notifyProgram = Taken(program);
+  facts->notifyCommandLine = Taken(commandLine);
+}
+
+JobFacts FactsOf(const IBackgroundCopyJobPtr& job) {
+  JobFacts facts;
+  GUID id = {};
+  BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
+  BG_JOB_TIMES times = {};
+  hrcheck() = job->GetId(&id);
+  hrcheck() = job->GetState(&state);
+  hrcheck() = job->GetTimes(&times);
+  facts.id = NarrowUtf8(GuidText(id));
+  facts.state = static_cast<JobState>(state);
+  facts.created = SecondsOf(times.CreationTime);
+  facts.modified = SecondsOf(times.ModificationTime);
+  ReadNotify(job, &facts);
+  if (facts.state == JobState::kError || facts.state == JobState::kTransientError) {
+    facts.error = ErrorOf(job);
+  }
+  return facts;
+}
+
+}  // namespace
+
+std::vector<JobFacts> ListOwnJobs() {
+  std::vector<JobFacts> list;
+  const IBackgroundCopyManagerPtr manager = ConnectToService();
+  IEnumBackgroundCopyJobsPtr jobs;
+  hrcheck() = manager->EnumJobs(0, &jobs);
+  IBackgroundCopyJobPtr job;
+  while (jobs->Next(1, &job, nullptr) == S_OK) {
+    try {
+      if (IsOurs(job)) list.push_back(FactsOf(job));
+    } catch (const _com_error&) {
+      LOG_D << "A job is left out of the list.";
+    }
+    job = nullptr;
+  }
+  return list;
+}

@@ -1,0 +1,46 @@
+#include "util/folder_content.h"
+
+#include "util/diag_log.h"
+#include "util/log_line.h"
+#include "util/text.h"
+#include "util/win/unique.h"
+
+namespace FileSystem {
+
+namespace {
+
+std::uint64_t SecondsOf(const FILETIME& time) {
+  constexpr std::uint64_t kPerSecond = 10'000'000;
+  constexpr std::uint64_t kFrom1601To1970 = 11'644'473'600;
+  const std::uint64_t ticks =
+      (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+  const std::uint64_t seconds = ticks / kPerSecond;
+  return seconds > kFrom1601To1970 ? seconds - kFrom1601To1970 : 0;
+}
+
+}  // namespace
+
+std::vector<FileEntry> ListFiles(const std::string& folder) {
+  std::vector<FileEntry> files;
+  if (folder.empty()) return files;
+  WIN32_FIND_DATAW data;
+  const UniqueFind find(::FindFirstFileW((WidenUtf8(folder) + L"*").c_str(), &data));
+  if (!find) return files;
+  do {
+    if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
+    files.push_back({NarrowUtf8(data.cFileName), SecondsOf(data.ftLastWriteTime)});
+  } while (::FindNextFileW(find.get(), &data));
+  return files;
+}
+
+bool RemoveEmptyFolder(const std::string& folder) {
+  return !folder.empty() && ::RemoveDirectoryW(WidenUtf8(folder).c_str());
+}
+
+bool RenameFile(const std::string& path, const std::string& target) {
+  if (::MoveFileExW(WidenUtf8(path).c_str(), WidenUtf8(target).c_str(), 0)) return true;
+  LOG_E << "Can't rename file: " << path << kLastError;
+  return false;
+}
+
+}  // namespace FileSystem
