@@ -211,5 +211,5 @@ TEST_F(ExecutorLife, TheLastUninstallRemovesTheProgramItself) {
   EXPECT_TRUE(Eventually([&] { return !fs::exists(program); })) << OutputOf(L"--status");
   EXPECT_TRUE(Eventually([&] { return Listing(program.parent_path()).empty(); }))
       << "the renamed file goes too: " << Listing(program.parent_path());
-  EXPECT_EQ(Listing(DataFolder().parent_path()), "");
+  EXPECT_EQ(Listing(DataFolder()), "");
 }

@@ -1,8 +1,6 @@
 #include "util/files.h"
 #include "util/win/unique.h"
 
-#include <shellapi.h>
-
 #include <limits>
 #include <new>
 
@@ -99,23 +97,6 @@ bool IsPathExist(const std::wstring& path) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW(path.c_str(), &data));
   return static_cast<bool>(find);
-}
-
-bool MoveDirectory(const std::wstring& source, const std::wstring& destination) {
-  wchar_t from[kMaxShellPathChars + 1];
-  wchar_t to[kMaxShellPathChars + 1];
-  if (!PrepareString(source, from) || !PrepareString(destination, to)) return false;
-  LOG_D << "Try to move" << source;
-  LOG_D << "         to" << destination;
-  SHFILEOPSTRUCTW operation = {};
-  operation.wFunc = FO_MOVE;
-  operation.pFrom = from;
-  operation.pTo = to;
-  operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
-  const int code = ::SHFileOperationW(&operation);
-  LOG_E << "SHFileOperation." << kLastError << kOtherCode << code;
-  if (operation.fAnyOperationsAborted) LOG_E << "Error in SHFileOperation. OperationsAborted.";
-  return true;
 }
 
 void BackupFile(std::wstring& path) {

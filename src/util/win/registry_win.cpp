@@ -4,24 +4,12 @@
 
 #include "util/diag_log.h"
 #include "util/log_line.h"
-#include "util/win/unique.h"
+#include "util/win/registry_key.h"
 
 namespace {
 
-constexpr DWORD kNameChars = 256;
-
-HKEY RootKey(RegistryRoot root) {
-  return root == RegistryRoot::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-}
-
 const char* RootName(RegistryRoot root) {
   return root == RegistryRoot::kCurrentUser ? "HKEY_CURRENT_USER" : "HKEY_LOCAL_MACHINE";
-}
-
-UniqueKey OpenKey(RegistryRoot root, const std::wstring& path, REGSAM access, LSTATUS* status) {
-  UniqueKey key;
-  *status = ::RegOpenKeyExW(RootKey(root), path.c_str(), 0, access, key.put());
-  return key;
 }
 
 bool IsMissing(LSTATUS status) {
@@ -41,13 +29,23 @@ bool ReadNumber(RegistryRoot root, const std::wstring& keyPath, const std::wstri
   return true;
 }
 
-std::wstring TextOf(const std::vector<std::byte>& bytes) {
+}  // namespace
+
+HKEY RootKey(RegistryRoot root) {
+  return root == RegistryRoot::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+}
+
+UniqueKey OpenKey(RegistryRoot root, const std::wstring& path, REGSAM access, LSTATUS* status) {
+  UniqueKey key;
+  *status = ::RegOpenKeyExW(RootKey(root), path.c_str(), 0, access, key.put());
+  return key;
+}
+
+std::wstring TextOfData(const std::vector<std::byte>& bytes) {
   std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
   if (!text.empty()) std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
   return text;
 }
-
-}  // namespace
 
 bool ReadFromRegistry(RegistryRoot root, const std::wstring& keyPath, const std::wstring& valueName,
                       RegistryData* data) {
@@ -86,7 +84,7 @@ std::wstring ReadStringFromRegistry(RegistryRoot root, const std::wstring& keyPa
     LOG_E << "have wrong type.";
     return {};
   }
-  std::wstring text = TextOf(data.bytes);
+  std::wstring text = TextOfData(data.bytes);
   if (text.empty() || text.back() != L'\0') {
     LOG_E << "Strange value in" << keyPath;
   } else {
@@ -128,76 +126,6 @@ bool WriteIntToRegistry(const std::wstring& keyPath, const std::wstring& valueNa
     return false;
   }
   return true;
-}
-
-std::vector<RegistryValue> EnumValues(const std::wstring& keyPath) {
-  std::vector<RegistryValue> values;
-  LSTATUS status = 0;
-  const UniqueKey key = OpenKey(RegistryRoot::kCurrentUser, keyPath, KEY_READ, &status);
-  if (!key) {
-    LOG_E << "Can't open key: " << keyPath;
-    return values;
-  }
-  std::vector<std::byte> bytes;
-  for (DWORD index = 0;; ++index) {
-    wchar_t name[kNameChars] = {};
-    DWORD nameChars = kNameChars;
-    DWORD type = 0;
-    DWORD size = 0;
-    status = ::RegEnumValueW(key.get(), index, name, &nameChars, nullptr, &type, nullptr, &size);
-    if (status == ERROR_MORE_DATA) continue;  // a name that does not fit is no value of ours
-    if (status != ERROR_SUCCESS) return values;
-    bytes.resize(size);
-    status = ::RegQueryValueExW(key.get(), name, nullptr, &type,
-                                reinterpret_cast<BYTE*>(bytes.data()), &size);
-    if (status != ERROR_SUCCESS) continue;
-    bytes.resize(size);
-    RegistryValue value{name, static_cast<RegistryType>(type), {}, 0};
-    if (type == REG_SZ) {
-      value.text = TextOf(bytes).c_str();
-    } else if ((type == REG_DWORD && size == 4) || (type == REG_QWORD && size == 8)) {
-      std::memcpy(&value.number, bytes.data(), size);
-    } else {
-      continue;
-    }
-    values.push_back(std::move(value));
-  }
-}
-
-bool RemoveKey(RegistryRoot root, const std::wstring& keyPath) {
-  LSTATUS status = 0;
-  std::vector<std::wstring> subKeys;
-  {
-    const UniqueKey key = OpenKey(root, keyPath, KEY_ALL_ACCESS, &status);
-    if (!key) {
-      LOG_E << "Can't open key: " << keyPath;
-      return false;
-    }
-    for (DWORD index = 0;; ++index) {
-      wchar_t name[kNameChars] = {};
-      DWORD nameChars = kNameChars;
-      status =
-          ::RegEnumKeyExW(key.get(), index, name, &nameChars, nullptr, nullptr, nullptr, nullptr);
-      if (status != ERROR_SUCCESS) break;
-      subKeys.emplace_back(name);
-    }
-  }
-  for (const std::wstring& name : subKeys) RemoveKey(root, keyPath + L'\\' + name);
-  if (::RegDeleteKeyW(RootKey(root), keyPath.c_str()) == ERROR_SUCCESS) return true;
-  LOG_E << "Can't delete key.";
-  return false;
-}
-
-bool RemoveValue(const std::wstring& keyPath, const std::wstring& valueName) {
-  LSTATUS status = 0;
-  const UniqueKey key = OpenKey(RegistryRoot::kCurrentUser, keyPath, KEY_ALL_ACCESS, &status);
-  if (!key) {
-    LOG_E << "Can't open key: " << keyPath;
-    return false;
-  }
-  if (::RegDeleteValueW(key.get(), valueName.c_str()) == ERROR_SUCCESS) return true;
-  LOG_E << "Can't delete value.";
-  return false;
 }
 
 bool IsKeyNotExist(const std::wstring& keyPath) {
