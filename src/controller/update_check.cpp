@@ -12,6 +12,7 @@
 #include "transfer/bits_completion.h"
 #include "transfer/bits_transfer.h"
 #include "transfer/com_apartment.h"
+#include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/clock.h"
 #include "util/event.h"
@@ -19,7 +20,6 @@
 #include "util/folders.h"
 #include "util/process.h"
 #include "util/text.h"
-#include "xml/xml_node.h"
 
 namespace {
 
@@ -45,16 +45,6 @@ bool JobFailed(JobState state) { return state != JobState::kTransferred; }
 
 void Deliver(std::int32_t value, std::int32_t* status) {
   if (status) *status = value;
-}
-
-XmlNode LoadFeed(const std::string& path) {
-  std::string bytes;
-  XmlNode feed;
-  if (FileSystem::ReadFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
-      !LoadXml(std::move(bytes), &feed)) {
-    throw std::runtime_error("The feed cannot be read.");
-  }
-  return feed;
 }
 
 bool KeepFeed(const std::string& appId, const std::string& feedFile) {

@@ -2,8 +2,6 @@
 
 #include <exception>
 #include <functional>
-#include <stdexcept>
-#include <utility>
 
 #include "executor/app_files.h"
 #include "executor/executor_command.h"
@@ -11,6 +9,7 @@
 #include "executor/result_signal.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
+#include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
@@ -19,7 +18,6 @@
 #include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/text.h"
-#include "xml/xml_node.h"
 
 namespace {
 
@@ -34,16 +32,6 @@ enum class Outcome { kFound, kNone, kFailed };
 // A new GUID is random enough, and at hand.
 std::uint64_t SpreadSeconds() {
   return std::hash<std::string>()(NewGuidText()) % (kMaxSpreadSeconds + 1);
-}
-
-XmlNode LoadFeed(const std::string& path) {
-  std::string bytes;
-  XmlNode feed;
-  if (FileSystem::ReadFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
-      !LoadXml(std::move(bytes), &feed)) {
-    throw std::runtime_error("The feed cannot be read.");
-  }
-  return feed;
 }
 
 Outcome JudgeFeed(TAppInfo2& app, const std::string& file, std::uint64_t now) {

@@ -2,6 +2,7 @@
 
 #include "transfer/bits_interfaces.h"
 #include "util/text.h"
+#include "util/win/file_time.h"
 
 _COM_SMARTPTR_TYPEDEF(IEnumBackgroundCopyJobs, __uuidof(IEnumBackgroundCopyJobs));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyError, __uuidof(IBackgroundCopyError));
@@ -15,15 +16,6 @@ std::wstring Taken(LPWSTR text) {
   const std::wstring result = text ? text : L"";
   ::CoTaskMemFree(text);
   return result;
-}
-
-std::uint64_t SecondsOf(const FILETIME& time) {
-  constexpr std::uint64_t kPerSecond = 10'000'000;
-  constexpr std::uint64_t kFrom1601To1970 = 11'644'473'600;
-  const std::uint64_t ticks =
-      (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-  const std::uint64_t seconds = ticks / kPerSecond;
-  return seconds > kFrom1601To1970 ? seconds - kFrom1601To1970 : 0;
 }
 
 bool IsOurs(const IBackgroundCopyJobPtr& job) {

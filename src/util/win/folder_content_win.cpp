@@ -3,22 +3,10 @@
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/text.h"
+#include "util/win/file_time.h"
 #include "util/win/unique.h"
 
 namespace FileSystem {
-
-namespace {
-
-std::uint64_t SecondsOf(const FILETIME& time) {
-  constexpr std::uint64_t kPerSecond = 10'000'000;
-  constexpr std::uint64_t kFrom1601To1970 = 11'644'473'600;
-  const std::uint64_t ticks =
-      (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-  const std::uint64_t seconds = ticks / kPerSecond;
-  return seconds > kFrom1601To1970 ? seconds - kFrom1601To1970 : 0;
-}
-
-}  // namespace
 
 std::vector<FileEntry> ListFiles(const std::string& folder) {
   std::vector<FileEntry> files;

@@ -10,6 +10,7 @@
 #include "util/last_error.h"
 #include "util/log_line.h"
 #include "util/mutex.h"
+#include "util/win/file_time.h"
 #include "util/win/windows_lean.h"
 
 // Stands in for the C++ runtime's own, which prints a readable type name to a terminal that hosts
@@ -37,13 +38,18 @@ CriticalSection::~CriticalSection() {
 void CriticalSection::lock() { ::EnterCriticalSection(static_cast<CRITICAL_SECTION*>(impl_)); }
 void CriticalSection::unlock() { ::LeaveCriticalSection(static_cast<CRITICAL_SECTION*>(impl_)); }
 
-std::uint64_t NowSeconds() {
+std::uint64_t SecondsOf(const FILETIME& time) {
   constexpr std::uint64_t kTicksPerSecond = 10'000'000;
   constexpr std::uint64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  const std::uint64_t ticks = (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
+  const std::uint64_t seconds = ticks / kTicksPerSecond;
+  return seconds > kSecondsFrom1601To1970 ? seconds - kSecondsFrom1601To1970 : 0;
+}
+
+std::uint64_t NowSeconds() {
   FILETIME time;
   ::GetSystemTimeAsFileTime(&time);
-  const std::uint64_t ticks = (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
-  return ticks / kTicksPerSecond - kSecondsFrom1601To1970;
+  return SecondsOf(time);
 }
 
 std::optional<LocalTime> LocalNow() {

@@ -1,0 +1,16 @@
+#include "update/feed_file.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "util/files.h"
+
+XmlNode LoadFeed(const std::string& path) {
+  std::string bytes;
+  XmlNode feed;
+  if (FileSystem::ReadFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
+      !LoadXml(std::move(bytes), &feed)) {
+    throw std::runtime_error("The feed cannot be read.");
+  }
+  return feed;
+}
