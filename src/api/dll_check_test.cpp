@@ -334,5 +334,8 @@ TEST(SilentInstall, NeedsAnUpdateAndReturnsTheInstallersCode) {
                       NarrowUtf8(ThisProgram()) + " --appid install --silent-update-check"));
   EXPECT_TRUE(log.Has("D:DLLDownloadAndInstallSilentUpdate: res:  S_OK"));
   EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(nullptr), KUPDATE_S_OK);
+  ::_wputenv(L"KUPDATE_TEST_EXECUTOR=early 5");
+  EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(&exitCode), KUPDATE_S_OK);
+  EXPECT_EQ(exitCode, 5) << "a check's signal is no answer of the installation";
   Dll().setExecutorPath(nullptr);
 }

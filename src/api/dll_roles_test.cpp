@@ -44,8 +44,13 @@ int RunExecutor(const std::string& commandLine) {
   std::regex_search(commandLine, match, std::regex(" --appid (.*?) --"));
   const std::string appId = match[1];
   if (commandLine.find("--silent-update-check") != commandLine.npos) {
-    const std::string answer = NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR"));
+    std::string answer = NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR"));
     if (answer == "die") return 1;
+    if (answer.starts_with("early ")) {
+      SignalResult(appId);  // as a check does that ends meanwhile
+      ::Sleep(200);
+      answer.erase(0, 6);
+    }
     PutValue(DataFolder() / appId / "updinfo.xml", "DistroExitCode", answer);
   } else {
     PutValue(DataFolder() / appId / "appinfo.xml", "UpgradeAvailable", "1");

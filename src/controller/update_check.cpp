@@ -32,6 +32,8 @@ constexpr std::int32_t kStatusFound = 1;
 constexpr std::int32_t kStatusNoUpdate = 2;
 constexpr std::int32_t kStatusJobFailed = 3;
 
+constexpr char kExitCode[] = "DistroExitCode";
+
 // Whether the last check found an update: only then is there something to install.
 bool updateFound = false;
 
@@ -247,17 +249,24 @@ bool TUpdaterController::DownloadAndInstallSilentUpdate(std::int32_t* exitCode) 
     const std::wstring executor = GetExecutorPath();
     const std::wstring commandLine = SilentUpdateCommandLine(executor, WidenUtf8(appId));
     LOG_D << "Run: " << commandLine;
+    TUpdInfo update(appId);
+    update.RemoveValue(kExitCode);  // an older one must not be taken for the answer
     UniqueHandle process;
     const std::uint32_t error = TEnvironment::Execute(executor, commandLine, &process);
     LOG_D << "Updater started, code: " << error;
     if (error != 0) return Ended::kLeft;
-    const std::uint32_t result = WaitForAnswer(event, process);
+    std::uint32_t result = kWaitFailed;
+    do {
+      result = WaitForAnswer(event, process);
+      // A check of the same application signals the same event; without a code the executor is still at work.
+    } while (result == kWaitSignalled && !update.IsValueExist(kExitCode) &&
+             JustUtil::WaitFor(process, 0) == kWaitTimeout);
     LOG_D << "End of waiting." << result;
     if (result != kWaitSignalled) {
       LOG_E << "The executor ended without an answer.";
       return Ended::kLeft;
     }
-    const std::int64_t code = TUpdInfo(appId).ReadNumber("DistroExitCode");
+    const std::int64_t code = update.ReadNumber(kExitCode);
     LOG_D << "ExitCode: " << code;
     if (exitCode) *exitCode = static_cast<std::int32_t>(code);
     done = true;

@@ -7,12 +7,14 @@
 #include "stat/stat_holder.h"
 #include "testing/data_home.h"
 #include "testing/fake_locker.h"
+#include "util/text.h"
 
 namespace {
 
 class BlockConfirm : public testing::Test {
  protected:
-  std::string File(const char* name) const { return (home_.AppFolder("app") / name).string(); }
+  std::filesystem::path Path(const char* name) const { return home_.AppFolder("app") / name; }
+  std::string File(const char* name) const { return NarrowUtf8(Path(name).wstring()); }
 
   void PutBlock(AppState state, const std::string& date) const {
     TStatHolder block;
@@ -35,7 +37,7 @@ class BlockConfirm : public testing::Test {
     TStatHolder statistics;
     statistics.Load(File("statistics.xml"));
     return (statistics.Confirmed() ? statistics.GetFirstDate(AppState::kDayuse) : "none") +
-           (std::filesystem::exists(File("in_work_3.xml")) ? ", in work" : "");
+           (std::filesystem::exists(Path("in_work_3.xml")) ? ", in work" : "");
   }
 
   DataHome home_;
@@ -78,9 +80,9 @@ TEST_F(BlockConfirm, LeavesTheBlockWhenAnythingIsRefused) {
   RefusingLocker refusing;
   EXPECT_EQ(ConfirmBlock("app", 3, &refusing), std::nullopt);
   EXPECT_EQ(Left(), "none, in work");
-  std::filesystem::create_directory(File("statistics.xml"));  // a file that cannot be read
+  std::filesystem::create_directory(Path("statistics.xml"));  // a file that cannot be read
   EXPECT_EQ(ConfirmBlock("app", 3, nullptr), std::nullopt);
-  EXPECT_TRUE(std::filesystem::exists(File("in_work_3.xml")));
+  EXPECT_TRUE(std::filesystem::exists(Path("in_work_3.xml")));
 }
 
 TEST_F(BlockConfirm, KnowsItsFilesByName) {
