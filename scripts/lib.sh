@@ -121,21 +121,22 @@ register_standin() {
 
 # --- web server ---
 
-# start_web_server NAME FOLDER: serves FOLDER on a free port of 127.0.0.1 with everything of its own under
-# build/web/NAME. Sets WEB_URL and WEB_ACCESS_LOG.
+# start_web_server NAME FOLDER [KEYS]: serves FOLDER on a free port of 127.0.0.1 with everything of its own
+# under build/web/NAME; with KEYS also by https, for localhost. Sets WEB_URL, WEB_HTTPS and WEB_ACCESS_LOG.
 start_web_server() {
-  local home=$BUILD/web/$1 folder=$2 port try
+  local home=$BUILD/web/$1 folder=$2 keys=${3:-} port try
   mkdir -p "$home" "$folder"
   rm -f "$home"/*.log "$home/pid"
   for try in 1 2 3 4 5 6 7 8 9 10; do
     port=$((20000 + RANDOM % 20000))
-    "$ROOT/scripts/web-server" "$home" "$folder" "$port" >"$home/nginx.conf"
+    "$ROOT/scripts/web-server" "$home" "$folder" "$port" "$keys" >"$home/nginx.conf"
     # By its path: only root's PATH has that folder.
     if run_web_server "$home"; then
       at_exit "stop_web_server '$home'"
       WEB_URL=http://127.0.0.1:$port
+      WEB_HTTPS=https://localhost:$((port + 1))
       WEB_ACCESS_LOG=$home/access.log
-      export WEB_URL WEB_ACCESS_LOG
+      export WEB_URL WEB_HTTPS WEB_ACCESS_LOG
       return
     fi
   done

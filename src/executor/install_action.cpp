@@ -14,8 +14,7 @@ namespace {
 
 constexpr char kExitCode[] = "DistroExitCode";
 
-// What the update's store says from now on. A host reads a code that is absent as a success, so one
-// is written whatever has happened.
+// What the stores say from now on.
 void WriteCode(const std::string& appId, int code) {
   LOG_I << "ExitCode: " << code;
   TUpdInfo(appId).WriteNumber(kExitCode, code);
@@ -29,19 +28,17 @@ void WriteCode(const std::string& appId, int code) {
 int RunInstallAction(const ExecutorCommand& command) {
   Mutex lock(CheckMutexName(command.appId));
   const LockScope scope(&lock);
-  int code = kInstallFailed;
+  // Should this process die, nobody takes an older code for its own.
+  TUpdInfo(command.appId).RemoveValue(kExitCode);
+  FinishInstall(command.appId, RunSilentUpdate(command.appId));
+  return 0;
+}
+
+void FinishInstall(const std::string& appId, int code) noexcept {
   try {
-    // Should this process die, nobody takes an older code for its own.
-    TUpdInfo(command.appId).RemoveValue(kExitCode);
-    code = RunSilentUpdate(command.appId);
-  } catch (...) {
-    LOG_E << "The installation failed.";
-  }
-  try {
-    WriteCode(command.appId, code);
+    WriteCode(appId, code);
   } catch (...) {
     LOG_E << "Can't write the exit code.";
   }
-  SignalResult(command.appId);
-  return 0;
+  SignalResult(appId);
 }

@@ -2,6 +2,8 @@
 #ifndef KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 #define KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 
+#include <string>
+
 struct ExecutorCommand;
 
 /// "--silent-update-check": installs the update, writes "DistroExitCode" and signals, on every way
@@ -9,5 +11,9 @@ struct ExecutorCommand;
 /// RunSilentUpdate.
 /// @return the exit code, 0: the result is in the record.
 int RunInstallAction(const ExecutorCommand& command);
+
+/// Writes "DistroExitCode" and signals. A host reads a code that is absent as a success, so this is
+/// for every way out, also one that nobody foresaw. Throws nothing.
+void FinishInstall(const std::string& appId, int code) noexcept;
 
 #endif  // KUPDATE_EXECUTOR_INSTALL_ACTION_H_

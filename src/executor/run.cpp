@@ -9,6 +9,7 @@
 #include "executor/ping_action.h"
 #include "executor/result_signal.h"
 #include "executor/status.h"
+#include "install/silent_update.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
 #include "util/diag_log.h"
@@ -58,10 +59,9 @@ int RunAction(const ExecutorCommand& command) {
 // Whatever went wrong: a job that can be ended is, and a host that waits is woken.
 int RescueFrom(const ExecutorCommand& command) noexcept {
   LOG_E << "Unhandled exception.";
-  const bool hostWaits =
-      command.kind == CommandKind::kUpdateCheck || command.kind == CommandKind::kSilentUpdate;
+  if (command.kind == CommandKind::kSilentUpdate) FinishInstall(command.appId, kInstallFailed);
   const int code = command.jobId.empty() ? kExitDone : RunBareJob(command);
-  if (hostWaits && code == kExitDone) SignalResult(command.appId);
+  if (command.kind == CommandKind::kUpdateCheck && code == kExitDone) SignalResult(command.appId);
   return code;
 }
 

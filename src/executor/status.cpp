@@ -38,22 +38,9 @@ std::uint64_t NextCheck(const TAppInfo2& app) {
   return std::max(last == 0 ? 0 : last + kSecondsPerDay, TimeOf(app, "NextCheckTime"));
 }
 
-// The last line of level "E:" in the application's log, without its time.
-std::string LastErrorOf(const std::string& appId) {
-  const std::string path =
-      NarrowUtf8(GetAppDataFolder(L"Krelix\\Updater")) + "kupdate-exec-" + appId + ".log";
-  const std::string text = FileSystem::ReadFile(path);
-  constexpr std::size_t kTimeChars = 8;  // "hh:mm:ss"
-  std::string found;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    const std::string_view line = std::string_view(text).substr(begin, end - begin);
-    if (line.substr(std::min(kTimeChars, line.size())).starts_with(" E:")) {
-      found = line.substr(kTimeChars + 1);
-    }
-    begin = end + 1;
-  }
-  return found;
+std::string LogOf(const std::string& appId) {
+  return FileSystem::ReadFile(NarrowUtf8(GetAppDataFolder(L"Krelix\\Updater")) + "kupdate-exec-" +
+                              appId + ".log");
 }
 
 AppStatus StatusOf(const std::string& appId) {
@@ -70,7 +57,7 @@ AppStatus StatusOf(const std::string& appId) {
     if (file.name == "statistics.xml") status.statisticsWait = true;
     if (const auto block = BlockIdOfFile(file.name)) status.blocksInWork.push_back(*block);
   }
-  status.lastError = LastErrorOf(appId);
+  status.lastError = LastErrorIn(LogOf(appId));
   return status;
 }
 

@@ -1,5 +1,6 @@
 #include "executor/status_report.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 
@@ -134,6 +135,20 @@ std::string JsonJob(const JobStatus& job) {
 }
 
 }  // namespace
+
+std::string LastErrorIn(std::string_view log) {
+  constexpr std::string_view kLevel = " E:";
+  constexpr std::size_t kTimeChars = 8;  // "hh:mm:ss"
+  std::string_view found;
+  while (!log.empty()) {
+    const std::string_view line = log.substr(0, log.find('\n'));
+    log.remove_prefix(std::min(line.size() + 1, log.size()));
+    if (line.find(kLevel) == kTimeChars && line.find(": Can't open ") == line.npos) {
+      found = line.substr(kTimeChars + 1);
+    }
+  }
+  return std::string(found);
+}
 
 std::string ReadableStatus(const StatusReport& report, std::uint64_t now) {
   std::string text = report.program;

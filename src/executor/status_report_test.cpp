@@ -63,3 +63,19 @@ TEST(StatusReport, IsValidJson) {
                             R"("applications":[],"jobs":[]})"
                             "\n");
 }
+
+TEST(StatusReport, TheLastErrorIsOneThatMatters) {
+  const struct {
+    const char* log;
+    const char* want;
+  } cases[] = {
+      {"", ""},
+      {"Log started at: 05.03.2011\n10:00:00 I:F(1): no E: here\n", ""},
+      {"10:00:00 E:F(1): first\n10:00:01 E:G(2): last\n10:00:02 D:F(1): x\n", "E:G(2): last"},
+      {"10:00:00 E:F(1): cut", "E:F(1): cut"},
+      {"10:00:00 E:F(1): real\n10:00:01 E:R(5): Can't open key:  a\n"
+       "10:00:01 E:R(5): Can't open file:  a\n",
+       "E:F(1): real"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(LastErrorIn(c.log), c.want);
+}
