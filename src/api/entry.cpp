@@ -77,6 +77,7 @@ void Enter(const char* exportName, const char* appId) {
 Status ReportCaught(const char* exportName) noexcept {
   try {
     try {
+      // cppcheck-suppress rethrowNoCurrentException  ; called in handlers only
       throw;
     } catch (const std::exception& error) {
       return Report(exportName, "exc", error.what());

@@ -13,7 +13,7 @@
 TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
     : appId_(std::move(appId)), locker_(std::move(locker)) {}
 
-TAppInfo::TAppInfo(std::string appId)
+TAppInfo::TAppInfo(const std::string& appId)
     : TAppInfo(appId, std::make_unique<Mutex>(
                           WidenUtf8("APPINFO{65438470-A93E-4c32-83C0-33BFC5DDD428}-" + appId))) {}
 

@@ -24,7 +24,7 @@ class XmlNode;
 class TAppInfo {
  public:
   /// @param appId  the application id; the file lies in the folder of that name.
-  explicit TAppInfo(std::string appId);
+  explicit TAppInfo(const std::string& appId);
   virtual ~TAppInfo();
   TAppInfo(const TAppInfo&) = delete;
   TAppInfo& operator=(const TAppInfo&) = delete;

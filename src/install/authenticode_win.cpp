@@ -16,12 +16,12 @@ class TrustLibrary {
  public:
   TrustLibrary()
       : wintrust_(LoadSystemLibrary(L"wintrust.dll")), crypt32_(LoadSystemLibrary(L"crypt32.dll")) {
-    Find(wintrust_, "WinVerifyTrust", &verify);
-    Find(wintrust_, "WTHelperProvDataFromStateData", &providerData);
-    Find(wintrust_, "WTHelperGetProvSignerFromChain", &signer);
-    Find(crypt32_, "CertGetNameStringW", &certificateName);
+    isWhole_ = Find(wintrust_, "WinVerifyTrust", &verify) &&
+               Find(wintrust_, "WTHelperProvDataFromStateData", &providerData) &&
+               Find(wintrust_, "WTHelperGetProvSignerFromChain", &signer) &&
+               Find(crypt32_, "CertGetNameStringW", &certificateName);
   }
-  bool IsWhole() const { return verify && providerData && signer && certificateName; }
+  bool IsWhole() const { return isWhole_; }
 
   decltype(&::WinVerifyTrust) verify = nullptr;
   decltype(&::WTHelperProvDataFromStateData) providerData = nullptr;
@@ -30,14 +30,16 @@ class TrustLibrary {
 
  private:
   template <class Function>
-  static void Find(const UniqueModule& library, const char* name, Function* function) {
-    if (!library) return;
+  static bool Find(const UniqueModule& library, const char* name, Function* function) {
+    if (!library) return false;
     *function =
         reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(library.get(), name)));
+    return *function != nullptr;
   }
 
   UniqueModule wintrust_;
   UniqueModule crypt32_;
+  bool isWhole_ = false;
 };
 
 // The name in the certificate of the one who signed; empty when there is none.
