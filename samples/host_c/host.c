@@ -96,7 +96,7 @@ static AnyFunction find(HMODULE module, const char* name) {
   const AnyFunction function = (AnyFunction)GetProcAddress(module, name);
   if (function) return function;
   printf("failed: dllkupdate.dll has no %s\n", name);
-  exit(kFailed);
+  ExitProcess(kFailed);
 }
 
 /* By its full path: a bare name would be searched for, and could be somebody else's file. The
@@ -109,7 +109,7 @@ static Library loadLibrary(void) {
   const HMODULE module = slash ? LoadLibraryW(path) : NULL;
   if (!module) {
     printf("failed: loading dllkupdate.dll, system error %lu\n", GetLastError());
-    exit(kFailed);
+    ExitProcess(kFailed);
   }
   return (Library){
       .setExecutorPath = (SetExecutorPathFunction)find(module, "DLLSetExecutorPath"),
@@ -228,7 +228,7 @@ static unsigned __stdcall runInstallation(void* argument) {
  * windows would go on handling messages meanwhile. */
 static int installUpdate(const Library* library, const Program* program) {
   Installation installation = {library, KUPDATE_E_FAIL, 0};
-  const HANDLE thread = (HANDLE)_beginthreadex(NULL, 0, runInstallation, &installation, 0, NULL);
+  HANDLE thread = (HANDLE)_beginthreadex(NULL, 0, runInstallation, &installation, 0, NULL);
   if (!thread) return failed(program, "starting a thread");
   puts("silent installation started");
   WaitForSingleObject(thread, INFINITE);
@@ -288,7 +288,7 @@ static bool parseArguments(int argc, wchar_t** argv, Program* program) {
 
 int wmain(int argc, wchar_t** argv) {
   static Program program;
-  setvbuf(stdout, NULL, _IONBF, 0); /* each line at once, also into a file */
+  (void)setvbuf(stdout, NULL, _IONBF, 0); /* each line at once, also into a file */
   if (!parseArguments(argc, argv, &program)) {
     puts(
         "usage: kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL\n"

@@ -1,12 +1,9 @@
-// kupdate-exec.exe over time: the whole way through the service, kills, races, and its own end.
+// kupdate-exec.exe over time: the whole way through the service, races, and its own end.
 #include <gtest/gtest.h>
-
-#include "util/win/windows_lean.h"
 
 #include <chrono>
 
 #include "executor/executor_test_client.h"
-#include "util/clock.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -15,14 +12,6 @@ using namespace testing_dll;
 namespace {
 
 using ExecutorLife = ExecutorTest;
-
-// Starts the program and kills it after so many milliseconds.
-void KillAfter(unsigned milliseconds, const std::wstring& arguments) {
-  const HANDLE process = StartExecutor(ExecutorProgram(), arguments);
-  ::WaitForSingleObject(process, milliseconds);
-  ::TerminateProcess(process, 9);
-  EndOf(process);
-}
 
 // All that is in a folder, at any depth.
 std::string Listing(const fs::path& folder) {
@@ -68,40 +57,6 @@ TEST_F(ExecutorLife, TwoExecutorsEndOneJobOnce) {
     EXPECT_FALSE(host.IsInWork());
     EXPECT_NE(host.Statistics().find("confirmed=\"true\""), std::string::npos);
     EXPECT_EQ(host.Statistics().find("<state "), std::string::npos) << "and not taken back";
-  }
-}
-
-TEST_F(ExecutorLife, AKilledCheckIsAnsweredByTheNextStart) {
-  for (unsigned wait = 0; wait < 100; wait += 4) {
-    SCOPED_TRACE(wait);
-    const DataHome home;
-    const TransferService service;
-    Host host("killed");
-    host.feedUrl = Publish("newer.rss", FeedWith("2.0.0.0"));
-    host.Start();
-    const std::wstring arguments = ArgumentsOfNewestJob(service);
-    KillAfter(wait, arguments);
-    const ResultEvent result(host.appId);
-    EXPECT_EQ(RunExecutorAgain(arguments), 0u);
-    EXPECT_TRUE(result.IsSignalled());
-    EXPECT_EQ(host.Record("UpgradeAvailable"), "1");
-    EXPECT_EQ(ValueOf(host.File("updinfo.xml"), "VerMajor"), "2");
-  }
-}
-
-TEST_F(ExecutorLife, AKilledPingIsNeverLost) {
-  for (unsigned wait = 0; wait < 100; wait += 4) {
-    SCOPED_TRACE(wait);
-    const DataHome home;
-    const TransferService service;
-    Host host("killed");
-    host.reportUrl = Publish("report", "ok");
-    host.Start();
-    const std::wstring arguments = ArgumentsOfNewestJob(service);
-    KillAfter(wait, arguments);
-    EXPECT_EQ(RunExecutorAgain(arguments), 0u);
-    const bool confirmed = host.Statistics().find("confirmed=\"true\"") != std::string::npos;
-    EXPECT_TRUE(confirmed || host.IsInWork());
   }
 }
 

@@ -30,14 +30,6 @@ HANDLE Start(const std::wstring& program, std::wstring commandLine, HANDLE outpu
 
 int copies = 0;
 
-bool StopStandin() {
-  const HANDLE stop = ::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"Global\\kupdate-standin-stop");
-  if (!stop) return false;
-  ::SetEvent(stop);
-  ::CloseHandle(stop);
-  return true;
-}
-
 }  // namespace
 
 std::wstring ExecutorProgram() {
@@ -57,13 +49,6 @@ void* StartExecutor(const std::wstring& program, const std::wstring& arguments) 
 
 unsigned RunExecutor(const std::wstring& arguments) {
   return EndOf(StartExecutor(ExecutorProgram(), arguments));
-}
-
-unsigned RunExecutorAgain(const std::wstring& arguments) {
-  const unsigned code = RunExecutor(arguments);
-  if (code == 0) return code;
-  EXPECT_TRUE(Eventually([] { return !StopStandin(); }));  // the event goes with the server
-  return RunExecutor(arguments);
 }
 
 std::string OutputOf(const std::wstring& arguments) {

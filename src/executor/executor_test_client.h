@@ -33,11 +33,6 @@ void* StartExecutor(const std::wstring& program, const std::wstring& arguments);
 /// Starts the program under test and returns its exit code.
 unsigned RunExecutor(const std::wstring& arguments);
 
-/// The same as the service does it after a kill: once more while the code is not 0. A client that
-/// is killed in the middle of a call can leave Wine deaf for the service's class; then the stand-in
-/// is restarted in between, which keeps its jobs.
-unsigned RunExecutorAgain(const std::wstring& arguments);
-
 /// What the program under test writes to its standard output.
 std::string OutputOf(const std::wstring& arguments);
 
