@@ -23,7 +23,7 @@ if(KUPDATE_SANITIZE)
   target_link_options(kupdate_settings INTERFACE -fsanitize=${KUPDATE_SANITIZE})
 endif()
 if(KUPDATE_FUZZ)
-  target_compile_options(kupdate_settings INTERFACE -fsanitize=fuzzer-no-link -g)
+  target_compile_options(kupdate_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(WIN32)
   # Windows 7 is the oldest system served; nothing of the runtime may be left to install.
