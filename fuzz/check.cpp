@@ -144,7 +144,7 @@ void Replay(const FuzzTarget& target, const std::filesystem::path& corpora) {
     std::ifstream file(entry.path(), std::ios::binary);
     const std::string input(std::istreambuf_iterator<char>(file), {});
     Files().clear();
-    std::fprintf(stderr, "%s\r", entry.path().c_str());
+    std::fprintf(stderr, "%s\n", entry.path().c_str());
     const Cost cost = Measure([&] { target.run(input); });
     Check(cost.peakBytes <= AllowedBytes(input.size()), "memory is bounded by the input");
     ++count;

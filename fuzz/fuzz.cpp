@@ -46,9 +46,11 @@ Cost Measure(const std::function<void()>& call) {
   const double start = ProcessorSeconds();
   counting = true;
   call();
-  counting = false;
+  StopCounting();
   return {ProcessorSeconds() - start, peakBytes};
 }
+
+void StopCounting() { counting = false; }
 
 void Check(bool holds, const char* property) {
   if (holds) return;

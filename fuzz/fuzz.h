@@ -50,6 +50,8 @@ struct Cost {
 };
 /// What a call costs, its allocations counted one by one.
 Cost Measure(const std::function<void()>& call);
+/// Ends the counting of the call that is being measured: what follows is the check's own work.
+void StopCounting();
 /// What a call may take at most.
 constexpr std::size_t AllowedBytes(std::size_t inputBytes) { return 10 * inputBytes + (1 << 20); }
 
