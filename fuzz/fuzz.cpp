@@ -39,7 +39,12 @@ void operator delete(void* memory) noexcept {
   std::free(memory);
 }
 
+// The other forms, since a sanitizer's own would go past these.
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
 void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
+void operator delete[](void* memory) noexcept { operator delete(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { operator delete(memory); }
 
 Cost Measure(const std::function<void()>& call) {
   heldBytes = peakBytes = 0;

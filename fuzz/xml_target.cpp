@@ -16,11 +16,11 @@ std::string Trimmed(std::string_view text, bool atEnd) {
 // Takes away the blanks that the file format does not keep: in front of texts, behind "!" and its
 // name, and between a text behind children and the closing tag.
 void Settle(XmlNode* node) {
-  if (node->Name() == kCdataNode) return;
-  node->SetValue(Trimmed(node->Value(), node->HasChildren()));
   for (XmlNode* each = node->FirstSpecial(); each; each = each->Next()) {
     each->SetValue(Trimmed(each->Value(), false));
   }
+  if (node->Name() == kCdataNode) return;
+  node->SetValue(Trimmed(node->Value(), node->HasChildren()));
   for (XmlNode* child = node->FirstChild(); child; child = child->Next()) Settle(child);
 }
 
