@@ -41,6 +41,7 @@ void CutStatistics(const std::string& text) {
 
 // Four times the bytes take 4 times as long, or 16 times when time is not linear; caches do the rest.
 constexpr double kMostTimes = 8;
+constexpr int kRuns = 3;  // the fastest counts
 
 // Memory that was used once is used again: else the system's work for new pages would be measured.
 void KeepMemory() {
@@ -110,7 +111,7 @@ std::string Text(const Shape& shape, std::size_t size) {
 
 Cost Best(const Shape& shape, const std::string& text) {
   Cost best;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < kRuns; ++i) {
     Files().clear();
     const Cost cost = Measure([&] { shape.run(text); });
     best = i == 0 || cost.seconds < best.seconds ? cost : best;
@@ -123,40 +124,28 @@ bool MeasureShape(const Shape& shape, std::size_t size) {
   const std::string many = Text(shape, 4 * size);
   const Cost one = Best(shape, few);
   const Cost four = Best(shape, many);
-  const double ratio = four.seconds / one.seconds;
-  const bool isLinear = ratio <= kMostTimes;
-  const bool isSmall =
-      one.peakBytes <= AllowedBytes(few.size()) && four.peakBytes <= AllowedBytes(many.size());
-  std::printf("| %s | 6 | %.2f | %.1f | %.1f ms, %.1f times that of a quarter | %s |\n",
-              shape.label, 3 * (one.seconds + four.seconds),
-              static_cast<double>(four.peakBytes) / static_cast<double>(many.size()),
-              four.seconds * 1e3, ratio,
-              !isLinear  ? "more than linear time"
-              : !isSmall ? "too much memory"
-                         : "ok");
-  return isLinear && isSmall;
+  const double times = four.seconds / one.seconds;
+  const bool isSmall = IsSmall(one, few.size()) && IsSmall(four, many.size());
+  const char* const result = times > kMostTimes ? "more than linear time"
+                             : isSmall          ? "ok"
+                                                : "too much memory";
+  std::printf(
+      "| %s | %d | %.1f | %.1f | %.1f ms for %zu bytes, %.1f times that of a quarter | %s |\n",
+      shape.label, 2 * kRuns, kRuns * (one.seconds + four.seconds),
+      static_cast<double>(four.peakBytes) / static_cast<double>(many.size()), four.seconds * 1e3,
+      many.size(), times, result);
+  return result == std::string_view("ok");
 }
 
 void Replay(const FuzzTarget& target, const std::filesystem::path& corpora) {
-  int count = 0;
-  double seconds = 0, bytesPerByte = 0, slowest = 0;
+  Costs costs;
   for (const auto& entry : std::filesystem::directory_iterator(corpora / target.name)) {
-    std::ifstream file(entry.path(), std::ios::binary);
-    const std::string input(std::istreambuf_iterator<char>(file), {});
-    Files().clear();
     std::fprintf(stderr, "%s\n", entry.path().c_str());
-    const Cost cost = Measure([&] { target.run(input); });
-    Check(cost.peakBytes <= AllowedBytes(input.size()), "memory is bounded by the input");
-    ++count;
-    seconds += cost.seconds;
-    slowest = std::max(slowest, cost.seconds);
-    if (input.size() < 1024) continue;
-    bytesPerByte = std::max(
-        bytesPerByte, static_cast<double>(cost.peakBytes) / static_cast<double>(input.size()));
+    std::ifstream file(entry.path(), std::ios::binary);
+    costs.Run(target, std::string(std::istreambuf_iterator<char>(file), {}));
   }
-  Check(count > 0, "there is a corpus");
-  std::printf("| %s | %d | %.2f | %.1f | %.2f ms | ok |\n", std::string(target.name).c_str(), count,
-              seconds, bytesPerByte, slowest * 1e3);
+  Check(costs.inputs > 0, "there is a corpus");
+  costs.Print(stdout, target.name);
 }
 
 }  // namespace

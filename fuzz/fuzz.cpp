@@ -55,6 +55,27 @@ Cost Measure(const std::function<void()>& call) {
   return {ProcessorSeconds() - start, peakBytes};
 }
 
+void Costs::Run(const FuzzTarget& target, std::string_view input) {
+  const Cost cost = Measure([&] { target.run(input); });
+  Files().clear();  // now: what is left would be searched for leaks
+  Check(IsSmall(cost, input.size()), "memory is bounded by the input");
+  ++inputs;
+  seconds += cost.seconds;
+  if (input.size() >= 1024) {
+    bytesPerByte = std::max(
+        bytesPerByte, static_cast<double>(cost.peakBytes) / static_cast<double>(input.size()));
+  }
+  if (cost.seconds <= slowest) return;
+  slowest = cost.seconds;
+  slowestBytes = input.size();
+}
+
+void Costs::Print(std::FILE* file, std::string_view name) const {
+  std::fprintf(file, "| %s | %d | %.1f | %.1f | %.1f ms for %zu bytes | ok |\n",
+               std::string(name).c_str(), inputs, seconds, bytesPerByte, slowest * 1e3,
+               slowestBytes);
+}
+
 void StopCounting() { counting = false; }
 
 void Check(bool holds, const char* property) {

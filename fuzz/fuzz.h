@@ -3,6 +3,7 @@
 #define KUPDATE_FUZZ_FUZZ_H_
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <string>
@@ -48,12 +49,27 @@ struct Cost {
   double seconds = 0;  ///< of the processor
   std::size_t peakBytes = 0;
 };
+/// What the inputs of a target cost so far.
+struct Costs {
+  int inputs = 0;
+  double seconds = 0;
+  double bytesPerByte = 0;  ///< the most of memory for a byte of an input of 1 KiB or more
+  double slowest = 0;       ///< seconds
+  std::size_t slowestBytes = 0;
+
+  /// Runs the target without files, and checks that it takes little memory.
+  void Run(const FuzzTarget& target, std::string_view input);
+  /// A row of the proof.
+  void Print(std::FILE* file, std::string_view name) const;
+};
 /// What a call costs, its allocations counted one by one.
 Cost Measure(const std::function<void()>& call);
 /// Ends the counting of the call that is being measured: what follows is the check's own work.
 void StopCounting();
-/// What a call may take at most.
-constexpr std::size_t AllowedBytes(std::size_t inputBytes) { return 10 * inputBytes + (1 << 20); }
+/// Whether it took not more than ten times its input and 1 MB.
+constexpr bool IsSmall(const Cost& cost, std::size_t inputBytes) {
+  return cost.peakBytes <= 10 * inputBytes + (1 << 20);
+}
 
 /// Lets the log take lines without keeping them.
 void DropLog();
