@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "util/diag_log.h"
 #include "util/folders.h"
@@ -77,6 +78,9 @@ void Costs::Print(std::FILE* file, std::string_view name) const {
 }
 
 void StopCounting() { counting = false; }
+
+Uncounted::Uncounted() : was_(std::exchange(counting, false)) {}
+Uncounted::~Uncounted() { counting = was_; }
 
 void Check(bool holds, const char* property) {
   if (holds) return;

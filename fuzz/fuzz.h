@@ -66,6 +66,15 @@ struct Costs {
 Cost Measure(const std::function<void()>& call);
 /// Ends the counting of the call that is being measured: what follows is the check's own work.
 void StopCounting();
+/// While it lives nothing is counted.
+class Uncounted {
+ public:
+  Uncounted();
+  ~Uncounted();
+
+ private:
+  bool was_;
+};
 /// Whether it took not more than ten times its input and 1 MB.
 constexpr bool IsSmall(const Cost& cost, std::size_t inputBytes) {
   return cost.peakBytes <= 10 * inputBytes + (1 << 20);

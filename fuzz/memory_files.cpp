@@ -1,4 +1,5 @@
-// The files of the process in a map, in the place of the system's: fast, and gone with it.
+// The files of the process in a map, in the place of the system's: fast, and gone with it. What they
+// hold is not counted as memory.
 #include "fuzz/fuzz.h"
 #include "util/append_file.h"
 #include "util/files.h"
@@ -45,15 +46,22 @@ ReadOutcome ReadFile(const std::string& path, std::string* content) {
 }
 
 bool WriteFile(const std::string& path, std::string_view content) {
-  Files()[path] = WithCrLf(content);
+  const std::string bytes = WithCrLf(content);
+  const Uncounted disk;
+  Files()[path] = bytes;
   return true;
 }
 
 bool ListFolders(const std::string&, std::vector<std::string>*) { return false; }
 bool IsFileExist(const std::string& path) { return Files().contains(path); }
-void DeleteFile(const std::string& path) { Files().erase(path); }
+
+void DeleteFile(const std::string& path) {
+  const Uncounted disk;
+  Files().erase(path);
+}
 
 bool CopyFile(const std::string& path, const std::string& target) {
+  const Uncounted disk;
   if (IsFileExist(path)) Files()[target] = Files()[path];
   return IsFileExist(path);
 }
