@@ -12,6 +12,8 @@ namespace {
 constexpr std::string_view kCommonPrefix = "version:";
 constexpr std::string_view kTargetPrefix = "update:";
 constexpr std::string_view kTarget = "update:target";
+// Four parts count, and whether there is a fifth one. A feed can have millions.
+constexpr std::size_t kMaskParts = 5;
 
 // A child of an item: the first of its name, and how many there are.
 struct Part {
@@ -159,13 +161,13 @@ bool RssParser::AreWeTarget(const XmlNode* target) const {
     const std::string_view end = target->Attribute("end");
     if (!mask.empty()) {
       LOG_D << "Target version: " << mask;
-      ParseVersionMask(mask, &lowParts);
+      ParseVersionMask(mask, &lowParts, kMaskParts);
       highParts = lowParts;
       const bool isOneVersion = lowParts.size() == 4;
       if (isOneVersion ? MaskToVersion(lowParts, 0) == current_ : isInRange()) return true;
     } else if (!begin.empty() || !end.empty()) {
-      ParseVersionMask(begin, &lowParts);
-      ParseVersionMask(end, &highParts);
+      ParseVersionMask(begin, &lowParts, kMaskParts);
+      ParseVersionMask(end, &highParts, kMaskParts);
       LOG_D << "Target version range: " << begin << " - " << end;
       if (isInRange()) return true;
     } else {

@@ -70,21 +70,25 @@ VersionNumber MakeVersion(std::uint16_t major, std::uint16_t minor, std::uint16_
   return AddPart(AddPart(AddPart(major, minor), subver), build);
 }
 
-void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts) {
+void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts,
+                      std::size_t maxParts) {
   static constexpr const char* kBadMask = "Bad version mask.";
   parts->clear();
   std::string part;
+  const auto endPart = [&] {
+    if (parts->size() < maxParts) parts->push_back(std::move(part));
+    part.clear();
+  };
   for (const char c : mask) {
     if (IsDigit(c)) {
       part += c;
     } else if (c == '.' && !part.empty()) {
-      parts->push_back(std::move(part));
-      part.clear();
+      endPart();
     } else {
       throw kBadMask;
     }
   }
-  if (!part.empty()) parts->push_back(std::move(part));
+  if (!part.empty()) endPart();
 }
 
 VersionNumber MaskToVersion(const std::vector<std::string>& parts, std::uint16_t fill) {

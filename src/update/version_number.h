@@ -2,6 +2,7 @@
 #ifndef KUPDATE_UPDATE_VERSION_NUMBER_H_
 #define KUPDATE_UPDATE_VERSION_NUMBER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,8 +25,10 @@ VersionNumber MakeVersion(std::uint16_t major, std::uint16_t minor, std::uint16_
                           std::uint16_t build);
 
 /// Splits a mask such as "3.2" into its parts; a trailing dot is dropped.
+/// @param maxParts  later parts are checked and dropped
 /// Throws the text "Bad version mask." (a const char*) on an empty part and on any other character.
-void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts);
+void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts,
+                      std::size_t maxParts = std::string::npos);
 
 /// The version of a mask's first four parts; missing and empty ones become `fill`. Parts are read
 /// and combined as ParseVersion does it.

@@ -1,0 +1,44 @@
+#include <stdexcept>
+
+#include "fuzz/fuzz.h"
+#include "update/version_number.h"
+
+namespace {
+
+void CheckVersion(std::string_view text) {
+  try {
+    const VersionNumber version = ParseVersion(text);
+    const std::string written = FormatVersion(version);
+    Check(ParseVersion(written) == version, "a version is written as it was read");
+    std::vector<std::string> parts;
+    ParseVersionMask(written, &parts);
+    Check(parts.size() == 4 && MaskToVersion(parts, 7) == version, "a version is its own mask");
+  } catch (const std::invalid_argument& error) {
+    Check(std::string(error.what()).starts_with("sscanf failed"), "the message is the known one");
+  }
+}
+
+void CheckMask(std::string_view mask) {
+  std::vector<std::string> parts;
+  try {
+    ParseVersionMask(mask, &parts);
+  } catch (const char* message) {
+    Check(std::string_view(message) == "Bad version mask.", "the message is the known one");
+    return;
+  }
+  std::string joined;
+  for (const std::string& part : parts) {
+    Check(!part.empty(), "a part has digits");
+    joined += (joined.empty() ? "" : ".") + part;
+  }
+  if (mask.ends_with('.')) joined += '.';
+  Check(joined == mask, "a mask is split at its dots");
+  Check(MaskToVersion(parts, 0) <= MaskToVersion(parts, 0xFFFF), "a range does not end below");
+}
+
+}  // namespace
+
+void FuzzVersion(std::string_view input) {
+  CheckMask(TakeLine(&input));
+  CheckVersion(input);
+}
