@@ -21,13 +21,12 @@ TEST(CopyOut, CopiesOrAsksForMore) {
   const struct {
     const char* label;
     bool haveBuffer;
-    std::int32_t size;
-    std::int32_t wantSize;
+    std::int32_t size, wantSize;
     const char* wantBuffer;
   } cases[] = {
-      {"fits", true, 8, 8, "value"},     {"fits exactly", true, 6, 6, "value"},
-      {"one too small", true, 5, 6, ""}, {"no buffer", false, 100, 6, "?"},
-      {"size zero", true, 0, 6, "?"},    {"negative size", true, -1, 6, "?"},
+      {"fits exactly", true, 6, 6, "value"}, {"room left", true, 8, 8, "value"},
+      {"one too small", true, 5, 6, ""},     {"no buffer", false, 100, 6, "?"},
+      {"size zero", true, 0, 6, "?"},        {"negative size", true, -1, 6, "?"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
