@@ -112,13 +112,11 @@ TEST(TStatHolder, ExtractBlock) {
   const Table<std::int16_t, std::string> table = {
       {"state alone uses it up", 13, "stat=install"},
       {"one left: the item overruns it", 14, "stat=install&a=1"},
-      {"four left for a parameter of three", 17, "stat=install&a=1"},
       {"five left", 18, "stat=install&a=1&b=2"},
       {"one short of a unique parameter", 22, "stat=install&a=1&b=2"},
       {"unique parameters by name", 23, "stat=install&a=1&b=2&y=2"},
       {"one short of an action", 38, "stat=install&a=1&b=2&y=2&z=1"},
       {"an action", 39, "stat=install&a=1&b=2&y=2&z=1&action=go"},
-      {"both actions", 42, "stat=install&a=1&b=2&y=2&z=1&action=go,on"},
   };
   table.Expect([](std::int16_t budget) {
     TStatHolder holder = Holder({"install"}, {"a=1", "b=2"}, {"z=1", "y=2"}, {"go", "on"});

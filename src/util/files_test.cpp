@@ -121,6 +121,6 @@ TEST(JustUtil, BackupFile) {
   WriteBytes(file.name + ".bak", "older");
   JustUtil::BackupFile(path);
   EXPECT_EQ(path, file.path.wstring() + L".bak");
-  EXPECT_EQ(ReadBytes(file.name + ".bak"), "new");
+  EXPECT_EQ(ReadBytes(path), "new");
   EXPECT_FALSE(fs::exists(file.path));
 }

@@ -61,14 +61,8 @@ TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
   using Line = LogLine;
   const Table<void (*)(Line&), std::string> table = {
       {"words", [](Line& l) { l << "a" << std::string("b"); }, "D:C::M(7): a b"},
-      {"attached",
-       [](Line& l) {
-         ((l << "a"
-             << ", b")
-          << ".c")
-             << ":d";
-       },
-       "D:C::M(7): a, b.c:d"},
+      {"attached", [](Line& l) { l << 1 << ", b" << 2 << ".c" << 3 << ":d"; },
+       "D:C::M(7): 1, b 2.c 3:d"},
       {"wide", [](Line& l) { l << L"\x43f" << L"b"; }, "D:C::M(7): \xD0\xBF b"},
       {"null text", [](Line& l) { l << static_cast<const char*>(nullptr); }, "D:C::M(7):"},
       {"numbers", [](Line& l) { l << "n " << -12 << 18446744073709551615u; },
