@@ -46,6 +46,8 @@ TEST_F(TAppInfoTest, FirstWriteMakesTheFileAndValuesSurvive) {
   store_.RemoveValue("Locale");
   EXPECT_FALSE(store_.IsValueExist("Locale"));
   EXPECT_EQ(store_.ReadNumber("VerMajor"), -1);
+  store_.Write("Locale", "\ra\r\nb\x01\x1A\xFF\t ");
+  EXPECT_EQ(store_.Locale(), "\ra\r\nb\x01\x1A\xFF\t ");
   EXPECT_EQ(TAppInfo("..").Path(), "");
 }
 

@@ -74,7 +74,7 @@ TEST(TClids, VendorParam) {
   EXPECT_EQ(TClids("app").VendorParam(), "");
   const Table<std::string, std::string> table = {
       {"only one mark goes", "?&a=1", "&a=1"},
-      {"line breaks behind", "&a=1\r\n\n", "a=1"},
+      {"line breaks behind", "&a=1\r\n\r", "a=1"},
       {"nothing else", "?\r\n", ""},
       {"254 characters", std::string(254, 'x'), std::string(254, 'x')},
       {"254 and a line break", std::string(254, 'x') + "\n", ""},

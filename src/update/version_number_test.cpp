@@ -35,10 +35,6 @@ TEST(VersionNumber, ParsesFourNumbers) {
   });
 }
 
-TEST(VersionNumber, FormatsFourParts) {
-  EXPECT_EQ(FormatVersion(MakeVersion(1, 20, 0, 65535)), "1.20.0.65535");
-}
-
 TEST(VersionMask, CoversARange) {
   const std::string bad = "Bad version mask.";
   const Table<const char*, std::string> table = {
