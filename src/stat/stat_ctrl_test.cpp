@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -30,8 +31,12 @@ std::string Today() {
 class CountingLocker final : public TLocker {
  public:
   bool Lock() override { return ++depth == 1; }
-  void Unlock() override { --depth; }
+  void Unlock() override {
+    if (whileLocked) whileLocked();
+    --depth;
+  }
   int depth = 0;
+  std::function<void()> whileLocked;  // called last
 };
 
 // One application's statistics, worked on under a lock that must be free again in the end.
@@ -98,13 +103,17 @@ TEST_F(TStatCtrlTest, AnUnknownStateFailsOnce) {
   EXPECT_EQ(statistics_.LastState(), AppState::kDayuse);
 }
 
-TEST_F(TStatCtrlTest, ABlockMovesIntoItsFile) {
+TEST_F(TStatCtrlTest, ABlockMovesIntoItsFileUnderTheLock) {
   statistics_.AddState(AppState::kInstall);
   statistics_.AddOptionalParam("a=1");
   statistics_.SetUniqueParam("n=v");
+  std::string written;
+  locker_.whileLocked = [&] { written = Statistics(); };
   statistics_.AddState(AppState::kUninstall);
+  EXPECT_EQ(written, Statistics());
   const auto ping = statistics_.GetPingUrl(kBase);
   ASSERT_TRUE(ping);
+  EXPECT_EQ(written, Statistics());
   EXPECT_EQ(ping->url, std::string(kBase) + "&stat=install&a=1&n=v&fd=" + Today());
   EXPECT_EQ(ping->firstState, AppState::kInstall);
   const std::string block = ReadBytes(File("in_work_0.xml"));

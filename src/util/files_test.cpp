@@ -62,7 +62,7 @@ TEST(TextMode, LineEnds) {
   const Table<std::string, std::string> table = {
       {"a\nb\n", "a\r\nb\r\n"}, {"a\r\nb", "a\r\r\nb"}, {"\r", "\r"}};
   table.Expect(WithCrLf);
-  for (std::string text : {"a\r\nb\r\n", "a\r\r\nb", "\ra\r\nb\r"}) {
+  for (std::string text : {"a\r\nb\r\n", "a\r\r\nb", "\ra\r\nb\rc\r"}) {
     const std::string onDisk = text;
     DropCrBeforeLf(&text);
     EXPECT_EQ(WithCrLf(text), onDisk);
