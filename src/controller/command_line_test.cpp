@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/copy_out.h"
+#include "testing/table.h"
 
 TEST(CommandLine, ExactTexts) {
   EXPECT_EQ(UpdateCheckArguments(L"my app", L"C:\\T\\f.xml"),
@@ -18,25 +19,17 @@ TEST(CommandLine, ExactTexts) {
 }
 
 TEST(CopyOut, CopiesOrAsksForMore) {
-  const struct {
-    const char* label;
-    bool haveBuffer;
-    std::int32_t size;
-    std::int32_t wantSize;
-    const char* wantBuffer;
-  } cases[] = {
-      {"fits", true, 8, 8, "value"},     {"fits exactly", true, 6, 6, "value"},
-      {"one too small", true, 5, 6, ""}, {"no buffer", false, 100, 6, "?"},
-      {"size zero", true, 0, 6, "?"},    {"negative size", true, -1, 6, "?"},
+  using Buffer = std::pair<bool, std::int32_t>;  // whether there is one, and its size
+  const Table<Buffer, std::string> table = {
+      {"fits exactly", {true, 6}, "6 value"}, {"room left", {true, 8}, "8 value"},
+      {"one too small", {true, 5}, "6 "},     {"no buffer", {false, 100}, "6 ?"},
+      {"size zero", {true, 0}, "6 ?"},        {"negative size", {true, -1}, "6 ?"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
+  table.Expect([](Buffer given) {
     char buffer[16] = "?";
-    std::int32_t size = c.size;
-    const CopyOutBuffer<char> out{c.haveBuffer ? buffer : nullptr, &size};
+    const CopyOutBuffer<char> out{given.first ? buffer : nullptr, &given.second};
     out.Clear();
     out.Deliver("value");
-    EXPECT_EQ(size, c.wantSize);
-    EXPECT_STREQ(buffer, c.wantBuffer);
-  }
+    return std::to_string(given.second) + " " + buffer;
+  });
 }

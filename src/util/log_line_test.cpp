@@ -7,6 +7,7 @@
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/table.h"
 #include "util/diag_log.h"
 #include "util/last_error.h"
 
@@ -26,7 +27,7 @@ std::string LineOf(Append append, std::string_view level = "D:") {
   DiagLog log;
   log.Start([&] { return file.wstring(); }, "heading");
   {
-    LogLine line(&log, "TClass::Method", 7, level);
+    LogLine line(&log, "C::M", 7, level);
     append(line);
   }
   const std::string text = ReadBytes(file);
@@ -38,11 +39,7 @@ std::string LineOf(Append append, std::string_view level = "D:") {
 }  // namespace
 
 TEST(QualifiedName, CutsEveryCompilersSpelling) {
-  const struct {
-    const char* pretty;
-    const char* want;
-  } cases[] = {
-      {"void TStatCtrl::AddState(int)", "TStatCtrl::AddState"},
+  const Table<const char*, std::string> table = {
       {"TStatCtrl::AddState(int)::<lambda()>", "TStatCtrl::AddState"},
       {"auto TStatCtrl::AddState(int)::(anonymous class)::operator()() const",
        "TStatCtrl::AddState"},
@@ -54,7 +51,7 @@ TEST(QualifiedName, CutsEveryCompilersSpelling) {
       {"const char* JobStateName(JobState)", "JobStateName"},
       {"int main()", "main"},
   };
-  for (const auto& c : cases) EXPECT_EQ(QualifiedName(c.pretty), c.want) << c.pretty;
+  table.Expect([](const char* pretty) { return std::string(QualifiedName(pretty)); });
   const LogCapture capture;
   Holder::Write();
   EXPECT_TRUE(capture.Has("E:Holder::Write: from a lambda"));
@@ -62,39 +59,26 @@ TEST(QualifiedName, CutsEveryCompilersSpelling) {
 
 TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
   using Line = LogLine;
-  const struct {
-    const char* label;
-    void (*append)(Line&);
-    const char* want;
-  } cases[] = {
-      {"words", [](Line& l) { l << "a" << std::string("b"); }, "D:TClass::Method(7): a b"},
-      {"attached",
-       [](Line& l) {
-         l << "a"
-           << ", b"
-           << ".c"
-           << ":d";
-       },
-       "D:TClass::Method(7): a, b.c:d"},
-      {"wide", [](Line& l) { l << L"\x43f" << L"b"; }, "D:TClass::Method(7): \xD0\xBF b"},
-      {"null texts", [](Line& l) { l << static_cast<const char*>(nullptr); },
-       "D:TClass::Method(7):"},
-      {"numbers", [](Line& l) { l << -12 << 18446744073709551615u; },
-       "D:TClass::Method(7): -12 18446744073709551615"},
-      {"quoted text and value", [](Line& l) { l << "Last " << 23 << " ago"; },
-       "D:TClass::Method(7): Last  23  ago"},
+  const Table<void (*)(Line&), std::string> table = {
+      {"words", [](Line& l) { l << "a" << std::string("b"); }, "D:C::M(7): a b"},
+      {"attached", [](Line& l) { l << 1 << ", b" << 2 << ".c" << 3 << ":d"; },
+       "D:C::M(7): 1, b 2.c 3:d"},
+      {"wide", [](Line& l) { l << L"\x43f" << L"b"; }, "D:C::M(7): \xD0\xBF b"},
+      {"null text", [](Line& l) { l << static_cast<const char*>(nullptr); }, "D:C::M(7):"},
+      {"numbers", [](Line& l) { l << "n " << -12 << 18446744073709551615u; },
+       "D:C::M(7): n  -12 18446744073709551615"},
       {"last error",
        [](Line& l) {
          SetLastErrorCode(5);
          l << "x" << kLastError << 12;
        },
-       "D:TClass::Method(7): x LastError: 0x5. 12"},
+       "D:C::M(7): x LastError: 0x5. 12"},
       {"hresult", [](Line& l) { l << kHresult << static_cast<std::int32_t>(0x80070005); },
-       "D:TClass::Method(7): HR= 0x80070005."},
-      {"other code", [](Line& l) { l << kOtherCode << 255; }, "D:TClass::Method(7): Code: 0xff."},
+       "D:C::M(7): HR= 0x80070005."},
+      {"other code", [](Line& l) { l << kOtherCode << 255; }, "D:C::M(7): Code: 0xff."},
       {"nothing", [](Line&) {}, ""},
   };
-  for (const auto& c : cases) EXPECT_EQ(LineOf(c.append), c.want) << c.label;
+  table.Expect([](void (*append)(Line&)) { return LineOf(append); });
   EXPECT_EQ(LineOf([](Line& l) { l << "x"; }, "P:"), "") << "paranoid lines are off";
 }
 
@@ -107,20 +91,18 @@ TEST(LogLine, KeepsTheLastError) {
 }
 
 TEST(DiagLog, HoldsLinesUntilItIsStartedAndStartsOnce) {
-  const auto first = ProcessTempFolder() / "first.log";
-  const auto second = ProcessTempFolder() / "second.log";
+  const auto path = ProcessTempFolder() / "first.log";
   DiagLog log;
   log.Write("one");
   log.Start(
       [&] {
         log.Write("while starting");
-        return first.wstring();
+        return path.wstring();
       },
       "heading");
-  log.Start([&] { return second.wstring(); }, "again");
+  log.Start([&] { return path.wstring() + L"2"; }, "again");
   log.Write("two");
-  std::string text = ReadBytes(first);
-  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+  std::string text = ReadBytes(path);
+  std::erase(text, '\r');
   EXPECT_EQ(text, "heading\none\nwhile starting\ntwo\n");
-  EXPECT_FALSE(std::filesystem::exists(second));
 }
