@@ -1,4 +1,10 @@
+#include <algorithm>
+#include <array>
+#include <cstring>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "xml/xml_node.h"
 #include "xml/xml_tree.h"
@@ -7,32 +13,26 @@ namespace {
 
 constexpr std::string_view kFirstAttribute = "version";
 
-// What a byte is written as; empty for one that stays. The number sign is escaped on purpose: files
-// in the field hold it so.
-std::string_view Escape(char c) {
-  switch (c) {
-    case '\r':
-      return "&#xD;";
-    case '"':
-      return "&quot;";
-    case '#':
-      return "&#x23;";
-    case '&':
-      return "&amp;";
-    case '\'':
-      return "&apos;";
-    case '<':
-      return "&lt;";
-    case '>':
-      return "&gt;";
-    default:
-      return {};
-  }
+// What bytes are written as. The number sign is escaped on purpose: files in the field hold it so.
+constexpr struct {
+  char byte;
+  std::string_view text;
+} kEscapes[] = {{'\r', "&#xD;"},  {'"', "&quot;"}, {'#', "&#x23;"}, {'&', "&amp;"},
+                {'\'', "&apos;"}, {'<', "&lt;"},   {'>', "&gt;"}};
+
+// For each byte the number of its escape, counted from 1; 0 for one that stays.
+constexpr std::array<unsigned char, 256> MakeEscapeNumbers() {
+  std::array<unsigned char, 256> numbers{};
+  unsigned char number = 0;
+  for (const auto& escape : kEscapes) numbers[static_cast<unsigned char>(escape.byte)] = ++number;
+  return numbers;
 }
+
+constexpr std::array<unsigned char, 256> kEscapeNumbers = MakeEscapeNumbers();
 
 }  // namespace
 
-/// Writes one tree into a string, going down and up again by the nodes' own links.
+/// Writes one tree into a string, one node after the other.
 class XmlWriter {
  public:
   std::string Write(const XmlNode& root);
@@ -45,62 +45,78 @@ class XmlWriter {
   void WriteEnd(const XmlNode& node);
   void WriteAttributes(const XmlNode& node);
   void WriteAttribute(const XmlAttribute& attribute);
-  void Add(std::string_view text) { out_.append(text); }
+  void Add(std::string_view text) {
+    std::copy_n(text.data(), text.size(), MakeRoom(text.size()));
+  }
   void AddEscaped(std::string_view text);
-  void AddIndent() { out_.append(indent_, ' '); }
+  void AddIndent() { std::memset(MakeRoom(indent_), ' ', indent_); }
+  /// Where the next `size` bytes of the output go.
+  char* MakeRoom(std::size_t size) {
+    if (size > out_.size() - size_) out_.resize(2 * (size_ + size) + 256);
+    char* end = out_.data() + size_;
+    size_ += size;
+    return end;
+  }
 
-  std::string out_;
+  std::string out_;       // longer than what was written
+  std::size_t size_ = 0;  // of what was written
   std::size_t indent_ = 0;
 };
 
 std::string XmlWriter::Write(const XmlNode& root) {
+  std::vector<const XmlNode*> parents;
   const XmlNode* node = &root;
   for (;;) {
     WriteStart(*node);
-    if (node->firstChild_) {
-      node = node->firstChild_;
+    if (node->HasChildren()) {
+      parents.push_back(node);
+      node = node->FirstChild();
       indent_ += 2;
       continue;
     }
-    while (node != &root && !node->next_) {
-      node = node->parent_;
+    const XmlNode* next = nullptr;
+    while (!parents.empty() && !(next = node->Next())) {
+      node = parents.back();
+      parents.pop_back();
       indent_ -= 2;
       WriteEnd(*node);
     }
-    if (node == &root) return std::move(out_);
-    node = node->next_;
+    if (!next) break;
+    node = next;
   }
+  out_.resize(size_);
+  return std::move(out_);
 }
 
 void XmlWriter::WriteSpecial(const XmlNode& special) {
   Add("<");
-  Add(special.name_);
+  Add(special.Name());
   Add(" ");
-  if (special.name_.starts_with('?')) {
+  if (special.Name().starts_with('?')) {
     WriteAttributes(special);
     Add("?>\n");
   } else {
-    Add(special.value_);
+    Add(special.Value());
     Add(">\n");
   }
 }
 
 void XmlWriter::WriteStart(const XmlNode& node) {
-  for (const XmlNode* special = node.firstSpecial_; special; special = special->next_) {
+  for (const XmlNode* special = node.FirstSpecial(); special; special = special->Next()) {
     WriteSpecial(*special);
   }
   AddIndent();
   Add("<");
-  Add(node.name_);
-  if (node.name_ == kCdataNode) {
-    Add(node.value_);
+  Add(node.Name());
+  if (node.Name() == kCdataNode) {
+    Add(node.Value());
     Add("]]>\n");
     return;
   }
   WriteAttributes(node);
-  if (node.firstChild_) {
+  if (node.HasChildren()) {
     Add(">\n");
-  } else if (node.value_.empty()) {
+  } else if (node.Value().empty()) {
     Add("/>\n");
   } else {
     Add(">");
@@ -109,41 +125,41 @@ void XmlWriter::WriteStart(const XmlNode& node) {
 }
 
 void XmlWriter::WriteEnd(const XmlNode& node) {
-  AddEscaped(node.value_);
-  if (node.firstChild_) AddIndent();
+  AddEscaped(node.Value());
+  if (node.HasChildren()) AddIndent();
   Add("</");
-  Add(node.name_);
+  Add(node.Name());
   Add(">\n");
 }
 
 void XmlWriter::WriteAttributes(const XmlNode& node) {
-  const XmlAttribute* end = node.attributes_ + node.attributeCount_;
+  if (!node.attributes_) return;
   const XmlAttribute* first = node.FindAttribute(kFirstAttribute);
-  if (first != end && first->name != kFirstAttribute) first = end;
-  if (first != end) WriteAttribute(*first);
-  for (const XmlAttribute* each = node.attributes_; each != end; ++each) {
-    if (each != first) WriteAttribute(*each);
+  if (first) WriteAttribute(*first);
+  for (const XmlAttribute& each : *node.attributes_) {
+    if (&each != first) WriteAttribute(each);
   }
 }
 
 void XmlWriter::WriteAttribute(const XmlAttribute& attribute) {
   Add(" ");
-  Add(attribute.name);
+  Add(attribute.Name());
   Add("=\"");
-  AddEscaped(attribute.value);
+  AddEscaped(attribute.Value());
   Add("\"");
 }
 
 void XmlWriter::AddEscaped(std::string_view text) {
-  std::size_t written = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const std::string_view escape = Escape(text[i]);
-    if (escape.empty()) continue;
-    Add(text.substr(written, i - written));
-    Add(escape);
-    written = i + 1;
+  const char* written = text.data();
+  const char* const end = written + text.size();
+  for (const char* at = written; at != end; ++at) {
+    const unsigned number = kEscapeNumbers[static_cast<unsigned char>(*at)];
+    if (number == 0) continue;
+    Add({written, static_cast<std::size_t>(at - written)});
+    Add(kEscapes[number - 1].text);
+    written = at + 1;
   }
-  Add(text.substr(written));
+  Add({written, static_cast<std::size_t>(end - written)});
 }
 
 std::string XmlNode::Serialise() const { return XmlWriter().Write(*this); }

@@ -1,0 +1,11 @@
+// An update feed as a publisher's server gives it, of any length.
+#ifndef KUPDATE_BENCH_FEED_H_
+#define KUPDATE_BENCH_FEED_H_
+
+#include <string>
+
+/// A feed of `items` items, each of about 840 bytes and with a version of its own, newest last, all
+/// for the platform "x86". The same text for the same number.
+std::string MakeFeed(int items);
+
+#endif  // KUPDATE_BENCH_FEED_H_
