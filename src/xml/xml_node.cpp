@@ -244,8 +244,8 @@ void XmlNode::InsertAttribute(std::size_t index, const XmlAttribute& attribute) 
     attributes_ = grown;
   }
   XmlAttribute* end = attributes_->end();
-  new (end) XmlAttribute(attribute);
-  std::rotate(attributes_->begin() + index, end, end + 1);
+  std::copy_backward(attributes_->begin() + index, end, end + 1);
+  attributes_->begin()[index] = attribute;
   ++attributes_->count;
 }
 

@@ -311,14 +311,15 @@ std::string_view XmlParser::ReadAttributeValue() {
   return value;
 }
 
-// Sorts once, however many there are. Values lie in the input in the order they were read, so that
-// of equal names the last one read comes last.
+// Sorts once, however many there are; by heap, because it is the sort of least code. Values lie in
+// the input in the order they were read, so that of equal names the last one read comes last.
 void XmlParser::StoreAttributes() {
-  std::sort(attributes_.begin(), attributes_.end(),
-            [](const XmlAttribute& a, const XmlAttribute& b) {
-              const int order = a.Name().compare(b.Name());
-              return order != 0 ? order < 0 : std::less<>()(a.valueBegin, b.valueBegin);
-            });
+  const auto isBefore = [](const XmlAttribute& a, const XmlAttribute& b) {
+    const int order = a.Name().compare(b.Name());
+    return order != 0 ? order < 0 : std::less<>()(a.valueBegin, b.valueBegin);
+  };
+  std::make_heap(attributes_.begin(), attributes_.end(), isBefore);
+  std::sort_heap(attributes_.begin(), attributes_.end(), isBefore);
   XmlAttributes* stored = tree_.AllocateAttributes(attributes_.size());
   for (const XmlAttribute& attribute : attributes_) {
     const bool isRepeated = stored->count > 0 && stored->end()[-1].Name() == attribute.Name();

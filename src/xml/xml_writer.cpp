@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -45,21 +44,26 @@ class XmlWriter {
   void WriteEnd(const XmlNode& node);
   void WriteAttributes(const XmlNode& node);
   void WriteAttribute(const XmlAttribute& attribute);
-  void Add(std::string_view text) {
-    std::copy_n(text.data(), text.size(), MakeRoom(text.size()));
-  }
+  void Add(std::string_view text) { Put(MakeRoom(text.size()), text); }
   void AddEscaped(std::string_view text);
-  void AddIndent() { std::memset(MakeRoom(indent_), ' ', indent_); }
+
   /// Where the next `size` bytes of the output go.
   char* MakeRoom(std::size_t size) {
-    if (size > out_.size() - size_) out_.resize(2 * (size_ + size) + 256);
-    char* end = out_.data() + size_;
-    size_ += size;
-    return end;
+    if (size > room_.size() - used_) Flush(size);
+    used_ += size;
+    return room_.data() + used_ - size;
   }
+  void Flush(std::size_t size);
+  /// Where the next byte goes.
+  static char* Put(char* at, std::string_view text) {
+    return std::copy_n(text.data(), text.size(), at);
+  }
+  static char* PutBlanks(char* at, std::size_t count) { return std::fill_n(at, count, ' '); }
 
-  std::string out_;       // longer than what was written
-  std::size_t size_ = 0;  // of what was written
+  std::string out_;
+  // What comes next is gathered here: the short pieces cost less than as appends to a string.
+  std::vector<char> room_ = std::vector<char>(4096);
+  std::size_t used_ = 0;
   std::size_t indent_ = 0;
 };
 
@@ -84,8 +88,14 @@ std::string XmlWriter::Write(const XmlNode& root) {
     if (!next) break;
     node = next;
   }
-  out_.resize(size_);
+  Flush(0);
   return std::move(out_);
+}
+
+void XmlWriter::Flush(std::size_t size) {
+  out_.append(room_.data(), used_);
+  used_ = 0;
+  if (size > room_.size()) room_.resize(size);
 }
 
 void XmlWriter::WriteSpecial(const XmlNode& special) {
@@ -105,9 +115,8 @@ void XmlWriter::WriteStart(const XmlNode& node) {
   for (const XmlNode* special = node.FirstSpecial(); special; special = special->Next()) {
     WriteSpecial(*special);
   }
-  AddIndent();
-  Add("<");
-  Add(node.Name());
+  char* at = PutBlanks(MakeRoom(indent_ + 1 + node.Name().size()), indent_);
+  Put(Put(at, "<"), node.Name());
   if (node.Name() == kCdataNode) {
     Add(node.Value());
     Add("]]>\n");
@@ -126,10 +135,9 @@ void XmlWriter::WriteStart(const XmlNode& node) {
 
 void XmlWriter::WriteEnd(const XmlNode& node) {
   AddEscaped(node.Value());
-  if (node.HasChildren()) AddIndent();
-  Add("</");
-  Add(node.Name());
-  Add(">\n");
+  const std::size_t indent = node.HasChildren() ? indent_ : 0;
+  char* at = PutBlanks(MakeRoom(indent + node.Name().size() + 4), indent);
+  Put(Put(Put(at, "</"), node.Name()), ">\n");
 }
 
 void XmlWriter::WriteAttributes(const XmlNode& node) {
@@ -142,9 +150,8 @@ void XmlWriter::WriteAttributes(const XmlNode& node) {
 }
 
 void XmlWriter::WriteAttribute(const XmlAttribute& attribute) {
-  Add(" ");
-  Add(attribute.Name());
-  Add("=\"");
+  char* at = MakeRoom(attribute.Name().size() + 3);
+  Put(Put(Put(at, " "), attribute.Name()), "=\"");
   AddEscaped(attribute.Value());
   Add("\"");
 }
