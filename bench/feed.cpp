@@ -10,12 +10,11 @@ std::string MakeItem(int number) {
   const std::string version = "2." + std::to_string(number / 10000) + "." +
                               std::to_string(number / 100 % 100) + "." +
                               std::to_string(number % 100);
-  const std::string server = "http://download.example.com/browser/" + version;
+  const std::string server = "http://dl.example.com/" + version;
   return "    <item>\n" + Element("title", "Version " + version + " &amp; its dialogs") +
          Element("link", server + "/notes.html") +
          Element("description",
-                 "Mends the start page, draws long lists &quot;twice&quot; as fast and keeps the "
-                 "order of bookmarks that were moved while a window was being closed.") +
+                 "Mends the start page, draws long lists &quot;twice&quot; as fast.") +
          Element("pubDate", "Tue, 14 Nov 2023 22:13:20 GMT") +
          Element("guid", server + "/setup.exe") + Element("version:platform", "x86") +
          Element("version:version", version) + Element("version:status", "release") +
