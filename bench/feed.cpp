@@ -6,7 +6,7 @@ std::string Element(const std::string& name, const std::string& text) {
   return "      <" + name + ">" + text + "</" + name.substr(0, name.find(' ')) + ">\n";
 }
 
-std::string MakeItem(int number) {
+std::string MakeItem(int number, bool isX86) {
   const std::string version = "2." + std::to_string(number / 10000) + "." +
                               std::to_string(number / 100 % 100) + "." +
                               std::to_string(number % 100);
@@ -16,8 +16,9 @@ std::string MakeItem(int number) {
          Element("description",
                  "Mends the start page, draws long lists &quot;twice&quot; as fast.") +
          Element("pubDate", "Tue, 14 Nov 2023 22:13:20 GMT") +
-         Element("guid", server + "/setup.exe") + Element("version:platform", "x86") +
-         Element("version:version", version) + Element("version:status", "release") +
+         Element("guid", server + "/setup.exe") +
+         Element("version:platform", isX86 ? "x86" : "x64") + Element("version:version", version) +
+         Element("version:status", "release") +
          Element("version:md5", "0123456789abcdef0123456789abcdef") +
          Element("version:distsize", std::to_string(20000000 + number)) +
          Element("version:distargs", "/quiet /log=&quot;setup.log&quot;") +
@@ -28,9 +29,9 @@ std::string MakeItem(int number) {
 
 }  // namespace
 
-std::string MakeFeed(int items) {
+std::string MakeFeed(int items, int platforms) {
   std::string feed =
       "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<rss version=\"2.0\">\n  <channel>\n";
-  for (int i = 0; i < items; ++i) feed += MakeItem(i);
+  for (int i = 0; i < items; ++i) feed += MakeItem(i, i % platforms == 0);
   return feed + "  </channel>\n</rss>\n";
 }

@@ -4,8 +4,9 @@
 
 #include <string>
 
-/// A feed of `items` items, each of about 840 bytes and with a version of its own, newest last, all
-/// for the platform "x86". The same text for the same number.
-std::string MakeFeed(int items);
+/// A feed of `items` items, each of about 840 bytes and with a version of its own, newest last. The
+/// first is for the platform "x86", as is every `platforms`th after it. The same text for the same
+/// numbers.
+std::string MakeFeed(int items, int platforms);
 
 #endif  // KUPDATE_BENCH_FEED_H_

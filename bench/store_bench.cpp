@@ -70,8 +70,7 @@ class BareStore {
   std::string ReadLocked() const {
     struct stat status;
     stat(root_.c_str(), &status);
-    stat(path_.c_str(), &status);
-    char bytes[8191];
+    char bytes[8192];
     const int file = open(path_.c_str(), O_RDONLY);
     const ssize_t size = read(file, bytes, sizeof bytes);
     Require(size > 0 &&

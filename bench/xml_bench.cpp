@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <map>
 #include <pugixml.hpp>
+#include <utility>
 
 #include "bench/feed.h"
 #include "testing/data_home.h"
@@ -17,10 +18,10 @@
 
 namespace {
 
-const std::string& Feed(const benchmark::State& state) {
-  static std::map<std::int64_t, std::string> feeds;
-  std::string& feed = feeds[state.range(0)];
-  if (feed.empty()) feed = MakeFeed(static_cast<int>(state.range(0)));
+const std::string& Feed(const benchmark::State& state, int platforms = 2) {
+  static std::map<std::pair<std::int64_t, int>, std::string> feeds;
+  std::string& feed = feeds[{state.range(0), platforms}];
+  if (feed.empty()) feed = MakeFeed(static_cast<int>(state.range(0)), platforms);
   return feed;
 }
 
@@ -91,8 +92,8 @@ void WritePugixml(benchmark::State& state) {
   }
 }
 
-// Every item is for this application, and the newest, which comes last, is above its version.
-void Decide(benchmark::State& state) {
+// Every version is above the application's.
+void Decide(benchmark::State& state, int platforms) {
   const DataHome home;
   TAppInfo2 app("bench");
   app.SetVersion(1, 0, 0, 0);
@@ -101,7 +102,7 @@ void Decide(benchmark::State& state) {
     state.PauseTiming();
     {
       XmlNode root;
-      root.Parse(Feed(state));
+      root.Parse(Feed(state, platforms));
       RssParser parser;
       state.ResumeTiming();
       Require(parser.IsUpgradeAvailable(app, std::move(root), 1700000000), "finding the update");
@@ -120,6 +121,7 @@ BENCHMARK(ParseTinyxml2)->Arg(kFew)->Arg(kMany);
 BENCHMARK(ParseExpat)->Arg(kFew)->Arg(kMany);
 BENCHMARK(WriteKupdate)->Arg(kFew)->Arg(kMany);
 BENCHMARK(WritePugixml)->Arg(kFew)->Arg(kMany);
-BENCHMARK(Decide)->Arg(kMany);
+BENCHMARK_CAPTURE(Decide, AllOurs, 1)->Arg(kMany);
+BENCHMARK_CAPTURE(Decide, HalfOurs, 2)->Arg(kMany);
 
 }  // namespace

@@ -55,7 +55,7 @@ void operator delete(void* memory, std::size_t) noexcept { operator delete(memor
 
 int main() {
   DiagLog::Instance().Start([] { return std::wstring(); }, "");
-  Measure("a feed of 10,000 items", MakeFeed(10000));
+  Measure("a feed of 10,000 items", MakeFeed(10000, 2));
   Measure("a value of one byte an element", Repeated("<r>", "<a>x</a>", "</r>"));
   Measure("empty elements", Repeated("<r>", "<a/>", "</r>"));
   Measure("empty elements, cut", Repeated("<r>", "<a/>", ""));
