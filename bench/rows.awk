@@ -22,14 +22,14 @@ function row(label, figure, bar, spread, isMet) {
   if (isMet == "no") missed = 1
 }
 function deviation(name) { return time[name "_stddev"] / time[name "_mean"] }
+function spread(a, b) { return sprintf("±%.0f %%", 100 * sqrt(deviation(a) ^ 2 + deviation(b) ^ 2)) }
 # A row with the processor time of `upper` divided by that of `lower`; none when it was not measured.
-function ratio(label, upper, lower, least, most,    figure, bar, spread, isMet) {
+function ratio(label, upper, lower, least, most,    figure, bar, isMet) {
   if (!((upper "_median") in time)) return
   figure = time[upper "_median"] / time[lower "_median"]
-  spread = sprintf("±%.0f %%", 100 * sqrt(deviation(upper) ^ 2 + deviation(lower) ^ 2))
   bar = least ? "at least " least : most ? "at most " most : "none"
   isMet = least ? (figure >= least ? "yes" : "no") : most ? (figure <= most ? "yes" : "no") : ""
-  row(label, figure, bar, spread, isMet)
+  row(label, figure, bar, spread(upper, lower), isMet)
 }
 
 END {
@@ -46,9 +46,7 @@ END {
   many = rate["ParseKupdate/100000_median"]
   if (many) {
     row("parse, bytes a second at 100000 items / at 1000", many / few, "at least 0.8",
-        sprintf("±%.0f %%", 100 * sqrt(deviation("ParseKupdate/1000") ^ 2 +
-                                       deviation("ParseKupdate/100000") ^ 2)),
-        many / few >= 0.8 ? "yes" : "no")
+        spread("ParseKupdate/1000", "ParseKupdate/100000"), many / few >= 0.8 ? "yes" : "no")
   }
   parse = "ParseKupdate/100000"
   ratio("decide, 100000 items, half of them for others / parse", "fresh Decide/HalfOurs/100000",
