@@ -6,10 +6,11 @@ std::string WithCrLf(std::string_view text) {
   std::string result;
   result.reserve(text.size() +
                  static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
-  for (const char c : text) {
-    if (c == '\n') result += '\r';
-    result += c;
+  std::size_t written = 0;
+  for (std::size_t lf; (lf = text.find('\n', written)) != text.npos; written = lf + 1) {
+    result.append(text.substr(written, lf - written)).append("\r\n");
   }
+  result.append(text.substr(written));
   return result;
 }
 
