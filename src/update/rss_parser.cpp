@@ -1,8 +1,10 @@
 #include "update/rss_parser.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
+#include "update/item_parts.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/text.h"
@@ -15,49 +17,32 @@ constexpr std::string_view kTarget = "update:target";
 // Four parts count, and whether there is a fifth one. A feed can have millions.
 constexpr std::size_t kMaskParts = 5;
 
-// A child of an item: the first of its name, and how many there are.
-struct Part {
-  const XmlNode* first = nullptr;
+bool HasOne(const XmlNode& item, std::string_view name) {
   int count = 0;
-
-  std::string_view Text() const { return TextOf(first); }
-};
-
-// What decides about an item, gathered in one walk over its children.
-struct ItemParts {
-  Part platform, nick, version, status;
-  Part target, targetVersion, targetStatus, targetGuid;
-
-  explicit ItemParts(const XmlNode& item) {
-    for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
-      if (Part* part = Find(child->Name())) {
-        if (part->count++ == 0) part->first = child;
-      }
-    }
+  for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
+    count += child->Name() == name ? 1 : 0;
   }
+  return count == 1;
+}
 
-  bool IsTargetSingle() const {
-    return targetVersion.count == 1 && targetStatus.count == 1 && targetGuid.count == 1;
-  }
+bool IsTargetSingle(const XmlNode& item) {
+  return HasOne(item, "update:version") && HasOne(item, "update:status") &&
+         HasOne(item, "update:guid");
+}
 
- private:
-  Part* Find(std::string_view name) {
-    if (name.starts_with(kCommonPrefix)) {
-      name.remove_prefix(kCommonPrefix.size());
-      if (name == "platform") return &platform;
-      if (name == "nick") return &nick;
-      if (name == "version") return &version;
-      if (name == "status") return &status;
-    } else if (name.starts_with(kTargetPrefix)) {
-      name.remove_prefix(kTargetPrefix.size());
-      if (name == "target") return &target;
-      if (name == "version") return &targetVersion;
-      if (name == "status") return &targetStatus;
-      if (name == "guid") return &targetGuid;
-    }
-    return nullptr;
+void AddCandidate(std::string_view version, const XmlNode& item, std::vector<Candidate>* to) {
+  to->push_back({ParseVersion(version), to->size(), &item});
+}
+
+// Takes the highest candidate out, and those of the same version that it stands for.
+Candidate TakeHighest(std::vector<Candidate>* heap) {
+  const Candidate highest = heap->front();
+  while (!heap->empty() && heap->front().version == highest.version) {
+    std::pop_heap(heap->begin(), heap->end());
+    heap->pop_back();
   }
-};
+  return highest;
+}
 
 std::string_view ChildText(const XmlNode& item, std::string_view prefix, std::string_view name) {
   return TextOf(item.FindChild(std::string(prefix).append(name)));
@@ -110,18 +95,13 @@ bool RssParser::FillUpdateList(std::string_view appId, std::string_view platform
   const XmlNode* item = channel ? channel->FirstChild() : nullptr;
   for (; item; item = item->Next()) {
     if (item->Name() != "item") continue;
-    const ItemParts parts(*item);
-    if (parts.platform.first && parts.platform.Text() != platform) continue;
-    if (parts.nick.first && !EqualsIgnoreCase(parts.nick.Text(), appId)) continue;
-
-    const bool isTargeted = AreWeTarget(parts.target.first);
-    if (isTargeted && parts.IsTargetSingle()) {
-      const std::string_view version = parts.targetVersion.Text();
-      target_[ParseVersion(version)] = {version, parts.targetStatus.Text(), true, item};
-    }
-    const std::string_view version = parts.version.Text();
-    common_[ParseVersion(version)] = {version, parts.status.Text(), false, item};
-    if (isTargeted && !parts.IsTargetSingle()) {
+    ItemParts parts;
+    if (!FindParts(*item, appId, platform, &parts)) continue;
+    const bool isTargeted = parts.target && AreWeTarget(parts.target);
+    const bool isSingle = isTargeted && IsTargetSingle(*item);
+    if (isSingle) AddCandidate(ChildText(*item, kTargetPrefix, "version"), *item, &target_);
+    AddCandidate(TextOf(parts.version), *item, &common_);
+    if (isTargeted && !isSingle) {
       LOG_E << "RSS <item> have multiple (or empty) targets URL/status/version.";
       LOG_E << "Update stopped.";
       return false;
@@ -130,15 +110,22 @@ bool RssParser::FillUpdateList(std::string_view appId, std::string_view platform
   return true;
 }
 
-UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) const {
-  const CandidateMap& candidates = target_.empty() ? common_ : target_;
-  LOG_I << "Will use " << (target_.empty() ? "common" : "target") << " update.";
-  for (auto entry = candidates.rbegin(); entry != candidates.rend(); ++entry) {
-    const auto& [version, update] = *entry;
+UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) {
+  const bool isTarget = !target_.empty();
+  LOG_I << "Will use " << (isTarget ? "target" : "common") << " update.";
+  const std::string_view prefix = isTarget ? kTargetPrefix : kCommonPrefix;
+  // A heap, because few of the many are ever looked at.
+  std::vector<Candidate>& heap = isTarget ? target_ : common_;
+  std::make_heap(heap.begin(), heap.end());
+  while (!heap.empty()) {
+    const auto [version, position, item] = TakeHighest(&heap);
     LOG_D << "Try to check ver: " << FormatVersion(version);
     *isCurrentListed = version == current_;
     if (version <= current_) return {};
-    if (ParseVersionStatus(update.status) >= VS_RELEASE || wantUnstable) return update;
+    const std::string_view status = ChildText(*item, prefix, "status");
+    if (ParseVersionStatus(status) >= VS_RELEASE || wantUnstable) {
+      return {ChildText(*item, prefix, "version"), status, isTarget, item};
+    }
   }
   return {};
 }

@@ -2,6 +2,7 @@
 #ifndef KUPDATE_UPDATE_RSS_PARSER_H_
 #define KUPDATE_UPDATE_RSS_PARSER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -12,8 +13,8 @@
 #include "update/version_number.h"
 #include "xml/xml_node.h"
 
-/// One candidate: a version that an item of the feed offers. Without an item it is "none". The
-/// texts and the item live in the feed.
+/// A version that an item of the feed offers. Without an item it is "none". The texts and the item
+/// live in the feed.
 struct UpdateInfo {
   std::string_view version;
   std::string_view status;  ///< "release", "beta" or "critical"
@@ -31,8 +32,16 @@ struct DatedUrl {
   std::string_view date;
 };
 
-/// In ascending order of versions. Of two items with one version the later one counts.
-using CandidateMap = std::map<VersionNumber, UpdateInfo>;
+/// An item that may become the update, with the version it offers.
+struct Candidate {
+  VersionNumber version;
+  std::size_t position;  ///< among the candidates: of two with one version the later one counts
+  const XmlNode* item;
+
+  bool operator<(const Candidate& other) const {
+    return version != other.version ? version < other.version : position < other.position;
+  }
+};
 
 /// The update that was chosen, by key of the update's store. Bytes as they stand in the feed.
 using UpdateResult = std::map<std::string_view, std::string_view>;
@@ -57,9 +66,10 @@ class RssParser {
   /// Gathers the candidates among the items for this application and platform. False when the feed
   /// is rejected.
   bool FillUpdateList(std::string_view appId, std::string_view platform);
-  /// The highest candidate above the current version: a release, or any when `wantUnstable`.
+  /// The highest candidate above the current version: a release, or any when `wantUnstable`. Uses
+  /// the candidates up.
   /// @param isCurrentListed  set to true when the walk ended at the current version
-  UpdateInfo FindUpdate(bool wantUnstable, bool* isCurrentListed) const;
+  UpdateInfo FindUpdate(bool wantUnstable, bool* isCurrentListed);
   /// Whether `target` or a later sibling of that name covers the current version.
   bool AreWeTarget(const XmlNode* target) const;
   void FillResult(const UpdateInfo& update, std::string_view locale);
@@ -77,8 +87,8 @@ class RssParser {
 
   XmlNode feed_;
   VersionNumber current_ = 0;
-  CandidateMap common_;
-  CandidateMap target_;
+  std::vector<Candidate> common_;
+  std::vector<Candidate> target_;
   UpdateResult result_;
 };
 

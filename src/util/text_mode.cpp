@@ -6,19 +6,25 @@ std::string WithCrLf(std::string_view text) {
   std::string result;
   result.reserve(text.size() +
                  static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
-  for (const char c : text) {
-    if (c == '\n') result += '\r';
-    result += c;
+  std::size_t written = 0;
+  for (std::size_t lf; (lf = text.find('\n', written)) != text.npos; written = lf + 1) {
+    result.append(text.substr(written, lf - written)).append("\r\n");
   }
+  result.append(text.substr(written));
   return result;
 }
 
 void DropCrBeforeLf(std::string* text) {
-  std::size_t kept = text->find("\r\n");
-  if (kept == std::string::npos) return;
-  for (std::size_t i = kept; i < text->size(); ++i) {
-    const bool dropped = (*text)[i] == '\r' && i + 1 < text->size() && (*text)[i + 1] == '\n';
-    if (!dropped) (*text)[kept++] = (*text)[i];
+  constexpr const char* kCrLf = "\r\n";
+  std::size_t cr = text->find(kCrLf);
+  std::size_t kept = cr;
+  while (cr != std::string::npos) {
+    const std::size_t next = std::min(text->find(kCrLf, cr + 1), text->size());
+    std::copy(text->begin() + static_cast<std::ptrdiff_t>(cr + 1),
+              text->begin() + static_cast<std::ptrdiff_t>(next),
+              text->begin() + static_cast<std::ptrdiff_t>(kept));
+    kept += next - cr - 1;
+    cr = next == text->size() ? std::string::npos : next;
   }
-  text->resize(kept);
+  if (kept != std::string::npos) text->resize(kept);
 }

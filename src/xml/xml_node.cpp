@@ -1,11 +1,25 @@
 #include "xml/xml_node.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "util/text.h"
 #include "xml/xml_tree.h"
+
+namespace {
+
+// The first attribute whose name is not less than `name`, or the end.
+XmlAttribute* LowerBound(XmlAttributes& attributes, std::string_view name) {
+  return std::lower_bound(attributes.begin(), attributes.end(), name,
+                          [](const XmlAttribute& attribute, std::string_view wanted) {
+                            return attribute.Name() < wanted;
+                          });
+}
+
+}  // namespace
 
 XmlNode::XmlNode() = default;
 
@@ -14,21 +28,20 @@ XmlNode::XmlNode(const XmlNode& other) : XmlNode() {
   CopyItself(other);
   SetCodePage(other.CodePage());
   tree_->codePageDeclared = other.DeclaresCodePage();
-  const XmlNode* from = &other;
-  XmlNode* to = this;
-  for (;;) {
-    if (from->firstChild_) {
-      from = from->firstChild_;
-    } else {
-      for (; from != &other && !from->next_; from = from->parent_) to = to->parent_;
-      if (from == &other) return;
-      from = from->next_;
-      to = to->parent_;
-    }
-    XmlNode& child = to->NewNode();
+  struct Level {
+    const XmlNode* from;  // the next child to be copied
+    XmlNode* to;          // its parent's copy
+  };
+  std::vector<Level> levels = {{other.FirstChild(), this}};
+  while (!levels.empty()) {
+    const auto [from, to] = levels.back();
+    levels.pop_back();
+    if (!from) continue;
+    levels.push_back({from->Next(), to});
+    XmlNode& child = NewNode();
     child.CopyItself(*from);
     to->Append(child);
-    to = &child;
+    levels.push_back({from->FirstChild(), &child});
   }
 }
 
@@ -46,26 +59,27 @@ XmlNode& XmlNode::operator=(XmlNode&& other) noexcept {
 XmlNode::~XmlNode() { delete tree_; }
 
 void XmlNode::SetDeclaration() {
-  XmlNode** link = &firstSpecial_;
-  while (*link && (*link)->name_ != kXmlDeclaration) link = &(*link)->next_;
-  if (!*link) {
-    *link = &NewNode();
-    (*link)->name_ = kXmlDeclaration;
+  XmlNode* declaration = FirstSpecial();
+  while (declaration && declaration->Name() != kXmlDeclaration) declaration = declaration->Next();
+  if (!declaration) {
+    declaration = &NewSpecial();
+    declaration->HoldName(kXmlDeclaration);
+    AppendSpecial(LastSpecial(), *declaration);
   }
-  (*link)->SetAttribute("version", "1.0");
+  declaration->SetAttribute("version", "1.0");
   for (const XmlCodePage& page : kXmlCodePages) {
-    if (page.number == CodePage()) (*link)->SetAttribute("encoding", page.name);
+    if (page.number == CodePage()) declaration->SetAttribute("encoding", page.name);
   }
 }
 
-void XmlNode::SetName(std::string_view name) { name_ = Tree().Keep(name); }
+void XmlNode::SetName(std::string_view name) { HoldName(Tree().Keep(name)); }
 
-void XmlNode::SetValue(std::string_view value) { value_ = Tree().Keep(value); }
+void XmlNode::SetValue(std::string_view value) { HoldValue(Tree().Keep(value)); }
 
 std::string_view XmlNode::Text() const {
-  if (!value_.empty()) return value_;
+  if (valueSize_ > 0) return Value();
   const XmlNode* cdata = FindChild(kCdataNode);
-  return cdata ? cdata->value_ : value_;
+  return cdata ? cdata->Value() : Value();
 }
 
 int XmlNode::CodePage() const { return tree_ ? tree_->codePage : kCodePage1251; }
@@ -75,8 +89,8 @@ void XmlNode::SetCodePage(int codePage) { Tree().codePage = codePage; }
 bool XmlNode::DeclaresCodePage() const { return tree_ && tree_->codePageDeclared; }
 
 XmlNode* XmlNode::FindChild(std::string_view name) const {
-  XmlNode* child = firstChild_;
-  while (child && child->name_ != name) child = child->next_;
+  XmlNode* child = FirstChild();
+  while (child && child->Name() != name) child = child->Next();
   return child;
 }
 
@@ -93,32 +107,35 @@ XmlNode& XmlNode::ChildOrNew(std::string_view name) {
 }
 
 void XmlNode::RemoveChild(XmlNode& child) {
-  XmlNode* before = nullptr;
-  for (XmlNode* each = firstChild_; each != &child; each = each->next_) before = each;
-  (before ? before->next_ : firstChild_) = child.next_;
-  if (lastChild_ == &child) lastChild_ = before;
-  child.parent_ = nullptr;
-  child.next_ = nullptr;
+  XmlNode& last = child.LastSpecial();
+  XmlNode* before = lastChild_;
+  while (before->next_ != &child) before = before->next_;
+  if (before == &last) {
+    lastChild_ = nullptr;
+  } else {
+    before->next_ = last.next_;
+    if (lastChild_ == &last) lastChild_ = before;
+    lastChild_->isLast_ = true;
+  }
+  last.next_ = nullptr;
+  last.isLast_ = true;
 }
 
 std::string_view XmlNode::Attribute(std::string_view name) const {
   const XmlAttribute* found = FindAttribute(name);
-  const bool isThere = found != attributes_ + attributeCount_ && found->name == name;
-  return isThere ? found->value : std::string_view();
+  return found ? found->Value() : std::string_view();
 }
 
-bool XmlNode::HasAttribute(std::string_view name) const {
-  const XmlAttribute* found = FindAttribute(name);
-  return found != attributes_ + attributeCount_ && found->name == name;
-}
+bool XmlNode::HasAttribute(std::string_view name) const { return FindAttribute(name) != nullptr; }
 
 void XmlNode::SetAttribute(std::string_view name, std::string_view value) {
-  XmlAttribute* found = FindAttribute(name);
-  const std::string_view kept = Tree().Keep(value);
-  if (found != attributes_ + attributeCount_ && found->name == name) {
-    found->value = kept;
+  const XmlAttribute attribute(Tree().Keep(name), Tree().Keep(value));
+  if (!attributes_) attributes_ = tree_->AllocateAttributes(4);
+  XmlAttribute* place = LowerBound(*attributes_, name);
+  if (place != attributes_->end() && place->Name() == name) {
+    *place = attribute;
   } else {
-    InsertAttribute(found, {Tree().Keep(name), kept});
+    InsertAttribute(static_cast<std::size_t>(place - attributes_->begin()), attribute);
   }
 }
 
@@ -133,71 +150,103 @@ XmlTree& XmlNode::Tree() {
 
 XmlNode& XmlNode::NewNode() {
   XmlTree& tree = Tree();
-  return *new (tree.Allocate(sizeof(XmlNode))) XmlNode(&tree, this);
+  return *new (tree.Allocate(sizeof(XmlNode))) XmlNode(&tree);
+}
+
+XmlNode& XmlNode::NewSpecial() {
+  XmlNode& special = NewNode();
+  special.isSpecial_ = true;
+  return special;
+}
+
+void XmlNode::HoldName(std::string_view text) {
+  name_ = text.data();
+  nameSize_ = text.size() & kMaxTextBytes;
+}
+
+void XmlNode::HoldValue(std::string_view text) {
+  value_ = text.data();
+  valueSize_ = text.size() & kMaxTextBytes;
+}
+
+XmlNode& XmlNode::LastSpecial() {
+  XmlNode* last = this;
+  while (XmlNode* special = last->isLast_ ? nullptr : last->next_) {
+    if (!special->isSpecial_) break;
+    last = special;
+  }
+  return *last;
 }
 
 void XmlNode::Append(XmlNode& child) {
-  (lastChild_ ? lastChild_->next_ : firstChild_) = &child;
-  lastChild_ = &child;
+  XmlNode& last = child.LastSpecial();
+  if (lastChild_) {
+    last.next_ = std::exchange(lastChild_->next_, &child);
+    lastChild_->isLast_ = false;
+  } else {
+    last.next_ = &child;
+  }
+  lastChild_ = &last;
+}
+
+void XmlNode::AppendSpecial(XmlNode& last, XmlNode& special) {
+  last.next_ = &special;
+  last.isLast_ = false;
 }
 
 void XmlNode::CopyItself(const XmlNode& other) {
-  XmlTree& tree = Tree();
-  name_ = tree.Keep(other.name_);
-  value_ = tree.Keep(other.value_);
-  if (other.attributeCount_ > 0) {
-    attributes_ =
-        static_cast<XmlAttribute*>(tree.Allocate(other.attributeCount_ * sizeof(XmlAttribute)));
-    for (; attributeCount_ < other.attributeCount_; ++attributeCount_) {
-      const XmlAttribute& from = other.attributes_[attributeCount_];
-      new (attributes_ + attributeCount_) XmlAttribute{tree.Keep(from.name), tree.Keep(from.value)};
-    }
-    attributeCapacity_ = attributeCount_;
+  CopyTexts(other);
+  XmlNode* last = this;
+  for (const XmlNode* from = other.FirstSpecial(); from; from = from->Next()) {
+    XmlNode& special = NewSpecial();
+    special.CopyTexts(*from);
+    AppendSpecial(*last, special);
+    last = &special;
   }
-  // Specials have no specials of their own, so this goes one level down and no further.
-  XmlNode** link = &firstSpecial_;
-  for (const XmlNode* from = other.firstSpecial_; from; from = from->next_) {
-    *link = &NewNode();
-    (*link)->CopyItself(*from);
-    link = &(*link)->next_;
+}
+
+void XmlNode::CopyTexts(const XmlNode& other) {
+  XmlTree& tree = Tree();
+  HoldName(tree.Keep(other.Name()));
+  HoldValue(tree.Keep(other.Value()));
+  if (!other.attributes_) return;
+  attributes_ = tree.AllocateAttributes(other.attributes_->count);
+  for (const XmlAttribute& from : *other.attributes_) {
+    new (attributes_->end()) XmlAttribute(tree.Keep(from.Name()), tree.Keep(from.Value()));
+    ++attributes_->count;
   }
 }
 
 void XmlNode::TakeFrom(XmlNode& other) noexcept {
   tree_ = std::exchange(other.tree_, nullptr);
-  firstChild_ = std::exchange(other.firstChild_, nullptr);
+  next_ = std::exchange(other.next_, nullptr);
   lastChild_ = std::exchange(other.lastChild_, nullptr);
-  firstSpecial_ = std::exchange(other.firstSpecial_, nullptr);
-  name_ = std::exchange(other.name_, kUnnamedNode);
-  value_ = std::exchange(other.value_, {});
   attributes_ = std::exchange(other.attributes_, nullptr);
-  attributeCount_ = std::exchange(other.attributeCount_, 0);
-  attributeCapacity_ = std::exchange(other.attributeCapacity_, 0);
-  for (XmlNode* first : {firstChild_, firstSpecial_}) {
-    for (XmlNode* node = first; node; node = node->next_) node->parent_ = this;
-  }
+  HoldName(other.Name());
+  other.HoldName(kUnnamedNode);
+  HoldValue(other.Value());
+  other.HoldValue({});
+  isLast_ = other.isLast_;
+  other.isLast_ = true;
 }
 
-XmlAttribute* XmlNode::FindAttribute(std::string_view name) const {
-  return std::lower_bound(attributes_, attributes_ + attributeCount_, name,
-                          [](const XmlAttribute& attribute, std::string_view wanted) {
-                            return attribute.name < wanted;
-                          });
+const XmlAttribute* XmlNode::FindAttribute(std::string_view name) const {
+  if (!attributes_) return nullptr;
+  const XmlAttribute* found = LowerBound(*attributes_, name);
+  return found != attributes_->end() && found->Name() == name ? found : nullptr;
 }
 
-void XmlNode::InsertAttribute(XmlAttribute* where, const XmlAttribute& attribute) {
-  const std::ptrdiff_t index = where - attributes_;
-  if (attributeCount_ == attributeCapacity_) {
-    const std::uint32_t capacity = std::max<std::uint32_t>(4, attributeCapacity_ * 2);
-    auto* grown = static_cast<XmlAttribute*>(Tree().Allocate(capacity * sizeof(XmlAttribute)));
-    std::uninitialized_copy_n(attributes_, attributeCount_, grown);
+void XmlNode::InsertAttribute(std::size_t index, const XmlAttribute& attribute) {
+  if (attributes_->count == attributes_->capacity) {
+    XmlAttributes* grown = Tree().AllocateAttributes(attributes_->count * std::size_t{2});
+    std::uninitialized_copy(attributes_->begin(), attributes_->end(), grown->begin());
+    grown->count = attributes_->count;
     attributes_ = grown;
-    attributeCapacity_ = capacity;
   }
-  XmlAttribute* end = attributes_ + attributeCount_;
-  new (end) XmlAttribute(attribute);
-  std::rotate(attributes_ + index, end, end + 1);
-  ++attributeCount_;
+  XmlAttribute* end = attributes_->end();
+  std::copy_backward(attributes_->begin() + index, end, end + 1);
+  attributes_->begin()[index] = attribute;
+  ++attributes_->count;
 }
 
 std::string_view TextOf(const XmlNode* node) { return node ? node->Text() : std::string_view(); }

@@ -10,6 +10,7 @@
 
 class XmlNode;
 struct XmlAttribute;
+struct XmlAttributes;
 struct XmlTree;
 
 /// What the parser throws. what() is the message for the log.
@@ -47,11 +48,12 @@ inline constexpr int kCodePageUtf8 = 65001;
 /// The root owns the whole tree, in one piece of memory that lives and ends with it: views that the
 /// accessors return, and pointers and references to nodes below, are valid until the root is
 /// destroyed, assigned to, or parses. Text is bytes as they stand in the file; nothing converts
-/// them. Nothing here recurses, so no tree is too deep to be copied, written or destroyed. Used by
-/// one thread at a time.
+/// them. Nothing here recurses, so no tree is too deep to be copied, written or destroyed. A text
+/// that does not fit into 31 bits counts as one for which there is no memory. Used by one thread at
+/// a time.
 class XmlNode {
  public:
-  /// An empty root: no parent, named "NA", code page 1251.
+  /// An empty root: named "NA", code page 1251.
   XmlNode();
   /// A root of its own with a deep copy of `other` and all below it.
   XmlNode(const XmlNode& other);
@@ -78,10 +80,10 @@ class XmlNode {
   /// absent.
   void SetDeclaration();
 
-  std::string_view Name() const { return name_; }
+  std::string_view Name() const { return {name_, nameSize_}; }
   void SetName(std::string_view name);
   /// The element's text with entities decoded, or the raw text of a special or CDATA section.
-  std::string_view Value() const { return value_; }
+  std::string_view Value() const { return {value_, valueSize_}; }
   void SetValue(std::string_view value);
   /// The value or, when that is empty, the value of the first CDATA child.
   std::string_view Text() const;
@@ -94,14 +96,21 @@ class XmlNode {
   /// then.
   bool DeclaresCodePage() const;
 
-  XmlNode* Parent() const { return parent_; }
   /// The first element or CDATA child in document order; null when there is none.
-  XmlNode* FirstChild() const { return firstChild_; }
+  XmlNode* FirstChild() const { return lastChild_ ? lastChild_->next_ : nullptr; }
   /// The next child of the same parent; null at the end.
-  XmlNode* Next() const { return next_; }
+  XmlNode* Next() const {
+    const XmlNode* node = this;
+    while (!node->isLast_) {
+      node = node->next_;
+      if (node->isSpecial_ == isSpecial_) return const_cast<XmlNode*>(node);
+      if (isSpecial_) break;
+    }
+    return nullptr;
+  }
   /// The first special; they are linked by Next() too.
-  XmlNode* FirstSpecial() const { return firstSpecial_; }
-  bool HasChildren() const { return firstChild_ != nullptr; }
+  XmlNode* FirstSpecial() const { return !isLast_ && next_->isSpecial_ ? next_ : nullptr; }
+  bool HasChildren() const { return lastChild_ != nullptr; }
 
   /// The first child of that name (exact, case-sensitive); null when absent.
   XmlNode* FindChild(std::string_view name) const;
@@ -124,30 +133,40 @@ class XmlNode {
   friend class XmlWriter;
 
   /// A node below the root. Lives in the tree's memory and is never destroyed on its own.
-  XmlNode(XmlTree* tree, XmlNode* parent) : tree_(tree), parent_(parent) {}
+  explicit XmlNode(XmlTree* tree) : tree_(tree) {}
 
   XmlTree& Tree();
   XmlNode& NewNode();
+  XmlNode& NewSpecial();
+  /// Set a text that lives as long as the tree.
+  void HoldName(std::string_view text);
+  void HoldValue(std::string_view text);
+  /// The last of the node's specials, or the node itself when it has none.
+  XmlNode& LastSpecial();
+  /// Appends a node that is in no tree yet, with its specials.
   void Append(XmlNode& child);
+  /// Appends a special that is in no tree yet to `last`, which is LastSpecial().
+  static void AppendSpecial(XmlNode& last, XmlNode& special);
   /// Sets all but the children from `other`, a node of any tree.
   void CopyItself(const XmlNode& other);
+  void CopyTexts(const XmlNode& other);
   /// Moves the content of the root `other` into this empty root.
   void TakeFrom(XmlNode& other) noexcept;
-  /// The first attribute whose name is not less than `name`, or the end of the attributes.
-  XmlAttribute* FindAttribute(std::string_view name) const;
-  void InsertAttribute(XmlAttribute* where, const XmlAttribute& attribute);
+  const XmlAttribute* FindAttribute(std::string_view name) const;
+  void InsertAttribute(std::size_t index, const XmlAttribute& attribute);
 
+  // A feed has millions of nodes, so each word counts. Children stand in a ring, each with its
+  // specials behind it, and the parent knows the last. A root and its specials stand in a list.
   XmlTree* tree_ = nullptr;  // the root owns it; null while nothing was put into an empty root
-  XmlNode* parent_ = nullptr;
-  XmlNode* firstChild_ = nullptr;
-  XmlNode* lastChild_ = nullptr;
   XmlNode* next_ = nullptr;
-  XmlNode* firstSpecial_ = nullptr;
-  std::string_view name_ = kUnnamedNode;
-  std::string_view value_;
-  XmlAttribute* attributes_ = nullptr;  // by name in byte order, no name twice
-  std::uint32_t attributeCount_ = 0;
-  std::uint32_t attributeCapacity_ = 0;
+  XmlNode* lastChild_ = nullptr;
+  XmlAttributes* attributes_ = nullptr;
+  const char* name_ = kUnnamedNode.data();
+  const char* value_ = nullptr;
+  std::uint32_t nameSize_ : 31 = kUnnamedNode.size();
+  std::uint32_t isSpecial_ : 1 = false;
+  std::uint32_t valueSize_ : 31 = 0;
+  std::uint32_t isLast_ : 1 = true;
 };
 
 /// Parses the bytes of a file. Drops a leading UTF-8 byte-order mark.

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kMaxDepth = 256;
+constexpr std::size_t kMaxDepth = 256;
 constexpr std::size_t kMaxValueShown = 32;
 constexpr std::size_t kMaxNameShown = 256;
 
@@ -107,13 +107,14 @@ class XmlParser {
   Start ReadStart();
   Start ReadElementHead();
   void ReadCdata();
-  XmlNode* ReadSpecial(std::string_view name);
+  XmlNode& ReadSpecial(std::string_view name);
   void ReadInstruction();
+  void ReadCodePage(const XmlNode& declaration);
   void ReadAttributes();
   std::string_view ReadAttributeValue();
   void StoreAttributes();
   void ReadValue();
-  void ReadText(char stop, const char* endOfInputMessage, std::string_view* text);
+  std::string_view ReadText(char stop, const char* endOfInputMessage, XmlNode* valueOf);
   char ReadEntity();
   void ReadClosingTag();
   void FinishNode();
@@ -146,8 +147,9 @@ class XmlParser {
   XmlNode& root_;
   XmlTree& tree_;
   XmlListener* listener_;
-  XmlNode* node_;  // the node being read
-  int depth_ = 0;  // of open elements
+  XmlNode* node_;                           // the node being read
+  std::array<XmlNode*, kMaxDepth> open_{};  // the open elements, each in the one before
+  std::size_t depth_ = 0;                   // how many there are
   char* pos_;
   char* end_;
   std::vector<XmlAttribute> attributes_;  // of the node being read
@@ -164,7 +166,7 @@ void XmlParser::Run() {
 void XmlParser::ReadDocument() {
   switch (ReadStart()) {
     case Start::kOpen:
-      ++depth_;
+      open_[depth_++] = node_;
       break;
     case Start::kWhole:
       FinishNode();
@@ -192,7 +194,7 @@ void XmlParser::ReadChild() {
   node_ = &parent->NewNode();
   switch (ReadStart()) {
     case Start::kOpen:
-      ++depth_;
+      open_[depth_++] = node_;
       return;
     case Start::kWhole:
       FinishNode();
@@ -208,7 +210,7 @@ void XmlParser::ReadChild() {
 }
 
 XmlParser::Start XmlParser::ReadStart() {
-  XmlNode** nextSpecial = &node_->firstSpecial_;
+  XmlNode* last = node_;
   for (;;) {
     SkipBlanks();
     if (!Skip('<')) return Start::kNothing;
@@ -217,17 +219,18 @@ XmlParser::Start XmlParser::ReadStart() {
     const std::string_view name = ReadWhile(kNodeName);
     if (name.empty()) Fail("unnamed node");
     if (name.front() != '!' && name.front() != '?') {
-      node_->name_ = name;
+      node_->HoldName(name);
       return ReadElementHead();
     }
     if (name.starts_with(kCdataNode)) {
       pos_ -= name.size() - kCdataNode.size();
-      node_->name_ = From(begin, pos_);
+      node_->HoldName(From(begin, pos_));
       ReadCdata();
       return Start::kWhole;
     }
-    *nextSpecial = ReadSpecial(name);
-    nextSpecial = &(*nextSpecial)->next_;
+    XmlNode& special = ReadSpecial(name);
+    XmlNode::AppendSpecial(*last, special);
+    last = &special;
   }
 }
 
@@ -248,21 +251,22 @@ void XmlParser::ReadCdata() {
   constexpr std::string_view kTerminator = "]]>";
   const std::string_view rest = From(pos_, end_);
   const std::size_t length = rest.find(kTerminator);
-  node_->value_ = rest.substr(0, length);
+  node_->HoldValue(rest.substr(0, length));
   pos_ = length == rest.npos ? end_ : pos_ + length + kTerminator.size();
 }
 
-XmlNode* XmlParser::ReadSpecial(std::string_view name) {
+XmlNode& XmlParser::ReadSpecial(std::string_view name) {
   XmlNode* owner = node_;
-  XmlNode* special = &owner->NewNode();
-  special->name_ = name;
-  node_ = special;
+  XmlNode& special = owner->NewSpecial();
+  special.HoldName(name);
+  node_ = &special;
   if (name.front() == '?') {
     ReadInstruction();
+    if (owner == &root_ && name == kXmlDeclaration) ReadCodePage(special);
   } else {
     const char* begin = pos_;
     pos_ = Find('>');
-    special->value_ = From(begin, pos_);
+    special.HoldValue(From(begin, pos_));
     if (!Skip('>')) Fail("unexpected end of file");
   }
   node_ = owner;
@@ -272,9 +276,11 @@ XmlNode* XmlParser::ReadSpecial(std::string_view name) {
 void XmlParser::ReadInstruction() {
   ReadAttributes();
   if (!Skip('?') || !Skip('>')) Fail("invalid character in PI");
-  if (node_->name_ != kXmlDeclaration || node_->parent_ != &root_) return;
+}
+
+void XmlParser::ReadCodePage(const XmlNode& declaration) {
   for (const XmlCodePage& page : kXmlCodePages) {
-    if (!EqualsIgnoreCase(page.name, node_->Attribute("encoding"))) continue;
+    if (!EqualsIgnoreCase(page.name, declaration.Attribute("encoding"))) continue;
     tree_.codePage = page.number;
     tree_.codePageDeclared = true;
   }
@@ -288,7 +294,7 @@ void XmlParser::ReadAttributes() {
     if (!Skip('=')) break;
     const std::string_view value = ReadAttributeValue();
     if (listener_) listener_->OnAttribute(*node_, name, value);
-    if (!name.empty()) attributes_.push_back({name, value});
+    if (!name.empty()) attributes_.emplace_back(name, value);
   }
   if (!attributes_.empty()) StoreAttributes();
 }
@@ -299,35 +305,34 @@ std::string_view XmlParser::ReadAttributeValue() {
     Fail("attribute value must be enclosed in double quotes");
   }
   const char quote = *pos_++;
-  std::string_view value;
-  ReadText(quote, "unexpected EOF while parsing attribute value: no closing quote", &value);
+  const std::string_view value =
+      ReadText(quote, "unexpected EOF while parsing attribute value: no closing quote", nullptr);
   ++pos_;
   return value;
 }
 
-// Sorts once, however many there are. Values lie in the input in the order they were read, so that
-// of equal names the last one read comes last.
+// Sorts once, however many there are; by heap, because it is the sort of least code. Values lie in
+// the input in the order they were read, so that of equal names the last one read comes last.
 void XmlParser::StoreAttributes() {
-  std::sort(attributes_.begin(), attributes_.end(),
-            [](const XmlAttribute& a, const XmlAttribute& b) {
-              const int order = a.name.compare(b.name);
-              return order != 0 ? order < 0 : std::less<>()(a.value.data(), b.value.data());
-            });
-  auto* stored =
-      static_cast<XmlAttribute*>(tree_.Allocate(attributes_.size() * sizeof(XmlAttribute)));
-  std::uint32_t count = 0;
+  const auto isBefore = [](const XmlAttribute& a, const XmlAttribute& b) {
+    const int order = a.Name().compare(b.Name());
+    return order != 0 ? order < 0 : std::less<>()(a.valueBegin, b.valueBegin);
+  };
+  std::make_heap(attributes_.begin(), attributes_.end(), isBefore);
+  std::sort_heap(attributes_.begin(), attributes_.end(), isBefore);
+  XmlAttributes* stored = tree_.AllocateAttributes(attributes_.size());
   for (const XmlAttribute& attribute : attributes_) {
-    if (count > 0 && stored[count - 1].name == attribute.name) --count;
-    new (stored + count++) XmlAttribute(attribute);
+    const bool isRepeated = stored->count > 0 && stored->end()[-1].Name() == attribute.Name();
+    if (isRepeated) --stored->count;
+    new (stored->end()) XmlAttribute(attribute);
+    ++stored->count;
   }
   node_->attributes_ = stored;
-  node_->attributeCount_ = count;
-  node_->attributeCapacity_ = static_cast<std::uint32_t>(attributes_.size());
   attributes_.clear();
 }
 
 void XmlParser::ReadValue() {
-  ReadText('<', "unexpected EOF while looking for value or closing tag", &node_->value_);
+  ReadText('<', "unexpected EOF while looking for value or closing tag", node_);
   if (listener_ && node_->HasChildren()) listener_->OnTextAfterChildren(*node_);
   ++pos_;
   if (!Skip('/')) Fail("missing or incomplete closing tag");
@@ -335,8 +340,9 @@ void XmlParser::ReadValue() {
 }
 
 // Reads up to `stop`, which is left. No reference that decodes contains a quote or a "<", so `stop`
-// is searched for once.
-void XmlParser::ReadText(char stop, const char* endOfInputMessage, std::string_view* text) {
+// is searched for once. The text becomes the value of `valueOf` piece by piece, for the message
+// about a bad reference.
+std::string_view XmlParser::ReadText(char stop, const char* endOfInputMessage, XmlNode* valueOf) {
   const char* begin = pos_;
   char* out = pos_;
   char* textEnd = Find(stop);
@@ -348,12 +354,13 @@ void XmlParser::ReadText(char stop, const char* endOfInputMessage, std::string_v
     if (out != pos_) std::memmove(out, pos_, runLength);
     out += runLength;
     pos_ = runEnd;
-    *text = From(begin, out);
+    if (valueOf) valueOf->HoldValue(From(begin, out));
     if (pos_ == textEnd) break;
     ++pos_;
     *out++ = ReadEntity();
   }
   if (AtEnd()) Fail(endOfInputMessage);
+  return From(begin, out);
 }
 
 char XmlParser::ReadEntity() {
@@ -369,7 +376,7 @@ char XmlParser::ReadEntity() {
 }
 
 void XmlParser::ReadClosingTag() {
-  const std::string_view name = node_->name_;
+  const std::string_view name = node_->Name();
   if (!From(pos_, end_).starts_with(name)) Fail("missing or incomplete closing tag");
   pos_ += name.size();
   if (!Skip('>')) Fail("missing or incomplete closing tag");
@@ -379,7 +386,7 @@ void XmlParser::ReadClosingTag() {
 
 // Only whole nodes are hung into the tree: a failed parse leaves no half of a child behind.
 void XmlParser::FinishNode() {
-  XmlNode* parent = node_->parent_;
+  XmlNode* parent = depth_ > 0 ? open_[depth_ - 1] : nullptr;
   if (parent) parent->Append(*node_);
   if (listener_) listener_->OnFinished(*node_);
   if (parent) node_ = parent;
@@ -387,20 +394,21 @@ void XmlParser::FinishNode() {
 
 void XmlParser::Fail(const std::string& message) const {
   std::string text = message;
-  if (node_->name_ != kUnnamedNode) {
-    text += " while parsing node " + Quoted(node_->name_, kMaxNameShown);
+  if (node_->Name() != kUnnamedNode) {
+    text += " while parsing node " + Quoted(node_->Name(), kMaxNameShown);
   }
-  if (!node_->value_.empty()) text += " with value " + Quoted(node_->value_, kMaxValueShown);
+  if (node_->valueSize_ > 0) text += " with value " + Quoted(node_->Value(), kMaxValueShown);
   throw exXML(text, static_cast<std::size_t>(pos_ - tree_.input.data()));
 }
 
 void XmlNode::Parse(std::string text, XmlListener* listener) {
   *this = XmlNode();
+  if (text.size() > kMaxTextBytes) throw exXML("out of memory", 0);
   Tree().input = std::move(text);
   try {
     XmlParser(*this, listener).Run();
   } catch (const exXML&) {
-    value_ = {};  // the beginning of a text is not a text
+    HoldValue({});  // the beginning of a text is not a text
     throw;
   }
 }

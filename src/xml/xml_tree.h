@@ -4,17 +4,41 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "xml/xml_node.h"
 
+/// The longest text that a node can hold, and so the longest input.
+inline constexpr std::size_t kMaxTextBytes = 0x7FFFFFFF;
+
 struct XmlAttribute {
-  std::string_view name;
-  std::string_view value;
+  const char* nameBegin;
+  const char* valueBegin;
+  std::uint32_t nameSize;
+  std::uint32_t valueSize;
+
+  XmlAttribute(std::string_view name, std::string_view value)
+      : nameBegin(name.data()),
+        valueBegin(value.data()),
+        nameSize(static_cast<std::uint32_t>(name.size())),
+        valueSize(static_cast<std::uint32_t>(value.size())) {}
+  std::string_view Name() const { return {nameBegin, nameSize}; }
+  std::string_view Value() const { return {valueBegin, valueSize}; }
+};
+
+/// A node's attributes, by name in byte order, no name twice. They follow this head.
+struct XmlAttributes {
+  std::uint32_t count;
+  std::uint32_t capacity;
+
+  XmlAttribute* begin() { return reinterpret_cast<XmlAttribute*>(this + 1); }
+  XmlAttribute* end() { return begin() + count; }
 };
 
 /// The memory of one tree: the parsed input and a few growing blocks. Nothing is given back before
@@ -34,9 +58,16 @@ struct XmlTree {
     return memory;
   }
 
+  /// Room for attributes, none of them there yet.
+  XmlAttributes* AllocateAttributes(std::size_t capacity) {
+    void* memory = Allocate(sizeof(XmlAttributes) + capacity * sizeof(XmlAttribute));
+    return new (memory) XmlAttributes{0, static_cast<std::uint32_t>(capacity)};
+  }
+
   /// A copy of `text` that lives as long as the tree.
   std::string_view Keep(std::string_view text) {
     if (text.empty()) return {};
+    if (text.size() > kMaxTextBytes) throw std::bad_alloc();
     void* memory = Allocate(text.size());
     std::memcpy(memory, text.data(), text.size());
     return {static_cast<const char*>(memory), text.size()};
@@ -44,6 +75,7 @@ struct XmlTree {
 
  private:
   static constexpr std::size_t kAlignment = alignof(XmlNode);
+  static_assert(alignof(XmlAttribute) == kAlignment && sizeof(XmlAttributes) % kAlignment == 0);
   static constexpr std::size_t kFirstBlockBytes = 2048;
   static constexpr std::size_t kLastBlockBytes = 1 << 20;
 

@@ -1,4 +1,9 @@
+#include <algorithm>
+#include <array>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "xml/xml_node.h"
 #include "xml/xml_tree.h"
@@ -7,32 +12,26 @@ namespace {
 
 constexpr std::string_view kFirstAttribute = "version";
 
-// What a byte is written as; empty for one that stays. The number sign is escaped on purpose: files
-// in the field hold it so.
-std::string_view Escape(char c) {
-  switch (c) {
-    case '\r':
-      return "&#xD;";
-    case '"':
-      return "&quot;";
-    case '#':
-      return "&#x23;";
-    case '&':
-      return "&amp;";
-    case '\'':
-      return "&apos;";
-    case '<':
-      return "&lt;";
-    case '>':
-      return "&gt;";
-    default:
-      return {};
-  }
+// What bytes are written as. The number sign is escaped on purpose: files in the field hold it so.
+constexpr struct {
+  char byte;
+  std::string_view text;
+} kEscapes[] = {{'\r', "&#xD;"},  {'"', "&quot;"}, {'#', "&#x23;"}, {'&', "&amp;"},
+                {'\'', "&apos;"}, {'<', "&lt;"},   {'>', "&gt;"}};
+
+// For each byte the number of its escape, counted from 1; 0 for one that stays.
+constexpr std::array<unsigned char, 256> MakeEscapeNumbers() {
+  std::array<unsigned char, 256> numbers{};
+  unsigned char number = 0;
+  for (const auto& escape : kEscapes) numbers[static_cast<unsigned char>(escape.byte)] = ++number;
+  return numbers;
 }
+
+constexpr std::array<unsigned char, 256> kEscapeNumbers = MakeEscapeNumbers();
 
 }  // namespace
 
-/// Writes one tree into a string, going down and up again by the nodes' own links.
+/// Writes one tree into a string, one node after the other.
 class XmlWriter {
  public:
   std::string Write(const XmlNode& root);
@@ -45,62 +44,88 @@ class XmlWriter {
   void WriteEnd(const XmlNode& node);
   void WriteAttributes(const XmlNode& node);
   void WriteAttribute(const XmlAttribute& attribute);
-  void Add(std::string_view text) { out_.append(text); }
+  void Add(std::string_view text) { Put(MakeRoom(text.size()), text); }
   void AddEscaped(std::string_view text);
-  void AddIndent() { out_.append(indent_, ' '); }
+
+  /// Where the next `size` bytes of the output go.
+  char* MakeRoom(std::size_t size) {
+    if (size > room_.size() - used_) Flush(size);
+    used_ += size;
+    return room_.data() + used_ - size;
+  }
+  void Flush(std::size_t size);
+  /// Where the next byte goes.
+  static char* Put(char* at, std::string_view text) {
+    return std::copy_n(text.data(), text.size(), at);
+  }
+  static char* PutBlanks(char* at, std::size_t count) { return std::fill_n(at, count, ' '); }
 
   std::string out_;
+  // What comes next is gathered here: the short pieces cost less than as appends to a string.
+  std::vector<char> room_ = std::vector<char>(4096);
+  std::size_t used_ = 0;
   std::size_t indent_ = 0;
 };
 
 std::string XmlWriter::Write(const XmlNode& root) {
+  std::vector<const XmlNode*> parents;
   const XmlNode* node = &root;
   for (;;) {
     WriteStart(*node);
-    if (node->firstChild_) {
-      node = node->firstChild_;
+    if (node->HasChildren()) {
+      parents.push_back(node);
+      node = node->FirstChild();
       indent_ += 2;
       continue;
     }
-    while (node != &root && !node->next_) {
-      node = node->parent_;
+    const XmlNode* next = nullptr;
+    while (!parents.empty() && !(next = node->Next())) {
+      node = parents.back();
+      parents.pop_back();
       indent_ -= 2;
       WriteEnd(*node);
     }
-    if (node == &root) return std::move(out_);
-    node = node->next_;
+    if (!next) break;
+    node = next;
   }
+  Flush(0);
+  return std::move(out_);
+}
+
+void XmlWriter::Flush(std::size_t size) {
+  out_.append(room_.data(), used_);
+  used_ = 0;
+  if (size > room_.size()) room_.resize(size);
 }
 
 void XmlWriter::WriteSpecial(const XmlNode& special) {
   Add("<");
-  Add(special.name_);
+  Add(special.Name());
   Add(" ");
-  if (special.name_.starts_with('?')) {
+  if (special.Name().starts_with('?')) {
     WriteAttributes(special);
     Add("?>\n");
   } else {
-    Add(special.value_);
+    Add(special.Value());
     Add(">\n");
   }
 }
 
 void XmlWriter::WriteStart(const XmlNode& node) {
-  for (const XmlNode* special = node.firstSpecial_; special; special = special->next_) {
+  for (const XmlNode* special = node.FirstSpecial(); special; special = special->Next()) {
     WriteSpecial(*special);
   }
-  AddIndent();
-  Add("<");
-  Add(node.name_);
-  if (node.name_ == kCdataNode) {
-    Add(node.value_);
+  char* at = PutBlanks(MakeRoom(indent_ + 1 + node.Name().size()), indent_);
+  Put(Put(at, "<"), node.Name());
+  if (node.Name() == kCdataNode) {
+    Add(node.Value());
     Add("]]>\n");
     return;
   }
   WriteAttributes(node);
-  if (node.firstChild_) {
+  if (node.HasChildren()) {
     Add(">\n");
-  } else if (node.value_.empty()) {
+  } else if (node.Value().empty()) {
     Add("/>\n");
   } else {
     Add(">");
@@ -109,41 +134,39 @@ void XmlWriter::WriteStart(const XmlNode& node) {
 }
 
 void XmlWriter::WriteEnd(const XmlNode& node) {
-  AddEscaped(node.value_);
-  if (node.firstChild_) AddIndent();
-  Add("</");
-  Add(node.name_);
-  Add(">\n");
+  AddEscaped(node.Value());
+  const std::size_t indent = node.HasChildren() ? indent_ : 0;
+  char* at = PutBlanks(MakeRoom(indent + node.Name().size() + 4), indent);
+  Put(Put(Put(at, "</"), node.Name()), ">\n");
 }
 
 void XmlWriter::WriteAttributes(const XmlNode& node) {
-  const XmlAttribute* end = node.attributes_ + node.attributeCount_;
+  if (!node.attributes_) return;
   const XmlAttribute* first = node.FindAttribute(kFirstAttribute);
-  if (first != end && first->name != kFirstAttribute) first = end;
-  if (first != end) WriteAttribute(*first);
-  for (const XmlAttribute* each = node.attributes_; each != end; ++each) {
-    if (each != first) WriteAttribute(*each);
+  if (first) WriteAttribute(*first);
+  for (const XmlAttribute& each : *node.attributes_) {
+    if (&each != first) WriteAttribute(each);
   }
 }
 
 void XmlWriter::WriteAttribute(const XmlAttribute& attribute) {
-  Add(" ");
-  Add(attribute.name);
-  Add("=\"");
-  AddEscaped(attribute.value);
+  char* at = MakeRoom(attribute.Name().size() + 3);
+  Put(Put(Put(at, " "), attribute.Name()), "=\"");
+  AddEscaped(attribute.Value());
   Add("\"");
 }
 
 void XmlWriter::AddEscaped(std::string_view text) {
-  std::size_t written = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const std::string_view escape = Escape(text[i]);
-    if (escape.empty()) continue;
-    Add(text.substr(written, i - written));
-    Add(escape);
-    written = i + 1;
+  const char* written = text.data();
+  const char* const end = written + text.size();
+  for (const char* at = written; at != end; ++at) {
+    const unsigned number = kEscapeNumbers[static_cast<unsigned char>(*at)];
+    if (number == 0) continue;
+    Add({written, static_cast<std::size_t>(at - written)});
+    Add(kEscapes[number - 1].text);
+    written = at + 1;
   }
-  Add(text.substr(written));
+  Add({written, static_cast<std::size_t>(end - written)});
 }
 
 std::string XmlNode::Serialise() const { return XmlWriter().Write(*this); }

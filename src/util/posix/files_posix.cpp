@@ -11,8 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 
 #include "util/append_file.h"
@@ -100,17 +98,19 @@ namespace FileSystem {
 
 ReadOutcome ReadFile(const std::string& path, std::string* content) {
   content->clear();
-  const std::string native = Native(path);
-  std::error_code ignored;
-  std::ifstream file;
-  errno = EISDIR;  // what a folder gives, which can be opened here
-  if (!fs::is_directory(native, ignored)) file.open(native, std::ios::binary);
-  if (!file.is_open()) {
-    const int code = errno;
-    LOG_E << "Can't open file: " << path;
-    return !path.empty() && code == ENOENT ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+  const int file = open(Native(path).c_str(), O_RDONLY | O_CLOEXEC);
+  const bool isMissing = file < 0 && errno == ENOENT && !path.empty();
+  char bytes[8192];
+  ssize_t size = -1;  // stays for a file that cannot be opened; a folder can, but not read
+  while (file >= 0 && (size = read(file, bytes, sizeof bytes)) > 0) {
+    content->append(bytes, static_cast<std::size_t>(size));
   }
-  content->assign(std::istreambuf_iterator<char>(file), {});
+  if (file >= 0) close(file);
+  if (size < 0) {
+    content->clear();
+    LOG_E << "Can't open file: " << path;
+    return isMissing ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+  }
   DropCrBeforeLf(content);
   return ReadOutcome::kRead;
 }

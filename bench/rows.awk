@@ -1,0 +1,64 @@
+# Turns what the benchmarks print into rows: | measure | figure | bar | spread | met |
+# Reads kept.csv, fresh.csv (may be absent) and memory.csv. The spread of a ratio is one standard
+# deviation, from those of both its sides. Ends with 1 when a bar is missed.
+BEGIN { FS = "," }
+
+FILENAME ~ /memory\.csv$/ {
+  split($0, field, ";")
+  memory[++inputs] = field[1]
+  needed[inputs] = (field[3] - 1048576) / field[2]  # the blocks of a small tree are not counted
+  next
+}
+
+$1 ~ /_(median|mean|stddev)"$/ {
+  gsub(/"/, "", $1)
+  name = (FILENAME ~ /fresh\.csv$/ ? "fresh " : "") $1
+  time[name] = $4
+  rate[name] = $6
+}
+
+function row(label, figure, bar, spread, isMet) {
+  printf "| %s | %.2f | %s | %s | %s |\n", label, figure, bar, spread, isMet
+  if (isMet == "no") missed = 1
+}
+function deviation(name) { return time[name "_stddev"] / time[name "_mean"] }
+function spread(a, b) { return sprintf("±%.0f %%", 100 * sqrt(deviation(a) ^ 2 + deviation(b) ^ 2)) }
+# A row with the processor time of `upper` divided by that of `lower`; none when it was not measured.
+function ratio(label, upper, lower, least, most,    figure, bar, isMet) {
+  if (!((upper "_median") in time)) return
+  figure = time[upper "_median"] / time[lower "_median"]
+  bar = least ? "at least " least : most ? "at most " most : "none"
+  isMet = least ? (figure >= least ? "yes" : "no") : most ? (figure <= most ? "yes" : "no") : ""
+  row(label, figure, bar, spread(upper, lower), isMet)
+}
+
+END {
+  count = split("1000 100000", sizes, " ")
+  for (i = 1; i <= count; ++i) {
+    n = sizes[i]
+    ratio("parse " n " items, speed / tinyxml2's", "ParseTinyxml2/" n, "ParseKupdate/" n, 2, 0)
+    ratio("parse " n " items, speed / pugixml's", "ParsePugixml/" n, "ParseKupdate/" n, 0.5, 0)
+    ratio("parse " n " items, speed / expat's (which builds no tree)", "ParseExpat/" n,
+          "ParseKupdate/" n, 0, 0)
+    ratio("write " n " items, speed / pugixml's", "WritePugixml/" n, "WriteKupdate/" n, 1, 0)
+  }
+  few = rate["ParseKupdate/1000_median"]
+  many = rate["ParseKupdate/100000_median"]
+  if (many) {
+    row("parse, bytes a second at 100000 items / at 1000", many / few, "at least 0.8",
+        spread("ParseKupdate/1000", "ParseKupdate/100000"), many / few >= 0.8 ? "yes" : "no")
+  }
+  parse = "ParseKupdate/100000"
+  ratio("decide, 100000 items, half of them for others / parse", "fresh Decide/HalfOurs/100000",
+        "fresh " parse, 0, 0.1)
+  ratio("the same, none for others", "fresh Decide/AllOurs/100000", "fresh " parse, 0, 0.1)
+  ratio("the same, half for others, with memory that the process kept", "Decide/HalfOurs/100000",
+        parse, 0, 0)
+  ratio("read a value of a store / bare system calls", "StoreRead", "StoreReadBare", 0, 1.3)
+  ratio("write a value of a store / bare system calls", "StoreWrite", "StoreWriteBare", 0, 1.3)
+  for (i = 1; i <= inputs; ++i) {
+    row("memory / input: " memory[i], needed[i], "at most 20", "exact",
+        needed[i] <= 20 ? "yes" : "no")
+  }
+  exit missed
+}

@@ -1,0 +1,115 @@
+// Reading and writing one value of a store, beside a bare program that touches the same files.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "appinfo/app_info.h"
+#include "testing/data_home.h"
+
+namespace {
+
+// A store as a host of some years has it, and its file.
+struct Store {
+  DataHome home;
+  TAppInfo app{"bench"};
+  std::string path = (home.AppFolder("bench") / "appinfo.xml").string();
+
+  Store() {
+    for (int i = 0; i < 24; ++i) app.Write("Key" + std::to_string(i), "a value of some length");
+  }
+};
+
+// What a store does with its lock file and folders around each operation, and its reading, in
+// system calls alone.
+class BareStore {
+ public:
+  BareStore(const DataHome& home, std::string path)
+      : path_(std::move(path)),
+        folder_(home.AppFolder("bench").string()),
+        root_(home.AppFolder("bench").parent_path().string()),
+        lock_(open((path_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+  ~BareStore() { close(lock_); }
+  BareStore(const BareStore&) = delete;
+  BareStore& operator=(const BareStore&) = delete;
+
+  std::string Read() const {
+    Lock(LOCK_EX);
+    std::string bytes = ReadLocked();
+    Lock(LOCK_UN);
+    return bytes;
+  }
+
+  void Write() const {
+    Lock(LOCK_EX);
+    const std::string bytes = ReadLocked();
+    struct stat status;
+    mkdir(folder_.c_str(), 0777);
+    stat(folder_.c_str(), &status);
+    const std::string fresh = path_ + ".new";
+    const int file = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    Require(write(file, bytes.data(), bytes.size()) > 0);
+    close(file);
+    Require(rename(fresh.c_str(), path_.c_str()) == 0);
+    Lock(LOCK_UN);
+  }
+
+ private:
+  static void Require(bool holds) {
+    if (holds) return;
+    std::perror("failed: bare store");
+    std::exit(1);
+  }
+  void Lock(int operation) const { Require(flock(lock_, operation) == 0); }
+  std::string ReadLocked() const {
+    struct stat status;
+    stat(root_.c_str(), &status);
+    char bytes[8192];
+    const int file = open(path_.c_str(), O_RDONLY);
+    const ssize_t size = read(file, bytes, sizeof bytes);
+    Require(size > 0 &&
+            read(file, bytes + size, sizeof bytes - static_cast<std::size_t>(size)) == 0);
+    close(file);
+    return std::string(bytes, static_cast<std::size_t>(size));
+  }
+
+  std::string path_;
+  std::string folder_;
+  std::string root_;
+  int lock_;
+};
+
+void StoreRead(benchmark::State& state) {
+  Store store;
+  for (auto _ : state) benchmark::DoNotOptimize(store.app.Read("Key20"));
+}
+
+void StoreReadBare(benchmark::State& state) {
+  Store store;
+  const BareStore bare(store.home, store.path);
+  for (auto _ : state) benchmark::DoNotOptimize(bare.Read());
+}
+
+void StoreWrite(benchmark::State& state) {
+  Store store;
+  for (auto _ : state) store.app.Write("Key20", "another value");
+}
+
+void StoreWriteBare(benchmark::State& state) {
+  Store store;
+  const BareStore bare(store.home, store.path);
+  for (auto _ : state) bare.Write();
+}
+
+BENCHMARK(StoreRead);
+BENCHMARK(StoreReadBare);
+BENCHMARK(StoreWrite);
+BENCHMARK(StoreWriteBare);
+
+}  // namespace

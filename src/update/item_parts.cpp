@@ -1,0 +1,47 @@
+#include "update/item_parts.h"
+
+#include "util/text.h"
+
+namespace {
+
+constexpr std::string_view kPlatform = "version:platform";
+constexpr std::string_view kNick = "version:nick";
+constexpr std::string_view kVersion = "version:version";
+constexpr std::string_view kTarget = "update:target";
+
+// Texts lie in the order of the nodes, and most of the time goes by waiting for them: half an item
+// ahead they are asked for. Any address will do for that, also one behind the feed.
+constexpr int kBytesAhead = 400;
+
+}  // namespace
+
+// A feed may have a million of these children. Most are told apart by the length of their names,
+// without a look at the text, which lies elsewhere in memory.
+bool FindParts(const XmlNode& item, std::string_view appId, std::string_view platform,
+               ItemParts* parts) {
+  bool hasPlatform = false;
+  bool hasNick = false;
+  for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
+    const std::string_view name = child->Name();
+    __builtin_prefetch(name.data() + kBytesAhead);
+    switch (name.size()) {
+      case kPlatform.size():
+        if (hasPlatform || name != kPlatform) break;
+        if (child->Text() != platform) return false;
+        hasPlatform = true;
+        break;
+      case kNick.size():
+        if (hasNick || name != kNick) break;
+        if (!EqualsIgnoreCase(child->Text(), appId)) return false;
+        hasNick = true;
+        break;
+      case kVersion.size():
+        if (!parts->version && name == kVersion) parts->version = child;
+        break;
+      case kTarget.size():
+        if (!parts->target && name == kTarget) parts->target = child;
+        break;
+    }
+  }
+  return true;
+}
