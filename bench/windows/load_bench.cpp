@@ -78,7 +78,7 @@ double PrivateKilobytes() {
   PROCESS_MEMORY_COUNTERS_EX counters = {};
   ::GetProcessMemoryInfo(::GetCurrentProcess(),
                          reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters);
-  return static_cast<double>(counters.PrivateUsage) / 1024;
+  return static_cast<double>(counters.PagefileUsage) / 1024;
 }
 
 template <class Function>
