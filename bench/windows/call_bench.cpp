@@ -1,9 +1,13 @@
 // Measures the exported functions of the built library beside a bare program.
 //   call_bench trace            compares what each call asks of the system with the table in calls.cpp
+//   call_bench memory           measures the private memory that loading and calling adds
 //   call_bench measure SECONDS  measures each call for so long; prints rows of a table
 #include "bench/windows/calls.h"
 
 #include "util/win/windows_lean.h"
+
+#define PSAPI_VERSION 2
+#include <psapi.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -21,7 +25,8 @@ using testing_dll::Setting;
 namespace {
 
 constexpr double kMostRatio = 1.5;
-constexpr int kFewestRounds = 4;
+constexpr double kMostKilobytes = 1024;
+constexpr int kFewestRounds = 2;
 
 std::filesystem::path Journal() {
   return std::filesystem::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "journal.jsonl";
@@ -53,8 +58,8 @@ bool Same(const Call& call, const char* who, const std::string& want, const std:
 }
 
 int Trace() {
-  const Fixture fixture;
   Recorder recorder(testing_dll::DllModule());
+  const Fixture fixture;
   Bare bare = MakeBare();
   int differing = 0;
   for (const Call& call : Calls()) {
@@ -79,6 +84,47 @@ int Trace() {
   return differing == 0 ? 0 : 1;
 }
 
+// What the system counts as this process's own, in kilobytes.
+double PrivateMemory() {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+  return static_cast<double>(counters.PagefileUsage) / 1024;
+}
+
+// The bare program goes first, so that what the system's own libraries take is there already. A user's id
+// is made once in his life; that is told apart, for the system's browser is loaded for it.
+int MeasureMemory() {
+  Bare bare = MakeBare();
+  const std::filesystem::path userId = testing_dll::RoamingFolder().parent_path() / "ui";
+  WriteBytes(userId, "{01234567-89AB-CDEF-0123-456789ABCDEF}");
+  for (const Call& call : Calls()) {
+    bare.Prepare(call.demand);
+    bare.Meet(call.demand);
+  }
+  const double before = PrivateMemory();
+  testing_dll::DllModule();
+  const double loaded = PrivateMemory() - before;
+  double most = loaded;
+  for (const Call& call : Calls()) {
+    if (call.ready) call.ready();
+    call.run(1);
+    const double now = PrivateMemory() - before;
+    std::fprintf(stderr, "  %-36s %+.0f KB\n", call.name, now);
+    most = std::max(most, now);
+  }
+  CancelAllJobs();
+  std::filesystem::remove(userId);
+  testing_dll::Dll().getUniqUserId();
+  const double withId = PrivateMemory() - before;
+  const bool met = most <= kMostKilobytes;
+  std::printf("| private memory after loading | %.0f KB | | | | | |\n", loaded);
+  std::printf(
+      "| private memory after each function's first call | | | %.0f KB | | %.0f KB | %s |\n", most,
+      kMostKilobytes, met ? "yes" : "no");
+  std::printf("| private memory after a user's id was made | %.0f KB | | | | | |\n", withId);
+  return met ? 0 : 1;
+}
+
 struct Times {
   std::vector<double> micros;
 
@@ -94,7 +140,7 @@ struct Times {
 // disturbs both.
 bool MeasureCall(Team* team, const Fixture& fixture, int index, int processes, double seconds) {
   const Call& call = Calls()[static_cast<std::size_t>(index)];
-  const int calls = call.once ? 1 : *call.demand.service ? 2 : kMostCalls;
+  const int calls = call.once || *call.demand.service ? 1 : kMostCalls / (processes == 1 ? 1 : 2);
   Times library, bare;
   const ULONGLONG end = ::GetTickCount64() + static_cast<ULONGLONG>(1000 * seconds);
   for (int round = 0; round < kFewestRounds || ::GetTickCount64() < end; ++round) {
@@ -134,7 +180,8 @@ int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "--child" && argc > 2) return RunMember(std::atoi(argv[2]));
   if (mode == "trace") return Trace();
+  if (mode == "memory") return MeasureMemory();
   if (mode == "measure" && argc > 2) return MeasureAll(std::atof(argv[2]));
-  std::fprintf(stderr, "usage: call_bench trace | call_bench measure SECONDS\n");
+  std::fprintf(stderr, "usage: call_bench trace | memory | measure SECONDS\n");
   return 2;
 }

@@ -1,11 +1,7 @@
-// Measures what a library costs the host that loads it, beside an empty one.
-//   load_bench time LIBRARY EMPTY FOLDER COUNT   loads fresh copies, made in FOLDER, in turns
-//   load_bench memory LIBRARY                    private memory of this process, before and after
-// Imports nothing but the system's kernel library, so that no other is there before.
+// Measures what loading a library costs its host, beside an empty one.
+//   load_bench LIBRARY EMPTY FOLDER COUNT   loads fresh copies, made in FOLDER, in turns
+// Imports the system's kernel library alone, so that only what a host is sure to have is there before.
 #include "util/win/windows_lean.h"
-
-#define PSAPI_VERSION 2
-#include <psapi.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,12 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "dllkupdate.h"
-
 namespace {
 
 constexpr double kMostMoreMillis = 2;
-constexpr double kMostKilobytes = 1024;
 
 double Millis() {
   LARGE_INTEGER now;
@@ -61,81 +54,29 @@ bool ReportTimes(const char* what, const std::vector<double>& library,
   return met;
 }
 
-int CompareTimes(const wchar_t* library, const wchar_t* empty, const wchar_t* folder, int count) {
+bool Compare(const char* what, const wchar_t* const paths[], int count) {
   std::vector<double> libraryTimes, emptyTimes;
   for (int i = 0; i <= count; ++i) {
-    emptyTimes.push_back(LoadFreshCopy(empty, folder, 2 * i));
-    libraryTimes.push_back(LoadFreshCopy(library, folder, 2 * i + 1));
+    emptyTimes.push_back(LoadFreshCopy(paths[1], paths[2], 2 * i));
+    libraryTimes.push_back(LoadFreshCopy(paths[0], paths[2], 2 * i + 1));
   }
-  std::fprintf(stderr, "  first load of a process: %.2f ms, of the empty library %.2f ms\n",
-               libraryTimes[0], emptyTimes[0]);
+  std::fprintf(stderr, "  first load: %.2f ms, of the empty library %.2f ms\n", libraryTimes[0],
+               emptyTimes[0]);
   libraryTimes.erase(libraryTimes.begin());
   emptyTimes.erase(emptyTimes.begin());
-  return ReportTimes("load and free", libraryTimes, emptyTimes) ? 0 : 1;
-}
-
-double PrivateKilobytes() {
-  PROCESS_MEMORY_COUNTERS_EX counters = {};
-  ::GetProcessMemoryInfo(::GetCurrentProcess(),
-                         reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters);
-  return static_cast<double>(counters.PagefileUsage) / 1024;
-}
-
-template <class Function>
-Function* Find(HMODULE library, const char* name) {
-  return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(library, name)));
-}
-#define FIND(name) Find<decltype(name)>(library, #name)
-
-// The first call of each function, in the order of their ordinals; the one that needs the transfer
-// service most comes first.
-void CallEach(HMODULE library) {
-  constexpr char kId[] = "memory";
-  constexpr char kUrl[] = "http://127.0.0.1:9/feed.xml";
-  char text[64];
-  wchar_t wideText[64];
-  std::int32_t size = sizeof text;
-  std::int32_t chars = 64;
-  std::int32_t number = 0;
-  bool available = false;
-  FIND(DLLForceUpdateCheck)(kId, false);
-  FIND(DLLGetApplicationState)(kId, text, &size);
-  FIND(DLLGetOptionalParam)(kId, text, &size);
-  FIND(DLLIsUpgradeAvailable)(kId, 0, &available);
-  FIND(DLLOnApplicationStartup)(kId, "win64", kUrl, kUrl, 86400, 1, 0, 0, 0, true);
-  FIND(DLLOnApplicationUninstall)(kId);
-  FIND(DLLSetApplicationState)(kId, "dayuse");
-  FIND(DLLSetExecutorPath)(nullptr);
-  FIND(DLLSetOptionalParam)(kId, "a=1");
-  FIND(DLLUsageReport)(kId, "a=2");
-  FIND(DLLDownloadAndInstallSilentUpdate)(&number);
-  FIND(DLLGetLocale)(kId, text, &size);
-  FIND(DLLGetUniqUserId)();
-  FIND(DLLGetUniqueParam)(kId, "name", wideText, &chars);
-  FIND(DLLIsUpdateAvailable)(kId, "win64", 1, 0, 0, 0, true, kUrl, "start", &number);
-  FIND(DLLIsUpdateAvailable)(kId, "win64", 1, 0, 0, 0, true, kUrl, "stop", &number);
-  FIND(DLLSetLocale)(kId, "en");
-  FIND(DLLSetUniqueParam)(kId, "name", L"value");
-}
-
-int MeasureMemory(const wchar_t* path) {
-  const double before = PrivateKilobytes();
-  const HMODULE library = ::LoadLibraryW(path);
-  if (!library) return 2;
-  const double loaded = PrivateKilobytes() - before;
-  CallEach(library);
-  const double called = PrivateKilobytes() - before;
-  std::printf("| %.0f %.0f %.0f |\n", before, loaded, called);
-  return called <= kMostKilobytes ? 0 : 1;
+  return ReportTimes(what, libraryTimes, emptyTimes);
 }
 
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
-  const std::wstring mode = argc > 1 ? argv[1] : L"";
-  if (mode == L"time" && argc == 6) return CompareTimes(argv[2], argv[3], argv[4], _wtoi(argv[5]));
-  if (mode == L"memory" && argc == 3) return MeasureMemory(argv[2]);
-  std::fprintf(stderr,
-               "usage: load_bench time LIBRARY EMPTY FOLDER COUNT | load_bench memory LIBRARY\n");
+  if (argc == 5) {
+    const int count = _wtoi(argv[4]);
+    Compare("load and free, host without advapi32", argv + 1, count);
+    // Every program with windows has it; it stays.
+    ::LoadLibraryW(L"advapi32.dll");
+    return Compare("load and free", argv + 1, count) ? 0 : 1;
+  }
+  std::fprintf(stderr, "usage: load_bench LIBRARY EMPTY FOLDER COUNT\n");
   return 2;
 }

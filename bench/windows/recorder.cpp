@@ -140,6 +140,8 @@ DWORD WINAPI OnTempPath(DWORD size, LPWSTR path) {
   return ::GetTempPathW(size, path);
 }
 
+FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name);
+
 template <class Function>
 void* Address(Function* function) {
   return reinterpret_cast<void*>(function);
@@ -169,7 +171,22 @@ const struct {
     {"CreateDirectoryW", Address(OnMakeFolder)},
     {"SHGetSpecialFolderPathW", Address(OnShellFolder)},
     {"GetTempPathW", Address(OnTempPath)},
+    {"GetProcAddress", Address(OnGetProcAddress)},
 };
+
+void* ReplacementOf(const char* name) {
+  for (const auto& known : kReplacements) {
+    if (std::strcmp(name, known.name) == 0) return known.replacement;
+  }
+  return nullptr;
+}
+
+// How delayed imports are found.
+FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name) {
+  const bool isName = reinterpret_cast<ULONG_PTR>(name) > MAXWORD;
+  void* const replacement = isName ? ReplacementOf(name) : nullptr;
+  return replacement ? reinterpret_cast<FARPROC>(replacement) : ::GetProcAddress(module, name);
+}
 
 void Replace(IMAGE_THUNK_DATA* slot, void* replacement) {
   DWORD before = 0;
@@ -193,11 +210,8 @@ Recorder::Recorder(void* module) {
     for (; name->u1.AddressOfData; ++slot, ++name) {
       const auto* entry =
           reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
-      for (const auto& known : kReplacements) {
-        if (std::strcmp(reinterpret_cast<const char*>(entry->Name), known.name) == 0) {
-          Replace(slot, known.replacement);
-        }
-      }
+      void* const replacement = ReplacementOf(reinterpret_cast<const char*>(entry->Name));
+      if (replacement) Replace(slot, replacement);
     }
   }
 }

@@ -8,7 +8,7 @@
 /// the process. One thread, one module.
 class Recorder {
  public:
-  /// @param module  an HMODULE
+  /// @param module  an HMODULE; none of its functions called yet, for some imports are found then
   explicit Recorder(void* module);
 
   void Start();
