@@ -67,7 +67,9 @@ function(kupdate_delayed_imports target dll)
   endif()
   file(CONFIGURE OUTPUT ${definition} CONTENT "LIBRARY ${dll}.dll\nEXPORTS\n  ${functions}\n" @ONLY)
   add_custom_command(OUTPUT ${library} DEPENDS ${definition}
-    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${definition} --output-delaylib ${library})
+    # The tool makes names of what it is given: a relative one, so that they do not depend on the folder.
+    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${definition} --output-delaylib ${dll}_delayed.a
+    WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
   add_custom_target(${target}_${dll} DEPENDS ${library})
   add_dependencies(${target} ${target}_${dll})
   # Whole, for it stands before those who need it: behind them it would come too late, after the usual one.
