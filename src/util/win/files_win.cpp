@@ -160,8 +160,11 @@ bool WriteFile(const std::string& path, std::string_view content) {
   DWORD written = 0;
   WriteOutcome outcome = WriteOutcome::kNotOpened;
   if (!target.empty()) {
-    ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr);
     outcome = WriteBytes(sibling, bytes, &written);
+    if (outcome == WriteOutcome::kNotOpened && ::GetLastError() == ERROR_PATH_NOT_FOUND &&
+        ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr)) {
+      outcome = WriteBytes(sibling, bytes, &written);
+    }
     const bool replaced = outcome == WriteOutcome::kWritten && Replace(target, sibling);
     // A full disk must not cost the old content as well.
     if (!replaced && outcome != WriteOutcome::kShort) outcome = WriteBytes(target, bytes, &written);

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr DWORD kTempPathChars = 4096;
+constexpr int kShellFolders = 64;  // more than there are
 
 // A system that fails may still fill the buffer (a folder that does not exist yet): what it holds
 // counts.
@@ -51,13 +52,35 @@ std::wstring FindLowFolder() {
   return path;
 }
 
-// Every store operation asks for it, and it does not change while the process lives.
-std::wstring LowFolder() {
-  static CriticalSection& guard = *new CriticalSection;
-  static std::wstring& known = *new std::wstring;
-  CriticalScope scope(guard);
-  if (known.empty()) known = FindLowFolder();
+// Folders do not change while the process lives; every operation asks for some, and the system looks into
+// its registry each time.
+struct KnownFolders {
+  CriticalSection guard;
+  std::wstring low;
+  std::wstring shell[kShellFolders];
+};
+
+KnownFolders& Known() {
+  static KnownFolders& known = *new KnownFolders;
   return known;
+}
+
+std::wstring LowFolder() {
+  const CriticalScope scope(Known().guard);
+  std::wstring& low = Known().low;
+  if (low.empty()) low = FindLowFolder();
+  return low;
+}
+
+// A folder that the system failed to name is asked for again: it may come to be.
+std::wstring KnownShellFolder(int csidl) {
+  const CriticalScope scope(Known().guard);
+  std::wstring& known = Known().shell[csidl % kShellFolders];
+  if (!known.empty()) return known;
+  BOOL result = FALSE;
+  std::wstring folder = ShellFolder(csidl, &result);
+  if (result) known = folder;
+  return folder;
 }
 
 }  // namespace
@@ -77,8 +100,7 @@ void MakeFolder(const std::wstring& path) {
 }
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder create) {
-  BOOL result = FALSE;
-  std::wstring folder = FolderBelow(ShellFolder(csidl, &result), subPath);
+  std::wstring folder = FolderBelow(KnownShellFolder(csidl), subPath);
   if (create == CreateFolder::kYes) MakeFolder(folder);
   return folder;
 }

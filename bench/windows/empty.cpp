@@ -1,0 +1,2 @@
+// A library that does nothing: what loading costs at least.
+extern "C" int EmptyAnswer() { return 42; }

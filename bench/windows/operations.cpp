@@ -1,0 +1,252 @@
+#include "bench/windows/operations.h"
+
+#include "util/win/unique.h"
+
+#include <bits.h>
+#include <comdef.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "testing/data_home.h"
+
+_COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
+_COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob, __uuidof(IBackgroundCopyJob));
+_COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob2, __uuidof(IBackgroundCopyJob2));
+_COM_SMARTPTR_TYPEDEF(IEnumBackgroundCopyJobs, __uuidof(IEnumBackgroundCopyJobs));
+
+namespace {
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+// A closed port: the job stays in work for as long as it is wanted.
+constexpr wchar_t kUrl[] = L"http://127.0.0.1:9/feed.xml";
+// What the executor signals, whoever started it.
+constexpr wchar_t kAnswerEvent[] = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-bench";
+constexpr std::size_t kLineChars = 90;
+
+UniqueFile Open(const std::wstring& path, DWORD access, DWORD disposition) {
+  return UniqueFile(::CreateFileW(path.c_str(), access, kShareAll, nullptr, disposition,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+void Put(const UniqueFile& file, const std::string& text) {
+  DWORD written = 0;
+  ::WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+}  // namespace
+
+struct Bare::Service {
+  IBackgroundCopyManagerPtr manager;
+  IBackgroundCopyJobPtr job;
+  IBackgroundCopyJob2Ptr job2;
+  GUID id = {};
+  std::wstring file;
+
+  void LetGo() {
+    job2 = nullptr;
+    job = nullptr;
+    manager = nullptr;
+  }
+};
+
+Bare::Bare(const std::filesystem::path& folder, std::string state, std::wstring program,
+           std::wstring commandLine)
+    : log_(folder / "bare.log"),
+      present_(folder / "state.xml"),
+      missing_(folder / "missing.xml"),
+      fresh_(folder / "target.xml.new"),
+      target_(folder / "target.xml"),
+      line_(std::string(kLineChars, '.') + "\r\n"),
+      state_(std::move(state)),
+      program_(std::move(program)),
+      commandLine_(std::move(commandLine)),
+      service_(new Service) {
+  std::filesystem::create_directories(folder);
+  WriteBytes(present_, state_);
+  service_->file = folder / "download.xml";
+}
+
+Bare::~Bare() { delete service_; }
+
+void Bare::Prepare(const Demand& demand) {
+  if (std::string_view(demand.service).find("GetJob") == std::string_view::npos) return;
+  const Demand job{"iCu", "CreateInstance CreateJob AddFile Resume"};
+  Meet(job);
+}
+
+void Bare::Meet(const Demand& demand) {
+  calls_ = demand.service;
+  for (const char* letter = demand.operations; *letter; ++letter) Operation(*letter);
+  if (event_) ::CloseHandle(std::exchange(event_, nullptr));
+}
+
+void Bare::Operation(char letter) {
+  switch (letter) {
+    case ' ':
+      return;
+    case 'm':
+    case 'a':
+    case 'z':
+    case 'c':
+      return MutexOperation(letter);
+    case 'e':
+      event_ = ::CreateEventW(nullptr, FALSE, FALSE, kAnswerEvent);
+      return;
+    case 's':
+      ::WaitForSingleObject(event_, 0);
+      return;
+    case 'P':
+      return StartProgram();
+    case 'i':
+      ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+      return;
+    case 'u':
+      return ::CoUninitialize();
+    case 'C':
+      return UseService();
+    default:
+      return FileOperation(letter);
+  }
+}
+
+void Bare::FileOperation(char letter) {
+  DWORD read = 0;
+  switch (letter) {
+    case 'l':
+      return Put(Open(log_, FILE_APPEND_DATA, OPEN_ALWAYS), line_);
+    case 'r': {
+      const UniqueFile file = Open(present_, GENERIC_READ, OPEN_EXISTING);
+      LARGE_INTEGER size;
+      ::GetFileSizeEx(file.get(), &size);
+      content_.resize(static_cast<std::size_t>(size.QuadPart));
+      ::ReadFile(file.get(), content_.data(), static_cast<DWORD>(content_.size()), &read, nullptr);
+      return;
+    }
+    case 'o':
+      Open(present_, GENERIC_READ, OPEN_EXISTING);
+      return;
+    case 'x':
+      Open(missing_, GENERIC_READ, OPEN_EXISTING);
+      return;
+    case 'p': {
+      WIN32_FIND_DATAW data;
+      const UniqueFind find(::FindFirstFileW(missing_.c_str(), &data));
+      return;
+    }
+    case 'w':
+      replacement_ = Open(fresh_, GENERIC_WRITE, CREATE_ALWAYS).release();
+      ::WriteFile(replacement_, state_.data(), static_cast<DWORD>(state_.size()), &read, nullptr);
+      return;
+    case 'f':
+      ::FlushFileBuffers(replacement_);
+      return;
+    case 'v':
+      ::CloseHandle(replacement_);
+      ::MoveFileExW(fresh_.c_str(), target_.c_str(),
+                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+      return;
+    case 'd':
+      ::DeleteFileW(missing_.c_str());
+      return;
+    case 'y':
+      ::CopyFileW(present_.c_str(), target_.c_str(), FALSE);
+      return;
+    default:
+      std::fprintf(stderr, "no such operation: %c\n", letter);
+      std::exit(2);
+  }
+}
+
+void Bare::MutexOperation(char letter) {
+  switch (letter) {
+    case 'm': {
+      const std::wstring name = L"kupdate-bench-" + std::to_wstring(mutexes_.size());
+      mutexes_.push_back(::CreateMutexW(nullptr, FALSE, name.c_str()));
+      return;
+    }
+    case 'a':
+      ::WaitForSingleObject(mutexes_.back(), INFINITE);
+      return;
+    case 'z':
+      ::ReleaseMutex(mutexes_.back());
+      return;
+    default:
+      ::CloseHandle(mutexes_.back());
+      mutexes_.pop_back();
+  }
+}
+
+void Bare::StartProgram() {
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started = {};
+  std::wstring commandLine = commandLine_;
+  if (!::CreateProcessW(program_.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+                        CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
+    std::fprintf(stderr, "the bare program starts nothing: error %lu\n", ::GetLastError());
+    std::exit(2);
+  }
+  const HANDLE either[] = {event_, started.hProcess};
+  ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
+  ::CloseHandle(started.hThread);
+  ::CloseHandle(started.hProcess);
+}
+
+void Bare::UseService() {
+  bool created = false;
+  while (!calls_.empty()) {
+    const std::string_view call = calls_.substr(0, calls_.find(' '));
+    if (call == "CreateInstance" && std::exchange(created, true)) break;
+    const HRESULT result = ServiceCall(call);
+    if (FAILED(result)) {
+      std::fprintf(stderr, "the bare program's %s fails: 0x%08lX\n", std::string(call).c_str(),
+                   static_cast<unsigned long>(result));
+      std::exit(2);
+    }
+    calls_.remove_prefix(std::min(call.size() + 1, calls_.size()));
+  }
+  service_->LetGo();
+}
+
+HRESULT Bare::ServiceCall(std::string_view call) {
+  Service& s = *service_;
+  if (call == "CreateInstance") {
+    return s.manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL);
+  }
+  if (call == "CreateJob") {
+    const HRESULT result = s.manager->CreateJob(L"bare", BG_JOB_TYPE_DOWNLOAD, &s.id, &s.job);
+    return FAILED(result) ? result : s.job.QueryInterface(__uuidof(IBackgroundCopyJob2), &s.job2);
+  }
+  if (call == "GetJob") return s.manager->GetJob(s.id, &s.job);
+  if (call == "AddFile") return s.job->AddFile(kUrl, s.file.c_str());
+  if (call == "SetNoProgressTimeout") return s.job->SetNoProgressTimeout(86400);
+  if (call == "SetPriority") return s.job->SetPriority(BG_JOB_PRIORITY_FOREGROUND);
+  if (call == "SetNotifyFlags") {
+    return s.job2->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR);
+  }
+  if (call == "SetNotifyCmdLine") {
+    return s.job2->SetNotifyCmdLine(program_.c_str(), commandLine_.c_str());
+  }
+  if (call == "Resume") return s.job->Resume();
+  if (call == "Cancel") return s.job->Cancel();
+  if (call == "Complete") return s.job->Complete();
+  BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
+  return call == "GetState" ? s.job->GetState(&state) : E_NOTIMPL;
+}
+
+void CancelAllJobs() {
+  ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  {
+    IBackgroundCopyManagerPtr manager;
+    IEnumBackgroundCopyJobsPtr jobs;
+    IBackgroundCopyJobPtr job;
+    if (SUCCEEDED(manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL)) &&
+        SUCCEEDED(manager->EnumJobs(0, &jobs))) {
+      while (jobs->Next(1, &job, nullptr) == S_OK) job->Cancel();
+    }
+  }
+  ::CoUninitialize();
+}

@@ -1,0 +1,225 @@
+#include "bench/windows/recorder.h"
+
+#include "util/win/windows_lean.h"
+
+#include <objbase.h>
+#include <shlobj.h>
+
+#include <cstring>
+#include <map>
+
+namespace {
+
+struct Record {
+  std::string operations, besides;
+  std::map<HANDLE, char> objects;  // 'm' a mutex, 'e' an event
+};
+
+Record& Log() {
+  static Record& record = *new Record;
+  return record;
+}
+
+HANDLE WINAPI OnCreateFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                           DWORD disposition, DWORD flags, HANDLE like) {
+  const HANDLE file = ::CreateFileW(path, access, share, security, disposition, flags, like);
+  const DWORD error = ::GetLastError();
+  const char opened = access == FILE_APPEND_DATA ? 'l' : access == GENERIC_WRITE ? 'w' : 'o';
+  Log().operations += file == INVALID_HANDLE_VALUE ? 'x' : opened;
+  ::SetLastError(error);
+  return file;
+}
+
+// The library reads what it has just opened.
+BOOL WINAPI OnReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
+  std::string& operations = Log().operations;
+  if (!operations.empty() && operations.back() == 'o') operations.back() = 'r';
+  return ::ReadFile(file, buffer, size, read, overlapped);
+}
+
+BOOL WINAPI OnFlush(HANDLE file) {
+  Log().operations += 'f';
+  return ::FlushFileBuffers(file);
+}
+
+BOOL WINAPI OnMove(LPCWSTR from, LPCWSTR to, DWORD flags) {
+  Log().operations += 'v';
+  return ::MoveFileExW(from, to, flags);
+}
+
+BOOL WINAPI OnDelete(LPCWSTR path) {
+  Log().operations += 'd';
+  return ::DeleteFileW(path);
+}
+
+BOOL WINAPI OnCopy(LPCWSTR from, LPCWSTR to, BOOL fail) {
+  Log().operations += 'y';
+  return ::CopyFileW(from, to, fail);
+}
+
+HANDLE WINAPI OnFind(LPCWSTR path, WIN32_FIND_DATAW* data) {
+  Log().operations += 'p';
+  return ::FindFirstFileW(path, data);
+}
+
+HANDLE WINAPI OnCreateMutex(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name) {
+  const HANDLE mutex = ::CreateMutexW(security, owned, name);
+  Log().operations += 'm';
+  Log().objects[mutex] = 'm';
+  return mutex;
+}
+
+HANDLE WINAPI OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCWSTR name) {
+  const HANDLE event = ::CreateEventW(security, manual, set, name);
+  Log().operations += 'e';
+  Log().objects[event] = 'e';
+  return event;
+}
+
+DWORD WINAPI OnWait(HANDLE object, DWORD milliseconds) {
+  const auto known = Log().objects.find(object);
+  Log().operations += known != Log().objects.end() && known->second == 'm' ? 'a' : 's';
+  return ::WaitForSingleObject(object, milliseconds);
+}
+
+BOOL WINAPI OnRelease(HANDLE mutex) {
+  Log().operations += 'z';
+  return ::ReleaseMutex(mutex);
+}
+
+BOOL WINAPI OnClose(HANDLE object) {
+  const auto known = Log().objects.find(object);
+  if (known != Log().objects.end()) {
+    if (known->second == 'm') Log().operations += 'c';
+    Log().objects.erase(known);
+  }
+  return ::CloseHandle(object);
+}
+
+BOOL WINAPI OnCreateProcess(LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES process,
+                            LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags, LPVOID block,
+                            LPCWSTR folder, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION started) {
+  Log().operations += 'P';
+  return ::CreateProcessW(program, line, process, thread, inherit, flags, block, folder, startup,
+                          started);
+}
+
+LSTATUS WINAPI OnOpenKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
+  Log().operations += 'k';
+  return ::RegOpenKeyExW(root, path, options, access, key);
+}
+
+HRESULT WINAPI OnEnterCom(LPVOID reserved, DWORD kind) {
+  Log().operations += 'i';
+  return ::CoInitializeEx(reserved, kind);
+}
+
+void WINAPI OnLeaveCom() {
+  Log().operations += 'u';
+  ::CoUninitialize();
+}
+
+HRESULT WINAPI OnCreateInstance(REFCLSID type, LPUNKNOWN outer, DWORD context, REFIID id,
+                                LPVOID* object) {
+  Log().operations += 'C';
+  return ::CoCreateInstance(type, outer, context, id, object);
+}
+
+BOOL WINAPI OnMakeFolder(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+  Log().besides += 'D';
+  return ::CreateDirectoryW(path, security);
+}
+
+BOOL WINAPI OnShellFolder(HWND window, LPWSTR path, int folder, BOOL create) {
+  Log().besides += 'S';
+  return ::SHGetSpecialFolderPathW(window, path, folder, create);
+}
+
+DWORD WINAPI OnTempPath(DWORD size, LPWSTR path) {
+  Log().besides += 'T';
+  return ::GetTempPathW(size, path);
+}
+
+FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name);
+
+template <class Function>
+void* Address(Function* function) {
+  return reinterpret_cast<void*>(function);
+}
+
+const struct {
+  const char* name;
+  void* replacement;
+} kReplacements[] = {
+    {"CreateFileW", Address(OnCreateFile)},
+    {"ReadFile", Address(OnReadFile)},
+    {"FlushFileBuffers", Address(OnFlush)},
+    {"MoveFileExW", Address(OnMove)},
+    {"DeleteFileW", Address(OnDelete)},
+    {"CopyFileW", Address(OnCopy)},
+    {"FindFirstFileW", Address(OnFind)},
+    {"CreateMutexW", Address(OnCreateMutex)},
+    {"CreateEventW", Address(OnCreateEvent)},
+    {"WaitForSingleObject", Address(OnWait)},
+    {"ReleaseMutex", Address(OnRelease)},
+    {"CloseHandle", Address(OnClose)},
+    {"CreateProcessW", Address(OnCreateProcess)},
+    {"RegOpenKeyExW", Address(OnOpenKey)},
+    {"CoInitializeEx", Address(OnEnterCom)},
+    {"CoUninitialize", Address(OnLeaveCom)},
+    {"CoCreateInstance", Address(OnCreateInstance)},
+    {"CreateDirectoryW", Address(OnMakeFolder)},
+    {"SHGetSpecialFolderPathW", Address(OnShellFolder)},
+    {"GetTempPathW", Address(OnTempPath)},
+    {"GetProcAddress", Address(OnGetProcAddress)},
+};
+
+void* ReplacementOf(const char* name) {
+  for (const auto& known : kReplacements) {
+    if (std::strcmp(name, known.name) == 0) return known.replacement;
+  }
+  return nullptr;
+}
+
+// How delayed imports are found.
+FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name) {
+  const bool isName = reinterpret_cast<ULONG_PTR>(name) > MAXWORD;
+  void* const replacement = isName ? ReplacementOf(name) : nullptr;
+  return replacement ? reinterpret_cast<FARPROC>(replacement) : ::GetProcAddress(module, name);
+}
+
+void Replace(IMAGE_THUNK_DATA* slot, void* replacement) {
+  DWORD before = 0;
+  ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &before);
+  slot->u1.Function = reinterpret_cast<ULONG_PTR>(replacement);
+  ::VirtualProtect(slot, sizeof *slot, before, &before);
+}
+
+}  // namespace
+
+Recorder::Recorder(void* module) {
+  auto* const base = static_cast<BYTE*>(module);
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* pe = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const DWORD imports =
+      pe->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+  const auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports);
+  for (; import->Name; ++import) {
+    auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + import->FirstThunk);
+    const auto* name = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + import->OriginalFirstThunk);
+    for (; name->u1.AddressOfData; ++slot, ++name) {
+      const auto* entry =
+          reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
+      void* const replacement = ReplacementOf(reinterpret_cast<const char*>(entry->Name));
+      if (replacement) Replace(slot, replacement);
+    }
+  }
+}
+
+void Recorder::Start() {
+  Log().operations.clear();
+  Log().besides.clear();
+}
+
+const std::string& Recorder::Operations() const { return Log().operations; }
+const std::string& Recorder::Besides() const { return Log().besides; }

@@ -1,0 +1,117 @@
+#include "bench/windows/team.h"
+
+#include "util/win/windows_lean.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "bench/windows/calls.h"
+#include "testing/data_home.h"
+#include "testing/dll_client.h"
+
+namespace {
+
+// What leader and members share: the order for a round, and its times.
+struct Board {
+  int call;
+  Side side;
+  int calls;
+  double micros[kTeamSize][kMostCalls];
+};
+
+Board& SharedBoard() {
+  static Board* const board = [] {
+    const HANDLE memory = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                               sizeof(Board), L"kupdate-bench-board");
+    return static_cast<Board*>(::MapViewOfFile(memory, FILE_MAP_WRITE, 0, 0, sizeof(Board)));
+  }();
+  return *board;
+}
+
+HANDLE TeamEvent(const wchar_t* kind, int index) {
+  const std::wstring name = L"kupdate-bench-" + std::wstring(kind) + std::to_wstring(index);
+  return ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
+}
+
+double MicrosSince(const LARGE_INTEGER& start) {
+  LARGE_INTEGER now;
+  LARGE_INTEGER perSecond;
+  ::QueryPerformanceCounter(&now);
+  ::QueryPerformanceFrequency(&perSecond);
+  return 1e6 * static_cast<double>(now.QuadPart - start.QuadPart) /
+         static_cast<double>(perSecond.QuadPart);
+}
+
+double Measure(const Call& call, Side side, Bare* bare, int number) {
+  if (side == Side::kBare) {
+    bare->Prepare(call.demand);
+  } else if (call.ready) {
+    call.ready();
+  }
+  LARGE_INTEGER start;
+  ::QueryPerformanceCounter(&start);
+  if (side == Side::kBare) {
+    bare->Meet(call.demand);
+  } else {
+    call.run(number);
+  }
+  return MicrosSince(start);
+}
+
+}  // namespace
+
+Team::Team() {
+  SharedBoard();
+  for (int i = 0; i < kTeamSize; ++i) {
+    go_[i] = TeamEvent(L"go", i);
+    done_[i] = TeamEvent(L"done", i);
+    processes_[i] = testing_dll::StartChild(std::to_wstring(i));
+  }
+  WaitForAll(kTeamSize);
+}
+
+Team::~Team() {
+  for (int i = 0; i < kTeamSize; ++i) {
+    ::TerminateProcess(processes_[i], 0);
+    testing_dll::EndOf(processes_[i]);
+  }
+}
+
+void Team::WaitForAll(int processes) {
+  for (int i = 0; i < processes; ++i) {
+    const HANDLE either[] = {done_[i], processes_[i]};
+    if (::WaitForMultipleObjects(2, either, FALSE, INFINITE) == WAIT_OBJECT_0) continue;
+    std::fprintf(stderr, "failed: a measuring process has ended\n");
+    std::exit(2);
+  }
+}
+
+void Team::Round(int call, Side side, int processes, int calls, std::vector<double>* times) {
+  Board& board = SharedBoard();
+  board.call = call;
+  board.side = side;
+  board.calls = calls;
+  for (int i = 0; i < processes; ++i) ::SetEvent(go_[i]);
+  WaitForAll(processes);
+  for (int i = 0; i < processes; ++i) {
+    times->insert(times->end(), board.micros[i], board.micros[i] + calls);
+  }
+}
+
+int RunMember(int index) {
+  Board& board = SharedBoard();
+  const HANDLE go = TeamEvent(L"go", index);
+  const HANDLE done = TeamEvent(L"done", index);
+  MakeFirstCall();
+  Bare bare = MakeBare();
+  int number = index;
+  for (;;) {
+    ::SetEvent(done);
+    ::WaitForSingleObject(go, INFINITE);
+    for (int i = 0; i < board.calls; ++i, number += kTeamSize) {
+      const Call& call = Calls()[static_cast<std::size_t>(board.call)];
+      board.micros[index][i] = Measure(call, board.side, &bare, number);
+    }
+  }
+}

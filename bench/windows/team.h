@@ -1,0 +1,39 @@
+// Processes that make the same call at once, and how long each call took.
+#ifndef KUPDATE_BENCH_WINDOWS_TEAM_H_
+#define KUPDATE_BENCH_WINDOWS_TEAM_H_
+
+#include <vector>
+
+inline constexpr int kTeamSize = 8;
+/// How many calls of a round one process makes at most.
+inline constexpr int kMostCalls = 8;
+
+enum class Side { kLibrary, kBare };
+
+/// The leader of kTeamSize processes. Ends the program when one of them dies.
+class Team {
+ public:
+  /// Starts them: this program with "--member INDEX".
+  Team();
+  ~Team();
+  Team(const Team&) = delete;
+  Team& operator=(const Team&) = delete;
+
+  /// Has the first `processes` members make `calls` calls each, all at the same time.
+  /// @param call   index in Calls()
+  /// @param times  receives each call's time in microseconds
+  void Round(int call, Side side, int processes, int calls, std::vector<double>* times);
+
+ private:
+  using Handle = void*;
+  void WaitForAll(int processes);
+
+  Handle processes_[kTeamSize];
+  Handle go_[kTeamSize];
+  Handle done_[kTeamSize];
+};
+
+/// Serves the leader until that ends it.
+int RunMember(int index);
+
+#endif  // KUPDATE_BENCH_WINDOWS_TEAM_H_
