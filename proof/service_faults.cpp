@@ -1,5 +1,6 @@
 #include "proof/service_faults.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <utility>
@@ -40,8 +41,7 @@ struct Standing {
 // One fault from its beginning to its good end.
 class Run {
  public:
-  explicit Run(const Fault& fault)
-      : fault_(fault), appId_("app" + std::to_string(++number)), service_(fault.control) {
+  explicit Run(const Fault& fault) : fault_(fault), appId_("app" + std::to_string(++number)) {
     EndAllJobs();
     CleanUserFolders();
     PlaceProgram();
@@ -85,12 +85,13 @@ class Run {
       odd_.GoAway();
     }
     if (fault_.quotaIsUsedUp) quota_.emplace(60);
-    if (fault_.clock == Clock::kRight) return;
-    // The application has been there before, with the service away, so that nothing was sent.
-    service_.Control("fail CreateInstance 0x80070422");
-    Call({});
-    SetTimesBack(appId_, (fault_.clock == Clock::kAYearBack ? -365 : 365) * Fault::kDay);
-    service_.Control(fault_.control);
+    if (fault_.clock != Clock::kRight) {
+      // The application has been there before, with the service away, so that nothing was sent.
+      service_.Control("fail CreateInstance 0x80070422");
+      Call({});
+      SetTimesBack(appId_, (fault_.clock == Clock::kAYearBack ? -365 : 365) * Fault::kDay);
+    }
+    service_.Control(fault_.control);  // last: the calls are counted from here
   }
 
   std::string FaultyAddress() const {
@@ -194,31 +195,43 @@ class Run {
     asked_ = odd_.Asked().size();
     odd_.Answer(kOddPath, GoodAnswer(Feed()));
     odd_.ComeBack();
-    laterSeconds_ += kRetrySeconds;
+    Pass(kRetrySeconds);
+    for (int starts = 0; starts < fault_.starts; ++starts) StartLater();
+  }
+  // The time passes, and the host starts again.
+  void StartLater() {
     Pass(fault_.laterSeconds);
     Eventually([&] { return ExecutorsRest() && !IsAboutToEnd(); });
     SetTimesBack(appId_, fault_.laterSeconds);
+    if (!LiveJobs().empty()) SetJobTimesBack(fault_.laterSeconds);
     if (fault_.route != Route::kHostCheck) return Call({});
     if (told_ != "in work") Call({});
     Poll();
+    Start(feed_, {});  // such a host's jobs are seen to by the executor of a check of the service's
   }
-  // Whether the service or an executor is yet to end a job by itself.
+  // Whether the service is yet to try a transfer, or to start the executor, by itself.
   static bool IsAboutToEnd() {
-    const std::string jobs = LiveJobsText();
-    return jobs.find("TRANSIENT") != jobs.npos || jobs.find("TRANSFERRED") != jobs.npos ||
-           jobs.find("QUEUED") != jobs.npos || jobs.find("CONNECTING") != jobs.npos;
+    const std::vector<standin::JobRecord> jobs = LiveJobs();
+    return std::any_of(jobs.begin(), jobs.end(), [](const standin::JobRecord& job) {
+      const bool isFetching = job.state == standin::JobState::kQueued ||
+                              job.state == standin::JobState::kConnecting ||
+                              job.state == standin::JobState::kTransientError;
+      return job.noticeDue || isFetching;
+    });
   }
 
   std::string GoodEnd() const {
-    if (fault_.route == Route::kPing) {
-      return "appinfo.xml statistics.xml(confirmed); jobs: " + std::string(fault_.jobsLeft) +
-             "; p=1 has arrived x" + std::to_string(fault_.reports);
+    const std::string jobs = std::string("; jobs: ") + fault_.jobsLeft;
+    switch (fault_.route) {
+      case Route::kCheck:
+        return "appinfo.xml(1) statistics.xml(install) updinfo.xml(2.0)" + jobs;
+      case Route::kHostCheck:
+        return "host: update found; ID-version.rss appinfo.xml(1) updinfo.xml(2.0) version.rss" + jobs;
+      case Route::kPing:
+        break;
     }
-    const bool hostAsks = fault_.route == Route::kHostCheck;
-    return std::string(hostAsks ? "host: update found; ID-version.rss appinfo.xml"
-                                : "appinfo.xml(1)") +
-           " statistics.xml(install) updinfo.xml(2.0)" + (hostAsks ? " version.rss" : "") +
-           "; jobs: " + fault_.jobsLeft;
+    return "appinfo.xml statistics.xml(confirmed)" + jobs + "; p=1 has arrived x" +
+           std::to_string(fault_.reports);
   }
   std::string End() const {
     const std::string text = FilesOf(appId_) + "; jobs: " + LiveJobsText();

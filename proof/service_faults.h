@@ -30,7 +30,7 @@ enum class Program { kGood, kMissing, kCrashing };
 enum class Clock { kRight, kAYearBack, kAYearAhead };
 
 /// A fault lasts from the host's call to `then`. Afterwards service, server and program are good,
-/// a day passes, and the host starts again; then the application must be as if nothing had been:
+/// time passes, and the host starts again; then the application must be as if nothing had been:
 /// the update found, or "p=1" reported.
 struct Fault {
   const char* label;
@@ -53,7 +53,8 @@ struct Fault {
   std::vector<const char*> log = {};
   const char* jobsLeft = "none";     ///< in the end
   int reports = 1;                   ///< how often "p=1" has arrived in the end
-  std::int64_t laterSeconds = kDay;  ///< until the host starts again
+  int starts = 1;                    ///< how often the host starts again
+  std::int64_t laterSeconds = kDay;  ///< until it does, each time
 
   static constexpr std::int64_t kDay = 86400;
 };

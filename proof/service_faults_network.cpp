@@ -18,7 +18,7 @@ constexpr char kFound[] = "appinfo.xml(1) statistics.xml(install) updinfo.xml(2.
 constexpr char kUnsent[] = "appinfo.xml statistics.xml(install p=1)";
 constexpr char kSent[] = "appinfo.xml statistics.xml(confirmed)";
 constexpr char kFetching[] = "BIT.tmp appinfo.xml statistics.xml(install)";
-constexpr char kSending[] = "BIT.tmp appinfo.xml in_work_0.xml(install p=1)";
+constexpr char kSending[] = "BIT.tmp appinfo.xml in_work_0.xml(install p=1) statistics.xml";
 
 constexpr char kNotFetched[] = "E:Answer: The check failed: the feed was not downloaded.";
 constexpr char kNotRead[] = "E:JudgeFeed: The check failed:  The feed cannot be read.";
@@ -74,7 +74,7 @@ std::vector<Fault> NetworkFaults() {
        .route = kHostCheck,
        .path = "missing",
        .host = "job failed",
-       .files = "appinfo.xml statistics.xml(install)",
+       .files = "appinfo.xml",
        .log = {"E:TUpdaterController::Check: Job failed."}},
       {.label = "403 (check)",
        .route = kCheck,
@@ -120,7 +120,7 @@ std::vector<Fault> NetworkFaults() {
        .until = kStalled,
        .lastsSeconds = kTwentyHours,
        .host = "in work",
-       .files = kFetching,
+       .files = "BIT.tmp appinfo.xml",
        .jobs = "bare TRANSIENT_ERROR",
        .log = {"D:TUpdaterController::Check: Job in work."}},
       {.label = "nobody listens for twenty hours, then somebody does (check)",
@@ -291,7 +291,7 @@ std::vector<Fault> NetworkFaults() {
        .route = kHostCheck,
        .get = GoodAnswer(kErrorPage),
        .host = "failure",
-       .files = "ID-version.rss appinfo.xml statistics.xml(install)",
+       .files = "ID-version.rss appinfo.xml",
        .log = {"D:TUpdaterController::IsUpdateAvailable: Unhandled exception."}},
       {.label = "an error page with status 200 (ping)",
        .route = kPing,

@@ -14,6 +14,7 @@
 #include "standin/job_file.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/files.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -74,6 +75,10 @@ std::string Purpose(const standin::JobRecord& job) {
   if (command.find(L"--update-check") != command.npos) return "check";
   if (command.find(L"--stat-callback") != command.npos) return "ping";
   return "bare";
+}
+
+std::string JobsFile() {
+  return NarrowUtf8((fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "jobs.txt").wstring());
 }
 
 fs::path AccessLog() { return Setting(L"KUPDATE_ACCESS_LOG"); }
@@ -140,7 +145,7 @@ std::string FilesOf(const std::string& appId) {
 }
 
 std::vector<standin::JobRecord> LiveJobs() {
-  return standin::ParseJobs(ReadBytes(fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "jobs.txt"));
+  return standin::ParseJobs(FileSystem::ReadFile(JobsFile()));
 }
 
 std::string LiveJobsText() {
@@ -190,6 +195,18 @@ void SetTimesBack(const std::string& appId, std::int64_t seconds) {
     std::error_code ignored;
     fs::last_write_time(block, fs::last_write_time(block) - std::chrono::seconds(seconds), ignored);
   }
+}
+
+void SetJobTimesBack(std::int64_t seconds) {
+  StopService();
+  std::vector<standin::JobRecord> jobs = LiveJobs();
+  for (standin::JobRecord& job : jobs) {
+    const std::uint64_t ticks = static_cast<std::uint64_t>(seconds) * 10'000'000;
+    job.times.created -= ticks;
+    job.times.modified -= ticks;
+  }
+  FileSystem::WriteFile(JobsFile(), standin::FormatJobs(jobs));
+  WakeService();
 }
 
 std::vector<std::string> ReportsAmong(const std::vector<std::string>& addresses,

@@ -39,6 +39,9 @@ bool IsLogged(std::string_view line);
 /// in-work files are set back.
 void SetTimesBack(const std::string& appId, std::int64_t seconds);
 
+/// The same for the times of all jobs, for which the service is restarted.
+void SetJobTimesBack(std::int64_t seconds);
+
 /// The reports of an application that the web server answered with 200, from "stat=" on, in their
 /// order.
 std::vector<std::string> Reports(const std::string& appId);
