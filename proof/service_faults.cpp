@@ -79,6 +79,7 @@ class Run {
   }
 
   void SetTheScene() {
+    odd_.Answer("/good", GoodAnswer(Feed()));
     if (!fault_.get.empty()) odd_.Answer(kOddPath, fault_.get, fault_.head);
     if (fault_.serverIsAway) {
       odd_.Answer(kOddPath, GoodAnswer(Feed()));
@@ -139,7 +140,7 @@ class Run {
       case Strike::kNone:
         break;
       case Strike::kRestart:
-        Eventually([] { return LiveJobsText().find("TRANSFERRING") != std::string::npos; });
+        Eventually(IsFetching);
         StopService();
         WakeService();
         break;
@@ -207,7 +208,8 @@ class Run {
     if (fault_.route != Route::kHostCheck) return Call({});
     if (told_ != "in work") Call({});
     Poll();
-    Start(feed_, {});  // such a host's jobs are seen to by the executor of a check of the service's
+    // What such a host leaves is seen to by the executor of a check of the service's.
+    Dll().forceUpdateCheck(appId_.c_str(), false);
   }
   // Whether the service is yet to try a transfer, or to start the executor, by itself.
   static bool IsAboutToEnd() {
@@ -226,7 +228,8 @@ class Run {
       case Route::kCheck:
         return "appinfo.xml(1) statistics.xml(install) updinfo.xml(2.0)" + jobs;
       case Route::kHostCheck:
-        return "host: update found; ID-version.rss appinfo.xml(1) updinfo.xml(2.0) version.rss" + jobs;
+        return "host: update found; ID-version.rss appinfo.xml(1) updinfo.xml(2.0) version.rss" +
+               jobs;
       case Route::kPing:
         break;
     }

@@ -1,9 +1,6 @@
 // The faults of the web server and of the way to it.
 #include "proof/service_faults.h"
 #include "proof/service_web.h"
-#include "testing/dll_client.h"
-
-using testing_dll::HttpUrl;
 
 namespace proof {
 
@@ -179,11 +176,13 @@ std::vector<Fault> NetworkFaults() {
        .lastsSeconds = kFifteenDays,
        .files = kUnsent,
        .log = {kNotDelivered}},
-      {.label = "longer than the server says (check)",
+      {.label = "longer than the server says, for a day (check)",
        .route = kCheck,
        .get = Sized(40, "<?xml version=\"1.0\"?><rss><channel></channel></rss>"),
+       .until = kStalled,
+       .lastsSeconds = Fault::kDay,
        .files = kFailed,
-       .log = {kNotRead}},
+       .log = {kNotFetched}},
       {.label = "another size to HEAD than to GET (check)",
        .route = kCheck,
        .get = Sized(5, "<rss>"),
@@ -195,18 +194,18 @@ std::vector<Fault> NetworkFaults() {
        .get = Sized(2000000000, "<rss>..."),
        .until = "\"call\":\"Resume\"",
        .files = kFetching,
-       .jobs = "check TRANSFERRING"},
+       .jobs = "check CONNECTING"},
       {.label = "endless (ping)",
        .route = kPing,
        .get = Sized(2000000000, "thank..."),
        .until = "\"call\":\"Resume\"",
        .files = kSending,
-       .jobs = "ping TRANSFERRING"},
+       .jobs = "ping CONNECTING"},
       {.label = "empty (check)",
        .route = kCheck,
        .get = Sized(0, ""),
        .files = kFailed,
-       .log = {kNotRead}},
+       .log = {"E:JudgeFeed: The check failed:  bad xml: root node name is not 'rss' but NA"}},
       {.label = "empty (ping)",
        .route = kPing,
        .get = Sized(0, ""),
@@ -220,12 +219,12 @@ std::vector<Fault> NetworkFaults() {
        .log = {kDone}},
       {.label = "redirected (check)",
        .route = kCheck,
-       .get = Redirect(HttpUrl("feed")),
+       .get = Redirect("/good"),
        .files = kFound,
        .log = {kDone}},
       {.label = "redirected (ping)",
        .route = kPing,
-       .get = Redirect(HttpUrl("report")),
+       .get = Redirect("/good"),
        .files = kSent,
        .log = {kDelivered},
        .reports = 0},
@@ -286,7 +285,7 @@ std::vector<Fault> NetworkFaults() {
        .route = kCheck,
        .get = GoodAnswer(kErrorPage),
        .files = kFailed,
-       .log = {kNotRead}},
+       .log = {"E:JudgeFeed: The check failed:  bad xml: root node name is not 'rss' but html"}},
       {.label = "an error page with status 200 (host's check)",
        .route = kHostCheck,
        .get = GoodAnswer(kErrorPage),

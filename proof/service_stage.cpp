@@ -161,6 +161,13 @@ std::string LiveJobsText() {
   return text.empty() ? "none" : text;
 }
 
+bool IsFetching() {
+  for (const fs::path& file : FilesIn(TempFolder())) {
+    if (NameOf(file).starts_with("BIT") && !ReadBytes(file).empty()) return true;
+  }
+  return false;
+}
+
 bool IsLogged(std::string_view line) {
   static const std::regex header("^..:..:.. (.:[^(]*)\\([0-9]+\\):");
   for (const fs::path& file : FilesIn(RoamingFolder())) {

@@ -29,8 +29,12 @@ std::string FilesOf(const std::string& appId);
 
 /// The jobs that the service has now, by its own file.
 std::vector<standin::JobRecord> LiveJobs();
-/// The same for people: "check TRANSIENT_ERROR, ping QUEUED"; "none". Equal ones are counted.
+/// The same for people: "check TRANSIENT_ERROR, ping QUEUED"; "none". Equal ones are counted. One
+/// whose bytes come in shows as CONNECTING: the service's file does not follow that.
 std::string LiveJobsText();
+
+/// Whether some bytes of a transfer that is under way have come.
+bool IsFetching();
 
 /// Whether the line, without time and source line, stands in any log.
 bool IsLogged(std::string_view line);
