@@ -96,6 +96,12 @@ double Control::ClockFactor() {
   return script_.clockFactor;
 }
 
+double Control::LaterSeconds() {
+  const std::lock_guard lock(mutex_);
+  Refresh();
+  return script_.laterSeconds;
+}
+
 std::uint32_t Control::LingerSeconds() {
   const std::lock_guard lock(mutex_);
   Refresh();

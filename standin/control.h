@@ -34,6 +34,7 @@ class Control {
   bool IsForeign(std::string_view jobId, const std::string& owner);
   bool AnyServerWillDo();
   double ClockFactor();
+  double LaterSeconds();
   std::uint32_t LingerSeconds();
 
  private:

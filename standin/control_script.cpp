@@ -80,6 +80,13 @@ bool ParseClock(const Words& words, ControlScript& script) {
   return true;
 }
 
+bool ParseLater(const Words& words, ControlScript& script) {
+  const auto seconds = words.size() == 2 ? ParseNumber<double>(words[1]) : std::nullopt;
+  if (!seconds || !(*seconds >= 0)) return false;
+  script.laterSeconds = *seconds;
+  return true;
+}
+
 bool ParseLinger(const Words& words, ControlScript& script) {
   const auto seconds = words.size() == 2 ? ParseNumber<std::uint32_t>(words[1]) : std::nullopt;
   if (!seconds) return false;
@@ -91,6 +98,7 @@ bool ParseLine(const Words& words, ControlScript& script) {
   if (words[0] == "fail") return ParseFail(words, script);
   if (words[0] == "states") return ParseStates(words, script);
   if (words[0] == "clock") return ParseClock(words, script);
+  if (words[0] == "later") return ParseLater(words, script);
   if (words[0] == "linger") return ParseLinger(words, script);
   if (words[0] == "vanish" && words.size() == 2) {
     script.vanished.emplace_back(words[1]);

@@ -32,6 +32,7 @@ struct ControlScript {
   std::map<std::string, std::string> owners;  ///< by job id in registry form
   bool anyServer = false;                     ///< whether servers may lack HEAD, sizes and ranges
   double clockFactor = 1;                     ///< job seconds per second, above 0
+  double laterSeconds = 0;                    ///< how far the jobs' clock is ahead
   std::uint32_t lingerSeconds = 5;            ///< how long an unused server stays
   std::vector<std::string> problems;          ///< a sentence for each line that was not understood
 };

@@ -31,8 +31,8 @@ struct Service {
         control(folder + L"control.txt", journal),
         jobs(folder + kJobFileName) {}
 
-  /// The time of the jobs, at the speed the control file gives.
-  double JobSeconds() { return clock.Seconds(control.ClockFactor()); }
+  /// The time of the jobs, at the speed and as late as the control file says.
+  double JobSeconds() { return clock.Seconds(control.ClockFactor()) + control.LaterSeconds(); }
 
   /// To be called after every change of a job and before anyone is told of it.
   void SaveJobs() {
