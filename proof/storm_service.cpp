@@ -29,9 +29,14 @@ bool StopService() {
   return true;
 }
 
-bool IsUnderWay(const JobFacts& job) {
-  return job.state == JobState::kQueued || job.state == JobState::kConnecting ||
-         job.state == JobState::kTransferring;
+// Takes what executors print.
+HANDLE Nowhere() {
+  static const HANDLE nowhere = [] {
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    return ::CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
+                         OPEN_EXISTING, 0, nullptr);
+  }();
+  return nowhere;
 }
 
 // The ids of all processes of the executor under test.
@@ -76,14 +81,6 @@ std::vector<JobFacts> Jobs() {
 
 int Restarts() { return restarts; }
 
-void RestartService() {
-  Eventually([] {
-    const std::vector<JobFacts> jobs = Jobs();
-    return std::none_of(jobs.begin(), jobs.end(), IsUnderWay);
-  });
-  Eventually([] { return !StopService(); });
-}
-
 std::wstring ArgumentsOf(const JobFacts& job) {
   const std::size_t begin = job.notifyCommandLine.find(L" --");
   if (job.notifyProgram.empty() || begin == std::wstring::npos) {
@@ -98,8 +95,11 @@ void* StartExecutor(const std::wstring& arguments) {
   std::wstring commandLine = program + L" " + arguments;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = Nowhere();
+  startup.hStdError = Nowhere();
   PROCESS_INFORMATION started = {};
-  if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+  if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
                         CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
     return nullptr;
   }
@@ -107,9 +107,12 @@ void* StartExecutor(const std::wstring& arguments) {
   return started.hProcess;
 }
 
-bool RunAllExecutors() {
+bool RunExecutors(const std::vector<JobFacts>& jobs) {
   bool all = true;
-  for (const JobFacts& job : Jobs()) all &= EndOf(StartExecutor(ArgumentsOf(job))) == 0;
+  for (const JobFacts& job : jobs) {
+    all &= EndOf(StartExecutor(ArgumentsOf(job))) == 0;
+    Progress("");
+  }
   return all;
 }
 

@@ -15,9 +15,6 @@ std::vector<JobFacts> Jobs();
 /// How often that was needed.
 int Restarts();
 
-/// Restarts the stand-in, once nothing is under way: what is would be fetched a second time.
-void RestartService();
-
 /// The arguments with which the service would start a job's executor; a job without any is ended
 /// by its id.
 std::wstring ArgumentsOf(const JobFacts& job);
@@ -25,8 +22,8 @@ std::wstring ArgumentsOf(const JobFacts& job);
 /// Starts the executor; returns the process, an owned HANDLE.
 void* StartExecutor(const std::wstring& arguments);
 
-/// Ends all jobs, by one executor after the other. Returns whether each said 0.
-bool RunAllExecutors();
+/// Ends jobs, by one executor after the other. Returns whether each said 0.
+bool RunExecutors(const std::vector<JobFacts>& jobs);
 
 /// Kills the executors that run without having been started by StartExecutor: those of hosts that
 /// were killed. Returns how many.
