@@ -28,10 +28,11 @@ class Host {
   void Run() {
     const ULONGLONG end = ::GetTickCount64() + static_cast<ULONGLONG>(plan_.seconds) * 1000;
     Dll().setExecutorPath(UsesRealExecutor() ? ExecutorPath().c_str() : kNoExecutor);
+    const bool isNarrow = random_() % 2 == 0;
     diary_.Ready();
     for (int call = 0; plan_.calls == 0 || call < plan_.calls; ++call) {
       if (plan_.seconds > 0 && ::GetTickCount64() >= end) break;
-      Make(plan_.focus != 0 && call % 2 == 0 ? plan_.focus : Choose());
+      Make(plan_.focus != 0 && (isNarrow || call % 2 == 0) ? plan_.focus : Choose());
     }
   }
 

@@ -9,7 +9,7 @@
 namespace storm {
 
 enum class Manner {
-  kVictim,     ///< all exports until it is killed, each second call to one of them
+  kVictim,     ///< all exports, without end
   kLeaver,     ///< the same, and removes the application at times
   kCrowd,      ///< what records something, and getters
   kImpatient,  ///< everything that keeps an application alive, with waits for the executor
@@ -20,7 +20,7 @@ struct HostPlan {
   std::string appId;
   std::string name;  ///< of the host; its items begin with it, so it is used once
   std::uint32_t seed = 0;
-  int focus = 0;    ///< the ordinal that every second call is of; 0: none
+  int focus = 0;    ///< the ordinal that every second call is of, or each; 0: none
   int calls = 0;    ///< 0: without end
   int seconds = 0;  ///< 0: without end
   std::filesystem::path diary;

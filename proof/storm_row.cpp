@@ -1,7 +1,9 @@
 #include "proof/storm_row.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 
 #include "util/win/windows_lean.h"
@@ -12,6 +14,8 @@ namespace {
 
 constexpr ULONGLONG kPatienceMilliseconds = 120000;
 
+std::mutex guard;
+std::string lastPlace = "at the start";
 std::atomic<ULONGLONG> lastProgress{0};
 
 }  // namespace
@@ -38,11 +42,18 @@ void Progress(const std::string& text) {
   if (!text.empty()) std::fprintf(stderr, "  %s\n", text.c_str());
 }
 
+void At(const std::string& place) {
+  lastProgress = ::GetTickCount64();
+  const std::lock_guard lock(guard);
+  lastPlace = place;
+}
+
 void StartWatchdog() {
   Progress("");
   std::thread([] {
     while (::GetTickCount64() - lastProgress < kPatienceMilliseconds) ::Sleep(1000);
-    std::fprintf(stderr, "  FAULT: nothing has moved for two minutes\n");
+    const std::lock_guard lock(guard);
+    std::fprintf(stderr, "  FAULT: nothing has moved for two minutes: %s\n", lastPlace.c_str());
     std::fflush(stderr);
     ::TerminateProcess(::GetCurrentProcess(), 3);
   }).detach();

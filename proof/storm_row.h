@@ -2,9 +2,7 @@
 #ifndef KUPDATE_PROOF_STORM_ROW_H_
 #define KUPDATE_PROOF_STORM_ROW_H_
 
-#include <atomic>
 #include <string>
-#include <vector>
 
 namespace storm {
 
@@ -28,7 +26,10 @@ class Complaints {
 /// Says on stderr how far the run is.
 void Progress(const std::string& text);
 
-/// Ends the program with exit code 3 when Progress has not been called for two minutes.
+/// Counts as progress; where the program is then is told when it goes no further.
+void At(const std::string& place);
+
+/// Ends the program with exit code 3 when nothing of these has been called for two minutes.
 void StartWatchdog();
 
 }  // namespace storm

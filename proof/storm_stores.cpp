@@ -47,6 +47,8 @@ void ReadStore(const fs::path& file, Stores* stores) {
   CountItems(root, &stores->inWork);
 }
 
+fs::path LogFile() { return testing_dll::Setting(L"KUPDATE_ACCESS_LOG"); }
+
 // The parts of `text` between the separators.
 std::vector<std::string> Split(const std::string& text, char separator) {
   std::vector<std::string> parts;
@@ -76,8 +78,10 @@ void AgeBlocks(const std::string& appId) {
   }
 }
 
+Arrivals::Arrivals() : position_(ReadBytes(LogFile()).size()) {}
+
 void Arrivals::Update() {
-  std::ifstream log(fs::path(testing_dll::Setting(L"KUPDATE_ACCESS_LOG")), std::ios::binary);
+  std::ifstream log(LogFile(), std::ios::binary);
   log.seekg(static_cast<std::streamoff>(position_));
   const std::string text(std::istreambuf_iterator<char>(log), {});
   const std::size_t end = text.rfind('\n') + 1;  // a line that is being written comes next time

@@ -25,9 +25,10 @@ Stores ReadStores(const std::string& appId);
 /// Dates all in-work files back by 16 days: housekeeping takes them back then.
 void AgeBlocks(const std::string& appId);
 
-/// The items of all reports that the web server has got, by application, each as often as it came.
+/// The items of all reports that the web server has got since this was made, by application, each as often as it came.
 class Arrivals {
  public:
+  Arrivals();
   /// Reads what has come to the server's log since the last time.
   void Update();
   const Counts& Of(const std::string& appId) { return counts_[appId]; }
@@ -35,7 +36,7 @@ class Arrivals {
  private:
   void Take(const std::string& line);
 
-  std::size_t position_ = 0;
+  std::size_t position_;
   std::map<std::string, Counts> counts_;
 };
 
