@@ -129,13 +129,13 @@ void CompareExactly(const std::string& appId, const Counts& tried, const Counts&
 bool RunCrowd(const std::string& name, int applications, int calls, std::uint32_t seed) {
   const DataHome home;
   HostPlan plan;
+  Arrivals arrivals;
   plan.manner = Manner::kCrowd;
   plan.seed = seed;
   plan.calls = calls;
   const Sum sum = SumOf(StartHosts(plan, name, applications), applications);
   Progress(name + ": " + std::to_string(sum.calls) + " calls made");
   Complaints complaints;
-  Arrivals arrivals;
   int items = 0;
   if (!DeliverAll(sum)) complaints.Add("not all could be sent");
   arrivals.Update();

@@ -225,8 +225,7 @@ std::string ReportUrl() { return HttpUrl("storm-report"); }
 std::string FeedUrl() { return HttpUrl("storm.rss"); }
 
 std::wstring ExecutorPath() {
-  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")).parent_path() / "storm program" /
-         "kupdate-exec.exe";
+  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "storm program" / "kupdate-exec.exe";
 }
 
 void MakeExecutor() {

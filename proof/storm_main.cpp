@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <string>
 
 #include "proof/storm.h"
@@ -29,6 +30,8 @@ int Usage() {
 
 int Run(const std::string& proof, int amount, std::uint32_t seed) {
   ::_setmode(::_fileno(stdout), _O_BINARY);
+  // What an earlier run has left may be of an earlier build.
+  std::filesystem::remove_all(std::filesystem::path(storm::ExecutorPath()).parent_path());
   Publish("storm-report", "ok");
   Publish("storm.rss", kFeed);
   storm::StartWatchdog();
