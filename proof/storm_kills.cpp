@@ -405,6 +405,7 @@ bool RunKills(int kills, std::uint32_t seed) {
     Progress(std::string("killed executors ") + kCommandNames[command] + ": " +
              std::to_string(found.killsOfCommand[command]));
   }
+  Progress("restarts of the transfer service: " + std::to_string(Restarts()));
   const std::string tried = std::to_string(found.kills) + " kills, seed " + std::to_string(seed);
   const std::string values = std::to_string(found.acknowledged) + " values acknowledged";
   bool held =
