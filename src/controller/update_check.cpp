@@ -262,7 +262,8 @@ bool TUpdaterController::DownloadAndInstallSilentUpdate(std::int32_t* exitCode) 
     } while (result == kWaitSignalled && !update.IsValueExist(kExitCode) &&
              JustUtil::WaitFor(process, 0) == kWaitTimeout);
     LOG_D << "End of waiting." << result;
-    if (result != kWaitSignalled) {
+    // Another host that waits for the same application may have taken the signal.
+    if (result != kWaitSignalled && !update.IsValueExist(kExitCode)) {
       LOG_E << "The executor ended without an answer.";
       return Ended::kLeft;
     }

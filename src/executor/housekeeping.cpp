@@ -61,9 +61,10 @@ void KeepHouse() noexcept {
   try {
     const ComApartment apartment;
     const std::uint64_t now = NowSeconds();
-    EndJobs(JobsOf(ListOwnJobs(), ModulePath()), now);
-    // Without the list no block can be told to be without a job: asking throws then.
+    // Without the list no block can be told to be without a job: asking throws then. A job that is ended
+    // here has its block settled here, so the same list serves for both.
     const std::vector<JobFacts> jobs = ListOwnJobs();
+    EndJobs(JobsOf(jobs, ModulePath()), now);
     std::vector<std::string> appIds;
     FileSystem::ListFolders(GetUpdaterDataPath({}), &appIds);
     appIds.emplace_back();  // the empty id, whose folder is the one of all

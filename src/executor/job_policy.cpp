@@ -5,11 +5,10 @@
 
 namespace {
 
-constexpr std::size_t kMaxJobs = 20;
-
 bool IsStale(const JobFacts& job, std::uint64_t now) {
-  const bool ended = job.state == JobState::kError || job.state == JobState::kTransferred;
-  return ended && IsOlderThan(job.modified, now, kSecondsPerDay);
+  const bool standsStill = job.state == JobState::kError || job.state == JobState::kTransferred ||
+                           job.state == JobState::kSuspended;
+  return standsStill && IsOlderThan(job.modified, now, kSecondsPerDay);
 }
 
 // Of two jobs made in one second the later one in the list counts as newer.
@@ -68,7 +67,7 @@ std::vector<std::size_t> JobsToEnd(const std::vector<OwnJob>& jobs, std::uint64_
     marked[i] = IsStale(jobs[i].facts, now) || IsReplaced(jobs, i);
     if (!marked[i]) ++kept;
   }
-  for (; kept > kMaxJobs; --kept) marked[LeastWanted(jobs, marked)] = true;
+  for (; kept > kMaxOwnJobs; --kept) marked[LeastWanted(jobs, marked)] = true;
   std::vector<std::size_t> places;
   for (std::size_t i = 0; i < jobs.size(); ++i) {
     if (marked[i]) places.push_back(i);

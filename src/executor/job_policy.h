@@ -22,9 +22,10 @@ struct OwnJob {
 std::vector<OwnJob> JobsOf(const std::vector<JobFacts>& jobs, std::wstring_view program);
 
 /// The places in the list of the jobs to end, in ascending order:
-/// - ended by the service and untouched for a day: a host or an executor died before it came back;
+/// - ended by the service, or never started, and untouched for a day: a host or an executor died
+///   before it came back;
 /// - an update check into the same file as a newer one;
-/// - what is more than 20 of the 60 jobs that the service grants a user: first those without a
+/// - what is more than kMaxOwnJobs: first those without a
 ///   command, then checks, then pings, the oldest first.
 /// @param now  seconds since 1970-01-01 UTC
 std::vector<std::size_t> JobsToEnd(const std::vector<OwnJob>& jobs, std::uint64_t now);

@@ -49,6 +49,7 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
       {"none", {}, ""},
       {"in error for a day and more", {Job("a", JobState::kError, 1, limit - 1)}, "a"},
       {"in error for a day", {Job("a", JobState::kError, 1, limit)}, ""},
+      {"never started", {Job("a", JobState::kSuspended, 1, 1)}, "a"},
       {"transferred long ago", {Job("a", JobState::kTransferred, 1, 1)}, "a"},
       {"a ping of a dead executor", {Job("a", JobState::kTransferred, 1, 1, kPing)}, "a"},
       {"still trying", {Job("a", JobState::kTransientError, 1, 1)}, ""},

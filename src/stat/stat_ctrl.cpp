@@ -162,9 +162,9 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   }
   const std::string date = waiting->GetFirstDate(*state);
   block.SetFirstDate(date);
-  // In this order a kill in between leaves the block in both files instead of in none. The copy in
-  // work is never sent, because no one was given its address. When the statistics cannot be written
-  // the block must not be sent: it would be cut off and sent again and again.
+  // In this order a kill in between leaves the block in both files instead of in none; it is counted
+  // twice then, once the executor takes back a block that nobody sends. When the statistics cannot be
+  // written the block must not be sent: it would be cut off and sent again and again.
   if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
     FileSystem::DeleteFile(InWorkPath(*id));
     kGetPingUrl.Postpone("Write error");
@@ -188,8 +188,7 @@ void TStatCtrl::Rollback(int blockId) {
     return;
   }
   waiting.Merge(std::move(block));
-  // The block leaves its file only when it is safe in the other: a kill in between leaves it in
-  // both, and the copy in work is never sent again.
+  // The block leaves its file only when it is safe in the other: a kill in between leaves it in both.
   if (!waiting.Save(StatisticsPath())) {
     kRollback.Postpone("Write error");
     return;

@@ -23,6 +23,25 @@ bool IsOurs(const IBackgroundCopyJobPtr& job) {
   return SUCCEEDED(job->GetDisplayName(&name)) && Taken(name) == kDisplayName;
 }
 
+template <class Visit>
+void ForEachOwnJob(Visit visit) {
+  const IBackgroundCopyManagerPtr manager = ConnectToService();
+  IEnumBackgroundCopyJobsPtr jobs;
+  hrcheck() = manager->EnumJobs(0, &jobs);
+  IBackgroundCopyJobPtr job;
+  while (jobs->Next(1, &job, nullptr) == S_OK) {
+    if (IsOurs(job)) visit(job);
+    job = nullptr;
+  }
+}
+
+bool IsOnItsWay(const IBackgroundCopyJobPtr& job) {
+  BG_JOB_STATE state = BG_JOB_STATE_CANCELLED;
+  return SUCCEEDED(job->GetState(&state)) &&
+         (state == BG_JOB_STATE_QUEUED || state == BG_JOB_STATE_CONNECTING ||
+          state == BG_JOB_STATE_TRANSFERRING || state == BG_JOB_STATE_TRANSIENT_ERROR);
+}
+
 std::uint32_t ErrorOf(const IBackgroundCopyJobPtr& job) {
   IBackgroundCopyErrorPtr error;
   BG_ERROR_CONTEXT context = {};
@@ -64,17 +83,23 @@ JobFacts FactsOf(const IBackgroundCopyJobPtr& job) {
 
 std::vector<JobFacts> ListOwnJobs() {
   std::vector<JobFacts> list;
-  const IBackgroundCopyManagerPtr manager = ConnectToService();
-  IEnumBackgroundCopyJobsPtr jobs;
-  hrcheck() = manager->EnumJobs(0, &jobs);
-  IBackgroundCopyJobPtr job;
-  while (jobs->Next(1, &job, nullptr) == S_OK) {
+  ForEachOwnJob([&](const IBackgroundCopyJobPtr& job) {
     try {
-      if (IsOurs(job)) list.push_back(FactsOf(job));
+      list.push_back(FactsOf(job));
     } catch (const _com_error&) {
       LOG_D << "A job is left out of the list.";
     }
-    job = nullptr;
-  }
+  });
   return list;
+}
+
+bool IsRoomForJob() noexcept {
+  std::size_t waiting = 0;
+  try {
+    ForEachOwnJob([&](const IBackgroundCopyJobPtr& job) { waiting += IsOnItsWay(job) ? 1 : 0; });
+  } catch (...) {
+    return true;  // whoever makes the job learns why
+  }
+  if (waiting >= kMaxOwnJobs) LOG_I << "Postponed, so many jobs wait already:" << waiting;
+  return waiting < kMaxOwnJobs;
 }

@@ -2,11 +2,15 @@
 #ifndef KUPDATE_TRANSFER_JOB_LIST_H_
 #define KUPDATE_TRANSFER_JOB_LIST_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "transfer/bits_completion.h"
+
+/// How many of the 60 jobs that the service grants a user are ours at most.
+inline constexpr std::size_t kMaxOwnJobs = 20;
 
 /// What the service tells of one job. Times are seconds since 1970-01-01 UTC.
 struct JobFacts {
@@ -23,5 +27,10 @@ struct JobFacts {
 /// meanwhile, is left out. COM must be initialised on the thread. Throws _com_error when the
 /// service cannot be asked at all.
 std::vector<JobFacts> ListOwnJobs();
+
+/// Whether fewer than kMaxOwnJobs of our jobs are still to be transferred. Those that have ended or
+/// stand still do not count: only what is on its way will surely wake the executor, which tidies up.
+/// True when the service cannot be asked; logs a refusal. COM must be initialised on the thread.
+bool IsRoomForJob() noexcept;
 
 #endif  // KUPDATE_TRANSFER_JOB_LIST_H_
