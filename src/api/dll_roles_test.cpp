@@ -25,25 +25,19 @@ void SignalResult(const std::string& appId) {
 // variable KUPDATE_TEST_EXECUTOR of its host says: not at all, or with that exit code.
 int RunExecutor(const std::string& commandLine) {
   std::smatch match;
-  if (!std::regex_search(commandLine, match, std::regex(" --appid (.*?) --(silent-)?update-check")))
-    return 0;
+  const std::regex known(" --appid (.*?) --(silent-)?update-check");
+  if (!std::regex_search(commandLine, match, known)) return 0;
   const std::string appId = match[1];
-  std::string answer = NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR"));
-  const auto put = [&](const char* file, const std::string& key, const std::string& value) {
-    WriteBytes(DataFolder() / appId / file,
-               "<appinfo><" + key + ">" + value + "</" + key + "></appinfo>");
-  };
-  if (match[2].length() == 0) {
-    put("appinfo.xml", "UpgradeAvailable", "1");
-  } else if (answer == "die") {
-    return 1;
-  } else if (answer.starts_with("early ")) {
+  const std::string answer = NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR"));
+  const bool install = match[2].matched;
+  if (install && answer == "die") return 1;
+  if (install) {
     SignalResult(appId);  // as a check does that ends meanwhile
     ::Sleep(200);
-    put("updinfo.xml", "DistroExitCode", answer.substr(6));
-  } else {
-    put("updinfo.xml", "DistroExitCode", answer);
   }
+  WriteBytes(DataFolder() / appId / (install ? "updinfo.xml" : "appinfo.xml"),
+             install ? "<appinfo><DistroExitCode>" + answer + "</DistroExitCode></appinfo>"
+                     : "<appinfo><UpgradeAvailable>1</UpgradeAvailable></appinfo>");
   SignalResult(appId);
   return 0;
 }
