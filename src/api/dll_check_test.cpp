@@ -220,12 +220,12 @@ TEST(SilentInstall, NeedsAnUpdateAndReturnsTheInstallersCode) {
   EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(&exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(Install(L"C:\\none.exe", L"", &exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(exitCode, 77);
+  EXPECT_EQ(Install(ThisProgram(), L"5", nullptr), KUPDATE_S_OK);
   EXPECT_EQ(Install(ThisProgram(), L"-7", &exitCode), KUPDATE_S_OK);
   EXPECT_EQ(exitCode, -7);
   EXPECT_TRUE(HasLine(log, "D:DownloadAndInstallSilentUpdate: Run:  " + NarrowUtf8(ThisProgram()) +
                                " --appid install --silent-update-check"));
   EXPECT_TRUE(log.Has("D:DLLDownloadAndInstallSilentUpdate: res:  S_OK"));
-  EXPECT_EQ(Install(ThisProgram(), L"0", nullptr), KUPDATE_S_OK);
 }
 
 // Takes the 30 seconds that a late answer is given.

@@ -70,16 +70,15 @@ TEST(Statistics, TravelFromTheCallsToTheWebServer) {
 
 TEST(Statistics, TheLastPingOfTheLastApplicationLetsTheExecutorGo) {
   const TransferService service;
+  const std::string program = R"("parameters":"C:\\only\\leaver.exe )";
   Dll().setExecutorPath(L"C:\\only\\leaver.exe");
   fs::remove_all(DataFolder());  // no other application is registered
-  Start("leaver");
-  EXPECT_EQ(Dll().onApplicationUninstall("leaver"), KUPDATE_S_OK);
-  const std::string program = R"("parameters":"C:\\only\\leaver.exe )";
-  EXPECT_EQ(service.Count(program + " --suicide --stat-callback 1 --appid leaver --job {"), 1);
   Start("stayer");
   Start("leaver");
   EXPECT_EQ(Dll().onApplicationUninstall("leaver"), KUPDATE_S_OK);
-  EXPECT_EQ(service.Count(program + " --suicide"), 1) << "another application needs it";
+  EXPECT_EQ(service.Count(program + " --stat-callback 1 --appid leaver --job {"), 1);
+  EXPECT_EQ(Dll().onApplicationUninstall("stayer"), KUPDATE_S_OK);
+  EXPECT_EQ(service.Count(program + " --suicide --stat-callback 1 --appid stayer --job {"), 1);
   Dll().setExecutorPath(nullptr);
 }
 
