@@ -6,40 +6,29 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <system_error>
 
 #include "util/folders.h"
 
-namespace {
-
 namespace fs = std::filesystem;
 
-fs::path MakeTempFolder() {
-  std::random_device random;
-  const fs::path folder = fs::temp_directory_path() / ("kupdate-test-" + std::to_string(random()));
-  fs::create_directories(folder);
-  return folder;
-}
+namespace {
 
-// Removes the folder when the process ends.
+// Removed when the process ends.
 struct TempFolder {
-  fs::path path = MakeTempFolder();
+  const fs::path path =
+      fs::temp_directory_path() / ("kupdate-test-" + std::to_string(std::random_device()()));
+  TempFolder() { fs::create_directories(path); }
   ~TempFolder() {
     std::error_code ignored;
     fs::remove_all(path, ignored);
   }
 };
 
-fs::path ToPath(std::string text) {
-#ifndef _WIN32
-  std::replace(text.begin(), text.end(), '\\', '/');
-#endif
-  return fs::u8path(text);
-}
-
 void RemoveData() {
   std::error_code ignored;
-  fs::remove_all(ToPath(GetUpdaterDataPath({})), ignored);
+  fs::remove_all(NativePath(GetUpdaterDataPath({})), ignored);
 }
 
 }  // namespace
@@ -65,17 +54,33 @@ DataHome::DataHome() {
 DataHome::~DataHome() { RemoveData(); }
 
 fs::path DataHome::AppFolder(const std::string& appId) const {
-  const fs::path folder = ToPath(GetUpdaterDataPath(appId));
+  const fs::path folder = NativePath(GetUpdaterDataPath(appId));
   fs::create_directories(folder);
   return folder;
 }
 
+fs::path NativePath(std::string path) {
+#ifndef _WIN32
+  std::replace(path.begin(), path.end(), '\\', '/');
+#endif
+  return fs::u8path(path);
+}
+
 std::string ReadBytes(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void WriteBytes(const fs::path& path, std::string_view bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::vector<std::string> LinesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.ends_with('\r')) line.pop_back();
+    lines.push_back(line);
+  }
+  return lines;
 }

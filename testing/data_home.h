@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// A folder of this process that is removed when it ends.
 const std::filesystem::path& ProcessTempFolder();
@@ -22,8 +23,14 @@ class DataHome {
   std::filesystem::path AppFolder(const std::string& appId) const;
 };
 
+/// A path with backslashes, in UTF-8, as this system wants it.
+std::filesystem::path NativePath(std::string path);
+
 /// A file's bytes; empty when it cannot be read.
 std::string ReadBytes(const std::filesystem::path& path);
 void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
+
+/// The lines of a text, which end with LF or CR LF, without their ends.
+std::vector<std::string> LinesOf(const std::string& text);
 
 #endif  // KUPDATE_TESTING_DATA_HOME_H_

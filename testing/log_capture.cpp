@@ -1,18 +1,15 @@
 #include "testing/log_capture.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <sstream>
+#include <utility>
 
 #include "testing/data_home.h"
 #include "util/diag_log.h"
 
 namespace {
 
-const std::filesystem::path& LogFile() {
+const std::filesystem::path& OwnLog() {
   static const std::filesystem::path path = [] {
     const auto file = ProcessTempFolder() / "test.log";
     DiagLog::Instance().Start([&] { return file.wstring(); }, "Log of the tests");
@@ -21,23 +18,17 @@ const std::filesystem::path& LogFile() {
   return path;
 }
 
-std::string Content() {
-  std::ifstream file(LogFile(), std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 }  // namespace
 
-LogCapture::LogCapture() : start_(Content().size()) {}
+LogCapture::LogCapture() : LogCapture(OwnLog()) {}
+
+LogCapture::LogCapture(std::filesystem::path file)
+    : file_(std::move(file)), start_(ReadBytes(file_).size()) {}
 
 std::vector<std::string> LogCapture::Lines() const {
   static const std::regex header("^..:..:.. (.:[^(]*)\\([0-9]+\\):");
-  std::vector<std::string> lines;
-  std::istringstream stream(Content().substr(start_));
-  for (std::string line; std::getline(stream, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(std::regex_replace(line, header, "$1:"));
-  }
+  std::vector<std::string> lines = LinesOf(ReadBytes(file_).substr(start_));
+  for (std::string& line : lines) line = std::regex_replace(line, header, "$1:");
   return lines;
 }
 

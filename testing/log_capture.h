@@ -2,22 +2,25 @@
 #ifndef KUPDATE_TESTING_LOG_CAPTURE_H_
 #define KUPDATE_TESTING_LOG_CAPTURE_H_
 
-#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// Shows the lines written since it was made, through the real log and its file, which is a
-/// temporary one of this test program.
+/// Shows the lines written since it was made.
 class LogCapture {
  public:
+  /// Of this program's own log, a temporary file of the tests.
   LogCapture();
+  explicit LogCapture(std::filesystem::path file);
   /// The lines without time and source line: "E:TAppInfo::Write: Lock error, postpone file write.".
   std::vector<std::string> Lines() const;
   /// Whether one of the lines is `line`.
   bool Has(std::string_view line) const;
 
  private:
+  std::filesystem::path file_;
   std::size_t start_;
 };
 

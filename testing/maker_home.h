@@ -2,7 +2,6 @@
 #ifndef KUPDATE_TESTING_MAKER_HOME_H_
 #define KUPDATE_TESTING_MAKER_HOME_H_
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -27,15 +26,9 @@ class MakerHome : public DataHome {
   }
 
  private:
-  static std::filesystem::path Folder(std::string path) {
-#ifndef _WIN32
-    std::replace(path.begin(), path.end(), '\\', '/');
-#endif
-    return std::filesystem::u8path(path);
-  }
-  static std::filesystem::path Maker() { return Folder(GetMakerFolder()); }
+  static std::filesystem::path Maker() { return NativePath(GetMakerFolder()); }
   static std::filesystem::path Common() {
-    return Folder(NarrowUtf8(GetCommonAppDataFolder(L"Krelix")));
+    return NativePath(NarrowUtf8(GetCommonAppDataFolder(L"Krelix")));
   }
 
   static void Clean() {

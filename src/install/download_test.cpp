@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "install/raw_server.h"
 #include "testing/log_capture.h"
+#include "testing/raw_server.h"
 
 namespace {
 

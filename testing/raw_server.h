@@ -1,17 +1,22 @@
 // A web server that answers as no good one does.
-#ifndef KUPDATE_INSTALL_RAW_SERVER_H_
-#define KUPDATE_INSTALL_RAW_SERVER_H_
+#ifndef KUPDATE_TESTING_RAW_SERVER_H_
+#define KUPDATE_TESTING_RAW_SERVER_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <thread>
 
 /// Serves one connection after the other on a free port of 127.0.0.1, until it is destroyed. Each
-/// request gets the bytes that stand for its path, then the connection ends; where they end with
-/// "..." more and more follows.
+/// request gets the bytes of its answer, then the connection ends; where they end with "..." more
+/// and more follows.
 class RawServer {
  public:
+  /// What a request such as "GET /path" gets. Runs on the server's thread.
+  using Answer = std::function<std::string(const std::string& request)>;
+  explicit RawServer(Answer answer);
+  /// One answer for each path.
   explicit RawServer(std::map<std::string, std::string> answers);
   ~RawServer();
   RawServer(const RawServer&) = delete;
@@ -22,10 +27,10 @@ class RawServer {
  private:
   void Serve() const;
 
-  std::map<std::string, std::string> answers_;
+  Answer answer_;
   std::uintptr_t listener_;
   int port_ = 0;
   std::thread thread_;
 };
 
-#endif  // KUPDATE_INSTALL_RAW_SERVER_H_
+#endif  // KUPDATE_TESTING_RAW_SERVER_H_

@@ -1,4 +1,4 @@
-#include "install/raw_server.h"
+#include "testing/raw_server.h"
 
 #include <winsock2.h>
 
@@ -16,8 +16,8 @@ bool SendAll(SOCKET socket, std::string_view bytes) {
   return true;
 }
 
-// The path of a request, once all of its head has come.
-std::string PathOf(SOCKET socket) {
+// "GET /path", once all of the request's head has come.
+std::string RequestOf(SOCKET socket) {
   std::string request;
   char piece[1024];
   while (request.find("\r\n\r\n") == std::string::npos) {
@@ -25,11 +25,10 @@ std::string PathOf(SOCKET socket) {
     if (read <= 0) return {};
     request.append(piece, static_cast<std::size_t>(read));
   }
-  const std::size_t begin = request.find(' ') + 1;
-  return request.substr(begin, request.find(' ', begin) - begin);
+  return request.substr(0, request.find(' ', request.find(' ') + 1));
 }
 
-void Answer(SOCKET socket, std::string_view bytes) {
+void Send(SOCKET socket, std::string_view bytes) {
   constexpr std::string_view kEndless = "...";
   const bool endless = bytes.ends_with(kEndless);
   if (endless) bytes.remove_suffix(kEndless.size());
@@ -40,7 +39,13 @@ void Answer(SOCKET socket, std::string_view bytes) {
 
 }  // namespace
 
-RawServer::RawServer(std::map<std::string, std::string> answers) : answers_(std::move(answers)) {
+RawServer::RawServer(std::map<std::string, std::string> answers)
+    : RawServer([answers = std::move(answers)](const std::string& request) {
+        const auto answer = answers.find(request.substr(request.find(' ') + 1));
+        return answer == answers.end() ? std::string() : answer->second;
+      }) {}
+
+RawServer::RawServer(Answer answer) : answer_(std::move(answer)) {
   WSADATA data;
   ::WSAStartup(MAKEWORD(2, 2), &data);
   listener_ = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
@@ -76,10 +81,9 @@ std::string RawServer::Url(const std::string& path) const {
 void RawServer::Serve() const {
   for (;;) {
     const SOCKET socket = ::accept(listener_, nullptr, nullptr);
-    const std::string path = PathOf(socket);
-    const auto answer = answers_.find(path);
-    if (answer != answers_.end()) Answer(socket, answer->second);
+    const std::string request = RequestOf(socket);
+    if (!request.empty()) Send(socket, answer_(request));
     ::closesocket(socket);
-    if (path.empty()) return;
+    if (request.empty()) return;
   }
 }

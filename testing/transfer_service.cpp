@@ -1,0 +1,72 @@
+#include "testing/transfer_service.h"
+
+#include "util/win/windows_lean.h"
+
+#include <cstdlib>
+
+#include "testing/data_home.h"
+#include "util/clock.h"
+#include "util/text.h"
+
+namespace testing_dll {
+
+namespace fs = std::filesystem;
+
+std::wstring Setting(const wchar_t* name) {
+  const wchar_t* const value = ::_wgetenv(name);
+  return value ? value : L"";
+}
+
+std::wstring ThisProgram() {
+  wchar_t path[MAX_PATH + 1] = {};
+  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+  return path;
+}
+
+std::string HttpUrl(std::string_view path) {
+  return NarrowUtf8(Setting(L"KUPDATE_HTTP")) + "/" + std::string(path);
+}
+
+std::string Publish(const std::string& name, std::string_view content) {
+  WriteBytes(fs::path(Setting(L"KUPDATE_WWW")) / name, content);
+  return HttpUrl(name);
+}
+
+bool Eventually(const std::function<bool()>& done, int rounds) {
+  for (int i = 0; i < rounds; ++i) {
+    if (done()) return true;
+    SleepMilliseconds(20);
+  }
+  return false;
+}
+
+TransferService::TransferService(std::string_view control)
+    : start_(ReadBytes(File("journal.jsonl")).size()) {
+  Control(control);
+}
+
+TransferService::~TransferService() { Control({}); }
+
+void TransferService::Control(std::string_view lines) const {
+  WriteBytes(File("control.txt"), lines);
+}
+
+fs::path TransferService::File(std::string_view name) const {
+  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / fs::u8path(name);
+}
+
+std::vector<std::string> TransferService::Journal() const {
+  return LinesOf(ReadBytes(File("journal.jsonl")).substr(start_));
+}
+
+int TransferService::Count(std::string_view text) const {
+  int count = 0;
+  for (const std::string& line : Journal()) count += line.find(text) != line.npos;
+  return count;
+}
+
+bool TransferService::WaitFor(std::string_view text, int lines) const {
+  return Eventually([&] { return Count(text) >= lines; });
+}
+
+}  // namespace testing_dll

@@ -1,0 +1,47 @@
+// The stand-in transfer service and the web server behind it, as black-box tests meet them.
+#ifndef KUPDATE_TESTING_TRANSFER_SERVICE_H_
+#define KUPDATE_TESTING_TRANSFER_SERVICE_H_
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace testing_dll {
+
+/// A setting of the program's environment; empty when it is not there.
+std::wstring Setting(const wchar_t* name);
+/// Path of the running test program.
+std::wstring ThisProgram();
+
+std::string HttpUrl(std::string_view path);  ///< KUPDATE_HTTP and the path
+/// Puts a file into the folder that the web server serves; returns its address.
+std::string Publish(const std::string& name, std::string_view content);
+
+/// Asks every 20 ms until `done`, for up to 20 seconds (1000 rounds).
+bool Eventually(const std::function<bool()>& done, int rounds = 1000);
+
+/// What the service is told, and what it was asked. Control is reset in the end.
+class TransferService {
+ public:
+  explicit TransferService(std::string_view control = {});
+  ~TransferService();
+
+  void Control(std::string_view lines) const;
+  /// The journal's lines since this was made.
+  std::vector<std::string> Journal() const;
+  /// How many journal lines hold `text`.
+  int Count(std::string_view text) const;
+  /// Waits up to 20 seconds for so many journal lines that hold `text`.
+  bool WaitFor(std::string_view text, int lines = 1) const;
+  /// Of the service's own files.
+  std::filesystem::path File(std::string_view name) const;
+
+ private:
+  std::size_t start_;
+};
+
+}  // namespace testing_dll
+
+#endif  // KUPDATE_TESTING_TRANSFER_SERVICE_H_
