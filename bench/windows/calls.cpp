@@ -20,11 +20,11 @@ constexpr char kFeed[] =
     "rss>";
 
 // What the service is asked for when the executor is to be told of a download.
-#define JOB                                                                           \
-  "CreateInstance CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags " \
-  "SetNotifyCmdLine Resume"
-constexpr char kJob[] = JOB;
-constexpr char kTwoJobs[] = JOB " " JOB;
+#define JOB \
+  "CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags SetNotifyCmdLine Resume"
+constexpr char kJob[] = "CreateInstance EnumJobs " JOB;
+constexpr char kTwoJobs[] =
+    "CreateInstance EnumJobs " JOB " CreateInstance EnumJobs GetDisplayName GetState " JOB;
 #undef JOB
 
 fs::path AppFolder() { return DataFolder() / kAppId; }

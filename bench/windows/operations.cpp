@@ -40,6 +40,7 @@ void Put(const UniqueFile& file, const std::string& text) {
 
 struct Bare::Service {
   IBackgroundCopyManagerPtr manager;
+  IEnumBackgroundCopyJobsPtr jobs;
   IBackgroundCopyJobPtr job;
   IBackgroundCopyJob2Ptr job2;
   GUID id = {};
@@ -48,6 +49,7 @@ struct Bare::Service {
   void LetGo() {
     job2 = nullptr;
     job = nullptr;
+    jobs = nullptr;
     manager = nullptr;
   }
 };
@@ -215,6 +217,14 @@ HRESULT Bare::ServiceCall(std::string_view call) {
   Service& s = *service_;
   if (call == "CreateInstance") {
     return s.manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL);
+  }
+  if (call == "EnumJobs") return s.manager->EnumJobs(0, &s.jobs);
+  if (call == "GetDisplayName") {
+    LPWSTR name = nullptr;
+    const HRESULT result =
+        s.jobs->Next(1, &s.job, nullptr) == S_OK ? s.job->GetDisplayName(&name) : E_FAIL;
+    ::CoTaskMemFree(name);
+    return result;
   }
   if (call == "CreateJob") {
     const HRESULT result = s.manager->CreateJob(L"bare", BG_JOB_TYPE_DOWNLOAD, &s.id, &s.job);

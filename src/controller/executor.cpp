@@ -8,7 +8,6 @@
 #include "stat/stat_ctrl.h"
 #include "transfer/bits_transfer.h"
 #include "transfer/com_apartment.h"
-#include "transfer/job_list.h"
 #include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
@@ -96,7 +95,6 @@ void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
     return;
   }
   const ComApartment apartment;
-  if (!IsRoomForJob()) return;
   TBitsTransfer transfer(url, resultFile);
   transfer.SetTimeout(kCheckTimeoutSeconds);
   transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
@@ -114,7 +112,6 @@ bool LaunchPing(const std::string& appId, const PingBlock& block) noexcept {
     }
     const bool suicide = block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
     const ComApartment apartment;
-    if (!IsRoomForJob()) return false;
     TBitsTransfer transfer(block.url, resultFile);
     if (block.firstState == AppState::kDayuse) transfer.SetTimeout(kDayuseTimeoutSeconds);
     transfer.NotifyCmdLine(executor, PingArguments(id, block.id, suicide));

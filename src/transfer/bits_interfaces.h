@@ -15,6 +15,11 @@ _COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob2, __uuidof(IBackgroundCopyJob2));
 /// Connects to the service. Throws _com_error.
 IBackgroundCopyManagerPtr ConnectToService();
 
+/// Whether fewer than kMaxOwnJobs of our jobs are still to be transferred. Those that have ended or
+/// stand still do not count: only what is on its way will surely wake the executor, which tidies up.
+/// A refusal is logged. True when the jobs cannot be listed.
+bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager);
+
 /// A job's id in registry form, with braces.
 std::wstring GuidText(const GUID& id);
 

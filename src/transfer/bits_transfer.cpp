@@ -31,6 +31,8 @@ void TBitsTransfer::Work() {
     return;
   }
   LOG_D << "hrcheck() = manager.CreateInstance(__uuidof(BackgroundCopyManager))";
+  // A host's own job is one at a time; those of a notify program heap up while there is no network.
+  if (!notifyProgram_.empty() && !IsRoomForJob(manager)) return;
   GUID id = {};
   IBackgroundCopyJobPtr job;
   hrcheck() = manager->CreateJob(WidenUtf8(kDisplayName).c_str(), BG_JOB_TYPE_DOWNLOAD, &id, &job);

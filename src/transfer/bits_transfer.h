@@ -35,7 +35,8 @@ class TBitsTransfer final {
   void SetHighPriority(bool high) { highPriority_ = high; }
 
   /// Creates, configures and starts the job. Returns without a job when the service cannot be
-  /// reached, as from a process of low integrity. Throws _com_error when a call fails.
+  /// reached, as from a process of low integrity, and, with a notify program, when kMaxOwnJobs of
+  /// ours are on their way already. Throws _com_error when a call fails.
   virtual void Work();
 
   /// Whether the job was started.

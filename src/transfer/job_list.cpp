@@ -24,8 +24,7 @@ bool IsOurs(const IBackgroundCopyJobPtr& job) {
 }
 
 template <class Visit>
-void ForEachOwnJob(Visit visit) {
-  const IBackgroundCopyManagerPtr manager = ConnectToService();
+void ForEachOwnJob(const IBackgroundCopyManagerPtr& manager, Visit visit) {
   IEnumBackgroundCopyJobsPtr jobs;
   hrcheck() = manager->EnumJobs(0, &jobs);
   IBackgroundCopyJobPtr job;
@@ -83,7 +82,7 @@ JobFacts FactsOf(const IBackgroundCopyJobPtr& job) {
 
 std::vector<JobFacts> ListOwnJobs() {
   std::vector<JobFacts> list;
-  ForEachOwnJob([&](const IBackgroundCopyJobPtr& job) {
+  ForEachOwnJob(ConnectToService(), [&](const IBackgroundCopyJobPtr& job) {
     try {
       list.push_back(FactsOf(job));
     } catch (const _com_error&) {
@@ -93,12 +92,13 @@ std::vector<JobFacts> ListOwnJobs() {
   return list;
 }
 
-bool IsRoomForJob() noexcept {
+bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager) {
   std::size_t waiting = 0;
   try {
-    ForEachOwnJob([&](const IBackgroundCopyJobPtr& job) { waiting += IsOnItsWay(job) ? 1 : 0; });
-  } catch (...) {
-    return true;  // whoever makes the job learns why
+    ForEachOwnJob(manager,
+                  [&](const IBackgroundCopyJobPtr& job) { waiting += IsOnItsWay(job) ? 1 : 0; });
+  } catch (const _com_error&) {
+    return true;
   }
   if (waiting >= kMaxOwnJobs) LOG_I << "Postponed, so many jobs wait already:" << waiting;
   return waiting < kMaxOwnJobs;

@@ -28,9 +28,4 @@ struct JobFacts {
 /// service cannot be asked at all.
 std::vector<JobFacts> ListOwnJobs();
 
-/// Whether fewer than kMaxOwnJobs of our jobs are still to be transferred. Those that have ended or
-/// stand still do not count: only what is on its way will surely wake the executor, which tidies up.
-/// True when the service cannot be asked; logs a refusal. COM must be initialised on the thread.
-bool IsRoomForJob() noexcept;
-
 #endif  // KUPDATE_TRANSFER_JOB_LIST_H_
