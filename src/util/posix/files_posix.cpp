@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -111,6 +112,25 @@ WriteOutcome WriteBytes(const std::string& path, std::string_view bytes, std::si
   return WriteOutcome::kWritten;
 }
 
+// What is beyond the old end comes first, as on Windows.
+WriteOutcome OverwriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
+  *written = 0;
+  const OpenFile file(path, O_WRONLY | O_CREAT);
+  if (!file) return WriteOutcome::kNotOpened;
+  const std::size_t oldSize = file.Size();
+  const std::size_t kept = std::min(oldSize, bytes.size());
+  *written = file.SeekTo(kept) ? file.Write(bytes.substr(kept)) : 0;
+  if (*written != bytes.size() - kept) {
+    file.Resize(oldSize);
+    return WriteOutcome::kShort;
+  }
+  *written = file.SeekTo(0) ? file.Write(bytes.substr(0, kept)) : 0;
+  if (*written != kept) return WriteOutcome::kShort;
+  file.Resize(bytes.size());
+  file.Flush();
+  return WriteOutcome::kWritten;
+}
+
 bool Rename(const std::string& from, const std::string& to) {
   return MayDo("rename", to) && std::rename(from.c_str(), to.c_str()) == 0;
 }
@@ -211,7 +231,9 @@ bool WriteFile(const std::string& path, std::string_view content) {
     if (MayDo("mkdir", folder)) mkdir(folder.c_str(), 0700);
     outcome = WriteBytes(sibling, bytes, &written);
     const bool replaced = outcome == WriteOutcome::kWritten && Rename(sibling, target);
-    if (!replaced && outcome != WriteOutcome::kShort) outcome = WriteBytes(target, bytes, &written);
+    if (!replaced && outcome != WriteOutcome::kShort) {
+      outcome = OverwriteBytes(target, bytes, &written);
+    }
     if (!replaced) Unlink(sibling);
   }
   switch (outcome) {
@@ -237,6 +259,14 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
     if (entry.is_directory()) names->push_back(entry.path().filename().string());
   }
   return !error || error == std::errc::no_such_file_or_directory;
+}
+
+bool IsNameFree(const std::string& path) {
+  const std::string native = Native(path);
+  if (MayDo("look", native) && access(native.c_str(), F_OK) == 0) return false;
+  const bool missing = errno == ENOENT;
+  if (!missing) LOG_E << "Can't look for file: " << path << kLastError;
+  return missing && !path.empty();
 }
 
 bool IsFileExist(const std::string& path) {
