@@ -4,7 +4,7 @@
 //   LOG     a file elsewhere
 //   MODE    stop     the process ends before its n-th file operation, for every n
 //           fail     the n-th file operation fails, for every n; fail-all: with every code
-//           full     the file system has k free blocks, or files, from 0 up
+//           full     the file system has k free blocks, or no free file, from 0 up; full-wide: to more
 //           denied   folders and files are read-only, which root would not notice
 // Prints rows of a table; exit code 0 when every promise held.
 #include <fcntl.h>
@@ -312,9 +312,9 @@ bool Prove(const fs::path& folder, const StepsLog& log, const std::string& mode)
     FailEverywhere(prover, mode == "fail-all", &promise);
     return promise.Print(unit);
   }
-  if (mode == "full") {
+  if (mode == "full" || mode == "full-wide") {
     Promise promise("A full disk costs nothing that was stored");
-    FillTheDisk(prover, folder, 6, &promise);
+    FillTheDisk(prover, folder, mode == "full" ? 6 : 60, &promise);
     return promise.Print(unit);
   }
   if (mode == "denied" && geteuid() != 0) {

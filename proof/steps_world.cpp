@@ -240,7 +240,10 @@ void StepsLog::Mark() const { std::ofstream(file_, std::ios::app) << kMark; }
 bool StepsLog::TellsFailure() const {
   const std::string text = Text();
   const std::size_t mark = text.find(kMark);
-  if (mark == text.npos) return text.find(" E:FileSystem::WriteFile(") != text.npos;
+  if (mark == text.npos) {
+    return text.find(" E:FileSystem::WriteFile(") != text.npos ||
+           text.find(" E:TStatHolder::Save(") != text.npos;  // cannot delete
+  }
   constexpr std::size_t kTimeChars = 8;
   return text.find(" E:", mark + std::size(kMark) - 1) == mark + std::size(kMark) - 1 + kTimeChars;
 }
