@@ -241,8 +241,11 @@ bool StepsLog::TellsFailure() const {
   const std::string text = Text();
   const std::size_t mark = text.find(kMark);
   if (mark == text.npos) {
-    return text.find(" E:FileSystem::WriteFile(") != text.npos ||
-           text.find(" E:TStatHolder::Save(") != text.npos;  // cannot delete
+    for (const char* telling :
+         {" E:FileSystem::WriteFile(", ": Can't delete file", ", postpone "}) {
+      if (text.find(telling) != text.npos) return true;
+    }
+    return false;
   }
   constexpr std::size_t kTimeChars = 8;
   return text.find(" E:", mark + std::size(kMark) - 1) == mark + std::size(kMark) - 1 + kTimeChars;
