@@ -115,7 +115,7 @@ class Prover {
     log_.Clear();
     if (hindrance.begin) hindrance.begin();
     const Answer answer = InChild([&] { return RunHindered(passage.operation, hindrance.plan); });
-    const Outcome outcome = OutcomeOf(answer);
+    const Outcome outcome = OutcomeOf(answer, passage.before);
     if (hindrance.end) hindrance.end();
     const Files left = ReadState();
     const Tried tried{answer.code == kStopped || answer.text.starts_with("hit "),
@@ -153,10 +153,10 @@ class Prover {
     return (lastStep.empty() ? "done" : "hit " + lastStep) + '\n' + sent;
   }
 
-  Outcome OutcomeOf(const Answer& answer) const {
+  Outcome OutcomeOf(const Answer& answer, const Files& before) const {
     Outcome outcome;
     outcome.returned = answer.code == 0;
-    outcome.isLogged = log_.TellsFailure();
+    outcome.isLogged = log_.TellsFailure(before);
     outcome.sent = answer.text.substr(std::min(answer.text.find('\n'), answer.text.size() - 1) + 1);
     return outcome;
   }

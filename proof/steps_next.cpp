@@ -118,7 +118,7 @@ std::string FaultOfNextCalls(const Passage& passage, const Files& left, const Ou
     operation.run(&sent);
     if (!IsDone(passage, ReadState())) return "done again it is not done";
   }
-  for (const char* app : {"app", "Other приложение"}) {
+  for (const char* app : kApplications) {
     const std::string fault = FaultOfGoingOn(app, &sent);
     if (!fault.empty()) return fault;
   }

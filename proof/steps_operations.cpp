@@ -1,6 +1,5 @@
 // The operations: all that hosts and executors do to state files, in one long life of two
 // applications.
-#include <array>
 #include <string>
 
 #include "appinfo/app_info2.h"
@@ -21,7 +20,6 @@ namespace {
 
 constexpr std::uint64_t kNow = 1'800'000'000;
 constexpr char kBase[] = "http://h/?os=win";
-const std::array<std::string, 2> kApps = {"app", "Other приложение"};
 
 // Two of them fill a block, and a few a page of the disk.
 std::string Parameter(const std::string& token) {
@@ -111,7 +109,7 @@ Operation Receive(const char* name, const char* version) {
 
 void AddRecords(std::vector<Operation>* all) {
   using Record = TAppInfo2&;
-  for (const std::string& app : kApps) {
+  for (const std::string app : kApplications) {
     all->push_back(OfRecord("first value", Operation::kOneStep, app,
                             [](Record r) { r.Write("ReportUrl", "http://h/report"); }));
     all->push_back(OfRecord("longer value", Operation::kOneStep, app,
@@ -119,7 +117,7 @@ void AddRecords(std::vector<Operation>* all) {
     all->push_back(OfRecord("shorter value", Operation::kOneStep, app,
                             [](Record r) { r.Write("Locale", "en"); }));
   }
-  const std::string& app = kApps[0];
+  const std::string app = kApplications[0];
   all->push_back(
       OfRecord("version", Operation::kRepeatable, app, [](Record r) { r.SetVersion(1, 0, 0, 0); }));
   all->push_back(OfRecord("remove value", Operation::kOneStep, app,
@@ -185,7 +183,7 @@ void AddUpdates(std::vector<Operation>* all) {
 std::vector<Operation> Operations() {
   std::vector<Operation> all;
   AddRecords(&all);
-  for (const std::string& app : kApps) AddStatistics(app, &all);
+  for (const std::string app : kApplications) AddStatistics(app, &all);
   AddUpdates(&all);
   return all;
 }

@@ -50,7 +50,7 @@ class Prover {
       // A feed that cannot be read is refused so.
     }
     outcome.returned = true;
-    outcome.isLogged = log_.TellsFailure();
+    outcome.isLogged = log_.TellsFailure(passage.before);
     end();
     const Files left = ReadState();
     promise->Try();

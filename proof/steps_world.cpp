@@ -237,18 +237,29 @@ std::string StepsLog::Text() const { return BytesOf(file_); }
 
 void StepsLog::Mark() const { std::ofstream(file_, std::ios::app) << kMark; }
 
-bool StepsLog::TellsFailure() const {
+bool StepsLog::TellsFailure(const Files& before) const {
   const std::string text = Text();
   const std::size_t mark = text.find(kMark);
-  if (mark == text.npos) {
-    for (const char* telling :
-         {" E:FileSystem::WriteFile(", ": Can't delete file", ", postpone "}) {
-      if (text.find(telling) != text.npos) return true;
-    }
-    return false;
+  if (mark != text.npos) {
+    constexpr std::size_t kTimeChars = 8;
+    const std::size_t next = mark + std::size(kMark) - 1;
+    return text.compare(next + kTimeChars, 3, " E:") == 0;
   }
-  constexpr std::size_t kTimeChars = 8;
-  return text.find(" E:", mark + std::size(kMark) - 1) == mark + std::size(kMark) - 1 + kTimeChars;
+  for (const char* telling : {" E:FileSystem::WriteFile(", ": Can't delete file", ", postpone "}) {
+    if (text.find(telling) != text.npos) return true;
+  }
+  // A file that is there and could not be opened. Stores name files with "\\" on every system.
+  for (const auto& [name, bytes] : before) {
+    std::string path = name.substr(name.find('/') + 1);
+    std::replace(path.begin(), path.end(), '/', '\\');
+    std::size_t line = 0;
+    while ((line = text.find(" E:FileSystem::ReadFile(", line)) != text.npos) {
+      const std::size_t end = std::min(text.find_first_of("\r\n", line), text.size());
+      if (std::string_view(text).substr(line, end - line).ends_with('\\' + path)) return true;
+      line = end;
+    }
+  }
+  return false;
 }
 
 void Promise::Judge(const std::string& label, const std::string& fault) {

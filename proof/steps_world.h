@@ -37,6 +37,9 @@ struct Operation {
   bool isQuiet = false;    ///< promises to say nothing when it fails
 };
 
+/// The applications that they are done to.
+inline constexpr const char* kApplications[] = {"app", "Other app"};
+
 /// In the order in which they are to be done, from no file at all to the end.
 std::vector<Operation> Operations();
 
@@ -73,8 +76,9 @@ class StepsLog {
   void Clear() const;
   /// Notes that an operation fails now: the next line must tell so.
   void Mark() const;
-  /// Whether a failure is told: next behind the mark, without a mark by a write that failed.
-  bool TellsFailure() const;
+  /// Whether a failure is told: next behind the mark; without a mark by a write that failed, or by one
+  /// of the files that were there `before` and could not be read.
+  bool TellsFailure(const Files& before) const;
   std::string Text() const;
 
  private:
