@@ -8,16 +8,16 @@
 // a private prefix only.
 #include "util/win/unique.h"
 
-#include <aclapi.h>
+#include <sddl.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "proof/steps_world.h"
-#include "util/system.h"
-#include "util/text.h"
 
 namespace {
 
@@ -107,19 +107,13 @@ void ProveHeld(const Prover& prover, Promise* promise) {
 
 // Takes the right to write from the file or folder, or gives it back.
 void Deny(const fs::path& path, bool isDenied) {
-  std::wstring name = path.wstring();
-  EXPLICIT_ACCESSW access = {};
-  std::wstring user = L"CURRENT_USER";
-  ::BuildExplicitAccessWithNameW(&access, user.data(),
-                                 isDenied ? GENERIC_READ | GENERIC_EXECUTE : GENERIC_ALL,
-                                 SET_ACCESS, NO_INHERITANCE);
-  ACL* list = nullptr;
-  if (::SetEntriesInAclW(1, &access, nullptr, &list) != ERROR_SUCCESS ||
-      ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                              nullptr, list, nullptr) != ERROR_SUCCESS) {
-    throw std::runtime_error("the right cannot be changed");
-  }
-  ::LocalFree(list);
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  const bool isMade = ::ConvertStringSecurityDescriptorToSecurityDescriptorW(
+      isDenied ? L"D:P(A;;FRFX;;;WD)" : L"D:P(A;;FA;;;WD)", SDDL_REVISION_1, &descriptor, nullptr);
+  const bool isSet =
+      isMade && ::SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptor);
+  ::LocalFree(descriptor);
+  if (!isSet) throw std::runtime_error("the right cannot be changed");
 }
 
 void SetReadOnly(const fs::path& path, bool readOnly) {
@@ -151,22 +145,28 @@ void ProveDenied(const Prover& prover, Promise* promise) {
   }
 }
 
-void Fill(const fs::path& filler, unsigned blocks) {
-  const UniqueFile file(::CreateFileW(filler.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+// Writes blocks until there are so many or the disk is full. Returns how many there are.
+unsigned WriteBlocks(const fs::path& path, unsigned most) {
+  const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) throw std::runtime_error("the file system cannot be filled");
   const std::string block(4096, 'f');
-  DWORD written = 4096;
-  long long size = 0;
-  for (; written == block.size(); size += written) {
-    if (size > 8 << 20) throw std::runtime_error("the file system is not small");
+  for (unsigned count = 0; count < most; ++count) {
+    DWORD written = 0;
     ::WriteFile(file.get(), block.data(), 4096, &written, nullptr);
+    if (written != block.size()) return count;
   }
-  LARGE_INTEGER end;
-  end.QuadPart = std::max(0LL, size - 4096LL * blocks);
-  if (!::SetFilePointerEx(file.get(), end, nullptr, FILE_BEGIN) || !::SetEndOfFile(file.get())) {
-    throw std::runtime_error("the file system cannot be freed");
+  return most;
+}
+
+void Fill(const fs::path& filler, unsigned blocks) {
+  constexpr unsigned kMany = 2048;
+  const fs::path reserve = filler.wstring() + L"-reserve";
+  const unsigned free = WriteBlocks(reserve, blocks);
+  if (free != blocks || WriteBlocks(filler, kMany) == kMany) {
+    throw std::runtime_error("the file system is not a small one");
   }
+  fs::remove(reserve);
 }
 
 void ProveFull(const Prover& prover, unsigned maxBlocks, Promise* promise) {
