@@ -243,7 +243,9 @@ bool StepsLog::TellsFailure(const Files& before) const {
   if (mark != text.npos) {
     constexpr std::size_t kTimeChars = 8;
     const std::size_t next = mark + std::size(kMark) - 1;
-    return text.compare(next + kTimeChars, 3, " E:") == 0;
+    return std::string_view(text)
+        .substr(std::min(next + kTimeChars, text.size()))
+        .starts_with(" E:");
   }
   for (const char* telling : {" E:FileSystem::WriteFile(", ": Can't delete file", ", postpone "}) {
     if (text.find(telling) != text.npos) return true;
