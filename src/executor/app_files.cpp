@@ -27,7 +27,8 @@ void RemoveFlatFolder(const std::string& folder) {
 
 bool IsRegistered(const std::string& appId) {
   const TAppInfo2 app(appId);
-  return JustUtil::IsPathExist(WidenUtf8(app.Path())) && !app.IsRemoved();
+  // A record that cannot be looked at is not one that is gone: its data must not be removed.
+  return !FileSystem::IsNameFree(app.Path()) && !app.IsRemoved();
 }
 
 void ForgetRemovedApplication(const std::string& appId, TLocker* lock) {

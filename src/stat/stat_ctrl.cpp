@@ -67,7 +67,7 @@ std::string TStatCtrl::InWorkPath(int blockId) const {
 std::optional<int> TStatCtrl::FreeBlockId() const {
   // A file that cannot be opened at the moment holds a block all the same.
   for (int id = 0; id <= kLastBlockId; ++id) {
-    if (!JustUtil::IsPathExist(WidenUtf8(InWorkPath(id)))) return id;
+    if (FileSystem::IsNameFree(InWorkPath(id))) return id;
   }
   return {};
 }

@@ -16,6 +16,12 @@
 #include "util/clock.h"
 #include "util/text.h"
 
+#ifndef _WIN32
+#include <cerrno>
+
+#include "util/posix/file_step.h"
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -167,21 +173,27 @@ TEST_F(TStatCtrlTest, WaitingBlocksAreNeverOverwritten) {
   EXPECT_EQ(statistics_.GetPingUrl(kBase)->id, 100);
 }
 
-#ifndef _WIN32  // there such a file is overwritten in place
+#ifndef _WIN32
 TEST_F(TStatCtrlTest, WhatCannotBeWrittenIsNotSent) {
   statistics_.AddState(AppState::kInstall);
   statistics_.AddState(AppState::kUninstall);
   const std::string before = Statistics();
-  for (const char* blocked : {"in_work_0.xml.new", "statistics.xml.new"}) {
-    fs::create_directories(File(blocked));
-    EXPECT_FALSE(statistics_.GetPingUrl(kBase)) << blocked;
-    EXPECT_EQ(Statistics(), before) << blocked;
-    EXPECT_FALSE(fs::exists(File("in_work_0.xml"))) << blocked;
-    fs::remove(File(blocked));
+  static std::string blocked;
+  const auto refuse = [](const char* step, const std::string& path) {
+    return std::string_view(step) == "write" && path.find(blocked) != path.npos ? ENOSPC : 0;
+  };
+  for (const char* file : {"in_work_0.xml", "statistics.xml"}) {
+    blocked = file;
+    SetFileStepGuard(refuse);
+    EXPECT_FALSE(statistics_.GetPingUrl(kBase)) << file;
+    SetFileStepGuard(nullptr);
+    EXPECT_EQ(Statistics(), before) << file;
+    EXPECT_FALSE(fs::exists(File("in_work_0.xml"))) << file;
   }
   ASSERT_TRUE(statistics_.GetPingUrl(kBase));
-  fs::create_directories(File("statistics.xml.new"));
+  SetFileStepGuard(refuse);
   statistics_.Rollback(0);
+  SetFileStepGuard(nullptr);
   EXPECT_TRUE(fs::exists(File("in_work_0.xml"))) << "a block that could not be put back stays";
 }
 #endif

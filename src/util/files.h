@@ -61,13 +61,17 @@ std::string ReadFile(const std::string& path);
 /// Replaces the file in text mode (LF becomes CR LF), in one step: whoever reads it, and whoever
 /// comes after a kill or a power cut, finds the old content or the new. The folder is made, one
 /// level only. Where the file cannot be replaced for 100 ms (a program holds it open) it is
-/// overwritten in place.
+/// overwritten in place; then too a full disk leaves the old content.
 /// @return whether the whole content was written; else that was logged.
 bool WriteFile(const std::string& path, std::string_view content);
 
 /// The names of the folders in a folder, in no order.
 /// @return false when it is there and cannot be listed; a folder that is missing holds none.
 bool ListFolders(const std::string& path, std::vector<std::string>* names);
+
+/// Whether there is surely nothing of that name: false also when that cannot be told, which
+/// is logged.
+bool IsNameFree(const std::string& path);
 
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,7 @@
 #include "util/diag_log.h"
 #include "util/folders.h"
 #include "util/log_line.h"
+#include "util/posix/file_step.h"
 #include "util/text.h"
 #include "util/text_mode.h"
 
@@ -33,11 +35,108 @@ std::string Native(std::string path) {
 
 std::string Native(const std::wstring& path) { return Native(NarrowUtf8(path)); }
 
-bool WriteBytes(const std::string& path, std::string_view bytes, int flags) {
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0600);
-  if (file < 0) return false;
-  const ssize_t written = write(file, bytes.data(), bytes.size());
-  return close(file) == 0 && written == static_cast<ssize_t>(bytes.size());
+// An open file; none when it could not be opened.
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, int flags)
+      : path_(path),
+        file_(MayDo("open", path) ? open(path.c_str(), flags | O_CLOEXEC, 0600) : -1) {}
+  ~OpenFile() {
+    if (file_ >= 0) close(file_);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  explicit operator bool() const { return file_ >= 0; }
+
+  bool IsFolder() const {
+    struct stat status;
+    return fstat(file_, &status) == 0 && S_ISDIR(status.st_mode);
+  }
+  std::size_t Size() const {
+    struct stat status;
+    return fstat(file_, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+  }
+
+  bool ReadAll(std::string* content) const {
+    if (!MayDo("read", path_)) return false;
+    char piece[4096];
+    ssize_t count = 0;
+    while ((count = read(file_, piece, sizeof piece)) > 0) {
+      content->append(piece, static_cast<std::size_t>(count));
+    }
+    return count == 0;
+  }
+
+  // Where someone watches the steps, a write is two: a disk may be full in the middle of one.
+  // Returns how many bytes were written.
+  std::size_t Write(std::string_view bytes) const {
+    const std::size_t half = HasFileStepGuard() ? bytes.size() / 2 : bytes.size();
+    const std::size_t written = WritePiece("write", bytes.substr(0, half));
+    if (written < half || half == bytes.size()) return written;
+    return written + WritePiece("write on", bytes.substr(half));
+  }
+  bool SeekTo(std::size_t place) const {
+    return lseek(file_, static_cast<off_t>(place), SEEK_SET) >= 0;
+  }
+  bool Resize(std::size_t size) const {
+    return MayDo("resize", path_) && ftruncate(file_, static_cast<off_t>(size)) == 0;
+  }
+  void Flush() const {
+    if (MayDo("flush", path_)) fsync(file_);
+  }
+
+ private:
+  std::size_t WritePiece(const char* step, std::string_view bytes) const {
+    if (bytes.empty() || !MayDo(step, path_)) return 0;
+    const ssize_t written = write(file_, bytes.data(), bytes.size());
+    return written < 0 ? 0 : static_cast<std::size_t>(written);
+  }
+
+  const std::string path_;
+  const int file_;
+};
+
+constexpr int kReplaceFlags = O_WRONLY | O_CREAT | O_TRUNC;
+
+enum class WriteOutcome { kWritten, kNotOpened, kShort };
+
+// Writes `bytes` onto the disk, as on Windows.
+WriteOutcome WriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
+  *written = 0;
+  const OpenFile file(path, kReplaceFlags);
+  if (!file) return WriteOutcome::kNotOpened;
+  *written = file.Write(bytes);
+  if (*written != bytes.size()) return WriteOutcome::kShort;
+  file.Flush();
+  return WriteOutcome::kWritten;
+}
+
+// What is beyond the old end comes first, as on Windows.
+WriteOutcome OverwriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
+  *written = 0;
+  const OpenFile file(path, O_WRONLY | O_CREAT);
+  if (!file) return WriteOutcome::kNotOpened;
+  const std::size_t oldSize = file.Size();
+  const std::size_t kept = std::min(oldSize, bytes.size());
+  *written = file.SeekTo(kept) ? file.Write(bytes.substr(kept)) : 0;
+  if (*written != bytes.size() - kept) {
+    file.Resize(oldSize);
+    return WriteOutcome::kShort;
+  }
+  *written = file.SeekTo(0) ? file.Write(bytes.substr(0, kept)) : 0;
+  if (*written != kept) return WriteOutcome::kShort;
+  file.Resize(bytes.size());
+  file.Flush();
+  return WriteOutcome::kWritten;
+}
+
+bool Rename(const std::string& from, const std::string& to) {
+  return MayDo("rename", to) && std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+void Unlink(const std::string& path) {
+  if (MayDo("unlink", path)) unlink(path.c_str());
 }
 
 // "\<name>\" in the folder that the environment gives to the tests.
@@ -49,12 +148,16 @@ std::wstring HomeFolder(const wchar_t* name) {
 }  // namespace
 
 bool AppendToFile(const std::wstring& path, std::string_view text) {
-  return WriteBytes(Native(path), text, O_APPEND);
+  const OpenFile file(Native(path), O_WRONLY | O_CREAT | O_APPEND);
+  return file && file.Write(text) == text.size();
 }
 
 void MakeFolder(const std::wstring& path) {
+  const std::string native = Native(path);
   std::error_code ignored;
-  fs::create_directories(Native(path), ignored);
+  if (!fs::is_directory(native, ignored) && MayDo("mkdir", native)) {
+    fs::create_directories(native, ignored);
+  }
 }
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder create) {
@@ -79,7 +182,10 @@ std::wstring GetTempFolder() {
 
 namespace JustUtil {
 
-bool IsPathExist(const std::wstring& path) { return access(Native(path).c_str(), F_OK) == 0; }
+bool IsPathExist(const std::wstring& path) {
+  const std::string native = Native(path);
+  return MayDo("look", native) && access(native.c_str(), F_OK) == 0;
+}
 
 void BackupFile(std::wstring& path) {
   if (path.empty()) {
@@ -98,58 +204,94 @@ namespace FileSystem {
 
 ReadOutcome ReadFile(const std::string& path, std::string* content) {
   content->clear();
-  const int file = open(Native(path).c_str(), O_RDONLY | O_CLOEXEC);
-  const bool isMissing = file < 0 && errno == ENOENT && !path.empty();
-  char bytes[8192];
-  ssize_t size = -1;  // stays for a file that cannot be opened; a folder can, but not read
-  while (file >= 0 && (size = read(file, bytes, sizeof bytes)) > 0) {
-    content->append(bytes, static_cast<std::size_t>(size));
-  }
-  if (file >= 0) close(file);
-  if (size < 0) {
-    content->clear();
+  const OpenFile file(Native(path), O_RDONLY);
+  if (!file || file.IsFolder()) {  // which can be opened here
+    const int code = file ? EISDIR : errno;
     LOG_E << "Can't open file: " << path;
-    return isMissing ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+    return !path.empty() && code == ENOENT ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+  }
+  if (!file.ReadAll(content)) {
+    LOG_E << "Can't read file: " << path << kLastError;
+    content->clear();
+    return ReadOutcome::kFailed;
   }
   DropCrBeforeLf(content);
   return ReadOutcome::kRead;
 }
 
+// The same steps in the same order as on Windows: proofs that run here speak for both.
 bool WriteFile(const std::string& path, std::string_view content) {
-  const std::string native = Native(path);
-  std::error_code ignored;
-  fs::create_directory(fs::path(native).parent_path(), ignored);
-  const bool written = !path.empty() && WriteBytes(native + ".new", WithCrLf(content), O_TRUNC) &&
-                       std::rename((native + ".new").c_str(), native.c_str()) == 0;
-  if (!written) LOG_E << "Can't open file: " << path;
-  if (written) LOG_P << content.size() << "bytes wrote.";
-  return written;
+  const std::string target = Native(path);
+  const std::string sibling = target + ".new";
+  const std::string bytes = WithCrLf(content);
+  std::size_t written = 0;
+  WriteOutcome outcome = WriteOutcome::kNotOpened;
+  if (!target.empty()) {
+    const std::string folder = fs::path(target).parent_path();
+    if (MayDo("mkdir", folder)) mkdir(folder.c_str(), 0700);
+    outcome = WriteBytes(sibling, bytes, &written);
+    const bool replaced = outcome == WriteOutcome::kWritten && Rename(sibling, target);
+    if (!replaced && outcome != WriteOutcome::kShort) {
+      outcome = OverwriteBytes(target, bytes, &written);
+    }
+    if (!replaced) Unlink(sibling);
+  }
+  switch (outcome) {
+    case WriteOutcome::kWritten:
+      LOG_P << content.size() << "bytes wrote.";
+      return true;
+    case WriteOutcome::kNotOpened:
+      LOG_E << "Can't open file: " << path;
+      return false;
+    case WriteOutcome::kShort:
+      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      return false;
+  }
+  return false;
 }
 
 bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   names->clear();
+  const std::string native = Native(path);
+  if (!MayDo("list", native)) return false;
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(Native(path), error)) {
+  for (const auto& entry : fs::directory_iterator(native, error)) {
     if (entry.is_directory()) names->push_back(entry.path().filename().string());
   }
   return !error || error == std::errc::no_such_file_or_directory;
 }
 
-bool IsFileExist(const std::string& path) { return access(Native(path).c_str(), R_OK) == 0; }
+bool IsNameFree(const std::string& path) {
+  const std::string native = Native(path);
+  if (MayDo("look", native) && access(native.c_str(), F_OK) == 0) return false;
+  const bool missing = errno == ENOENT;
+  if (!missing) LOG_E << "Can't look for file: " << path << kLastError;
+  return missing && !path.empty();
+}
 
-void DeleteFile(const std::string& path) { unlink(Native(path).c_str()); }
+bool IsFileExist(const std::string& path) {
+  const std::string native = Native(path);
+  return MayDo("look", native) && access(native.c_str(), R_OK) == 0;
+}
+
+void DeleteFile(const std::string& path) { Unlink(Native(path)); }
 
 bool CopyFile(const std::string& path, const std::string& target) {
-  std::error_code error;
-  fs::copy_file(Native(path), Native(target), fs::copy_options::overwrite_existing, error);
-  if (error) LOG_E << "CopyFile error. Path: " << path << kLastError;
-  return !error;
+  std::string bytes;
+  std::size_t written = 0;
+  const OpenFile source(Native(path), O_RDONLY);
+  const bool copied = source && source.ReadAll(&bytes) &&
+                      WriteBytes(Native(target), bytes, &written) == WriteOutcome::kWritten;
+  if (!copied) LOG_E << "CopyFile error. Path: " << path << kLastError;
+  return copied;
 }
 
 std::string GetFileTime(const std::string& path) {
   struct stat status;
   tm local;
-  if (stat(Native(path).c_str(), &status) != 0 || !localtime_r(&status.st_mtime, &local)) {
+  const std::string native = Native(path);
+  if (!MayDo("look", native) || stat(native.c_str(), &status) != 0 ||
+      !localtime_r(&status.st_mtime, &local)) {
     LOG_E << "Can't get file time:" << path;
     return {};
   }

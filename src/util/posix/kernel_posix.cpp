@@ -16,6 +16,7 @@
 #include "util/last_error.h"
 #include "util/log_line.h"
 #include "util/mutex.h"
+#include "util/posix/file_step.h"
 #include "util/text.h"
 
 namespace {
@@ -55,7 +56,8 @@ void SleepMilliseconds(unsigned milliseconds) { usleep(milliseconds * 1000); }
 Mutex::Mutex(std::wstring name) : name_(std::move(name)) {
   const char* const home = std::getenv("KUPDATE_HOME");
   const std::string path = std::string(home ? home : "/tmp") + "/" + NarrowUtf8(name_) + ".lock";
-  const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int descriptor =
+      MayDo("open", path) ? open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600) : -1;
   handle_ = UniqueHandle(reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor) + 1));
   if (!handle_) LOG_E << "Can't create.";
 }

@@ -1,6 +1,7 @@
 #include "util/files.h"
 #include "util/win/unique.h"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 
@@ -24,8 +25,8 @@ UniqueFile OpenForReading(const std::wstring& path) {
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-UniqueFile OpenForWriting(const std::wstring& path) {
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, CREATE_ALWAYS,
+UniqueFile OpenForWriting(const std::wstring& path, DWORD disposition) {
+  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
@@ -49,10 +50,44 @@ enum class WriteOutcome { kWritten, kNotOpened, kShort };
 // bring an empty file with it.
 WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
-  const UniqueFile file = OpenForWriting(path);
+  const UniqueFile file = OpenForWriting(path, CREATE_ALWAYS);
   if (!file) return WriteOutcome::kNotOpened;
   ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr);
   if (*written != bytes.size()) return WriteOutcome::kShort;
+  ::FlushFileBuffers(file.get());
+  return WriteOutcome::kWritten;
+}
+
+bool WriteAt(HANDLE file, std::size_t place, std::string_view bytes, DWORD* written) {
+  LARGE_INTEGER to;
+  to.QuadPart = static_cast<LONGLONG>(place);
+  *written = 0;
+  ::SetFilePointerEx(file, to, nullptr, FILE_BEGIN);
+  ::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr);
+  return *written == bytes.size();
+}
+
+bool Resize(HANDLE file, std::size_t size) {
+  LARGE_INTEGER to;
+  to.QuadPart = static_cast<LONGLONG>(size);
+  return ::SetFilePointerEx(file, to, nullptr, FILE_BEGIN) && ::SetEndOfFile(file);
+}
+
+// Overwrites a file that cannot be replaced. What is beyond its old end comes first: nothing else
+// needs room on the disk, and where there is none the old content stays.
+WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
+  *written = 0;
+  const UniqueFile file = OpenForWriting(path, OPEN_ALWAYS);
+  LARGE_INTEGER size;
+  if (!file || !::GetFileSizeEx(file.get(), &size)) return WriteOutcome::kNotOpened;
+  const auto oldSize = static_cast<std::size_t>(size.QuadPart);
+  const std::size_t kept = std::min(oldSize, bytes.size());
+  if (!WriteAt(file.get(), kept, bytes.substr(kept), written)) {
+    Resize(file.get(), oldSize);
+    return WriteOutcome::kShort;
+  }
+  if (!WriteAt(file.get(), 0, bytes.substr(0, kept), written)) return WriteOutcome::kShort;
+  Resize(file.get(), bytes.size());
   ::FlushFileBuffers(file.get());
   return WriteOutcome::kWritten;
 }
@@ -167,7 +202,9 @@ bool WriteFile(const std::string& path, std::string_view content) {
     }
     const bool replaced = outcome == WriteOutcome::kWritten && Replace(target, sibling);
     // A full disk must not cost the old content as well.
-    if (!replaced && outcome != WriteOutcome::kShort) outcome = WriteBytes(target, bytes, &written);
+    if (!replaced && outcome != WriteOutcome::kShort) {
+      outcome = OverwriteBytes(target, bytes, &written);
+    }
     if (!replaced) ::DeleteFileW(sibling.c_str());
   }
   switch (outcome) {
@@ -198,6 +235,16 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
     if (isFolder && name != L"." && name != L"..") names->push_back(NarrowUtf8(name));
   } while (::FindNextFileW(find.get(), &data));
   return ::GetLastError() == ERROR_NO_MORE_FILES;
+}
+
+bool IsNameFree(const std::string& path) {
+  WIN32_FIND_DATAW data;
+  const UniqueFind find(::FindFirstFileW(WidenUtf8(path).c_str(), &data));
+  if (find) return false;
+  const DWORD error = ::GetLastError();
+  const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  if (!missing) LOG_E << "Can't look for file: " << path << kLastError;
+  return missing && !path.empty();
 }
 
 bool IsFileExist(const std::string& path) {
