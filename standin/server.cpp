@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "standin/com_manager.h"
+#include "standin/interface_pins.h"
 #include "standin/service.h"
 #include "standin/transfer.h"
 #include "util/handle.h"
@@ -102,6 +103,7 @@ int RunServer(const std::wstring& folder) {
   Service& service = *new Service(folder);
   service.journal.Write(JsonLine().Text("event", "start").Number("pid", ::GetCurrentProcessId()));
   HResult result = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  if (SUCCEEDED(result)) result = PinInterfaces();
   if (SUCCEEDED(result)) result = Serve(service, stop);
   if (FAILED(result)) service.journal.Problem("the server cannot run: " + CodeText(result));
   for (const std::shared_ptr<Job>& job : service.jobs.Live()) job->Rest();

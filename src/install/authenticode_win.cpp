@@ -74,7 +74,7 @@ bool IsSignedBy(void* file, const std::wstring& path, const std::string& publish
   data.pFile = &info;
   data.dwStateAction = WTD_STATEACTION_VERIFY;
   GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-  HWND const noWindow = static_cast<HWND>(INVALID_HANDLE_VALUE);
+  HWND noWindow = static_cast<HWND>(INVALID_HANDLE_VALUE);
   const LONG verdict = library.verify(noWindow, &action, &data);
   const std::string name = verdict == 0 ? SignerName(library, data.hWVTStateData) : std::string();
   data.dwStateAction = WTD_STATEACTION_CLOSE;

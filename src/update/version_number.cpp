@@ -85,7 +85,7 @@ void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts,
     } else if (c == '.' && !part.empty()) {
       endPart();
     } else {
-      throw kBadMask;
+      throw kBadMask;  // NOLINT(misc-throw-by-value-catch-by-reference): so it is caught
     }
   }
   if (!part.empty()) endPart();

@@ -45,10 +45,14 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
 
 }  // namespace
 
-void LoadLogLevel() {
-  DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
-  log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, L"Software\\Krelix",
-                                                   L"Log") == L"paranoiac");
+void LoadLogLevel() noexcept {
+  try {
+    DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
+    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser,
+                                                     L"Software\\Krelix", L"Log") == L"paranoiac");
+  } catch (...) {
+    return;  // a host is loading the library: no memory for a level, so it stays the usual one
+  }
 }
 
 void StartLog(const std::wstring& fileName, const std::wstring& folder) {

@@ -7,7 +7,7 @@
 /// Makes the log and reads from the registry (HKEY_CURRENT_USER, "Software\Krelix", "Log") whether
 /// "P:" lines are written: when the text is "paranoiac". To be called once, while the module is
 /// loaded.
-void LoadLogLevel();
+void LoadLogLevel() noexcept;
 
 /// Names the log's file; only the first call of the process does anything. A file of more than 1
 /// MiB is moved to its name with ".bak" first.

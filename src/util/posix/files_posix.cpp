@@ -141,6 +141,7 @@ void Unlink(const std::string& path) {
 
 // "\<name>\" in the folder that the environment gives to the tests.
 std::wstring HomeFolder(const wchar_t* name) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
   const char* const home = std::getenv("KUPDATE_HOME");
   return home ? WidenUtf8(home) + L"\\" + name : std::wstring();
 }

@@ -32,8 +32,8 @@ std::string NewGuidText() {
   const unsigned c = random();
   const unsigned d = random();
   char text[40];
-  std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%04X-%04X%08X}", a, b & 0xFFFF, b >> 16,
-                c & 0xFFFF, c >> 16, d);
+  static_cast<void>(std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%04X-%04X%08X}", a,
+                                  b & 0xFFFF, b >> 16, c & 0xFFFF, c >> 16, d));
   return text;
 }
 
@@ -41,6 +41,7 @@ bool IsVistaOrLater() { return true; }
 
 namespace JustUtil {
 
+// NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
 bool CheckPMIE8() { return std::getenv("KUPDATE_PROTECTED_MODE") != nullptr; }
 
 bool WriteIntToRegistry(const std::wstring& keyPath, const std::wstring& valueName,
