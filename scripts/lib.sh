@@ -43,16 +43,18 @@ make_publisher_key() {
     die "failed: making a key (see $LOGS/keys.log)"
 }
 
-# build PRESET TARGET...: configures and builds; the output is shown only when it fails.
+# build PRESET TARGET...: configures and builds; the output is shown only when it fails. Whoever builds the same
+# preset meanwhile waits.
 build() {
   local preset=$1 log=$LOGS/build-$1.log
   shift
   make_publisher_key
   {
+    flock 9
     cmake --preset "$preset" -DKUPDATE_WERROR=ON \
       -DKUPDATE_PUBLIC_KEYS="$BUILD/keys/publisher.pub.pem" &&
       cmake --build --preset "$preset" --target "$@"
-  } >"$log" 2>&1 </dev/null || {
+  } >"$log" 2>&1 </dev/null 9>"$BUILD/$preset.lock" || {
     tail -n 60 "$log" >&2
     die "failed: building $preset (whole output: $log)"
   }
