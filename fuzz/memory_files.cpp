@@ -54,6 +54,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
 
 bool ListFolders(const std::string&, std::vector<std::string>*) { return false; }
 bool IsFileExist(const std::string& path) { return Files().contains(path); }
+bool IsNameFree(const std::string& path) { return !IsFileExist(path); }
 
 void DeleteFile(const std::string& path) {
   const Uncounted disk;

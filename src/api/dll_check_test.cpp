@@ -161,9 +161,13 @@ TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
   EXPECT_EQ(Startup("no-address", ""), KUPDATE_S_OK);
   Dll().setExecutorPath(nullptr);
   EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1);
-  std::smatch id;
-  const std::string journal = testing::PrintToString(service.Journal());
-  ASSERT_TRUE(std::regex_search(journal, id, std::regex(R"(Resume\W+job\W*(\{[0-9A-F-]{36}\}))")));
+  std::string id;
+  for (const std::string& line : service.Journal()) {
+    std::smatch match;
+    if (std::regex_search(line, match, std::regex(R"x("call":"Resume","job":"([^"]*)")x")))
+      id = match[1];
+  }
+  ASSERT_FALSE(id.empty());
   const fs::path path = TempFolder() / "kupdate-versioninfo-scheduled.xml";
   const std::string file =
       std::regex_replace(NarrowUtf8(path.wstring()), std::regex(R"(\\)"), R"(\\)");
@@ -175,7 +179,7 @@ TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
            std::string(R"("flags":3,)"),
            R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid scheduled)"
            R"( --update-check --file \")" +
-               file + R"(\" --job )" + id.str(1) + R"(",)",
+               file + R"(\" --job )" + id + R"(",)",
            std::string(R"("call":"Resume",)"),
        }) {
     EXPECT_EQ(service.Count(want), 1) << want;
