@@ -57,8 +57,8 @@ END {
   ratio("read a value of a store / bare system calls", "StoreRead", "StoreReadBare", 0, 1.3)
   ratio("write a value of a store / bare system calls", "StoreWrite", "StoreWriteBare", 0, 1.3)
   for (i = 1; i <= inputs; ++i) {
-    row("memory / input: " memory[i], needed[i], "at most 20", "exact",
-        needed[i] <= 20 ? "yes" : "no")
+    row("memory / input: " memory[i], needed[i], "at most 10", "exact",
+        needed[i] <= 10 ? "yes" : "no")
   }
   exit missed
 }

@@ -54,7 +54,7 @@ class BareStore {
     stat(folder_.c_str(), &status);
     const std::string fresh = path_ + ".new";
     const int file = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    Require(write(file, bytes.data(), bytes.size()) > 0);
+    Require(write(file, bytes.data(), bytes.size()) > 0 && fsync(file) == 0);
     close(file);
     Require(rename(fresh.c_str(), path_.c_str()) == 0);
     Lock(LOCK_UN);

@@ -2,7 +2,7 @@
 
 # The library is loaded into other people's programs and waits for files most of its time, so it is built
 # for size. Sources where the work is in the processor are named to kupdate_fast(source...).
-string(REPLACE "-O3" "-Os -fno-inline-small-functions" CMAKE_CXX_FLAGS_RELEASE
+string(REPLACE "-O3" "-Oz -fno-inline-small-functions" CMAKE_CXX_FLAGS_RELEASE
   "${CMAKE_CXX_FLAGS_RELEASE}")
 function(kupdate_fast)
   set_source_files_properties(${ARGN} PROPERTIES

@@ -223,7 +223,7 @@ class Run {
   }
 
   std::string GoodEnd() const {
-    const std::string jobs = std::string("; jobs: ") + fault_.jobsLeft;
+    const std::string jobs = "; jobs: none";
     switch (fault_.route) {
       case Route::kCheck:
         return "appinfo.xml(1) statistics.xml(install) updinfo.xml(2.0)" + jobs;

@@ -51,7 +51,6 @@ struct Fault {
   const char* files;              ///< then, as FilesOf gives them
   const char* jobs = "none";      ///< then, as LiveJobsText gives them
   std::vector<const char*> log = {};
-  const char* jobsLeft = "none";     ///< in the end
   int reports = 1;                   ///< how often "p=1" has arrived in the end
   int starts = 1;                    ///< how often the host starts again
   std::int64_t laterSeconds = kDay;  ///< until it does, each time

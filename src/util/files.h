@@ -76,7 +76,8 @@ bool IsNameFree(const std::string& path);
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);
 
-/// Deletes the file; not being there and not being deletable are the same.
+/// Deletes the file, also where a program holds it open for less than 100 ms; not being there and not
+/// being deletable are the same.
 void DeleteFile(const std::string& path);
 
 /// Copies the file over `target`. A failure is logged.

@@ -49,10 +49,6 @@ class OpenFile {
 
   explicit operator bool() const { return file_ >= 0; }
 
-  bool IsFolder() const {
-    struct stat status;
-    return fstat(file_, &status) == 0 && S_ISDIR(status.st_mode);
-  }
   std::size_t Size() const {
     struct stat status;
     return fstat(file_, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
@@ -206,15 +202,11 @@ namespace FileSystem {
 ReadOutcome ReadFile(const std::string& path, std::string* content) {
   content->clear();
   const OpenFile file(Native(path), O_RDONLY);
-  if (!file || file.IsFolder()) {  // which can be opened here
-    const int code = file ? EISDIR : errno;
-    LOG_E << "Can't open file: " << path;
-    return !path.empty() && code == ENOENT ? ReadOutcome::kMissing : ReadOutcome::kFailed;
-  }
-  if (!file.ReadAll(content)) {
-    LOG_E << "Can't read file: " << path << kLastError;
+  if (!file || !file.ReadAll(content)) {  // a folder can be opened here, but not read
+    const int code = errno;
     content->clear();
-    return ReadOutcome::kFailed;
+    LOG_E << "Can't open file: " << path;
+    return !file && !path.empty() && code == ENOENT ? ReadOutcome::kMissing : ReadOutcome::kFailed;
   }
   DropCrBeforeLf(content);
   return ReadOutcome::kRead;

@@ -102,15 +102,20 @@ bool MayBeHeld(const std::wstring& target, DWORD error) {
 }
 
 // A program that has the target open (a scanner, an editor) is given a moment to let it go.
-bool Replace(const std::wstring& target, const std::wstring& replacement) {
-  for (unsigned tries = 0;; ++tries) {
-    if (::MoveFileExW(replacement.c_str(), target.c_str(),
-                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-      return true;
-    }
+template <class Change>
+bool TryWhileHeld(const std::wstring& target, Change change) {
+  for (unsigned tries = 0; !change(); ++tries) {
     if (tries == kReplaceTries || !MayBeHeld(target, ::GetLastError())) return false;
     SleepMilliseconds(kReplacePauseMilliseconds);
   }
+  return true;
+}
+
+bool Replace(const std::wstring& target, const std::wstring& replacement) {
+  return TryWhileHeld(target, [&] {
+    return ::MoveFileExW(replacement.c_str(), target.c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+  });
 }
 
 }  // namespace
@@ -251,7 +256,10 @@ bool IsFileExist(const std::string& path) {
   return static_cast<bool>(OpenForReading(WidenUtf8(path)));
 }
 
-void DeleteFile(const std::string& path) { ::DeleteFileW(WidenUtf8(path).c_str()); }
+void DeleteFile(const std::string& path) {
+  const std::wstring target = WidenUtf8(path);
+  TryWhileHeld(target, [&] { return ::DeleteFileW(target.c_str()) != 0; });
+}
 
 bool CopyFile(const std::string& path, const std::string& target) {
   if (::CopyFileW(WidenUtf8(path).c_str(), WidenUtf8(target).c_str(), FALSE)) return true;
