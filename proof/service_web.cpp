@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "testing/raw_socket.h"
 #include "util/clock.h"
 
 namespace proof {
@@ -12,35 +13,6 @@ namespace {
 
 constexpr std::string_view kEndless = "...";
 constexpr unsigned kTrickleMilliseconds = 50;
-
-bool SendAll(SOCKET socket, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const int sent = ::send(socket, bytes.data(), static_cast<int>(bytes.size()), 0);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
-  }
-  return true;
-}
-
-// The first line of a request, once all of its head has come.
-std::string RequestLine(SOCKET socket) {
-  std::string request;
-  char piece[1024];
-  while (request.find("\r\n\r\n") == std::string::npos) {
-    const int read = ::recv(socket, piece, sizeof piece, 0);
-    if (read <= 0) return {};
-    request.append(piece, static_cast<std::size_t>(read));
-  }
-  return request.substr(0, request.find("\r\n"));
-}
-
-sockaddr_in Local(unsigned short port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-  address.sin_port = ::htons(port);
-  return address;
-}
 
 }  // namespace
 
@@ -79,17 +51,7 @@ void OddWeb::Answer(const std::string& path, std::string toGet, std::string toHe
 
 void OddWeb::ComeBack() {
   if (!std::exchange(away_, false)) return;
-  listener_ = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  // Connections of before may linger on the port.
-  const BOOL reuse = TRUE;
-  ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&reuse),
-               sizeof reuse);
-  sockaddr_in address = Local(port_);
-  int size = sizeof address;
-  ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
-  ::listen(listener_, SOMAXCONN);
-  ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ::ntohs(address.sin_port);
+  listener_ = ListenLocally(&port_);
   thread_ = std::thread([this] { Serve(); });
 }
 
@@ -98,12 +60,8 @@ void OddWeb::GoAway() {
     const std::lock_guard lock(mutex_);
     if (std::exchange(away_, true)) return;
   }
-  // A last connection wakes the thread.
-  const SOCKET last = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  sockaddr_in address = Local(port_);
-  ::connect(last, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  WakeListener(port_);
   thread_.join();
-  ::closesocket(last);
   ::closesocket(listener_);
 }
 

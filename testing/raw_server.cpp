@@ -5,28 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include "testing/raw_socket.h"
+
 namespace {
-
-bool SendAll(SOCKET socket, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const int sent = ::send(socket, bytes.data(), static_cast<int>(bytes.size()), 0);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
-  }
-  return true;
-}
-
-// "GET /path", once all of the request's head has come.
-std::string RequestOf(SOCKET socket) {
-  std::string request;
-  char piece[1024];
-  while (request.find("\r\n\r\n") == std::string::npos) {
-    const int read = ::recv(socket, piece, sizeof piece, 0);
-    if (read <= 0) return {};
-    request.append(piece, static_cast<std::size_t>(read));
-  }
-  return request.substr(0, request.find(' ', request.find(' ') + 1));
-}
 
 void Send(SOCKET socket, std::string_view bytes) {
   constexpr std::string_view kEndless = "...";
@@ -48,27 +29,13 @@ RawServer::RawServer(std::map<std::string, std::string> answers)
 RawServer::RawServer(Answer answer) : answer_(std::move(answer)) {
   WSADATA data;
   ::WSAStartup(MAKEWORD(2, 2), &data);
-  listener_ = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-  int size = sizeof address;
-  ::bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
-  ::listen(listener_, SOMAXCONN);
-  ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ::ntohs(address.sin_port);
+  listener_ = ListenLocally(&port_);
   thread_ = std::thread([this] { Serve(); });
 }
 
 RawServer::~RawServer() {
-  // A last connection wakes the thread, which takes one without a request for the end.
-  const SOCKET last = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
-  address.sin_port = ::htons(static_cast<u_short>(port_));
-  ::connect(last, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::closesocket(last);
+  // It takes a connection without a request for the end.
+  WakeListener(port_);
   thread_.join();
   ::closesocket(listener_);
   ::WSACleanup();
@@ -81,7 +48,8 @@ std::string RawServer::Url(const std::string& path) const {
 void RawServer::Serve() const {
   for (;;) {
     const SOCKET socket = ::accept(listener_, nullptr, nullptr);
-    const std::string request = RequestOf(socket);
+    const std::string line = RequestLine(socket);
+    const std::string request = line.substr(0, line.find(' ', line.find(' ') + 1));
     if (!request.empty()) Send(socket, answer_(request));
     ::closesocket(socket);
     if (request.empty()) return;

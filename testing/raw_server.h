@@ -29,7 +29,7 @@ class RawServer {
 
   Answer answer_;
   std::uintptr_t listener_;
-  int port_ = 0;
+  unsigned short port_ = 0;
   std::thread thread_;
 };
 

@@ -120,19 +120,3 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
   EXPECT_TRUE(fs::exists(file.wstring() + L".bak"));
   EXPECT_NE(LogOf("large").find(paranoid), std::string::npos);
 }
-
-TEST(Processes, EightLoseNothing) {
-  std::vector<void*> children;
-  for (int i = 0; i < 8; ++i) children.push_back(StartChild(L"crowd " + std::to_wstring(i)));
-  for (void* child : children) EXPECT_EQ(EndOf(child), 0u);
-  const fs::path folder = DataFolder() / "crowd";
-  const std::string text = ReadBytes(folder / "statistics.xml");
-  for (int i = 0; i < 160; ++i) {
-    const std::string param = ">p" + std::to_string(i / 20) + "=" + std::to_string(i % 20) + "<";
-    EXPECT_NE(text.find(param), std::string::npos) << param;
-  }
-  EXPECT_NE(text.find("ord=\"160\""), std::string::npos) << "none came twice, none is missing";
-  EXPECT_EQ(text.find("ord=\"161\""), std::string::npos);
-  EXPECT_TRUE(TextFrom(Dll().getLocale, "crowd").ends_with("=19"));
-  EXPECT_FALSE(fs::exists(folder / "appinfo.xml.bak")) << "no process ever saw a torn file";
-}

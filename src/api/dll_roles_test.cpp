@@ -47,11 +47,6 @@ int RunHost(const std::vector<std::string>& words) {
   for (std::size_t i = 1; role == "locale" && i < words.size(); ++i) {
     Dll().setLocale(words[i] == "null" ? nullptr : words[i].c_str(), "x");
   }
-  for (int i = 0; role == "crowd" && i < 20; ++i) {
-    const std::string param = "p" + words[1] + "=" + std::to_string(i);
-    if (Dll().setOptionalParam("crowd", param.c_str()) != KUPDATE_S_OK) return 1;
-    if (Dll().setLocale("crowd", param.c_str()) != KUPDATE_S_OK) return 2;
-  }
   return 0;
 }
 

@@ -16,12 +16,6 @@
 #include "util/clock.h"
 #include "util/text.h"
 
-#ifndef _WIN32
-#include <cerrno>
-
-#include "util/posix/file_step.h"
-#endif
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -172,31 +166,6 @@ TEST_F(TStatCtrlTest, WaitingBlocksAreNeverOverwritten) {
   fs::remove(File("in_work_100.xml"));
   EXPECT_EQ(statistics_.GetPingUrl(kBase)->id, 100);
 }
-
-#ifndef _WIN32
-TEST_F(TStatCtrlTest, WhatCannotBeWrittenIsNotSent) {
-  statistics_.AddState(AppState::kInstall);
-  statistics_.AddState(AppState::kUninstall);
-  const std::string before = Statistics();
-  static std::string blocked;
-  const auto refuse = [](const char* step, const std::string& path) {
-    return std::string_view(step) == "write" && path.find(blocked) != path.npos ? ENOSPC : 0;
-  };
-  for (const char* file : {"in_work_0.xml", "statistics.xml"}) {
-    blocked = file;
-    SetFileStepGuard(refuse);
-    EXPECT_FALSE(statistics_.GetPingUrl(kBase)) << file;
-    SetFileStepGuard(nullptr);
-    EXPECT_EQ(Statistics(), before) << file;
-    EXPECT_FALSE(fs::exists(File("in_work_0.xml"))) << file;
-  }
-  ASSERT_TRUE(statistics_.GetPingUrl(kBase));
-  SetFileStepGuard(refuse);
-  statistics_.Rollback(0);
-  SetFileStepGuard(nullptr);
-  EXPECT_TRUE(fs::exists(File("in_work_0.xml"))) << "a block that could not be put back stays";
-}
-#endif
 
 TEST_F(TStatCtrlTest, SendStatSendsAllThatWaits) {
   const std::string full(1000, 'x');  // nothing goes behind it
