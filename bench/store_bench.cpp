@@ -33,7 +33,6 @@ class BareStore {
   BareStore(const DataHome& home, std::string path)
       : path_(std::move(path)),
         folder_(home.AppFolder("bench").string()),
-        root_(home.AppFolder("bench").parent_path().string()),
         lock_(open((path_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
   ~BareStore() { close(lock_); }
   BareStore(const BareStore&) = delete;
@@ -68,8 +67,6 @@ class BareStore {
   }
   void Lock(int operation) const { Require(flock(lock_, operation) == 0); }
   std::string ReadLocked() const {
-    struct stat status;
-    stat(root_.c_str(), &status);
     char bytes[8192];
     const int file = open(path_.c_str(), O_RDONLY);
     const ssize_t size = read(file, bytes, sizeof bytes);
@@ -81,7 +78,6 @@ class BareStore {
 
   std::string path_;
   std::string folder_;
-  std::string root_;
   int lock_;
 };
 

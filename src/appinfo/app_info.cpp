@@ -4,26 +4,19 @@
 
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/text.h"
 #include "xml/xml_node.h"
 
 TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
-    : appId_(std::move(appId)), locker_(std::move(locker)) {}
+    : appId_(std::move(appId)), folder_(appId_), locker_(std::move(locker)) {}
 
 TAppInfo::TAppInfo(const std::string& appId)
     : TAppInfo(appId, std::make_unique<Mutex>(
                           WidenUtf8("APPINFO{65438470-A93E-4c32-83C0-33BFC5DDD428}-" + appId))) {}
 
 TAppInfo::~TAppInfo() = default;
-
-std::string TAppInfo::PathOf(std::string_view fileName) const {
-  std::string path = GetUpdaterDataPath(appId_);
-  if (!path.empty()) path += fileName;
-  return path;
-}
 
 std::string TAppInfo::Path() const { return PathOf("appinfo.xml"); }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "util/folders.h"
 #include "util/locker.h"
 
 class XmlNode;
@@ -69,7 +70,7 @@ class TAppInfo {
   /// @param locker  null: no locking
   TAppInfo(std::string appId, std::unique_ptr<TLocker> locker);
   /// Full path of a file in the application's folder, UTF-8; empty when the folder cannot be told.
-  std::string PathOf(std::string_view fileName) const;
+  std::string PathOf(std::string_view fileName) const { return folder_.PathOf(fileName); }
   /// The value, or nothing when the key or the file is absent or the lock is refused.
   /// @param operation  the name under which a refused lock is logged
   std::optional<std::string> Find(std::string_view key, std::string_view operation) const;
@@ -83,6 +84,7 @@ class TAppInfo {
   void Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit);
 
   std::string appId_;
+  DataFolder folder_;
   std::unique_ptr<TLocker> locker_;
 };
 

@@ -6,7 +6,6 @@
 #include "appinfo/app_info2.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
@@ -52,16 +51,10 @@ constexpr TStatCtrl::Operation TStatCtrl::kGetPingUrl{"TStatCtrl::GetPingUrl",
 constexpr TStatCtrl::Operation TStatCtrl::kRollback{"TStatCtrl::Rollback",
                                                     "Lock error, postpone rollback ."};
 
-TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : appId_(std::move(appId)), lock_(lock) {}
-
-std::string TStatCtrl::PathOf(std::string_view fileName) const {
-  std::string path = GetUpdaterDataPath(appId_);
-  if (!path.empty()) path += fileName;
-  return path;
-}
+TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : folder_(std::move(appId)), lock_(lock) {}
 
 std::string TStatCtrl::InWorkPath(int blockId) const {
-  return PathOf("in_work_" + DecimalText(blockId) + ".xml");
+  return folder_.PathOf("in_work_" + DecimalText(blockId) + ".xml");
 }
 
 std::optional<int> TStatCtrl::FreeBlockId() const {

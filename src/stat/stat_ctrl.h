@@ -10,6 +10,7 @@
 
 #include "stat/app_state.h"
 #include "stat/stat_holder.h"
+#include "util/folders.h"
 #include "util/locker.h"
 
 class TAppInfo2;
@@ -70,9 +71,7 @@ class TStatCtrl {
   static const Operation kGetPingUrl;
   static const Operation kRollback;
 
-  /// Full path of a file in the application's folder; empty when the folder cannot be told.
-  std::string PathOf(std::string_view fileName) const;
-  std::string StatisticsPath() const { return PathOf("statistics.xml"); }
+  std::string StatisticsPath() const { return folder_.PathOf("statistics.xml"); }
   std::string InWorkPath(int blockId) const;
   /// The first id whose in-work file is not there; nothing when all are.
   std::optional<int> FreeBlockId() const;
@@ -85,7 +84,7 @@ class TStatCtrl {
   /// What the file holds; a fresh holder when the operation is postponed.
   TStatHolder Read(const Operation& operation);
 
-  std::string appId_;
+  DataFolder folder_;
   TLocker* lock_;
 };
 

@@ -63,6 +63,12 @@ std::wstring GetUpdaterLowFolder(const std::string& subPath) {
 }
 
 std::string GetUpdaterDataPath(const std::string& subPath) {
-  MakeFolder(GetUpdaterLowFolder({}));
-  return NarrowUtf8(GetUpdaterLowFolder(subPath));
+  const std::wstring updater = GetUpdaterLowFolder({});
+  MakeFolder(updater);
+  return NarrowUtf8(FolderBelow(updater, WidenAnsi(subPath)));
+}
+
+std::string DataFolder::PathOf(std::string_view fileName) const {
+  if (path_.empty()) path_ = GetUpdaterDataPath(name_);
+  return path_.empty() ? std::string() : std::string(path_).append(fileName);
 }

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 enum class CreateFolder { kNo, kYes };
 
@@ -49,6 +50,21 @@ std::wstring GetUpdaterLowFolder(const std::string& subPath);
 /// The folder of the stores' files, UTF-8: "Krelix\Updater\" in the low-integrity folder, which is
 /// made, then `subPath` (an application id), which is not.
 std::string GetUpdaterDataPath(const std::string& subPath);
+
+/// The folder of one application's files below that.
+class DataFolder {
+ public:
+  /// @param name  UTF-8
+  explicit DataFolder(std::string name) : name_(std::move(name)) {}
+
+  /// Full path of a file in the folder, UTF-8; empty when the system names no folder. It is asked
+  /// once, and makes the folder's parents then. Used by one thread at a time.
+  std::string PathOf(std::string_view fileName) const;
+
+ private:
+  std::string name_;
+  mutable std::string path_;
+};
 
 /// The folder for temporary files, made when absent.
 std::wstring GetTempFolder();

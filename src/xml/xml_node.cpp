@@ -21,6 +21,17 @@ XmlAttribute* LowerBound(XmlAttributes& attributes, std::string_view name) {
 
 }  // namespace
 
+void XmlTree::AddBlock(std::size_t leastBytes) {
+  const std::size_t leftBytes = mostBytes_ - std::min(mostBytes_, heldBytes_);
+  if (leastBytes > leftBytes) throw std::bad_alloc();
+  const std::size_t size = std::max(leastBytes, std::min(nextBlockBytes_, leftBytes));
+  heldBytes_ += size;
+  blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(size));
+  free_ = blocks_.back().get();
+  freeBytes_ = size;
+  nextBlockBytes_ = std::min(nextBlockBytes_ * 2, kLastBlockBytes);
+}
+
 XmlNode::XmlNode() = default;
 
 // Delegates, so that the destructor frees the tree when memory runs out half-way.
@@ -126,11 +137,9 @@ std::string_view XmlNode::Attribute(std::string_view name) const {
   return found ? found->Value() : std::string_view();
 }
 
-bool XmlNode::HasAttribute(std::string_view name) const { return FindAttribute(name) != nullptr; }
-
 void XmlNode::SetAttribute(std::string_view name, std::string_view value) {
   const XmlAttribute attribute(Tree().Keep(name), Tree().Keep(value));
-  if (!attributes_) attributes_ = tree_->AllocateAttributes(4);
+  if (!attributes_) attributes_ = tree_->AllocateAttributes(1);
   XmlAttribute* place = LowerBound(*attributes_, name);
   if (place != attributes_->end() && place->Name() == name) {
     *place = attribute;

@@ -69,8 +69,9 @@ class XmlNode {
   /// time.
   /// @param text      taken over, not copied again
   /// @param listener  may be null
-  /// Throws exXML; then the tree holds the children of the root that were read whole. More than 256
-  /// nested elements are an error.
+  /// Throws exXML; then the tree holds the children of the root that were read whole. Errors are also
+  /// more than 256 nested elements, more than 4096 attributes of one, and a tree that takes more than
+  /// six times the input and 512 KB ("out of memory"): only text made for that is so dense.
   void Parse(std::string text, XmlListener* listener = nullptr);
 
   /// The text of the tree, with the specials first and two blanks of indent a level.
@@ -123,7 +124,6 @@ class XmlNode {
 
   /// The attribute's value, empty when absent.
   std::string_view Attribute(std::string_view name) const;
-  bool HasAttribute(std::string_view name) const;
   void SetAttribute(std::string_view name, std::string_view value);
   /// In decimal, as "%lld" writes it.
   void SetAttribute(std::string_view name, std::int64_t value);

@@ -9,10 +9,9 @@
 
 namespace {
 
-// "<a><a>...</a></a>": `depth` nested elements.
-std::string Nested(int depth) {
+std::string Times(int count, std::string_view piece) {
   std::string text;
-  for (int i = 0; i < depth; ++i) text = "<a>" + text + "</a>";
+  for (int i = 0; i < count; ++i) text += piece;
   return text;
 }
 
@@ -20,6 +19,16 @@ XmlNode Parsed(std::string text) {
   XmlNode root;
   root.Parse(std::move(text));
   return root;
+}
+
+// The parser's message for a text, and where it stopped.
+std::string Fault(const std::string& text) {
+  try {
+    Parsed(text);
+    return "none";
+  } catch (const exXML& error) {
+    return error.what() + (" at " + std::to_string(error.position()));
+  }
 }
 
 constexpr char kDocument[] =
@@ -52,7 +61,7 @@ TEST(XmlParser, ReadsDocuments) {
       {"a comment before a closing tag goes", "<a><b/><!x></a>", "<a>\n  <b/>\n</a>\n"},
   };
   table.Expect([](const std::string& text) { return Parsed(text).Serialise(); });
-  EXPECT_NO_THROW(Parsed(Nested(256)));
+  EXPECT_NO_THROW(Parsed(Times(256, "<a>") + Times(256, "</a>")));
 }
 
 TEST(XmlParser, NamesTheFault) {
@@ -80,15 +89,13 @@ TEST(XmlParser, NamesTheFault) {
       {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a>&#;</a>", entity + "\"#\"" + inA + " at 6"},
       {"<a b='&amp'/>", end + inA + " at 13"},
-      {Nested(257), "elements nested too deeply" + inA + " at 770"},
+      {Times(257, "<a>"), "elements nested too deeply" + inA + " at 770"},
+      {"<a " + Times(4097, "b=''") + "/>", "too many attributes" + inA + " at 16391"},
   };
-  table.Expect([](const std::string& text) -> std::string {
-    try {
-      return Parsed(text).Serialise();
-    } catch (const exXML& error) {
-      return error.what() + (" at " + std::to_string(error.position()));
-    }
-  });
+  table.Expect(Fault);
+  // Ten thousand nodes are always allowed; more need some text.
+  EXPECT_EQ(Fault("<a>" + Times(10000, "<!>") + "</a>"), "none");
+  EXPECT_EQ(Fault("<a>" + Times(40000, "<!>")), "out of memory at 66650");
 }
 
 TEST(XmlParser, TheLastOfEqualAttributesStays) {
@@ -164,6 +171,9 @@ TEST(XmlNode, RemovesChildrenAnywhere) {
     const XmlNode* const last = root.FirstChild()->Next()->Next();
     EXPECT_TRUE(last && last->Name() == "x" && !last->Next());
   }
+  XmlNode root = Parsed("<a><b/></a>");
+  root.RemoveChild(*root.FirstChild());
+  EXPECT_EQ(root.Serialise(), "<a/>\n");
 }
 
 TEST(LoadXml, LogsWhatDoesNotParseAndLeavesWhatWasReadWhole) {

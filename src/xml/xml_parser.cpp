@@ -14,6 +14,7 @@
 namespace {
 
 constexpr std::size_t kMaxDepth = 256;
+constexpr std::size_t kMaxAttributes = 4096;
 constexpr std::size_t kMaxValueShown = 32;
 constexpr std::size_t kMaxNameShown = 256;
 
@@ -294,7 +295,9 @@ void XmlParser::ReadAttributes() {
     if (!Skip('=')) break;
     const std::string_view value = ReadAttributeValue();
     if (listener_) listener_->OnAttribute(*node_, name, value);
-    if (!name.empty()) attributes_.emplace_back(name, value);
+    if (name.empty()) continue;
+    if (attributes_.size() == kMaxAttributes) Fail("too many attributes");
+    attributes_.emplace_back(name, value);
   }
   if (!attributes_.empty()) StoreAttributes();
 }
@@ -405,9 +408,12 @@ void XmlNode::Parse(std::string text, XmlListener* listener) {
   *this = XmlNode();
   if (text.size() > kMaxTextBytes) throw exXML("out of memory", 0);
   Tree().input = std::move(text);
+  tree_->BoundByInput();
   try {
     XmlParser(*this, listener).Run();
+    tree_->Unbound();
   } catch (const exXML&) {
+    tree_->Unbound();
     HoldValue({});  // the beginning of a text is not a text
     throw;
   }

@@ -47,6 +47,7 @@ std::wstring WidenAnsi(std::string_view text) { return WidenUtf8(text); }
 
 std::string NarrowUtf8(std::wstring_view text) {
   std::string narrow;
+  narrow.reserve(text.size());
   for (const wchar_t c : text) Encode(static_cast<std::uint32_t>(c), &narrow);
   return narrow;
 }
