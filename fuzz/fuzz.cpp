@@ -94,7 +94,10 @@ std::string_view TakeLine(std::string_view* text) {
   return line;
 }
 
-std::string AppFile(std::string_view name) { return GetUpdaterDataPath(kApp).append(name); }
+std::string AppFile(std::string_view name) {
+  static const DataFolder& folder = *new DataFolder(kApp);
+  return folder.PathOf(name);
+}
 std::string MakerFile(std::string_view name) { return GetMakerFolder().append(name); }
 
 void DropLog() {

@@ -11,7 +11,7 @@
 namespace {
 
 // Each takes the time of all that waits; no kind of damage needs more of them.
-constexpr int kBlocks = 3;
+constexpr int kBlocks = 2;
 
 std::string InWork(int id) { return AppFile("in_work_" + DecimalText(id) + ".xml"); }
 
