@@ -66,6 +66,7 @@ struct Victim {
   fs::path diary;              // of a host
   std::string name;            // of a host
   bool isKilled = false;
+  DWORD exitCode = 0;
 };
 
 // Everything that is found out, over all applications.
@@ -76,6 +77,7 @@ struct Findings {
   long acknowledged = 0;
   int arrivedTwice = 0;
   int blocksLeft = 0;  // in work, without a job
+  int neverThere = 0;  // hosts that the system did not bring to their first line
   ULONGLONG longestNextCall = 0;
   Complaints parse, lost, twice, next, end;
 };
@@ -233,7 +235,8 @@ class Storm {
 
   static bool HasCome(const Moment& moment, const fs::path& diary) {
     const std::string text = ReadBytes(diary);
-    return !text.empty() && std::count(text.begin(), text.end(), '!') >= moment.callsReturned;
+    return text.find("ready") != text.npos &&
+           std::count(text.begin(), text.end(), '!') >= moment.callsReturned;
   }
 
   static void KillAt(const Moment& moment, Victim* victim) {
@@ -244,12 +247,23 @@ class Storm {
     }
     ::WaitForSingleObject(victim->process, moment.milliseconds);
     ::TerminateProcess(victim->process, kKilled);
-    victim->isKilled = EndOf(victim->process) == kKilled;
+    victim->exitCode = EndOf(victim->process);
+    victim->isKilled = victim->exitCode == kKilled;
   }
 
   void Count(int kills, int* counter) {
     found_.kills += kills;
     *counter += kills;
+  }
+
+  // A process that the system ended before its first line is none of ours; more than a few are.
+  void AddEnd(const Victim& victim, bool wasThere, const Account& account) {
+    const std::string how = victim.name + " ended by itself with " + HexText(victim.exitCode);
+    Progress("  " + how);
+    if (wasThere)
+      found_.end.Add(how + ", in call " + std::to_string(account.unfinished));
+    else if (++found_.neverThere > 3)
+      found_.end.Add(how + ", before its first line");
   }
 
   void CheckRound(const std::string& name, const std::array<Victim, kVictims>& victims) {
@@ -260,10 +274,10 @@ class Storm {
         continue;
       }
       accounts.push_back(ReadDiary(victim.diary));
-      fs::remove(victim.diary);
+      const bool wasThere = fs::remove(victim.diary);
       const Account& account = accounts.back();
       if (account.failed > 0) found_.next.Add(victim.name + ": a call before the kill failed");
-      if (!victim.isKilled) found_.end.Add(victim.name + " ended by itself");
+      if (!victim.isKilled) AddEnd(victim, wasThere, account);
       Count(victim.isKilled, &found_.killsInCall[account.unfinished]);
       for (const std::string& item : account.tried) ++tried_[item];
       for (const std::string& item : account.acknowledged) Acknowledge(item);
@@ -419,7 +433,10 @@ bool RunKills(int kills, std::uint32_t seed) {
               found.twice.Text() + ", " + std::to_string(found.arrivedTwice) + " came twice (" +
                   std::to_string(found.blocksLeft) + " blocks were left in work)",
               found.twice.none());
-  held &= Row("in the end all jobs end and all is sent", tried, found.end.Text(), found.end.none());
+  held &= Row(
+      "in the end all jobs end and all is sent", tried,
+      found.end.Text() + ", " + std::to_string(found.neverThere) + " hosts that Wine did not start",
+      found.end.none());
   if (kills < kEnoughToMeetAll) return held;
   const int inExport = Least(&found.killsInCall[1], kExports);
   const int ofCommand = Least(found.killsOfCommand.data(), kCommands);
