@@ -16,9 +16,12 @@ constexpr int kBytesAhead = 400;
 }  // namespace
 
 // A feed may have a million of these children. Most are told apart by the length of their names,
-// without a look at the text, which lies elsewhere in memory.
+// without a look at the text, which lies elsewhere in memory. An item of others is walked to its end
+// all the same: memory that is read in its order comes before it is asked for, and skipping half an
+// item costs more than reading it.
 bool FindParts(const XmlNode& item, std::string_view appId, std::string_view platform,
                ItemParts* parts) {
+  bool isOurs = true;
   bool hasPlatform = false;
   bool hasNick = false;
   for (const XmlNode* child = item.FirstChild(); child; child = child->Next()) {
@@ -27,12 +30,12 @@ bool FindParts(const XmlNode& item, std::string_view appId, std::string_view pla
     switch (name.size()) {
       case kPlatform.size():
         if (hasPlatform || name != kPlatform) break;
-        if (child->Text() != platform) return false;
+        isOurs &= child->Text() == platform;
         hasPlatform = true;
         break;
       case kNick.size():
         if (hasNick || name != kNick) break;
-        if (!EqualsIgnoreCase(child->Text(), appId)) return false;
+        isOurs &= EqualsIgnoreCase(child->Text(), appId);
         hasNick = true;
         break;
       case kVersion.size():
@@ -43,5 +46,5 @@ bool FindParts(const XmlNode& item, std::string_view appId, std::string_view pla
         break;
     }
   }
-  return true;
+  return isOurs;
 }
