@@ -25,8 +25,12 @@ wchar_t DecodeOne(std::string_view& bytes) {
 }
 
 void Encode(std::uint32_t code, std::string* text) {
+  if (code < 0x80) {
+    *text += static_cast<char>(code);
+    return;
+  }
   if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = kReplacement;
-  const int continuations = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+  const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
   const std::uint32_t marks[] = {0, 0xC0, 0xE0, 0xF0};
   *text += static_cast<char>(marks[continuations] | code >> (6 * continuations));
   for (int i = continuations - 1; i >= 0; --i) {
@@ -37,8 +41,11 @@ void Encode(std::uint32_t code, std::string* text) {
 }  // namespace
 
 std::wstring WidenUtf8(std::string_view text) {
-  std::wstring wide;
-  wide.reserve(text.size());
+  const auto plainEnd =
+      std::find_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+  std::wstring wide(text.begin(), plainEnd);
+  text.remove_prefix(wide.size());
+  wide.reserve(wide.size() + text.size());
   while (!text.empty()) wide += DecodeOne(text);
   return wide;
 }
