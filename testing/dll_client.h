@@ -65,9 +65,12 @@ struct DllLog : LogCapture {
   DllLog() : LogCapture(RoamingFolder() / "kupdate-exec-first.log") {}
 };
 
-/// Starts this program again as `--child arguments`; returns the process, an owned HANDLE.
+/// Starts a program; returns the process, an owned HANDLE, or null.
+/// @param output  a HANDLE for what it writes, which it inherits; null: none
+void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output);
+/// Starts this program again as `--child arguments`.
 void* StartChild(const std::wstring& arguments);
-/// Waits for a child, closes it and returns its exit code.
+/// Waits for a process, closes it and returns its exit code; without one the largest number.
 unsigned EndOf(void* process);
 
 }  // namespace testing_dll

@@ -68,28 +68,13 @@ TEST(Statistics, TravelFromTheCallsToTheWebServer) {
   EXPECT_EQ(service.Count("\"seconds\":86400"), 1);
 }
 
-TEST(Statistics, TheLastPingOfTheLastApplicationLetsTheExecutorGo) {
-  const TransferService service;
-  const std::string program = R"("parameters":"C:\\only\\leaver.exe )";
-  Dll().setExecutorPath(L"C:\\only\\leaver.exe");
-  fs::remove_all(DataFolder());  // no other application is registered
-  Start("stayer");
-  Start("leaver");
-  EXPECT_EQ(Dll().onApplicationUninstall("leaver"), KUPDATE_S_OK);
-  EXPECT_EQ(service.Count(program + " --stat-callback 1 --appid leaver --job {"), 1);
-  EXPECT_EQ(Dll().onApplicationUninstall("stayer"), KUPDATE_S_OK);
-  EXPECT_EQ(service.Count(program + " --suicide --stat-callback 1 --appid stayer --job {"), 1);
-  Dll().setExecutorPath(nullptr);
-}
-
 TEST(Statistics, WhatCannotBeSentStaysAndArrivesInOrder) {
-  const char* const faults[] = {"fail CreateInstance 0x80070005", "fail CreateJob 0x80200049",
-                                "fail SetNotifyCmdLine 0x80070005", "no-job2"};
   std::string params;
   // The first call makes it an install; with these, several blocks wait.
   Dll().setApplicationState("refused", "uninstall");
   Dll().setApplicationState("refused", "install");
-  for (const char* const fault : faults) {
+  for (const char* const fault :
+       {"fail CreateInstance 0x80070005", "fail CreateJob 0x80200049", "no-job2"}) {
     SCOPED_TRACE(fault);
     const TransferService service(fault);
     const std::string param = "p" + std::to_string(params.size()) + "=1";

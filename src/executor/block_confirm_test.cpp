@@ -16,9 +16,9 @@ class BlockConfirm : public testing::Test {
   std::filesystem::path Path(const char* name) const { return home_.AppFolder("app") / name; }
   std::string File(const char* name) const { return NarrowUtf8(Path(name).wstring()); }
 
-  void PutBlock(AppState state, const std::string& date) const {
+  void PutBlock(const std::string& date) const {
     TStatHolder block;
-    block.AddState(state);
+    block.AddState(AppState::kDayuse);
     block.AddOptionalParam("a=1");
     block.SetFirstDate(date);
     block.Save(File("in_work_3.xml"));
@@ -60,8 +60,9 @@ TEST_F(BlockConfirm, KeepsTheFirstDayThatWasConfirmed) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     PutStatistics(c.confirmed);
-    PutBlock(AppState::kDayuse, c.date);
+    PutBlock(c.date);
     EXPECT_EQ(ConfirmBlock("app", 3, nullptr), AppState::kDayuse);
+    EXPECT_EQ(ConfirmBlock("app", 3, nullptr), std::nullopt) << "it is gone";
     EXPECT_EQ(Left(), c.want);
     TStatHolder statistics;
     statistics.Load(File("statistics.xml"));
@@ -69,14 +70,8 @@ TEST_F(BlockConfirm, KeepsTheFirstDayThatWasConfirmed) {
   }
 }
 
-TEST_F(BlockConfirm, TellsTheStateOfTheBlockOnce) {
-  PutBlock(AppState::kUninstall, "05.03.2011");
-  EXPECT_EQ(ConfirmBlock("app", 3, nullptr), AppState::kUninstall);
-  EXPECT_EQ(ConfirmBlock("app", 3, nullptr), std::nullopt) << "it is gone";
-}
-
 TEST_F(BlockConfirm, LeavesTheBlockWhenAnythingIsRefused) {
-  PutBlock(AppState::kDayuse, "05.03.2011");
+  PutBlock("05.03.2011");
   RefusingLocker refusing;
   EXPECT_EQ(ConfirmBlock("app", 3, &refusing), std::nullopt);
   EXPECT_EQ(Left(), "none, in work");

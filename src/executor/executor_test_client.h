@@ -28,8 +28,6 @@ class ExecutorTest : public testing::Test {
   testing_dll::TransferService service_;
 };
 
-/// Starts a program with arguments behind its unquoted path; returns the process, an owned HANDLE.
-void* StartExecutor(const std::wstring& program, const std::wstring& arguments);
 /// Starts the program under test and returns its exit code.
 unsigned RunExecutor(const std::wstring& arguments);
 
