@@ -55,6 +55,13 @@ fs::path LocalFolder() { return KnownFolder(FOLDERID_LocalAppData); }
 fs::path DataFolder() { return KnownFolder(FOLDERID_LocalAppDataLow); }
 fs::path TempFolder() { return fs::temp_directory_path(); }
 
+std::string FeedWith(const std::string& version, const std::string& platform) {
+  return "<rss><channel><item><version:platform>" + platform +
+         "</version:platform><version:version>" + version +
+         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
+         "</item></channel></rss>";
+}
+
 std::string ValueOf(const fs::path& file, const std::string& key) {
   const std::string text = ReadBytes(file);
   std::smatch match;

@@ -57,6 +57,9 @@ std::filesystem::path LocalFolder();    ///< "Krelix\Updater" in it
 std::filesystem::path DataFolder();  ///< the stores': "Krelix\Updater" in the low-integrity folder
 std::filesystem::path TempFolder();
 
+/// A feed with one release.
+std::string FeedWith(const std::string& version, const std::string& platform = "win64");
+
 /// The text of one value of a state file; empty when it is not there.
 std::string ValueOf(const std::filesystem::path& file, const std::string& key);
 

@@ -13,13 +13,6 @@ using namespace testing_dll;
 
 namespace {
 
-std::string Feed(const std::string& version, const std::string& platform = "win64") {
-  return "<rss><channel><item><version:platform>" + platform +
-         "</version:platform><version:version>" + version +
-         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
-         "</item></channel></rss>";
-}
-
 // A host that drives one application's check.
 struct Host {
   std::string appId = "check";
@@ -58,14 +51,14 @@ TEST(Check, FindsTheUpdateAndWritesItDown) {
   const DllLog log;
   const TransferService service;
   Host host;
-  EXPECT_EQ(host.Check(Feed("2.0.1.7")), KUPDATE_S_OK);
+  EXPECT_EQ(host.Check(FeedWith("2.0.1.7")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_FOUND);
   EXPECT_EQ(ValueOf(DataFolder() / "check" / "updinfo.xml", "DistroUrl"), "http://d/f");
-  EXPECT_EQ(ReadBytes(LocalFolder() / "check" / "version.rss"), Feed("2.0.1.7"));
+  EXPECT_EQ(ReadBytes(LocalFolder() / "check" / "version.rss"), FeedWith("2.0.1.7"));
   EXPECT_TRUE(HasLine(log, "D:IsUpdateAvailable: Version:  1.0.0.0.Release"));
-  EXPECT_EQ(host.Check(Feed("2.0.0.0", "mac")), KUPDATE_S_OK);
+  EXPECT_EQ(host.Check(FeedWith("2.0.0.0", "mac")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_NO_UPDATE);
-  EXPECT_EQ(host.Check(Feed("2.0.0.0").substr(0, 150)), KUPDATE_E_FAIL);
+  EXPECT_EQ(host.Check(FeedWith("2.0.0.0").substr(0, 150)), KUPDATE_E_FAIL);
   EXPECT_EQ(host.status, -1);
   EXPECT_TRUE(HasLine(log, "D:IsUpdateAvailable: Unhandled exception."));
 }
@@ -190,7 +183,7 @@ TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
 // not its answer.
 kupdate_status Install(const std::wstring& executor, const wchar_t* answer, std::int32_t* code) {
   Host host{"install"};
-  EXPECT_EQ(host.Check(Feed("2.0.0.0")), KUPDATE_S_OK);
+  EXPECT_EQ(host.Check(FeedWith("2.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_FOUND);
   ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", answer);
   Dll().setExecutorPath(executor.c_str());
@@ -202,7 +195,7 @@ kupdate_status Install(const std::wstring& executor, const wchar_t* answer, std:
 TEST(SilentInstall, NeedsAnUpdateAndReturnsTheInstallersCode) {
   std::int32_t exitCode = 77;
   const DllLog log;
-  EXPECT_EQ(Host{"install"}.Check(Feed("1.0.0.0")), KUPDATE_S_OK);
+  EXPECT_EQ(Host{"install"}.Check(FeedWith("1.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(&exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(Install(L"C:\\none.exe", L"", &exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(exitCode, 77);

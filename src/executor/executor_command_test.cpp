@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/command_line.h"
+#include "testing/table.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ std::wstring WithJob(const std::wstring& arguments) {
 }
 
 // Everything that was read, as one text.
-std::string Read(const std::wstring& line, const wchar_t* program = kProgram) {
+std::string Read(const std::wstring& line, const wchar_t* program) {
   const ExecutorCommand c = ParseExecutorCommand(line, program);
   static constexpr const char* kKinds[] = {"none", "help",  "version", "status",
                                            "job",  "check", "ping",    "install"};
@@ -30,11 +31,7 @@ std::string Read(const std::wstring& line, const wchar_t* program = kProgram) {
 }  // namespace
 
 TEST(ExecutorCommand, ReadsWhatTheLibraryWrites) {
-  const struct {
-    const char* label;
-    std::wstring line;
-    std::string want;
-  } cases[] = {
+  const Table<std::wstring, std::string> table = {
       {"check", WithJob(UpdateCheckArguments(L"app", L"C:\\T m p\\f --job y.xml")),
        "check id=[app] file=[C:\\T m p\\f --job y.xml] job"},
       {"ping", WithJob(PingArguments(L"my  app", 7, false)), "ping id=[my  app] job block=7"},
@@ -44,17 +41,11 @@ TEST(ExecutorCommand, ReadsWhatTheLibraryWrites) {
       {"an id that speaks of a job", WithJob(PingArguments(L"x --job {0}", 1, false)),
        "ping id=[x] job block=1"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    EXPECT_EQ(Read(c.line), c.want);
-  }
+  table.Expect([](const std::wstring& line) { return Read(line, kProgram); });
 }
 
 TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
-  const struct {
-    std::wstring line;
-    const char* want;
-  } cases[] = {
+  const Table<std::wstring, std::string> table = {
       {L"", "none"},
       {L"exe --help", "help"},
       {L"\"C:\\a --help\\exe\" --version", "version"},
@@ -73,9 +64,8 @@ TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
       {L"exe --silent-update-check", "none"},
       {L"exe --appid a --silent-update-check --update-check --job {1}", "job id=[a] job=[{1}]"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.line.begin(), c.line.end()));
-    EXPECT_EQ(Read(c.line, L"exe"), c.want);
-    EXPECT_EQ(Read(c.line, L""), c.want) << "the program's path is not known";
+  // The program's path may not be known.
+  for (const wchar_t* const program : {L"exe", L""}) {
+    table.Expect([&](const std::wstring& line) { return Read(line, program); });
   }
 }

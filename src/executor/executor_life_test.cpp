@@ -122,5 +122,5 @@ TEST_F(ExecutorLife, TheLastUninstallRemovesTheProgramItself) {
   other.Uninstall();
   EXPECT_TRUE(Eventually([&] { return IsEmptyOrGone(program.parent_path()); }))
       << "the program, which was renamed, and the wish";
-  EXPECT_TRUE(IsEmptyOrGone(DataFolder()));
+  EXPECT_TRUE(IsEmptyOrGone(testing_dll::DataFolder()));
 }

@@ -83,25 +83,13 @@ fs::path Host::File(std::string_view name) const {
 std::string Host::Record(const std::string& key) const { return ValueOf(File("appinfo.xml"), key); }
 
 std::wstring ArgumentsOfNewestJob(const TransferService& service) {
-  static const std::regex call(
-      "\"call\":\"SetNotifyCmdLine\",\"job\":\"([^\"]*)\".*"
-      "\"parameters\":\"[^\"]*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
-  std::string job;
+  static const std::regex notice(
+      "\"event\":\"notify\",.*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
+  EXPECT_TRUE(service.WaitFor("\"event\":\"notify\"", service.Count("\"call\":\"CreateJob\"")));
   std::string arguments;
   for (const std::string& line : service.Journal()) {
     std::smatch match;
-    if (!std::regex_search(line, match, call)) continue;
-    job = match[1];
-    arguments = std::regex_replace(match[2].str(), std::regex("\\\\(.)"), "$1");
+    if (std::regex_search(line, match, notice)) arguments = match[1];
   }
-  EXPECT_TRUE(service.WaitFor("\"event\":\"notify\",\"job\":\"" + job)) << job;
-  return WidenUtf8(arguments);
-}
-
-std::string FeedWith(const std::string& version) {
-  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><rss version=\"2.0\"><channel><item>"
-         "<version:version>" +
-         version +
-         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
-         "</item></channel></rss>";
+  return WidenUtf8(std::regex_replace(arguments, std::regex("\\\\(.)"), "$1"));
 }

@@ -65,11 +65,8 @@ struct Host {
   std::string reportUrl;
 };
 
-/// Waits until the newest job has transferred or failed, and returns the arguments with which the
-/// service would start its executor.
+/// Waits until all jobs have transferred or failed, and returns the arguments with which the
+/// service would start the executor of the newest.
 std::wstring ArgumentsOfNewestJob(const testing_dll::TransferService& service);
-
-/// A feed with one release.
-std::string FeedWith(const std::string& version);
 
 #endif  // KUPDATE_EXECUTOR_EXECUTOR_TEST_CLIENT_H_

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/table.h"
+
 namespace {
 
 constexpr std::uint64_t kNow = 2'000'000'000;
@@ -41,11 +43,7 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
   const std::uint64_t limit = kNow - kDay;
   std::vector<JobFacts> foreign = {Job("x", JobState::kError, 1, 1, kPing)};
   foreign[0].notifyProgram = L"C:\\other.exe";
-  const struct {
-    const char* label;
-    std::vector<JobFacts> jobs;
-    const char* want;
-  } cases[] = {
+  const Table<std::vector<JobFacts>, std::string> table = {
       {"in error for a day and more", {Job("a", JobState::kError, 1, limit - 1)}, "a"},
       {"in error for a day", {Job("a", JobState::kError, 1, limit)}, ""},
       {"never started", {Job("a", JobState::kSuspended, 1, 1)}, "a"},
@@ -67,10 +65,7 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
        {Job("a", JobState::kQueued, 5, kNow, kPing), Job("b", JobState::kQueued, 6, kNow, kPing)},
        ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    EXPECT_EQ(Ended(c.jobs), c.want);
-  }
+  table.Expect(Ended);
 }
 
 TEST(JobPolicy, KeepsTwentyJobsAtMost) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "install/base64.h"
+#include "testing/table.h"
 
 namespace {
 
@@ -40,11 +41,7 @@ TEST(Manifest, EveryFieldIsRead) {
 }
 
 TEST(Manifest, WhatIsNotStrictIsRefused) {
-  const struct {
-    const char* label;
-    std::string input;
-    std::string_view want;
-  } rows[] = {
+  const Table<std::string, std::string_view> table = {
       {"empty", "", "it is no manifest"},
       {"another kind", With("manifest 1", "manifest 2"), "it is no manifest"},
       {"too long", With("my app", std::string(kMaxManifestBytes, 'x')), "it is too long"},
@@ -71,11 +68,8 @@ TEST(Manifest, WhatIsNotStrictIsRefused) {
       {"more behind", With("E=\n", "E=\napp: x\n"), "something follows the signature"},
       {"no DER", With("MAYC", "MAYD"), "the signature has no valid form"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.label);
-    Manifest manifest;
-    EXPECT_EQ(ParseManifest(row.input, &manifest), row.want);
-  }
+  Manifest manifest;
+  table.Expect([&](const std::string& text) { return ParseManifest(text, &manifest); });
 }
 
 TEST(Manifest, VouchesForOneOfferOnly) {
@@ -110,18 +104,12 @@ TEST(Manifest, VouchesForOneOfferOnly) {
 }
 
 TEST(Base64, OnlyTheOneFormIsDecoded) {
-  const struct {
-    std::string_view input;
-    std::optional<std::string> want;
-  } rows[] = {
+  const Table<std::string_view, std::optional<std::string>> table = {
       {"", ""},     {"TQ==", "M"},    {"TWE=", "Ma"}, {"TWFu", "Man"}, {"+/+/", "\xFB\xFF\xBF"},
       {"TQ=", {}},  {"TQ", {}},       {"TR==", {}},   {"TWF=", {}},    {"T===", {}},
       {"====", {}}, {"TQ==TQ==", {}}, {"TW\nu", {}},  {"TW-u", {}},    {"TWF\xC3", {}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.input);
-    EXPECT_EQ(DecodeBase64(row.input), row.want);
-  }
+  table.Expect(DecodeBase64);
 }
 
 std::string Integer(std::string_view bytes) {
@@ -135,11 +123,7 @@ TEST(P256, SignatureHasOneForm) {
   const std::string one = Integer("\x01");
   const std::string full(32, '\x7F');
   const std::string high = std::string(1, '\0') + std::string(32, '\xFF');
-  const struct {
-    const char* label;
-    std::string input;
-    bool want;
-  } rows[] = {
+  const Table<std::string, bool> table = {
       {"small", Sequence(one + one), true},
       {"33 bytes", Sequence(Integer("\x01" + full) + one), false},
       {"zero", Sequence(one + Integer("\0"sv)), false},
@@ -150,10 +134,7 @@ TEST(P256, SignatureHasOneForm) {
       {"long length", "\x30\x81\x06" + one + one, false},
       {"other tag", "\x31\x06" + one + one, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.label);
-    EXPECT_EQ(SignatureFromDer(row.input).has_value(), row.want);
-  }
+  table.Expect([](const std::string& der) { return SignatureFromDer(der).has_value(); });
   const std::string whole = Sequence(Integer(full) + Integer(high));
   for (std::size_t size = 0; size < whole.size(); ++size) {
     EXPECT_FALSE(SignatureFromDer(std::string_view(whole).substr(0, size))) << size;

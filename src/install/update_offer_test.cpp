@@ -4,14 +4,12 @@
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/table.h"
 
 namespace {
 
 TEST(UpdateOffer, AddressesThatAreFetched) {
-  const struct {
-    std::string input;
-    AddressKind want;
-  } rows[] = {
+  const Table<std::string, AddressKind> table = {
       {"https://example.com/a.exe", AddressKind::kHttps},
       {"HTTPS://example.com:8443/a%20b.exe?x=1&y", AddressKind::kHttps},
       {"http://[::1]/a.exe", AddressKind::kHttp},
@@ -25,7 +23,7 @@ TEST(UpdateOffer, AddressesThatAreFetched) {
       {"https://ex\xC3\xA4mple.com/a.exe", AddressKind::kRefused},
       {"https://e/" + std::string(kMaxAddressBytes, 'x'), AddressKind::kRefused},
   };
-  for (const auto& row : rows) EXPECT_EQ(KindOfAddress(row.input), row.want) << row.input;
+  table.Expect(KindOfAddress);
 }
 
 TEST(UpdateOffer, Redirections) {
