@@ -182,7 +182,6 @@ TEST_F(Standin, FailsAsTheServerDoes) {
   const RawServer odd([](const std::string& request) -> std::string {
     if (request == "HEAD /no-head") return "HTTP/1.1 405 No\r\n\r\n";
     if (request == "HEAD /no-ranges") return "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n";
-    if (request == "HEAD /no-size-in-the-end") return Ok(3);
     return "HTTP/1.1 200 OK\r\nAccept-Ranges: bytes\r\n\r\n";
   });
   const auto error = BG_JOB_STATE_ERROR, transient = BG_JOB_STATE_TRANSIENT_ERROR;
@@ -197,7 +196,6 @@ TEST_F(Standin, FailsAsTheServerDoes) {
       {"http://127.0.0.1:9/", transient, kRefusedConnection},
       {odd.Url("/no-head"), error, Code(0x80190195)},
       {odd.Url("/no-size"), error, Code(BG_E_MISSING_FILE_SIZE)},
-      {odd.Url("/no-size-in-the-end"), error, Code(BG_E_MISSING_FILE_SIZE)},
       {odd.Url("/no-ranges"), error, Code(BG_E_INSUFFICIENT_RANGE_SUPPORT)},
       {"/busy", error, HRESULT_FROM_WIN32(ERROR_DIRECTORY), L"no folder\\a"},
   };
@@ -211,12 +209,7 @@ TEST_F(Standin, FailsAsTheServerDoes) {
 
 TEST_F(Standin, GivesUpAfterTheTimeoutOfAFastClock) {
   service_.Control("clock 10000000");
-  const Client patient = Create();
-  EXPECT_EQ(S_OK, patient.job->SetNoProgressTimeout(0xFFFFFFFF));
-  Start(patient, "/busy", L"a");
-  ASSERT_TRUE(patient.Reaches(BG_JOB_STATE_TRANSIENT_ERROR));
-  EXPECT_TRUE(Start("/busy", L"b").Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
-  EXPECT_NE(BG_JOB_STATE_ERROR, patient.State()) << "after a century";
+  EXPECT_TRUE(Start("/busy", L"a").Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
 }
 
 // Each attempt comes 600 seconds after the one before. The second gets further, which starts the

@@ -2,18 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "controller/command_line.h"
 #include "testing/table.h"
 
 namespace {
-
-constexpr wchar_t kProgram[] = L"C:\\Program Files --job x\\kupdate-exec.exe";
-constexpr char kJob[] = "{6F9619FF-8B86-D011-B42D-00CF4FC964FF}";
-
-std::wstring WithJob(const std::wstring& arguments) {
-  return std::wstring(kProgram) + L" " + arguments + L" --job " +
-         std::wstring(kJob, kJob + sizeof kJob - 1);
-}
 
 // Everything that was read, as one text.
 std::string Read(const std::wstring& line, const wchar_t* program) {
@@ -23,26 +14,12 @@ std::string Read(const std::wstring& line, const wchar_t* program) {
   std::string text = kKinds[static_cast<int>(c.kind)];
   if (c.hasAppId) text += " id=[" + c.appId + "]";
   if (!c.file.empty()) text += " file=[" + std::string(c.file.begin(), c.file.end()) + "]";
-  if (!c.jobId.empty()) text += c.jobId == kJob ? " job" : " job=[" + c.jobId + "]";
+  if (!c.jobId.empty()) text += " job=[" + c.jobId + "]";
   if (c.kind == CommandKind::kStatCallback) text += " block=" + std::to_string(c.blockId);
   return text + (c.suicide ? " suicide" : "") + (c.json ? " json" : "");
 }
 
 }  // namespace
-
-TEST(ExecutorCommand, ReadsWhatTheLibraryWrites) {
-  const Table<std::wstring, std::string> table = {
-      {"check", WithJob(UpdateCheckArguments(L"app", L"C:\\T m p\\f --job y.xml")),
-       "check id=[app] file=[C:\\T m p\\f --job y.xml] job"},
-      {"ping", WithJob(PingArguments(L"my  app", 7, false)), "ping id=[my  app] job block=7"},
-      {"last ping", WithJob(PingArguments(L"", 100, true)), "ping id=[] job block=100 suicide"},
-      {"install", SilentUpdateCommandLine(kProgram, L" a "), "install id=[ a ]"},
-      {"nothing but a job", WithJob(L""), "job job"},
-      {"an id that speaks of a job", WithJob(PingArguments(L"x --job {0}", 1, false)),
-       "ping id=[x] job block=1"},
-  };
-  table.Expect([](const std::wstring& line) { return Read(line, kProgram); });
-}
 
 TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
   const Table<std::wstring, std::string> table = {
@@ -61,6 +38,9 @@ TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
       {L"exe --update-check --file f --job {1}", "job file=[f] job=[{1}]"},
       {L"exe --appid a --stat-callback 101 --job {1}", "job id=[a] job=[{1}]"},
       {L"exe --appid a --stat-callback 99999999999999999999 --job {1}", "job id=[a] job=[{1}]"},
+      {L"exe --suicide --stat-callback 100 --appid x --job {0} --job {1}",
+       "ping id=[x] job=[{1}] block=100 suicide"},
+      {L"exe --job {1}", "job job=[{1}]"},
       {L"exe --silent-update-check", "none"},
       {L"exe --appid a --silent-update-check --update-check --job {1}", "job id=[a] job=[{1}]"},
   };

@@ -24,22 +24,6 @@ std::string With(std::string_view from, std::string_view to) {
   return text.replace(text.find(from), from.size(), to);
 }
 
-TEST(Manifest, EveryFieldIsRead) {
-  const std::string body = Body() + "starter: msi\nargs: /qn  A=\"Ж\"\nelevate: 1\n";
-  Manifest manifest;
-  ASSERT_EQ(ParseManifest(body + std::string(kSignatureLine), &manifest), "");
-  EXPECT_EQ(manifest.app, "my app");
-  EXPECT_EQ(FormatVersion(manifest.version), "2.0.0.1");
-  EXPECT_EQ(manifest.size, 1048576u);
-  EXPECT_EQ(manifest.sha256, std::string(64, 'a'));
-  EXPECT_EQ(manifest.expiresAt, kLastSecond + 1);
-  EXPECT_EQ(manifest.starter, Starter::kMsi);
-  EXPECT_EQ(manifest.args, "/qn  A=\"Ж\"");
-  EXPECT_TRUE(manifest.mayElevate);
-  EXPECT_EQ(manifest.signedText, body);
-  EXPECT_EQ(manifest.signature[31] + manifest.signature[63], 2);
-}
-
 TEST(Manifest, WhatIsNotStrictIsRefused) {
   const Table<std::string, std::string_view> table = {
       {"empty", "", "it is no manifest"},
@@ -75,30 +59,29 @@ TEST(Manifest, WhatIsNotStrictIsRefused) {
 TEST(Manifest, VouchesForOneOfferOnly) {
   const struct {
     const char* label;
-    void (*change)(UpdateOffer&);
+    void (*change)(Manifest&, UpdateOffer&);
     std::uint64_t now;
     std::string_view want;
   } rows[] = {
-      {"the offer", [](UpdateOffer&) {}, kLastSecond, ""},
-      {"size not declared", [](UpdateOffer& o) { o.size = 0; }, 0, ""},
-      {"day after", [](UpdateOffer&) {}, kLastSecond + 1, "it has expired"},
-      {"app", [](UpdateOffer& o) { o.appId = "My app"; }, 0, "it is for another application"},
-      {"newer", [](UpdateOffer& o) { ++o.version; }, 0, "it is for another version"},
-      {"size", [](UpdateOffer& o) { ++o.size; }, 0, "it declares another size"},
-      {"starter", [](UpdateOffer& o) { o.starter = Starter::kMsi; }, 0,
-       "it declares another starter"},
-      {"arguments", [](UpdateOffer& o) { o.args = "/S"; }, 0, "it declares other arguments"},
-      {"elevation", [](UpdateOffer& o) { o.mayElevate = true; }, 0, "it does not allow elevation"},
+      {"the offer", [](auto&, auto&) {}, kLastSecond, ""},
+      {"size not declared", [](auto&, auto& o) { o.size = 0; }, 0, ""},
+      {"day after", [](auto&, auto&) {}, kLastSecond + 1, "it has expired"},
+      {"app", [](auto&, auto& o) { o.appId = "My app"; }, 0, "it is for another application"},
+      {"newer", [](auto&, auto& o) { ++o.version; }, 0, "it is for another version"},
+      {"size", [](auto&, auto& o) { ++o.size; }, 0, "it declares another size"},
+      {"starter", [](auto& m, auto&) { m.starter = {}; }, 0, "it declares another starter"},
+      {"arguments", [](auto&, auto& o) { o.args += ' '; }, 0, "it declares other arguments"},
+      {"elevation", [](auto& m, auto&) { m.mayElevate = false; }, 0, "it does not allow elevation"},
   };
-  Manifest manifest;
-  ASSERT_EQ(ParseManifest(Body() + std::string(kSignatureLine), &manifest), "");
+  const std::string text =
+      With("signature", "starter: msi\nargs: /qn  A=\"Ж\"\nelevate: 1\nsignature");
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    UpdateOffer offer;
-    offer.appId = "my app";
-    offer.version = MakeVersion(2, 0, 0, 1);
-    offer.size = 1048576;
-    row.change(offer);
+    Manifest manifest;
+    ASSERT_EQ(ParseManifest(text, &manifest), "");
+    UpdateOffer offer{"my app",      MakeVersion(2, 0, 0, 1), {},  {}, 1048576,
+                      Starter::kMsi, "/qn  A=\"Ж\"",          true};
+    row.change(manifest, offer);
     EXPECT_EQ(FaultOf(manifest, offer, row.now), row.want);
   }
 }
@@ -140,17 +123,6 @@ TEST(P256, SignatureHasOneForm) {
     EXPECT_FALSE(SignatureFromDer(std::string_view(whole).substr(0, size))) << size;
   }
   EXPECT_EQ((*SignatureFromDer(whole))[32], 0xFF);
-}
-
-TEST(P256, KeyIsTakenFromItsPem) {
-  const std::string header = "MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAE";
-  const std::string point = "AQ" + std::string(82, 'A') + "Ag==";
-  const std::optional<P256Pair> key = PublicKeyFromBase64(header + point);
-  ASSERT_TRUE(key);
-  EXPECT_EQ((*key)[0], 1);
-  EXPECT_EQ((*key)[63], 2);
-  EXPECT_FALSE(PublicKeyFromBase64(header + point.substr(4)));
-  EXPECT_FALSE(PublicKeyFromBase64("MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAD" + point));
 }
 
 }  // namespace
