@@ -42,7 +42,7 @@ TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
        "ping id=[x] job=[{1}] block=100 suicide"},
       {L"exe --job {1}", "job job=[{1}]"},
       {L"exe --silent-update-check", "none"},
-      {L"exe --appid a --silent-update-check --update-check --job {1}", "job id=[a] job=[{1}]"},
+      {L"exe --appid a --update-check --silent-update-check --job {1}", "job id=[a] job=[{1}]"},
   };
   // The program's path may not be known.
   for (const wchar_t* const program : {L"exe", L""}) {
