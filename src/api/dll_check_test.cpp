@@ -146,12 +146,12 @@ TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
   const std::string calls[] = {
       R"("name":"Kupdate-task","type":0,)",
       R"("url":")" + url + R"(","file":"C:\\)",
+      R"(\\kupdate-versioninfo-scheduled.xml","result")",
       R"("seconds":82800,)",
       R"("priority":2,)",
       R"("flags":3,)",
-      R"("program":"C:\\none\\a b.exe",)",
-      R"("parameters":"C:\\none\\a b.exe  --appid scheduled --update-check --file \"C:\\)",
-      R"(\\kupdate-versioninfo-scheduled.xml\" --job {)",
+      R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid scheduled)"
+      R"( --update-check --file \"C:\\)",
       R"("call":"Resume",)",
   };
   for (const std::string& call : calls) EXPECT_EQ(service.Count(call), 1) << call;
