@@ -119,6 +119,9 @@ TEST_F(Executor, SettlesTheBlockOfEveryPing) {
       {"refused by the server", HttpUrl("missing"), "", 0, "waits"},
       {"file lost", report, "fail Complete 0x80070005", 0, "confirmed"},
       {"job gone", report, "vanish all", 0, "in work"},
+      {"another was faster", report,
+       "states TRANSFERRED ACKNOWLEDGED\nfail Complete 0x80200002\nfail Cancel 0x80200002", 0,
+       "in work"},
       {"neither ended", report, "fail Complete 0x80004005\nfail Cancel 0x80004005", 1, "in work"},
   };
   for (const auto& c : cases) {
