@@ -28,7 +28,6 @@ namespace fs = std::filesystem;
 constexpr HRESULT Code(unsigned long code) { return static_cast<HRESULT>(code); }
 
 constexpr HRESULT kRefusedConnection = Code(0x80072EFD);
-constexpr HRESULT kAnyCode = 0;  // systems differ in it
 constexpr int kAFewRoundsOfTheServer = 15;
 
 // The head of an answer that the service is content with.
@@ -173,48 +172,16 @@ TEST_F(Standin, HandsTransferredFilesOverAtComplete) {
   EXPECT_EQ(BG_JOB_STATE_TRANSFERRED, client.State());
   EXPECT_EQ(S_OK, client.job->Complete());
   EXPECT_EQ(content, ReadBytes(target_ / "a"));
-  EXPECT_EQ(0u, ::GetFileAttributesW((target_ / "a").c_str()) & FILE_ATTRIBUTE_HIDDEN);
   EXPECT_TRUE(TempFiles().empty());
   EXPECT_EQ(BG_JOB_STATE_ACKNOWLEDGED, client.State());
   EXPECT_EQ(Code(BG_E_INVALID_STATE), client.job->Resume());
   EXPECT_EQ(Code(BG_E_NOT_FOUND), Find(client));
 }
 
-TEST_F(Standin, TransfersTwoJobsAtOnceAndCancelsOne) {
-  Publish("a.bin", "aaa");
-  Publish("big.bin", std::string(400'000, 'x'));
-  const Client slow = Start("/slow/big.bin", L"slow");
-  ASSERT_TRUE(slow.Reaches(BG_JOB_STATE_TRANSFERRING));
-  ASSERT_TRUE(Start("/a.bin", L"fast").Reaches(BG_JOB_STATE_TRANSFERRED));
-  EXPECT_EQ(BG_JOB_STATE_TRANSFERRING, slow.State());
-  EXPECT_EQ(2u, TempFiles().size());
-  EXPECT_EQ(S_OK, slow.job->Cancel());
-  EXPECT_EQ(1u, TempFiles().size());
-  EXPECT_EQ(BG_JOB_STATE_CANCELLED, slow.State());
-  EXPECT_FALSE(fs::exists(target_ / "slow"));
-}
-
-TEST_F(Standin, RefusesWhatTheSystemsServiceWould) {
-  for (int i = 0; i < 60; ++i) Create();
-  Client c = clients_[0];
-  EXPECT_EQ(Code(0x80200049), manager_->CreateJob(L"61", BG_JOB_TYPE_DOWNLOAD, &c.id, &c.job));
-  c = clients_[0];
-  for (const wchar_t* const file : {L"a.bin", L"C:a.bin", L"C:\\folder\\"}) {
-    EXPECT_EQ(E_INVALIDARG, c.job->AddFile(L"http://127.0.0.1/a", file)) << file;
-  }
-  EXPECT_EQ(E_INVALIDARG, c.job->AddFile(L"ftp://127.0.0.1/a", L"C:\\a"));
-  const std::wstring program(260, L'p'), line(4000, L'p');
-  const HRESULT tooLong = Code(BG_E_STRING_TOO_LONG);
-  EXPECT_EQ(S_OK, c.job2->SetNotifyCmdLine(program.c_str(), line.c_str()));
-  EXPECT_EQ(tooLong, c.job2->SetNotifyCmdLine((program + L"p").c_str(), nullptr));
-  EXPECT_EQ(tooLong, c.job2->SetNotifyCmdLine(L"p", (line + L"p").c_str()));
-}
-
 TEST_F(Standin, FailsAsTheServerDoes) {
   const RawServer odd([](const std::string& request) -> std::string {
     if (request == "HEAD /no-head") return "HTTP/1.1 405 No\r\n\r\n";
     if (request == "HEAD /no-ranges") return "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n";
-    if (request == "HEAD /no-size-in-the-end") return Ok(3);
     return "HTTP/1.1 200 OK\r\nAccept-Ranges: bytes\r\n\r\n";
   });
   const auto error = BG_JOB_STATE_ERROR, transient = BG_JOB_STATE_TRANSIENT_ERROR;
@@ -226,11 +193,9 @@ TEST_F(Standin, FailsAsTheServerDoes) {
   } cases[] = {
       {"/none", error, Code(BG_E_HTTP_ERROR_404)},
       {"/busy", transient, Code(BG_E_HTTP_ERROR_503)},
-      {"/drop", transient, kAnyCode},
       {"http://127.0.0.1:9/", transient, kRefusedConnection},
       {odd.Url("/no-head"), error, Code(0x80190195)},
       {odd.Url("/no-size"), error, Code(BG_E_MISSING_FILE_SIZE)},
-      {odd.Url("/no-size-in-the-end"), error, Code(BG_E_MISSING_FILE_SIZE)},
       {odd.Url("/no-ranges"), error, Code(BG_E_INSUFFICIENT_RANGE_SUPPORT)},
       {"/busy", error, HRESULT_FROM_WIN32(ERROR_DIRECTORY), L"no folder\\a"},
   };
@@ -238,18 +203,13 @@ TEST_F(Standin, FailsAsTheServerDoes) {
     SCOPED_TRACE(test.url);
     const Client client = Start(test.url, test.name);
     ASSERT_TRUE(client.Reaches(test.state)) << client.State();
-    EXPECT_TRUE(test.code == kAnyCode || test.code == client.Error()) << std::hex << client.Error();
+    EXPECT_EQ(test.code, client.Error()) << std::hex << client.Error();
   }
 }
 
 TEST_F(Standin, GivesUpAfterTheTimeoutOfAFastClock) {
   service_.Control("clock 10000000");
-  const Client patient = Create();
-  EXPECT_EQ(S_OK, patient.job->SetNoProgressTimeout(0xFFFFFFFF));
-  Start(patient, "/busy", L"a");
-  ASSERT_TRUE(patient.Reaches(BG_JOB_STATE_TRANSIENT_ERROR));
-  EXPECT_TRUE(Start("/busy", L"b").Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
-  EXPECT_NE(BG_JOB_STATE_ERROR, patient.State()) << "after a century";
+  EXPECT_TRUE(Start("/busy", L"a").Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
 }
 
 // Each attempt comes 600 seconds after the one before. The second gets further, which starts the
@@ -283,12 +243,9 @@ TEST_F(Standin, StartsTheNotifyProgramUntilItIsContent) {
   const Client content = StartNotifying(ThisProgram(), L"content");
   const Client failed = StartNotifying(ThisProgram(), L"failed", "/none");
   const Client ended = StartNotifying(ThisProgram(), L"stubborn");
-  const Client missing = StartNotifying(L"C:\\none.exe", L"missing");
-  ASSERT_TRUE(service_.WaitFor(ended.Event("notify_exit")));
+  StartNotifying(L"C:\\none.exe", L"missing");
   EXPECT_TRUE(service_.WaitFor("cannot be started, system error 2: C:\\\\none.exe", 2));
-  const std::wstring command = Command(L"missing");
-  EXPECT_EQ(S_OK, missing.job2->SetNotifyCmdLine(ThisProgram().c_str(), command.c_str()));
-  EXPECT_TRUE(service_.WaitFor(missing.Event("notify_exit") + ",\"exit_code\":0"));
+  ASSERT_TRUE(service_.WaitFor(ended.Event("notify_exit")));
   EXPECT_EQ(S_OK, ended.job->Complete());
   const int runs = service_.Count(ended.Event("notify"));
   const Client stubborn = StartNotifying(ThisProgram(), L"stubborn");
@@ -297,7 +254,6 @@ TEST_F(Standin, StartsTheNotifyProgramUntilItIsContent) {
   EXPECT_EQ(1, service_.Count(content.Event("notify")));
   EXPECT_EQ(1, service_.Count(failed.Event("notify")));
   EXPECT_EQ(NarrowUtf8(Command(L"failed")), ReadBytes(target_ / "failed.txt"));
-  EXPECT_EQ(BG_JOB_STATE_TRANSFERRED, content.State()) << "the job is left alone";
 }
 
 TEST_F(Standin, ObeysTheControlFile) {
@@ -310,21 +266,14 @@ TEST_F(Standin, ObeysTheControlFile) {
 }
 
 TEST_F(Standin, GoesOnWithItsJobsAfterARestart) {
-  int gets = 0;
-  const RawServer server([&](const std::string& request) {
-    return request.starts_with("HEAD") ? Ok(6) : Ok(6) + (++gets == 1 ? "abc" : "defghi");
-  });
-  enum { kLost, kFailed, kNotified, kCut, kNew };
+  enum { kLost, kNotified, kNew };
   EXPECT_TRUE(StartNotifying(L"C:\\none", L"lost").Reaches(BG_JOB_STATE_TRANSFERRED));
   const fs::path lost = TempFiles().at(0);
-  EXPECT_TRUE(Start("/none", L"failed").Reaches(BG_JOB_STATE_ERROR));
   SetCode("notified.code", "7");
   ASSERT_TRUE(service_.WaitFor(StartNotifying(ThisProgram(), L"notified").Event("notify_exit")));
-  EXPECT_TRUE(Start(server.Url("/"), L"cut").Reaches(BG_JOB_STATE_TRANSIENT_ERROR));
   const Client fresh = Create();
   EXPECT_EQ(S_OK, fresh.job->SetDisplayName(L"\u0444 100%0A\t\n "));
   EXPECT_EQ(S_OK, fresh.job->SetNoProgressTimeout(0xFFFFFFFF));
-  EXPECT_EQ(S_OK, fresh.job2->SetNotifyFlags(BG_NOTIFY_JOB_ERROR));
   ASSERT_NO_FATAL_FAILURE(EndServer());
   fs::remove(lost);
   fs::remove(target_ / "notified.txt");
@@ -333,26 +282,21 @@ TEST_F(Standin, GoesOnWithItsJobsAfterARestart) {
   ASSERT_NO_FATAL_FAILURE(StartServer());
 
   wchar_t* name = nullptr;
-  ULONG seconds = 0, flags = 0;
+  ULONG seconds = 0;
   EXPECT_EQ(BG_JOB_STATE_SUSPENDED, clients_[kNew].State());
   EXPECT_EQ(S_OK, clients_[kNew].job->GetDisplayName(&name));
   EXPECT_EQ(S_OK, clients_[kNew].job->GetNoProgressTimeout(&seconds));
-  EXPECT_EQ(S_OK, clients_[kNew].job->GetNotifyFlags(&flags));
   EXPECT_STREQ(L"\u0444 100%0A\t\n ", name);
   EXPECT_EQ(0xFFFFFFFF, seconds);
-  EXPECT_EQ(ULONG{BG_NOTIFY_JOB_ERROR}, flags);
   ::CoTaskMemFree(name);
-  EXPECT_EQ(Code(BG_E_HTTP_ERROR_404), clients_[kFailed].Error());
-  EXPECT_EQ(S_OK, clients_[kFailed].job->Cancel());
   EXPECT_TRUE(service_.WaitFor(clients_[kNotified].Event("notify_exit") + ",\"exit_code\":0"));
   EXPECT_EQ(NarrowUtf8(Command(L"notified")), ReadBytes(target_ / "notified.txt"));
-  for (const int i : {kLost, kNotified, kCut}) {
+  for (const int i : {kLost, kNotified}) {
     EXPECT_TRUE(clients_[i].Reaches(BG_JOB_STATE_TRANSFERRED)) << i;
     EXPECT_EQ(S_OK, clients_[i].job->Complete()) << i;
   }
   EXPECT_EQ("new", ReadBytes(target_ / "lost"));
   EXPECT_EQ("aaa", ReadBytes(target_ / "notified"));
-  EXPECT_EQ("defghi", ReadBytes(target_ / "cut"));
   EXPECT_TRUE(TempFiles().empty());
 }
 

@@ -55,25 +55,39 @@ fs::path LocalFolder() { return KnownFolder(FOLDERID_LocalAppData); }
 fs::path DataFolder() { return KnownFolder(FOLDERID_LocalAppDataLow); }
 fs::path TempFolder() { return fs::temp_directory_path(); }
 
+std::string FeedWith(const std::string& version, const std::string& platform) {
+  return "<rss><channel><item><version:platform>" + platform +
+         "</version:platform><version:version>" + version +
+         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
+         "</item></channel></rss>";
+}
+
 std::string ValueOf(const fs::path& file, const std::string& key) {
   const std::string text = ReadBytes(file);
   std::smatch match;
   return std::regex_search(text, match, std::regex("<" + key + ">([^<]*)</")) ? match[1].str() : "";
 }
 
-void* StartChild(const std::wstring& arguments) {
-  std::wstring commandLine = L"\"" + ThisProgram() + L"\" --child " + arguments;
+void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
+  startup.dwFlags = output ? STARTF_USESTDHANDLES : 0;
+  startup.hStdOutput = output;
+  startup.hStdError = output;
   PROCESS_INFORMATION started = {};
-  ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                   &startup, &started);
+  ::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, output != nullptr, 0,
+                   nullptr, nullptr, &startup, &started);
   ::CloseHandle(started.hThread);
   return started.hProcess;
 }
 
+void* StartChild(const std::wstring& arguments) {
+  const std::wstring program = ThisProgram();
+  return StartProgram(program, L"\"" + program + L"\" --child " + arguments, nullptr);
+}
+
 unsigned EndOf(void* process) {
-  DWORD code = 0;
+  DWORD code = ~DWORD{0};
   ::WaitForSingleObject(process, INFINITE);
   ::GetExitCodeProcess(process, &code);
   ::CloseHandle(process);

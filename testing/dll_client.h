@@ -57,6 +57,9 @@ std::filesystem::path LocalFolder();    ///< "Krelix\Updater" in it
 std::filesystem::path DataFolder();  ///< the stores': "Krelix\Updater" in the low-integrity folder
 std::filesystem::path TempFolder();
 
+/// A feed with one release.
+std::string FeedWith(const std::string& version, const std::string& platform = "win64");
+
 /// The text of one value of a state file; empty when it is not there.
 std::string ValueOf(const std::filesystem::path& file, const std::string& key);
 
@@ -65,9 +68,12 @@ struct DllLog : LogCapture {
   DllLog() : LogCapture(RoamingFolder() / "kupdate-exec-first.log") {}
 };
 
-/// Starts this program again as `--child arguments`; returns the process, an owned HANDLE.
+/// Starts a program; returns the process, an owned HANDLE, or null.
+/// @param output  a HANDLE for what it writes, which it inherits; null: none
+void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output);
+/// Starts this program again as `--child arguments`.
 void* StartChild(const std::wstring& arguments);
-/// Waits for a child, closes it and returns its exit code.
+/// Waits for a process, closes it and returns its exit code; without one the largest number.
 unsigned EndOf(void* process);
 
 }  // namespace testing_dll

@@ -95,7 +95,7 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
 }
 
 TEST(Log, FirstCallNamesItAndTheBannerFollows) {
-  EXPECT_EQ(EndOf(StartChild(L"locale null later")), 0u);
+  EXPECT_EQ(EndOf(StartChild(L"null later")), 0u);
   const std::string text = std::regex_replace(LogOf(""), std::regex("\\([0-9]+\\)"), "");
   const std::string time = "\n..:..:.. ", banner = time + "I:JustUtil::OutBanner: ";
   const std::regex shape("Log started at: [0-9]{2}\\.[0-9]{2}\\.[0-9]{4}(" + time + "E:.*)*" +
@@ -111,11 +111,11 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
   const fs::path file = RoamingFolder() / "kupdate-exec-large.log";
   const std::string paranoid = " P:FileSystem::WriteFile(";
   WriteBytes(file, std::string(0x100000, 'x'));
-  EXPECT_EQ(EndOf(StartChild(L"locale large")), 0u);
+  EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
   EXPECT_FALSE(fs::exists(file.wstring() + L".bak")) << "exactly 1 MiB is kept";
   EXPECT_EQ(LogOf("large").find(paranoid), std::string::npos);
   ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
-  EXPECT_EQ(EndOf(StartChild(L"locale large")), 0u);
+  EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
   ::RegDeleteKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log");
   EXPECT_TRUE(fs::exists(file.wstring() + L".bak"));
   EXPECT_NE(LogOf("large").find(paranoid), std::string::npos);

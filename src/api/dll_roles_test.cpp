@@ -42,11 +42,9 @@ int RunExecutor(const std::string& commandLine) {
   return 0;
 }
 
-int RunHost(const std::vector<std::string>& words) {
-  const std::string& role = words[0];
-  for (std::size_t i = 1; role == "locale" && i < words.size(); ++i) {
-    Dll().setLocale(words[i] == "null" ? nullptr : words[i].c_str(), "x");
-  }
+// A host that sets the locale of these applications.
+int RunHost(const std::vector<std::string>& appIds) {
+  for (const std::string& id : appIds) Dll().setLocale(id == "null" ? nullptr : id.c_str(), "x");
   return 0;
 }
 

@@ -12,20 +12,10 @@ using namespace testing_dll;
 
 namespace {
 
-HANDLE Start(const std::wstring& program, std::wstring commandLine, HANDLE output) {
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  startup.dwFlags = output ? STARTF_USESTDHANDLES : 0;
-  startup.hStdOutput = output;
-  startup.hStdError = output;
-  PROCESS_INFORMATION started = {};
-  if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, output != nullptr,
-                        CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
-    ADD_FAILURE() << "not started: " << NarrowUtf8(program);
-    return nullptr;
-  }
-  ::CloseHandle(started.hThread);
-  return started.hProcess;
+// Behind its unquoted path.
+unsigned Run(const std::wstring& arguments, HANDLE output) {
+  const std::wstring program = ExecutorProgram();
+  return EndOf(StartProgram(program, program + L" " + arguments, output));
 }
 
 int copies = 0;
@@ -43,20 +33,14 @@ ExecutorTest::ExecutorTest() {
   fs::copy_file(Setting(L"KUPDATE_EXEC"), program);
 }
 
-void* StartExecutor(const std::wstring& program, const std::wstring& arguments) {
-  return Start(program, program + L" " + arguments, nullptr);
-}
-
-unsigned RunExecutor(const std::wstring& arguments) {
-  return EndOf(StartExecutor(ExecutorProgram(), arguments));
-}
+unsigned RunExecutor(const std::wstring& arguments) { return Run(arguments, nullptr); }
 
 std::string OutputOf(const std::wstring& arguments) {
   const fs::path file = ProcessTempFolder() / "output.txt";
   SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
   const HANDLE output = ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
                                       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  EndOf(Start(ExecutorProgram(), ExecutorProgram() + L" " + arguments, output));
+  Run(arguments, output);
   ::CloseHandle(output);
   return ReadBytes(file);
 }
@@ -99,30 +83,13 @@ fs::path Host::File(std::string_view name) const {
 std::string Host::Record(const std::string& key) const { return ValueOf(File("appinfo.xml"), key); }
 
 std::wstring ArgumentsOfNewestJob(const TransferService& service) {
-  static const std::regex call(
-      "\"call\":\"SetNotifyCmdLine\",\"job\":\"([^\"]*)\".*"
-      "\"parameters\":\"[^\"]*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
-  std::string job;
+  static const std::regex notice(
+      "\"event\":\"notify\",.*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
+  EXPECT_TRUE(service.WaitFor("\"event\":\"notify\"", service.Count("\"call\":\"CreateJob\"")));
   std::string arguments;
   for (const std::string& line : service.Journal()) {
     std::smatch match;
-    if (!std::regex_search(line, match, call)) continue;
-    job = match[1];
-    arguments = std::regex_replace(match[2].str(), std::regex("\\\\(.)"), "$1");
+    if (std::regex_search(line, match, notice)) arguments = match[1];
   }
-  EXPECT_TRUE(Eventually([&] {
-    for (const std::string& line : service.Journal()) {
-      if (line.find("\"event\":\"notify\",\"job\":\"" + job) != line.npos) return true;
-    }
-    return false;
-  })) << job;
-  return WidenUtf8(arguments);
-}
-
-std::string FeedWith(const std::string& version) {
-  return "<?xml version=\"1.0\" encoding=\"utf-8\"?><rss version=\"2.0\"><channel><item>"
-         "<version:version>" +
-         version +
-         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
-         "</item></channel></rss>";
+  return WidenUtf8(std::regex_replace(arguments, std::regex("\\\\(.)"), "$1"));
 }

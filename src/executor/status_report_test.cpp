@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/table.h"
+
 namespace {
 
 StatusReport Sample() {
@@ -65,10 +67,7 @@ TEST(StatusReport, IsValidJson) {
 }
 
 TEST(StatusReport, TheLastErrorIsOneThatMatters) {
-  const struct {
-    const char* log;
-    const char* want;
-  } cases[] = {
+  const Table<std::string_view, std::string> table = {
       {"", ""},
       {"Log started at: 05.03.2011\n10:00:00 I:F(1): no E: here\n", ""},
       {"10:00:00 E:F(1): first\n10:00:01 E:G(2): last\n10:00:02 D:F(1): x\n", "E:G(2): last"},
@@ -77,5 +76,5 @@ TEST(StatusReport, TheLastErrorIsOneThatMatters) {
        "10:00:01 E:R(5): Can't open file:  a\n",
        "E:F(1): real"},
   };
-  for (const auto& c : cases) EXPECT_EQ(LastErrorIn(c.log), c.want);
+  table.Expect(LastErrorIn);
 }

@@ -7,47 +7,36 @@
 #include <wincrypt.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <vector>
 
-#include "install/crypto.h"
 #include "install/manifest.h"
 #include "install/silent_install.h"
 #include "install/silent_update.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/transfer_service.h"
 #include "util/folders.h"
+#include "util/text.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using testing_dll::Setting;
 
 constexpr std::uint64_t kNow = 1'800'000'000;
 constexpr char kRecord[] = "C:\\kupdate-record.txt";
 
-fs::path Setting(const char* name) {
-  const char* const value = std::getenv(name);
-  if (!value) throw std::runtime_error(std::string(name) + " is not set");
-  return fs::u8path(value);
-}
-
 std::string Prepared(const std::string& name) {
-  return ReadBytes(Setting("KUPDATE_TEST_KEY") / name);
+  return ReadBytes(fs::path(Setting(L"KUPDATE_TEST_KEY")) / name);
 }
 
 // What stands between the first and the last line of a PEM file.
 std::string PublicKey(const std::string& name) {
   std::string text;
-  std::string line;
-  for (const char c : Prepared(name + ".pub.pem")) {
-    if (c != '\n') {
-      line += c;
-      continue;
-    }
+  for (const std::string& line : LinesOf(Prepared(name + ".pub.pem"))) {
     if (!line.starts_with("-----")) text += line;
-    line.clear();
   }
   return text;
 }
@@ -68,7 +57,7 @@ bool Has(const LogCapture& log, std::string_view begin, std::string_view end = {
 // A published update and the state files of a client that found it.
 struct Update {
   std::string manifest;
-  std::string file = ReadBytes(Setting("KUPDATE_TEST_INSTALLER"));
+  std::string file = ReadBytes(Setting(L"KUPDATE_TEST_INSTALLER"));
   std::map<std::string, std::string> values = {{"VerMajor", "2"}, {"VerBuild", "1"}};
   InstallSettings settings;
 
@@ -76,7 +65,7 @@ struct Update {
   explicit Update(const std::string& name) : manifest(Prepared(name + ".sig")) {
     Manifest parsed;
     EXPECT_EQ(ParseManifest(manifest, &parsed), "");
-    values["DistroUrl"] = std::getenv("KUPDATE_HTTP") + std::string("/update");
+    values["DistroUrl"] = testing_dll::HttpUrl("update");
     const bool isMsi = parsed.starter == Starter::kMsi;
     if (isMsi) values["DistroStarter"] = "msi";
     values[isMsi ? "MSIArgs" : "DistroArgs"] = parsed.args;
@@ -86,10 +75,9 @@ struct Update {
 
   int Install() const {
     const DataHome home;
-    const fs::path www = Setting("KUPDATE_WWW");
-    WriteBytes(www / "update", file);
-    fs::remove(www / "update.sig");
-    if (!manifest.empty()) WriteBytes(www / "update.sig", manifest);
+    testing_dll::Publish("update", file);
+    testing_dll::Publish("update.sig", manifest);
+    if (manifest.empty()) fs::remove(fs::path(Setting(L"KUPDATE_WWW")) / "update.sig");
     fs::remove(kRecord);
     std::string xml = "<appinfo>";
     for (const auto& [key, value] : values) {
@@ -101,27 +89,25 @@ struct Update {
   }
 };
 
-TEST(Install, TheInstallersOwnCodeComesBack) {
+TEST(Install, ThePublishersFileIsRunAsItDeclares) {
   const struct {
     const char* label;
-    unsigned want;
-  } rows[] = {{"good", 7}, {"restart", 3010}, {"crash", 0xC0000005}};
+    unsigned code;
+    std::string arguments;  // as they stand in the manifest
+  } rows[] = {{"good", 7, " /code=7 \"a b\""},
+              {"restart", 3010, " /code=3010"},
+              {"crash", 0xC0000005, " /crash"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     const std::size_t folders = PrivateFolderCount();
-    EXPECT_EQ(Update(row.label).Install(), static_cast<int>(row.want));
-    EXPECT_NE(ReadBytes(kRecord), "");
+    Update update(row.label);
+    update.settings.trust.publicKeys = {"no key", PublicKey("other"), PublicKey("publisher")};
+    EXPECT_EQ(update.Install(), static_cast<int>(row.code));
+    const std::string line = ReadBytes(kRecord);
+    EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
+    EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + row.arguments)) << line;
     EXPECT_EQ(PrivateFolderCount(), folders);
   }
-}
-
-TEST(Install, TheFileGetsItsArgumentsAsTheyStand) {
-  Update update("good");
-  update.settings.trust.publicKeys = {"no key", PublicKey("other"), PublicKey("publisher")};
-  EXPECT_EQ(update.Install(), 7);
-  const std::string line = ReadBytes(kRecord);
-  EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
-  EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt /code=7 \"a b\"")) << line;
 }
 
 TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
@@ -156,24 +142,18 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
        "publisher's name."},
       {"other key", "other-key", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: no key of this build signed it."},
+      {"a digit", "good", [](Update& u) { ++u.manifest[u.manifest.find("2099")]; },
+       kInstallNotTrusted, "Refuse: The manifest is refused: no key of this build signed it."},
       {"other application", "other-app", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: it is for another application."},
       {"older version replayed", "older", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: it is for another version."},
       {"expired", "expired", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: it has expired."},
-      {"arguments", "good", [](Update& u) { u.values["DistroArgs"] += " /x"; }, kInstallNotTrusted,
-       "Refuse: The manifest is refused: it declares other arguments."},
-      {"elevation", "good", [](Update& u) { u.values["UACDlg"] = "1"; }, kInstallNotTrusted,
-       "Refuse: The manifest is refused: it does not allow elevation."},
-      {"size", "good", [](Update& u) { u.values["DistroSize"] = "5"; }, kInstallNotTrusted,
-       "Refuse: The manifest is refused: it declares another size."},
       {"no manifest", "good", [](Update& u) { u.manifest.clear(); }, kInstallDownloadFailed,
        "ExpectByManifest: The manifest could not be fetched."},
       {"long manifest", "good", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); },
        kInstallNotTrusted, "Refuse: The manifest is refused: it is too long."},
-      {"first byte", "good", [](Update& u) { u.file.front() ^= 1; }, kInstallWrongContent,
-       "Verify: The file's SHA-256 is not the declared one."},
       {"last byte", "good", [](Update& u) { u.file.back() ^= 1; }, kInstallWrongContent,
        "Verify: The file's SHA-256 is not the declared one."},
       {"longer", "good", [](Update& u) { u.file += '\0'; }, kInstallWrongContent,
@@ -187,9 +167,6 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
        kInstallUnknownStarter, "Expect: The starter is neither exe nor msi."},
       {"share", "good", [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; },
        kInstallBadAddress, "Expect: The address is refused: \\\\server\\share\\a.exe"},
-      {"version", "good", [](Update& u) { u.values["VerMajor"] = "1", u.values["VerBuild"] = "0"; },
-       kInstallNothing,
-       "ReadOffer: The update's version 1.0.0.0 is not above the installed one, 1.0.0.0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
@@ -250,7 +227,7 @@ TEST(Install, WithoutAKeyOnlyASignedProgramOverHttpsIsRun) {
     const LogCapture log;
     Update update("good");
     update.file = Prepared("authenticode.exe");
-    update.values["DistroUrl"] = std::getenv("KUPDATE_HTTPS") + std::string("/update");
+    update.values["DistroUrl"] = NarrowUtf8(Setting(L"KUPDATE_HTTPS")) + "/update";
     update.values["DistroArgs"] = "/code=7";
     update.values["VerBuild"] = "0";
     update.values["DistroSize"] = "file";
@@ -264,29 +241,8 @@ TEST(Install, WithoutAKeyOnlyASignedProgramOverHttpsIsRun) {
   }
 }
 
-TEST(Install, AManifestWithAnyByteChangedVouchesForNothing) {
-  const std::string whole = Prepared("good.sig");
-  const P256Pair key = *PublicKeyFromBase64(PublicKey("publisher"));
-  const auto verifies = [&](const std::string& text) {
-    Manifest manifest;
-    return ParseManifest(text, &manifest).empty() &&
-           VerifyP256(key, manifest.signedText, manifest.signature);
-  };
-  ASSERT_TRUE(verifies(whole));
-  for (std::size_t i = 0; i < whole.size(); ++i) {
-    for (const int bit : {0x01, 0x20}) {
-      std::string changed = whole;
-      changed[i] = static_cast<char>(changed[i] ^ bit);
-      EXPECT_FALSE(verifies(changed)) << i;
-    }
-    EXPECT_FALSE(verifies(whole.substr(0, i))) << i;
-  }
-}
-
-TEST(Install, NothingEscapesFromTheEntry) {
-  // Not an application's id: its folder would lie outside of the data folder.
+TEST(Install, AnIdOutsideOfTheDataFolderNamesNothing) {
   EXPECT_EQ(RunSilentUpdate("..\\x"), kInstallNothing);
-  EXPECT_NE(TrustStatus(), "");
 }
 
 }  // namespace
