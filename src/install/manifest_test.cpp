@@ -54,6 +54,8 @@ TEST(Manifest, WhatIsNotStrictIsRefused) {
   };
   Manifest manifest;
   table.Expect([&](const std::string& text) { return ParseManifest(text, &manifest); });
+  EXPECT_EQ(ParseManifest(With("signature", "elevate: 0\nsignature"), &manifest), "");
+  EXPECT_FALSE(manifest.mayElevate);
 }
 
 TEST(Manifest, VouchesForOneOfferOnly) {
