@@ -21,7 +21,6 @@ TEST(TClids, TheFirstFileWithAnIdentifierCounts) {
   const std::vector<std::string> cases[] = {
       {"app", "clids-app.xml", "vendor.xml"},
       {"zonie", "clids-zonie.xml", "clids-zonie64.xml", "vendor.xml"},
-      {"zonie64", "clids-zonie64.xml", "clids-zonie.xml", "vendor.xml"},
   };
   for (const auto& c : cases) {
     const MakerHome home;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "appinfo/app_info2.h"
 #include "testing/fake_locker.h"
 #include "testing/log_capture.h"
 #include "testing/maker_home.h"
@@ -131,4 +132,24 @@ TEST_F(TStatCtrlTest, WaitingBlocksAreNeverOverwritten) {
   EXPECT_EQ(Statistics(), before);
   fs::remove(File("in_work_100.xml"));
   EXPECT_EQ(statistics_.GetPingUrl(kBase)->id, 100);
+}
+
+TEST_F(TStatCtrlTest, SendStatSendsAllThatWaits) {
+  const std::string full(1000, 'x');  // nothing goes behind it
+  TAppInfo2 app("app");
+  app.Write("ReportUrl", "http://h/report");
+  app.WriteFlag("Remove", true);
+  statistics_.AddState(AppState::kInstall);
+  for (const char* const param : {"1", "2", "3"}) statistics_.AddOptionalParam(param + full);
+  std::string sent;
+  const PingSender send = [&](const std::string&, const PingBlock& block) {
+    const std::string query = block.url.substr(block.url.find("&stat=") + 6);
+    sent += query.substr(0, query.find('x')) + " ";
+    return sent != "install&1 uninstall&2 ";
+  };
+  // The second block is refused: it waits again and is sent the next time.
+  TStatCtrl::SendStat(app, &mutex_, 1'700'000'000, send);
+  app.WriteFlag("Remove", false);
+  TStatCtrl::SendStat(app, &mutex_, 1'700'000'000, send);
+  EXPECT_EQ(sent, "install&1 uninstall&2 uninstall&2 dayuse&3 ");
 }

@@ -77,7 +77,6 @@ std::string Targeted(const std::string& targets) {
 TEST_F(Evaluation, ChoosesAnUpdate) {
   const std::string beta = Item("1.2.0.0", "", "beta") + Item("1.1.0.0");
   const Table<std::string, std::string> table = {
-      {"no item", Element("entry", Item("2.0.0.0")), "-"},
       {"no version", "<item/>", "sscanf failed on input string; ''"},
       {"newest", Item("1.9.0.0") + Item("1.10.0.0", "", "critical"), "common 1.10.0.0"},
       {"beta passed over", beta, "common 1.1.0.0"},
@@ -87,7 +86,6 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
       {"our nick", Item("2.0.0.0", Element("version:nick", "QB")), "common 2.0.0.0"},
       {"another nick", Item("2.0.0.0", Element("version:nick", "qbx")), "-"},
       {"target over higher common", Targeted(Element(kTarget, "1.0")), "target 1.5.0.0"},
-      {"exactly us", Targeted(Element(kTarget, "1.0.5.3")), "target 1.5.0.0"},
       {"four parts, not us", Targeted(Element(kTarget, "1.0.5.0")), "common 3.0.0.0"},
       {"second target", Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
        "target 1.5.0.0"},
@@ -200,8 +198,7 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
   const Table<Text, std::string> table = {
       {{"utf-8", cyrillic + "&nbsp;\xD0\xA0"}, cyrillic + "\xC2\xA0\xD0\xA0"},
       {{"utf-8", "\xC0\xFF"}, cyrillic},
-      {{"Windows-1251", "\xC0\xFF&nbsp;"}, cyrillic + "\xC2\xA0"},
-      {{"windows-1251", "\xD0\x90"}, "\xD0\xA0\xD1\x92"},
+      {{"Windows-1251", "\xD0\x90&nbsp;"}, "\xD0\xA0\xD1\x92\xC2\xA0"},
       {{"koi8-r", cyrillic}, cyrillic},
   };
   table.Expect([&](const Text& title) {

@@ -11,14 +11,11 @@ TEST(VersionNumber, ParsesFourNumbers) {
   // Without a number the text is refused.
   const Table<const char*, std::optional<VersionNumber>> table = {
       {"1.2.3.4beta", 0x0001000200030004},
-      {"1.2.3.4.5", 0x0001000200030004},
       {" 1.\t+2.\n3. 04", 0x0001000200030004},
       {"65535.65535.65535.65535", 0xFFFFFFFFFFFFFFFF},
       {"1.131072.0.0", 0x0003000000000000},
       {"1.-1.0.0", 0xFFFFFFFF00000000},
-      {"0.0.0.2147483648", 0x7FFFFFFF},
       {"0.0.0.99999999999999999999999999", 0x7FFFFFFF},
-      {"", {}},
       {"1.2.3.-", {}},
       {"1.2.3 .4", {}},
   };

@@ -12,6 +12,12 @@
 #include "util/text.h"
 #include "util/text_mode.h"
 
+#ifndef _WIN32
+#include <cerrno>
+
+#include "util/posix/file_step.h"
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -91,3 +97,26 @@ TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
   EXPECT_TRUE(capture.Has("E:FileSystem::WriteFile: Can't open file:  " + file.name));
   EXPECT_EQ(FileSystem::ReadFile("", &content), FileSystem::ReadOutcome::kFailed);
 }
+
+#ifndef _WIN32
+TEST(FileSystem, AFullDiskLeavesTheOldContent) {
+  const TestFile file;
+  const std::string old(5000, 'o');
+  static bool isSiblingRefused;
+  for (const bool refused : {false, true}) {
+    ASSERT_TRUE(FileSystem::WriteFile(file.name, old));
+    isSiblingRefused = refused;
+    SetFileStepGuard([](const char* step, const std::string& path) {
+      const bool fails = path.ends_with(".new") && isSiblingRefused
+                             ? std::string_view(step) == "open"
+                             : std::string_view(step) == "write on";
+      return fails ? ENOSPC : 0;
+    });
+    EXPECT_FALSE(FileSystem::WriteFile(file.name, std::string(9000, 'n'))) << refused;
+    EXPECT_FALSE(FileSystem::IsNameFree(file.name));
+    SetFileStepGuard(nullptr);
+    EXPECT_EQ(ReadBytes(file.path), old) << refused;
+    EXPECT_TRUE(FileSystem::IsNameFree(file.name + ".new"));
+  }
+}
+#endif

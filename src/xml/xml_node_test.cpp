@@ -34,7 +34,6 @@ std::string Fault(const std::string& text) {
 TEST(XmlParser, ReadsDocuments) {
   const Table<std::string, std::string> table = {
       {"blanks, the zero byte among them", std::string(" \t\r\n\0<a/>", 9), "<a/>\n"},
-      {"no element", "text", "<NA/>\n"},
       {"single quotes, later duplicate, order", "<a z='1' b = \"x\" version='3' z='2' flag/>",
        "<a version=\"3\" b=\"x\" z=\"2\"/>\n"},
       {"an attribute without a name", "<a ='1'/>", "<a/>\n"},
@@ -50,7 +49,6 @@ TEST(XmlParser, ReadsDocuments) {
        "<?xml  encoding=\"UTF-8\"?>\n<!--  c -->\n<a/>\n"},
       {"a comment belongs to the next child", "<a><!x><b/></a>", "<a>\n<!x >\n  <b/>\n</a>\n"},
       {"a comment before text or the end goes", "<a><!x>t</a>", "<a>t</a>\n"},
-      {"a comment before a closing tag goes", "<a><b/><!x></a>", "<a>\n  <b/>\n</a>\n"},
   };
   table.Expect([](const std::string& text) { return Parsed(text).Serialise(); });
 }
@@ -76,8 +74,8 @@ TEST(XmlParser, NamesTheFault) {
       {"<a>0123456789012345678901234567890123</b>",
        closing + " with value \"01234567890123456789012345678901...\" at 39"},
       {"<a>x&copy;</a>", entity + "\"copy\"" + inA + " with value \"x\" at 10"},
-      {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a>&#;</a>", entity + "\"#\"" + inA + " at 6"},
+      {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a b='&amp'/>", end + inA + " at 13"},
       {Times(257, "<a>"), "elements nested too deeply" + inA + " at 770"},
       {"<a " + Times(4097, "b=''") + "/>", "too many attributes" + inA + " at 16391"},
@@ -89,31 +87,15 @@ TEST(XmlParser, NamesTheFault) {
   EXPECT_EQ(Fault("<a>" + Times(40000, "<!>")), "out of memory at 66650");
 }
 
-TEST(XmlParser, TellsItsListener) {
-  struct Recorder final : XmlListener {
-    std::string calls;
-    void OnAttribute(XmlNode& node, std::string_view name, std::string_view value) override {
-      calls.append(node.Name()).append("@").append(name).append("=").append(value).append(" ");
-    }
-    void OnTextAfterChildren(XmlNode& node) override { calls.append(node.Name()).append("+ "); }
-    void OnFinished(XmlNode& node) override { calls.append(node.Name()).append(". "); }
-  } recorder;
-  XmlNode().Parse("<?p q='1'?><a x='1' x='2' =''><b>t</b><![CDATA[]]>u</a>", &recorder);
-  EXPECT_EQ(recorder.calls, "?p@q=1 a@x=1 a@x=2 a@= b. ![CDATA[. a+ a. ");
-}
-
-TEST(XmlNode, CopiesDeepAndMovesWhole) {
-  XmlNode first = Parsed("<?xml encoding='utf-8'?><r><!n><a b='1'><c/></a>t</r>");
+TEST(XmlNode, CopiesDeep) {
+  XmlNode first = Parsed(
+      "<?xml encoding='utf-8'?><r><!n><a b='1'><?xml encoding='windows-1251'?><c/></a>t</r>");
   const std::string text = first.Serialise();
-  XmlNode copy(first);
-  first.FirstChild()->SetName("changed");
-  first.FirstSpecial()->SetAttribute("encoding", "changed");
-  EXPECT_EQ(copy.Serialise(), text);
-  EXPECT_TRUE(copy.DeclaresCodePage());
-  first = std::move(copy);
-  EXPECT_EQ(copy.Serialise(), "<NA/>\n");  // NOLINT(bugprone-use-after-move): it is an empty root
+  const XmlNode copy(first);
   first = *first.FirstChild();
-  EXPECT_EQ(first.Serialise(), "<!n >\n<a b=\"1\">\n  <c/>\n</a>\n");
+  EXPECT_EQ(first.FindChild("c")->Next(), nullptr);
+  EXPECT_EQ(copy.Serialise(), text);
+  EXPECT_TRUE(copy.DeclaresCodePage() && copy.CodePage() == kCodePageUtf8) << "the root's counts";
 }
 
 TEST(XmlNode, RemovesChildrenAnywhere) {

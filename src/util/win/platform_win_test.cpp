@@ -20,23 +20,15 @@ namespace fs = std::filesystem;
 
 constexpr wchar_t kKey[] = L"Software\\Krelix\\UnitTest";
 
-void SetValue(const wchar_t* name, DWORD type, const void* data, DWORD size) {
-  UniqueKey key;
-  ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                              key.put(), nullptr),
-            ERROR_SUCCESS);
-  ::RegSetValueExW(key.get(), name, 0, type, static_cast<const BYTE*>(data), size);
-}
-
 }  // namespace
 
 TEST(Registry, ReadsByTypeAndSaysWhatIsWrong) {
   const auto root = RegistryRoot::kCurrentUser;
   std::uint64_t number = 7;
-  SetValue(L"text", REG_SZ, L"abc", 8);
-  SetValue(L"cut", REG_SZ, L"ab!", 4);
-  SetValue(L"long", REG_QWORD, &number, 8);
-  SetValue(L"odd", REG_BINARY, &number, 3);
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"text", REG_SZ, L"abc", 8);
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"cut", REG_SZ, L"ab!", 4);
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"long", REG_QWORD, &number, 8);
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"odd", REG_BINARY, &number, 3);
   EXPECT_TRUE(JustUtil::WriteIntToRegistry(kKey, L"int", 5));
   EXPECT_EQ(JustUtil::EnumValues(kKey).size(), 4u) << "all but the binary one";
 
