@@ -89,6 +89,12 @@ TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
   std::string content = "before";
   EXPECT_EQ(FileSystem::ReadFile(file.name, &content), FileSystem::ReadOutcome::kMissing);
   EXPECT_EQ(content, "");
+  EXPECT_EQ(FileSystem::GetFileTime(file.name), "");
+  EXPECT_FALSE(FileSystem::CopyFile(file.name, file.name + "2"));
+  EXPECT_FALSE(FileSystem::WriteFile((file.folder / "not" / "made" / "f").string(), "x"));
+  std::wstring path = file.path.wstring();
+  JustUtil::BackupFile(path);
+  EXPECT_EQ(path, file.path.wstring()) << "there is no backup";
   fs::create_directories(file.path);  // a folder of that name cannot be read as a file
   const LogCapture capture;
   EXPECT_EQ(FileSystem::ReadFile(file.name, &content), FileSystem::ReadOutcome::kFailed);

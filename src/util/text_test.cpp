@@ -11,6 +11,7 @@ TEST(Text, ParseInt64) {
   const Table<const char*, std::int64_t> table = {
       {"", 0},
       {" \t-7x", -7},
+      {"+5", 5},
       {"--5", 0},
       {"0x10", 0},
       {"9223372036854775808", std::numeric_limits<std::int64_t>::max()},
@@ -23,6 +24,8 @@ TEST(Text, Utf8IsCheckedByTheBook) {
   const Table<const char*, bool> table = {
       {"one to four bytes", "a\xD0\x96\xE2\x82\xAC\xF0\x9F\x98\x80", true},
       {"cut", "\xE2\x82", false},
+      {"lone continuation", "\x82", false},
+      {"overlong three", "\xE0\x80\xAF", false},
       {"overlong slash", "\xC0\xAF", false},
       {"overlong four", "\xF0\x80\x80\xAF", false},
       {"surrogate", "\xED\xA0\x80", false},

@@ -92,6 +92,7 @@ TEST(XmlNode, CopiesDeep) {
       "<?xml encoding='utf-8'?><r><!n><a b='1'><?xml encoding='windows-1251'?><c/></a>t</r>");
   const std::string text = first.Serialise();
   const XmlNode copy(first);
+  first.FirstSpecial()->SetAttribute("encoding", "changed");
   first = *first.FirstChild();
   EXPECT_EQ(first.FindChild("c")->Next(), nullptr);
   EXPECT_EQ(copy.Serialise(), text);
