@@ -1,12 +1,9 @@
-#include <algorithm>
 #include <stdexcept>
-#include <vector>
 
 #include "fuzz/fuzz.h"
 #include "stat/stat_ctrl.h"
 #include "util/text.h"
 #include "util/text_mode.h"
-#include "xml/xml_node.h"
 
 namespace {
 

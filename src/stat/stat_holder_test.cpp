@@ -62,6 +62,8 @@ TEST(TStatHolder, TheFileIsReadAndWrittenUnchanged) {
   EXPECT_TRUE(holder.ParseXML(kWholeFile));
   EXPECT_EQ(holder.MakeXML(), kWholeFile);
   EXPECT_EQ(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
+  holder.SetConfirmed(false);
+  EXPECT_NE(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
   EXPECT_FALSE(TStatHolder().ParseXML("<other/>"));
   EXPECT_EQ(Queries(holder), "stat=install&a=1&\xD1\x8F#&n=v=w&action=<go> stat=uninstall");
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <vector>
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
