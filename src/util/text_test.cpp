@@ -12,7 +12,7 @@ TEST(Text, ParseInt64) {
       {"", 0},
       {" \t-7x", -7},
       {"+5", 5},
-      {"--5", 0},
+      {"+-5", 0},
       {"0x10", 0},
       {"9223372036854775808", std::numeric_limits<std::int64_t>::max()},
       {"-9223372036854775809", std::numeric_limits<std::int64_t>::min()},
