@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,12 +14,14 @@
 #include "testing/maker_home.h"
 #include "testing/table.h"
 #include "util/clock.h"
+#include "util/mutex.h"
 #include "util/text.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
+using std::chrono_literals::operator""s;
 
 constexpr char kBase[] = "http://h/?os=win";
 
@@ -28,23 +30,8 @@ std::string Today() {
   return DateText(now.day, now.month, now.year);
 }
 
-class CountingLocker final : public TLocker {
- public:
-  bool Lock() override { return ++depth == 1; }
-  void Unlock() override {
-    if (whileLocked) whileLocked();
-    --depth;
-  }
-  int depth = 0;
-  std::function<void()> whileLocked;  // called last
-};
-
-// One application's statistics, worked on under a lock that must be free again in the end.
 class TStatCtrlTest : public testing::Test {
  protected:
-  TStatCtrlTest() { app_.Write("ReportUrl", "http://h/report"); }
-  ~TStatCtrlTest() override { EXPECT_EQ(locker_.depth, 0); }
-
   fs::path File(const std::string& name) const { return home_.AppFolder("app") / name; }
   std::string Statistics() const { return ReadBytes(File("statistics.xml")); }
   // The address of the next block without its first date; empty when there is none.
@@ -54,9 +41,8 @@ class TStatCtrlTest : public testing::Test {
   }
 
   const MakerHome home_;
-  TAppInfo2 app_{"app"};
-  CountingLocker locker_;
-  TStatCtrl statistics_{"app", &locker_};
+  Mutex mutex_{L"kupdate-unit-test-statistics"};
+  TStatCtrl statistics_{"app", &mutex_};
 };
 
 }  // namespace
@@ -86,46 +72,28 @@ TEST_F(TStatCtrlTest, ARefusedLockPostponesEveryOperation) {
                    "E:TStatCtrl::Rollback: Lock error, postpone rollback ."}));
 }
 
-TEST_F(TStatCtrlTest, AnUnreadableFileIsNotWrittenOver) {
-  fs::create_directories(File("statistics.xml"));
-  const LogCapture capture;
-  statistics_.AddState(AppState::kInstall);
-  EXPECT_FALSE(statistics_.GetPingUrl(kBase));
-  EXPECT_TRUE(capture.Has("E:TStatCtrl::AddState: Read error, postpone add state ."));
-  EXPECT_TRUE(fs::is_directory(File("statistics.xml")));
-}
-
 TEST_F(TStatCtrlTest, AnUnknownStateFailsOnce) {
   const std::string unknown = "<statistics><last-state>x</last-state></statistics>";
   WriteBytes(File("statistics.xml"), unknown);
+  WriteBytes(File("statistics.xml.bak"), "an older one");
   EXPECT_THROW(statistics_.LastState(), std::invalid_argument);
   EXPECT_EQ(ReadBytes(File("statistics.xml.bak")), unknown);
   EXPECT_EQ(statistics_.LastState(), AppState::kDayuse);
 }
 
-TEST_F(TStatCtrlTest, ABlockMovesIntoItsFileUnderTheLock) {
+TEST_F(TStatCtrlTest, AnAddressHasItsFirstDate) {
+  const std::string base = std::string(kBase) + "&stat=";
   statistics_.AddState(AppState::kInstall);
-  statistics_.AddOptionalParam("a=1");
-  statistics_.SetUniqueParam("n=v");
-  std::string written;
-  locker_.whileLocked = [&] { written = Statistics(); };
   statistics_.AddState(AppState::kUninstall);
-  EXPECT_EQ(written, Statistics());
-  const auto ping = statistics_.GetPingUrl(kBase);
-  ASSERT_TRUE(ping);
-  EXPECT_EQ(written, Statistics());
-  EXPECT_EQ(ping->url, std::string(kBase) + "&stat=install&a=1&n=v&fd=" + Today());
-  EXPECT_EQ(ping->firstState, AppState::kInstall);
-  const std::string block = ReadBytes(File("in_work_0.xml"));
-  EXPECT_NE(block.find(">n=v<"), block.npos);
-  EXPECT_NE(block.find("<ts>" + Today() + "</ts>"), block.npos);
-  EXPECT_EQ(Statistics().find(">n=v<"), std::string::npos);
-  EXPECT_EQ(statistics_.LastParam(), "a=1");
-  // Of another state than install the first date is the day of the user's id, where there is one.
-  EXPECT_EQ(statistics_.GetPingUrl(kBase)->url, std::string(kBase) + "&stat=uninstall");
+  EXPECT_EQ(statistics_.GetPingUrl(kBase)->url, base + "install&fd=" + Today());
+  EXPECT_NE(ReadBytes(File("in_work_0.xml")).find("<ts>" + Today() + "</ts>"), std::string::npos);
+  // Of another state than install it is the day of the user's id, where there is one.
+  EXPECT_EQ(statistics_.GetPingUrl(kBase)->url, base + "uninstall");
   WriteBytes(home_.File("ui"), "");
+  const auto sinceNoon = std::chrono::system_clock::now().time_since_epoch() - 1'299'326'400s;
+  fs::last_write_time(home_.File("ui"), fs::file_time_type::clock::now() - sinceNoon);
   statistics_.AddState(AppState::kDayuse);
-  EXPECT_EQ(statistics_.GetPingUrl(kBase)->url, std::string(kBase) + "&stat=dayuse&fd=" + Today());
+  EXPECT_EQ(statistics_.GetPingUrl(kBase)->url, base + "dayuse&fd=05.03.2011");
 }
 
 TEST_F(TStatCtrlTest, TheQueryJoinsTheBaseWithinItsLimit) {
@@ -162,33 +130,26 @@ TEST_F(TStatCtrlTest, WaitingBlocksAreNeverOverwritten) {
   const std::string before = Statistics();
   EXPECT_FALSE(statistics_.GetPingUrl(kBase));
   EXPECT_EQ(Statistics(), before);
-  EXPECT_EQ(ReadBytes(File("in_work_100.xml")), "a block");
   fs::remove(File("in_work_100.xml"));
   EXPECT_EQ(statistics_.GetPingUrl(kBase)->id, 100);
 }
 
 TEST_F(TStatCtrlTest, SendStatSendsAllThatWaits) {
   const std::string full(1000, 'x');  // nothing goes behind it
+  TAppInfo2 app("app");
+  app.Write("ReportUrl", "http://h/report");
+  app.WriteFlag("Remove", true);
   statistics_.AddState(AppState::kInstall);
   for (const char* const param : {"1", "2", "3"}) statistics_.AddOptionalParam(param + full);
-  app_.WriteFlag("Remove", true);
   std::string sent;
-  int count = 0;
-  const PingSender send = [&](const std::string& appId, const PingBlock& block) {
-    EXPECT_EQ(appId, "app");
-    EXPECT_EQ(locker_.depth, 0);
-    EXPECT_TRUE(block.url.starts_with("http://h/report?krsoft=app&ui={"));
+  const PingSender send = [&](const std::string&, const PingBlock& block) {
     const std::string query = block.url.substr(block.url.find("&stat=") + 6);
     sent += query.substr(0, query.find('x')) + " ";
-    return ++count != 2;
+    return sent != "install&1 uninstall&2 ";
   };
   // The second block is refused: it waits again and is sent the next time.
-  TStatCtrl::SendStat(app_, &locker_, 1'700'000'000, send);
-  EXPECT_EQ(sent, "install&1 uninstall&2 ");
-  EXPECT_EQ(app_.Read("LastPingTime"), "1700000000");
-  EXPECT_TRUE(fs::exists(File("in_work_0.xml")));
-  EXPECT_FALSE(fs::exists(File("in_work_1.xml")));
-  app_.WriteFlag("Remove", false);
-  TStatCtrl::SendStat(app_, &locker_, 1'700'000'000, send);
+  TStatCtrl::SendStat(app, &mutex_, 1'700'000'000, send);
+  app.WriteFlag("Remove", false);
+  TStatCtrl::SendStat(app, &mutex_, 1'700'000'000, send);
   EXPECT_EQ(sent, "install&1 uninstall&2 uninstall&2 dayuse&3 ");
 }

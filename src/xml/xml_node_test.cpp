@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "testing/log_capture.h"
 #include "testing/table.h"
 
@@ -31,37 +29,28 @@ std::string Fault(const std::string& text) {
   }
 }
 
-constexpr char kDocument[] =
-    "<?xml version=\"1.0\" encoding='utf-8'?><!DOCTYPE rss>\n"
-    "<rss b='2' a='&quot;1'><one/><two>t&amp;u</two><!-- note --><three><x>1</x><x/></three>"
-    "<![CDATA[<raw>]]><four> v </four>tail</rss>";
-
 }  // namespace
 
 TEST(XmlParser, ReadsDocuments) {
   const Table<std::string, std::string> table = {
-      {"nothing", "", "<NA/>\n"},
       {"blanks, the zero byte among them", std::string(" \t\r\n\0<a/>", 9), "<a/>\n"},
-      {"no element", "text", "<NA/>\n"},
-      {"a closing tag alone", "</a>", "<NA/>\n"},
       {"single quotes, later duplicate, order", "<a z='1' b = \"x\" version='3' z='2' flag/>",
        "<a version=\"3\" b=\"x\" z=\"2\"/>\n"},
       {"an attribute without a name", "<a ='1'/>", "<a/>\n"},
+      // So many that a sort which does not keep their order shows it.
+      {"the last of equals", "<a" + Times(99, " k='1'") + " k='2'/>", "<a k=\"2\"/>\n"},
       {"blanks around text", "<a>  w x\t</a>", "<a>w x\t</a>\n"},
       {"references", "<a>&#65;&amp;&nbsp;&#x4F;&#x3c;&#321;&apos;</a>",
        "<a>A&amp;\xA0O&lt;A&apos;</a>\n"},
       {"text behind children", "<r><a><b/>\n t</a></r>", "<r>\n  <a>\n    <b/>\nt  </a>\n</r>\n"},
-      {"no version", "<a z='1' b='2'/>", "<a b=\"2\" z=\"1\"/>\n"},
       {"CDATA", "<a><![CDATA[x]]y>]]></a>", "<a>\n  <![CDATA[x]]y>]]>\n</a>\n"},
       {"CDATA as the root, not closed", "<![CDATA[x]]", "<![CDATA[x]]]]>\n"},
       {"prolog", "<?xml encoding='UTF-8' ?><!-- c --><a/>",
        "<?xml  encoding=\"UTF-8\"?>\n<!--  c -->\n<a/>\n"},
       {"a comment belongs to the next child", "<a><!x><b/></a>", "<a>\n<!x >\n  <b/>\n</a>\n"},
       {"a comment before text or the end goes", "<a><!x>t</a>", "<a>t</a>\n"},
-      {"a comment before a closing tag goes", "<a><b/><!x></a>", "<a>\n  <b/>\n</a>\n"},
   };
   table.Expect([](const std::string& text) { return Parsed(text).Serialise(); });
-  EXPECT_NO_THROW(Parsed(Times(256, "<a>") + Times(256, "</a>")));
 }
 
 TEST(XmlParser, NamesTheFault) {
@@ -81,96 +70,47 @@ TEST(XmlParser, NamesTheFault) {
       {"<a b='1'\"", "no closing angle brace" + inA + " at 8"},
       {"<a>text",
        "unexpected EOF while looking for value or closing tag" + inA + " with value \"text\" at 7"},
-      {"<a>text<b/></a>", closing + " with value \"text\" at 8"},
       {"<a></a >", closing + " at 6"},
       {"<a>0123456789012345678901234567890123</b>",
        closing + " with value \"01234567890123456789012345678901...\" at 39"},
       {"<a>x&copy;</a>", entity + "\"copy\"" + inA + " with value \"x\" at 10"},
-      {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a>&#;</a>", entity + "\"#\"" + inA + " at 6"},
+      {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a b='&amp'/>", end + inA + " at 13"},
       {Times(257, "<a>"), "elements nested too deeply" + inA + " at 770"},
       {"<a " + Times(4097, "b=''") + "/>", "too many attributes" + inA + " at 16391"},
   };
   table.Expect(Fault);
+  EXPECT_EQ(Fault(Times(256, "<a>") + Times(256, "</a>")), "none");
   // Ten thousand nodes are always allowed; more need some text.
   EXPECT_EQ(Fault("<a>" + Times(10000, "<!>") + "</a>"), "none");
   EXPECT_EQ(Fault("<a>" + Times(40000, "<!>")), "out of memory at 66650");
 }
 
-TEST(XmlParser, TheLastOfEqualAttributesStays) {
-  std::string text = "<a";
-  // So many that a sort which does not keep their order shows it.
-  for (int i = 0; i < 100; ++i) text += " k='" + std::to_string(i) + "'";
-  EXPECT_EQ(Parsed(text + "/>").Serialise(), "<a k=\"99\"/>\n");
-}
-
-TEST(XmlParser, TellsItsListener) {
-  struct Recorder final : XmlListener {
-    std::string calls;
-    void OnAttribute(XmlNode& node, std::string_view name, std::string_view value) override {
-      calls.append(node.Name()).append("@").append(name).append("=").append(value).append(" ");
-    }
-    void OnTextAfterChildren(XmlNode& node) override { calls.append(node.Name()).append("+ "); }
-    void OnFinished(XmlNode& node) override { calls.append(node.Name()).append(". "); }
-  } recorder;
-  XmlNode().Parse("<?p q='1'?><a x='1' x='2' =''><b>t</b><![CDATA[]]>u</a>", &recorder);
-  EXPECT_EQ(recorder.calls, "?p@q=1 a@x=1 a@x=2 a@= b. ![CDATA[. a+ a. ");
-}
-
-TEST(XmlNode, EveryByteSurvivesWritingAndReading) {
-  std::string bytes = "x";
-  for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
-  XmlNode root;
-  root.SetName("r");
-  root.SetAttribute("a", bytes);
-  root.AddChild("c").SetValue(bytes);
-  const XmlNode read = Parsed(root.Serialise());
-  EXPECT_EQ(read.Attribute("a"), bytes);
-  EXPECT_EQ(TextOf(read.FindChild("c")), bytes);
-}
-
-TEST(XmlNode, DeclaresItsCodePage) {
-  const Table<const char*, std::string> table = {
-      {"<a/>", "windows-1251"},
-      {"<?xml encoding='UTF-8'?><a/>", "utf-8, declared"},
-      {"<?xml encoding='Windows-1251'?><a/>", "windows-1251, declared"},
-      {"<?xml encoding='koi8-r'?><a/>", "windows-1251"},
-      {"<a><?xml encoding='utf-8'?></a>", "windows-1251"},
-  };
-  table.Expect([](const char* text) {
-    XmlNode copy(static_cast<const XmlNode&>(Parsed(text)));
-    copy.SetDeclaration();
-    return std::string(copy.FirstSpecial()->Attribute("encoding")) +
-           (copy.DeclaresCodePage() ? ", declared" : "");
-  });
-}
-
-TEST(XmlNode, CopiesDeepAndMovesWhole) {
-  XmlNode first = Parsed(kDocument);
+TEST(XmlNode, CopiesDeep) {
+  XmlNode first = Parsed(
+      "<?xml encoding='utf-8'?><r><!n><a b='1'><?xml encoding='windows-1251'?><c/></a>t</r>");
   const std::string text = first.Serialise();
-  XmlNode copy(first);
-  first.FirstChild()->SetName("changed");
+  const XmlNode copy(first);
   first.FirstSpecial()->SetAttribute("encoding", "changed");
+  first = *first.FirstChild();
+  EXPECT_EQ(first.FindChild("c")->Next(), nullptr);
   EXPECT_EQ(copy.Serialise(), text);
-  const XmlNode moved(std::move(copy));
-  EXPECT_EQ(copy.Serialise(), "<NA/>\n");  // NOLINT(bugprone-use-after-move): it is an empty root
-  first = moved;
-  EXPECT_EQ(first.Serialise(), text);
-  first = *first.FindChild("three");
-  EXPECT_EQ(first.Serialise(), "<!--  note -->\n<three>\n  <x>1</x>\n  <x/>\n</three>\n");
+  EXPECT_TRUE(copy.DeclaresCodePage() && copy.CodePage() == kCodePageUtf8) << "the root's counts";
 }
 
 TEST(XmlNode, RemovesChildrenAnywhere) {
-  for (const char* name : {"b", "c", "d"}) {
-    SCOPED_TRACE(name);
-    XmlNode root = Parsed("<a><b/><c/><d/></a>");
+  const Table<const char*, std::string> table = {
+      {"b", "<a>\n  <c/>\n<!n >\n  <d/>\n  <x/>\n</a>\n"},
+      {"c", "<a>\n  <b/>\n<!n >\n  <d/>\n  <x/>\n</a>\n"},
+      {"d", "<a>\n  <b/>\n  <c/>\n  <x/>\n</a>\n"},
+  };
+  table.Expect([](const char* name) {
+    XmlNode root = Parsed("<a><b/><c/><!n><d/></a>");
     root.RemoveChild(*root.FindChild(name));
-    EXPECT_EQ(root.FindChild(name), nullptr);
     root.AddChild("x");
-    const XmlNode* const last = root.FirstChild()->Next()->Next();
-    EXPECT_TRUE(last && last->Name() == "x" && !last->Next());
-  }
+    return root.Serialise();
+  });
   XmlNode root = Parsed("<a><b/></a>");
   root.RemoveChild(*root.FirstChild());
   EXPECT_EQ(root.Serialise(), "<a/>\n");
