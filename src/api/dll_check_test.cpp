@@ -111,7 +111,7 @@ TEST(Check, EndsWellWhateverTheServiceDoes) {
       {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 1},
       {"check", "states 9", KUPDATE_JOB_FAILED, 1},
       {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "E:Check: Error in StopJob."},
-      {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 0,
+      {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 1,
        "E:Check: Error in StopJob."},
   };
   for (const auto& c : cases) {

@@ -37,11 +37,12 @@ JobState TBitsTransferCompletion::TWorker::GetJobState() const {
 
 void TBitsTransferCompletion::TWorker::Finish() {
   LOG_D << "TBitsTransferCompletion::TWorker::Finish";
-  if (GetJobState() == JobState::kTransferred) {
-    hrcheck() = job_->job->Complete();
-  } else {
-    hrcheck() = job_->job->Cancel();
-  }
+  IBackgroundCopyJob& job = *job_->job;
+  const bool transferred = GetJobState() == JobState::kTransferred;
+  const HRESULT result = transferred ? job.Complete() : job.Cancel();
+  // Another host has the file open: the job would stay, and nobody knows it any more.
+  if (transferred && FAILED(result)) job.Cancel();
+  hrcheck() = result;
 }
 
 std::unique_ptr<TBitsTransferCompletion::TWorker> TBitsTransferCompletion::CreateWorker(

@@ -35,7 +35,7 @@ class TBitsTransferCompletion {
 
     JobState GetJobState() const;
     /// Ends the job: one that has transferred is completed, which hands its file over; any other is
-    /// cancelled.
+    /// cancelled, and one whose file cannot be handed over. Throws for that too.
     void Finish();
 
    private:
