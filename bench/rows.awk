@@ -1,15 +1,8 @@
 # Turns what the benchmarks print into rows: | measure | figure | bar | spread | met |
-# Reads kept.csv, fresh.csv (may be absent) and memory.csv. The spread of a ratio is one standard
+# Reads kept.csv and fresh.csv, which may be absent. The spread of a ratio is one standard
 # deviation, from those of both its sides. Ends with 1 when a bar is missed, unless by no more than is
 # explained.
 BEGIN { FS = "," }
-
-FILENAME ~ /memory\.csv$/ {
-  split($0, field, ";")
-  memory[++inputs] = field[1]
-  needed[inputs] = (field[3] - 1048576) / field[2]  # the blocks of a small tree are not counted
-  next
-}
 
 $1 ~ /_(median|mean|stddev)"$/ {
   gsub(/"/, "", $1)
@@ -60,9 +53,5 @@ END {
   ratio("read a value of a store / bare system calls", "StoreRead", "StoreReadBare", 0, 1.3, 1.7,
         "the rest is the parse of its 24 values (docs/benchmarks.md)")
   ratio("write a value of a store / bare system calls", "StoreWrite", "StoreWriteBare", 0, 1.3)
-  for (i = 1; i <= inputs; ++i) {
-    row("memory / input: " memory[i], needed[i], "at most 10", "exact",
-        needed[i] <= 10 ? "yes" : "no")
-  }
   exit missed
 }

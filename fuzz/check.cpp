@@ -57,7 +57,7 @@ struct Shape {
 
 constexpr Shape kShapes[] = {
     {"empty elements", "<r>", "<a/>", "</r>", ParseText},
-    {"equal attributes", "<r", " a=''", "/>", ParseText},
+    {"elements of one attribute", "<r>", "<a b=''/>", "</r>", ParseText},
     {"attributes in falling order", "<r", " a%=''", "/>", ParseText},
     {"unclosed elements", "", "<a>", "", ParseText},
     {"text with entities", "<r>x", "&#65;&lt;", "</r>", ParseText},
@@ -76,6 +76,8 @@ constexpr Shape kShapes[] = {
     {"statistics of states", "<statistics><application-states>",
      "<state>install</state><state>uninstall</state>", "</application-states></statistics>",
      CutStatistics},
+    {"statistics of empty parameters", "<statistics><optional-params>", "<param  />",
+     "</optional-params></statistics>", CutStatistics},
     {"statistics of unique parameters", "<statistics><unique-params>", "<param>%</param>",
      "</unique-params></statistics>", CutStatistics},
     {"block of one long action",
