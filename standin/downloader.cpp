@@ -130,7 +130,7 @@ DownloadResult WithoutSize() {
 
 DownloadResult CheckServer(HINTERNET connection, const Address& address) {
   const UniqueInternet request = OpenRequest(connection, address, L"HEAD");
-  const DownloadResult asked = Ask(request.get());
+  DownloadResult asked = Ask(request.get());
   if (asked.kind != Kind::kDone) return asked;
   if (!NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH)) return WithoutSize();
   if (OffersRanges(request.get())) return {};
@@ -140,7 +140,7 @@ DownloadResult CheckServer(HINTERNET connection, const Address& address) {
 DownloadResult GetFile(HINTERNET connection, const Address& address, ServerRule rule,
                        const DownloadSink& sink) {
   const UniqueInternet request = OpenRequest(connection, address, L"GET");
-  const DownloadResult asked = Ask(request.get());
+  DownloadResult asked = Ask(request.get());
   if (asked.kind != Kind::kDone) return asked;
   const std::optional<std::uint64_t> size =
       NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH);
@@ -165,7 +165,7 @@ DownloadResult Download(const std::wstring& url, ServerRule rule, const Download
       ::WinHttpConnect(session.get(), address->host.c_str(), address->port, 0));
   if (!connection) return Interrupted(::GetLastError());
   if (rule == ServerRule::kStatic) {
-    const DownloadResult checked = CheckServer(connection.get(), *address);
+    DownloadResult checked = CheckServer(connection.get(), *address);
     if (checked.kind != Kind::kDone) return checked;
   }
   return GetFile(connection.get(), *address, rule, sink);

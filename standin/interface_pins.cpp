@@ -1,7 +1,7 @@
 #include "standin/interface_pins.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
 
 #include "standin/com_object.h"
 #include "util/win/windows_lean.h"
@@ -11,13 +11,15 @@
 namespace standin {
 namespace {
 
-const GUID* const kInterfaces[] = {&__uuidof(IUnknown),
-                                   &__uuidof(IClassFactory),
-                                   &__uuidof(IBackgroundCopyManager),
-                                   &__uuidof(IBackgroundCopyJob),
-                                   &__uuidof(IBackgroundCopyJob2),
-                                   &__uuidof(IEnumBackgroundCopyJobs),
-                                   &__uuidof(IBackgroundCopyError)};
+std::array<GUID, 7> Interfaces() {
+  return {__uuidof(IUnknown),
+          __uuidof(IClassFactory),
+          __uuidof(IBackgroundCopyManager),
+          __uuidof(IBackgroundCopyJob),
+          __uuidof(IBackgroundCopyJob2),
+          __uuidof(IEnumBackgroundCopyJobs),
+          __uuidof(IBackgroundCopyError)};
+}
 
 // Nobody ever gets hold of it, so nobody calls what it claims to have.
 class PinObject final : public ComObject<IUnknown> {
@@ -26,8 +28,8 @@ class PinObject final : public ComObject<IUnknown> {
 
  private:
   bool Answers(const GUID& id) override {
-    return std::any_of(std::begin(kInterfaces), std::end(kInterfaces),
-                       [&](const GUID* each) { return *each == id; });
+    const auto known = Interfaces();
+    return std::find(known.begin(), known.end(), id) != known.end();
   }
 };
 
@@ -37,9 +39,9 @@ long PinInterfaces() {
   IStream* stream = nullptr;
   HRESULT result = ::CreateStreamOnHGlobal(nullptr, TRUE, &stream);
   if (FAILED(result)) return result;
-  PinObject* const pin = new PinObject(*new Lifetime);  // all of it stays
-  for (const GUID* id : kInterfaces) {
-    result = ::CoMarshalInterface(stream, *id, pin, MSHCTX_LOCAL, nullptr, MSHLFLAGS_TABLESTRONG);
+  static PinObject& pin = *new PinObject(*new Lifetime);  // all of it stays
+  for (const GUID& id : Interfaces()) {
+    result = ::CoMarshalInterface(stream, id, &pin, MSHCTX_LOCAL, nullptr, MSHLFLAGS_TABLESTRONG);
     if (FAILED(result)) break;
   }
   return result;

@@ -21,8 +21,8 @@ HResult TempFile::Start(const std::wstring& target) {
   Close();
   if (!Exists()) path_ = MakeBeside(target);
   if (path_.empty()) return CodeOfSystemError(::GetLastError());
-  const HANDLE file = ::CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                    TRUNCATE_EXISTING, 0, nullptr);
+  HANDLE file = ::CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                              TRUNCATE_EXISTING, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE) return CodeOfSystemError(::GetLastError());
   file_ = UniqueHandle(file);
   ::SetFileAttributesW(path_.c_str(), FILE_ATTRIBUTE_HIDDEN);

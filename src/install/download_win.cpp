@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kMaxRedirects = 5;
 constexpr int kTimeoutMilliseconds = 60'000;
-constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 // Since Windows 8.1; the SDK's name for it depends on the target.
 constexpr DWORD kAutomaticProxy = 4;
 constexpr DWORD kTls13 = 0x2000;

@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::size_t kNameBytes = 16;
-constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 constexpr unsigned kRemoveTries = 20;
 constexpr unsigned kRemovePauseMilliseconds = 25;
 constexpr std::uint64_t kTicksPerDay = std::uint64_t{24} * 3600 * 10'000'000;
@@ -75,10 +75,11 @@ std::vector<std::wstring> OldNamesIn(const std::wstring& folder) {
 // Best effort: what is in use refuses to go.
 void RemoveLeftovers(const std::wstring& base) {
   for (const std::wstring& folder : OldNamesIn(base)) {
-    for (const std::wstring& file : OldNamesIn(base + folder + L"\\")) {
-      ::DeleteFileW((base + folder + L"\\" + file).c_str());
+    const std::wstring path = std::wstring(base).append(folder).append(L"\\");
+    for (const std::wstring& file : OldNamesIn(path)) {
+      ::DeleteFileW(std::wstring(path).append(file).c_str());
     }
-    ::RemoveDirectoryW((base + folder).c_str());
+    ::RemoveDirectoryW(path.c_str());
   }
 }
 
@@ -104,8 +105,8 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
   std::unique_ptr<PrivateFile> file(new PrivateFile);
   file->folder_ = base + folderName + L"\\";
   file->path_ = file->folder_ + fileName + std::wstring(extension);
-  HANDLE const handle = ::CreateFileW(file->path_.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE handle = ::CreateFileW(file->path_.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     LOG_E << "Can't create a private file in" << file->folder_ << kLastError;
     return nullptr;
@@ -145,8 +146,8 @@ bool PrivateFile::Hold() {
   Close();
   // The system runs no program that is open for writing, so the file is opened anew. Whatever
   // happened to it in between is seen by the checks, which read through this handle.
-  HANDLE const handle = ::CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE handle = ::CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     LOG_E << "Can't hold the file." << kLastError;
     return false;

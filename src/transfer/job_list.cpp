@@ -13,7 +13,7 @@ constexpr wchar_t kDisplayName[] = L"Kupdate-task";
 
 // Takes over a text that the service allocated.
 std::wstring Taken(LPWSTR text) {
-  const std::wstring result = text ? text : L"";
+  std::wstring result = text ? text : L"";
   ::CoTaskMemFree(text);
   return result;
 }

@@ -19,7 +19,7 @@ namespace JustUtil {
 /// by a process of another integrity level is opened with the rights to wait and to signal.
 /// @param name  kernel object name, no namespace prefix.
 /// @return the event, or an empty owner after an "E:" line with the system error.
-UniqueHandle CreateEventW(std::wstring name);
+UniqueHandle CreateEventW(const std::wstring& name);
 
 /// Waits for `handle`, at most `milliseconds` (kWaitForever: no limit). Returns the system's
 /// result: kWaitSignalled, kWaitAbandoned, kWaitTimeout or kWaitFailed.

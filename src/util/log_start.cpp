@@ -35,7 +35,7 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
   NormalizeFolder(folder);
   if (folder.empty()) return folder;
   MakeFolder(folder);
-  const std::wstring path = folder + OneComponent(fileName);
+  std::wstring path = folder + OneComponent(fileName);
   if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > kMaxLogBytes) {
     std::wstring moved = path;
     JustUtil::BackupFile(moved);

@@ -95,7 +95,7 @@ void Mutex::Unlock() {
 
 namespace JustUtil {
 
-UniqueHandle CreateEventW(std::wstring name) {
+UniqueHandle CreateEventW(const std::wstring& name) {
   HANDLE handle = ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
   if (!handle && ::GetLastError() == ERROR_ACCESS_DENIED) {
     handle = ::OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name.c_str());

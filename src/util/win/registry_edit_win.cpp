@@ -40,7 +40,8 @@ std::vector<RegistryValue> EnumValues(const std::wstring& keyPath) {
     bytes.resize(size);
     RegistryValue value{name, static_cast<RegistryType>(type), {}, 0};
     if (type == REG_SZ) {
-      value.text = TextOfData(bytes).c_str();
+      const std::wstring text = TextOfData(bytes);
+      value.text = text.substr(0, text.find(L'\0'));
     } else if ((type == REG_DWORD && size == 4) || (type == REG_QWORD && size == 8)) {
       std::memcpy(&value.number, bytes.data(), size);
     } else {
@@ -68,7 +69,9 @@ bool RemoveKey(RegistryRoot root, const std::wstring& keyPath) {
       subKeys.emplace_back(name);
     }
   }
-  for (const std::wstring& name : subKeys) RemoveKey(root, keyPath + L'\\' + name);
+  for (const std::wstring& name : subKeys) {
+    RemoveKey(root, std::wstring(keyPath).append(L"\\").append(name));
+  }
   if (::RegDeleteKeyW(RootKey(root), keyPath.c_str()) == ERROR_SUCCESS) return true;
   LOG_E << "Can't delete key.";
   return false;
