@@ -37,11 +37,11 @@ JobState TBitsTransferCompletion::TWorker::GetJobState() const {
 
 void TBitsTransferCompletion::TWorker::Finish() {
   LOG_D << "TBitsTransferCompletion::TWorker::Finish";
-  IBackgroundCopyJob& job = *job_->job;
+  IBackgroundCopyJob* const job = job_->job;
   const bool transferred = GetJobState() == JobState::kTransferred;
-  const HRESULT result = transferred ? job.Complete() : job.Cancel();
+  const HRESULT result = transferred ? job->Complete() : job->Cancel();
   // Another host has the file open: the job would stay, and nobody knows it any more.
-  if (transferred && FAILED(result)) job.Cancel();
+  if (transferred && FAILED(result)) job->Cancel();
   hrcheck() = result;
 }
 
