@@ -113,12 +113,20 @@ start_prefix() {
   wine cmd /c exit </dev/null >/dev/null 2>&1 || die "failed: Wine does not run in $prefix"
 }
 
-# register_standin FOLDER: makes the stand-in transfer service the prefix's own, with its files in FOLDER.
+# register_standin FOLDER: makes the stand-in transfer service the prefix's own, with its files in FOLDER. On a
+# busy machine Wine may not be ready for it the first time; what it said then stays in the log.
 register_standin() {
+  local log try
+  log=$LOGS/register-$(basename "$WINEPREFIX").log
   mkdir -p "$1"
-  rm -f "$1/journal.jsonl" "$1/control.txt"
-  wine "$BUILD/win64/standin/kupdate-standin.exe" --register "$(windows_path "$1")" \
-    </dev/null >"$LOGS/register.log" 2>&1 || die "failed: registering the stand-in (see $LOGS/register.log)"
+  rm -f "$1/journal.jsonl" "$1/control.txt" "$log"
+  for try in 1 2; do
+    wine "$BUILD/win64/standin/kupdate-standin.exe" --register "$(windows_path "$1")" \
+      </dev/null >>"$log" 2>&1 && return
+    say "exit code $? of try $try" >>"$log"
+  done
+  cat "$log" >&2
+  die "failed: registering the stand-in (see $log)"
 }
 
 # --- web server ---
