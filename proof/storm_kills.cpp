@@ -388,7 +388,7 @@ class Storm {
   }
 
   static constexpr unsigned kKilled = 9;
-  static constexpr ULONGLONG kLongestWait = 5000;
+  static constexpr ULONGLONG kLongestWait = 60000;
 
   std::mt19937 random_;
   Findings found_;
