@@ -139,6 +139,10 @@ class Storm {
     LimitJobs();
   }
 
+  void AddEnd(const std::string& fault) {
+    if (!fault.empty()) found_.end.Add(appId_ + ": " + fault);
+  }
+
   // Work for the executors of the next round, and not more of it than they can list in short time.
   void LimitJobs() {
     // An application that stays removed takes the executor with it.
@@ -154,7 +158,7 @@ class Storm {
       std::shuffle(waiting_.begin(), waiting_.end(), random_);
       waiting_.resize(waiting_.size() - kFewJobs);
       const ULONGLONG start = ::GetTickCount64();
-      if (!RunExecutors(waiting_)) found_.end.Add(appId_ + ": a job could not be ended");
+      AddEnd(RunExecutors(waiting_));
       executorMilliseconds_ = static_cast<unsigned>((::GetTickCount64() - start) / waiting_.size());
       waiting_ = Jobs();
     }
@@ -354,7 +358,7 @@ class Storm {
   // No more kills: what is known is sent, and compared with what was acknowledged.
   void Settle() {
     At(appId_ + ", sending all");
-    if (!RunExecutors(Jobs())) found_.end.Add(appId_ + ": a job could not be ended");
+    AddEnd(RunExecutors(Jobs()));
     const Stores left = ReadStores(appId_);
     found_.blocksLeft += left.blocks;
     AgeBlocks(appId_);

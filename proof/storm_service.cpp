@@ -107,13 +107,15 @@ void* StartExecutor(const std::wstring& arguments) {
   return started.hProcess;
 }
 
-bool RunExecutors(const std::vector<JobFacts>& jobs) {
-  bool all = true;
+std::string RunExecutors(const std::vector<JobFacts>& jobs) {
+  std::string fault;
   for (const JobFacts& job : jobs) {
-    all &= EndOf(StartExecutor(ArgumentsOf(job))) == 0;
+    void* const process = StartExecutor(ArgumentsOf(job));
+    const std::string what = process ? std::to_string(EndOf(process)) : "not started";
+    if (what != "0" && fault.empty()) fault = "executor of job " + job.id + ": " + what;
     Progress("");
   }
-  return all;
+  return fault;
 }
 
 int KillStrayExecutors() {

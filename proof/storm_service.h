@@ -22,8 +22,9 @@ std::wstring ArgumentsOf(const JobFacts& job);
 /// Starts the executor; returns the process, an owned HANDLE.
 void* StartExecutor(const std::wstring& arguments);
 
-/// Ends jobs, by one executor after the other. Returns whether each said 0.
-bool RunExecutors(const std::vector<JobFacts>& jobs);
+/// Ends jobs, by one executor after the other. Returns the first that did not say 0, and what it
+/// said; "" when all did.
+std::string RunExecutors(const std::vector<JobFacts>& jobs);
 
 /// Kills the executors that run without having been started by StartExecutor: those of hosts that
 /// were killed. Returns how many.
