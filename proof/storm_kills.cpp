@@ -26,6 +26,7 @@ namespace {
 constexpr int kVictims = 3;
 constexpr int kRoundsOfAnApplication = 20;
 constexpr int kEnoughToMeetAll = 500;
+constexpr int kFewStarts = 3;  // that the system may fail to bring to their first line
 constexpr std::size_t kFewJobs = 2;
 constexpr std::size_t kManyJobs = 5;
 
@@ -266,7 +267,7 @@ class Storm {
     Progress("  " + how);
     if (wasThere)
       found_.end.Add(how + ", in call " + std::to_string(account.unfinished));
-    else if (++found_.neverThere > 3)
+    else if (++found_.neverThere > kFewStarts)
       found_.end.Add(how + ", before its first line");
   }
 
@@ -437,10 +438,11 @@ bool RunKills(int kills, std::uint32_t seed) {
               found.twice.Text() + ", " + std::to_string(found.arrivedTwice) + " came twice (" +
                   std::to_string(found.blocksLeft) + " blocks were left in work)",
               found.twice.none());
-  held &= Row(
-      "in the end all jobs end and all is sent", tried,
-      found.end.Text() + ", " + std::to_string(found.neverThere) + " hosts that Wine did not start",
-      found.end.none());
+  held &= Row("in the end all jobs end and all is sent", tried,
+              found.end.Text() + ", " + std::to_string(found.neverThere) +
+                  " hosts that Wine did not start, " + std::to_string(SecondStarts()) +
+                  " executors started again",
+              found.end.none() && SecondStarts() <= kFewStarts);
   if (kills < kEnoughToMeetAll) return held;
   const int inExport = Least(&found.killsInCall[1], kExports);
   const int ofCommand = Least(found.killsOfCommand.data(), kCommands);

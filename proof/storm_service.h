@@ -22,9 +22,12 @@ std::wstring ArgumentsOf(const JobFacts& job);
 /// Starts the executor; returns the process, an owned HANDLE.
 void* StartExecutor(const std::wstring& arguments);
 
-/// Ends jobs, by one executor after the other. Returns the first that did not say 0, and what it
-/// said; "" when all did.
+/// Ends jobs, by one executor after the other. One that says that it could touch nothing, or that the
+/// system does not start, is started again, as the service does it. Returns the first that did not say
+/// 0 in the end, and what it said; "" when all did.
 std::string RunExecutors(const std::vector<JobFacts>& jobs);
+/// How many had to be started again.
+int SecondStarts();
 
 /// Kills the executors that run without having been started by StartExecutor: those of hosts that
 /// were killed. Returns how many.
