@@ -21,13 +21,6 @@ fs::path FeedFile(const Host& host) {
 
 constexpr char kNoDialog[] = "I:DropDialog: Not shown, though a dialog was asked for:  ";
 
-// What has become of a ping's block.
-std::string StatisticsOf(const Host& host) {
-  const std::string text = host.Statistics();
-  return std::string(text.find("confirmed=\"true\"") != text.npos ? "confirmed" : "") +
-         (text.find("<state ") != text.npos ? "waits" : "") + (host.IsInWork() ? "in work" : "");
-}
-
 }  // namespace
 
 TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
@@ -44,7 +37,6 @@ TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
       {"newer", newer, "", "1", "an update is available", true},
       {"none newer", same, "", "0", "there is no update", true},
       {"bad version", Publish("bad.rss", FeedWith("two")), "", "0", "the check failed", false},
-      {"no feed", HttpUrl("missing.rss"), "", "0", "the check failed", false},
       {"completion refused", newer, "fail Complete 0x80070005", "0", "the check failed", false},
       {"job gone", newer, "vanish all", "0", nullptr, false},
   };
@@ -83,59 +75,6 @@ TEST_F(Executor, DoesNotBringARecordBackToLife) {
   EXPECT_EQ(RunExecutor(arguments), 0u);
   EXPECT_TRUE(result.IsSignalled());
   EXPECT_FALSE(fs::exists(host.File("appinfo.xml")));
-}
-
-TEST_F(Executor, TouchesNothingWhenTheJobCanNotBeEnded) {
-  TransferService service;
-  Host host("stuck");
-  host.feedUrl = Publish("newer.rss", FeedWith("2.0.0.0"));
-  host.Start();
-  const std::wstring arguments = ArgumentsOfNewestJob(service);
-  const ResultEvent result(host.appId);
-  for (const char* control : {"fail Complete 0x80004005\nfail Cancel 0x80004005",
-                              "fail GetJob 0x80070005", "fail CreateInstance 0x80070422"}) {
-    SCOPED_TRACE(control);
-    service.Control(control);
-    EXPECT_EQ(RunExecutor(arguments), 1u);
-    EXPECT_FALSE(result.IsSignalled());
-    EXPECT_EQ(host.Record("UpgradeAvailable"), "");
-  }
-  service.Control("");
-  EXPECT_EQ(RunExecutor(arguments), 0u) << "started again";
-  EXPECT_EQ(RunExecutor(arguments), 0u) << "and again, with the job gone";
-  EXPECT_EQ(host.Record("UpgradeAvailable"), "1");
-}
-
-TEST_F(Executor, SettlesTheBlockOfEveryPing) {
-  const std::string report = Publish("report", "ok");
-  const struct {
-    const char* label;
-    std::string reportUrl;
-    const char* control;
-    unsigned code;
-    const char* want;
-  } cases[] = {
-      {"delivered", report, "", 0, "confirmed"},
-      {"refused by the server", HttpUrl("missing"), "", 0, "waits"},
-      {"file lost", report, "fail Complete 0x80070005", 0, "confirmed"},
-      {"job gone", report, "vanish all", 0, "in work"},
-      {"another was faster", report,
-       "states TRANSFERRED ACKNOWLEDGED\nfail Complete 0x80200002\nfail Cancel 0x80200002", 0,
-       "in work"},
-      {"neither ended", report, "fail Complete 0x80004005\nfail Cancel 0x80004005", 1, "in work"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
-    const DataHome home;
-    TransferService service;
-    Host host("pinging app");
-    host.reportUrl = c.reportUrl;
-    host.Start();
-    const std::wstring arguments = ArgumentsOfNewestJob(service);
-    service.Control(c.control);
-    EXPECT_EQ(RunExecutor(arguments), c.code);
-    EXPECT_EQ(StatisticsOf(host), c.want);
-  }
 }
 
 TEST_F(Executor, AnswersAnInstallWithoutAnUpdate) {

@@ -57,8 +57,6 @@ struct Host {
   std::filesystem::path File(std::string_view name) const;
   /// A value of the record.
   std::string Record(const std::string& key) const;
-  std::string Statistics() const { return ReadBytes(File("statistics.xml")); }
-  bool IsInWork() const { return std::filesystem::exists(File("in_work_0.xml")); }
 
   std::string appId;
   std::string feedUrl;
