@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 enum class CreateFolder { kNo, kYes };
 
@@ -41,6 +42,12 @@ std::string GetMakerFolder();
 /// @param subPath  ANSI text
 std::wstring GetUpdaterLocalFolder(const std::string& subPath, CreateFolder create);
 
+/// The application ids that have a folder below `folder`, as the text from which such a folder's
+/// name is made.
+/// @param ids  empty when the folder is missing
+/// @return false when there may be more: the folder cannot be listed, or a name stands for no id.
+bool ListAppIds(const std::wstring& folder, std::vector<std::string>* ids);
+
 /// The per-user folder that low-integrity processes can write. Not made.
 std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath);
 /// "Krelix\Updater" in it. Not made.
@@ -48,7 +55,8 @@ std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath);
 std::wstring GetUpdaterLowFolder(const std::string& subPath);
 
 /// The folder of the stores' files, UTF-8: "Krelix\Updater\" in the low-integrity folder, which is
-/// made, then `subPath` (an application id), which is not.
+/// made, then `subPath` (an application id), which is not. Empty, and logged, when one of these
+/// folders is a link: any process of the user may have put it there.
 std::string GetUpdaterDataPath(const std::string& subPath);
 
 /// The folder of one application's files below that.
