@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "util/folders.h"
+#include "util/text.h"
 
 namespace fs = std::filesystem;
 
@@ -29,6 +30,7 @@ struct TempFolder {
 void RemoveData() {
   std::error_code ignored;
   fs::remove_all(NativePath(GetUpdaterDataPath({})), ignored);
+  fs::remove_all(NativePath(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo))), ignored);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 /// A folder of this process that is removed when it ends.
 const std::filesystem::path& ProcessTempFolder();
 
-/// Gives a test an empty data folder and removes it afterwards. On Windows that is the user's own,
+/// Gives a test an empty data folder and an empty local folder, and removes both afterwards. On Windows that is the user's own,
 /// in the private prefix that the tests run in; it refuses to work anywhere else.
 class DataHome {
  public:
