@@ -24,6 +24,7 @@ bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
   std::string bytes;
   switch (FileSystem::ReadFile(path, &bytes)) {
     case FileSystem::ReadOutcome::kFailed:
+    case FileSystem::ReadOutcome::kTooLarge:
       return false;
     case FileSystem::ReadOutcome::kMissing:
       return true;
