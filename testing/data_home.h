@@ -26,6 +26,11 @@ class DataHome {
 /// A path with backslashes, in UTF-8, as this system wants it.
 std::filesystem::path NativePath(std::string path);
 
+/// Makes `link` a link to a folder. On Windows it takes a system tool of the host that Wine runs on.
+void LinkFolder(const std::filesystem::path& link, const std::filesystem::path& target);
+/// Removes a link to a folder, not what it leads to.
+void UnlinkFolder(const std::filesystem::path& link);
+
 /// A file's bytes; empty when it cannot be read.
 std::string ReadBytes(const std::filesystem::path& path);
 void WriteBytes(const std::filesystem::path& path, std::string_view bytes);

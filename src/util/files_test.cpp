@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <vector>
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
@@ -103,7 +105,77 @@ TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
   EXPECT_EQ(FileSystem::ReadFile("", &content), FileSystem::ReadOutcome::kFailed);
 }
 
+TEST(FileSystem, ReadsNoMoreThanIsAccepted) {
+  const TestFile file;
+  WriteBytes(file.path, "12345678");
+  std::string content = "before";
+  const LogCapture capture;
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content, 8), FileSystem::ReadOutcome::kRead);
+  EXPECT_EQ(FileSystem::ReadFileIfAny(file.name + "2", &content),
+            FileSystem::ReadOutcome::kMissing);
+  EXPECT_EQ(capture.Lines().size(), 0u) << "a file that need not exist is no failure";
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content, 7), FileSystem::ReadOutcome::kTooLarge);
+  EXPECT_EQ(content, "");
+  EXPECT_TRUE(capture.Has("E:FileSystem::ReadFile: File too large:  " + file.name));
+}
+
+TEST(Folders, OneThatIsALinkIsRefused) {
+  const DataHome home;
+  const fs::path elsewhere = ProcessTempFolder() / "elsewhere";
+  fs::create_directories(elsewhere);
+  const DataFolder sound("app");
+  EXPECT_NE(sound.PathOf("f"), "");
+  EXPECT_NE(GetUpdaterLocalFolder("app", CreateFolder::kNo), L"");
+  for (const char* name : {"Krelix", "Krelix/Updater", "Krelix/Updater/app"}) {
+    for (const std::wstring& root :
+         {GetLocalAppDataLowFolder({}), GetLocalAppDataFolder({}, CreateFolder::kNo)}) {
+      const fs::path link = NativePath(NarrowUtf8(root)) / name;
+      SCOPED_TRACE(link.string());
+      fs::remove_all(link);
+      fs::create_directories(link.parent_path());
+      LinkFolder(link, elsewhere);
+      const LogCapture capture;
+      const DataFolder data("app");
+      const bool isRefused = data.PathOf("f").empty() && data.PathOf("g").empty();
+      EXPECT_NE(isRefused, GetUpdaterLocalFolder("app", CreateFolder::kYes).empty());
+      EXPECT_EQ(isRefused, root == GetLocalAppDataLowFolder({}));
+      EXPECT_EQ(capture.Lines().size(), 1u);
+      UnlinkFolder(link);
+    }
+  }
+  EXPECT_TRUE(fs::is_empty(elsewhere)) << "nothing was made where they led";
+}
+
+TEST(Folders, NamesAreReadAsTheIdsThatTheyWereMadeFrom) {
+  const DataHome home;
+  const std::wstring folder = WidenUtf8(GetUpdaterDataPath({}));
+  std::vector<std::string> ids = {"before"};
+  EXPECT_TRUE(ListAppIds(folder + L"missing\\", &ids));
+  EXPECT_EQ(ids, std::vector<std::string>());
+  for (const char* id : {"a b", "\xC3\xA9"}) home.AppFolder(id);
+  EXPECT_TRUE(ListAppIds(folder, &ids));
+  std::sort(ids.begin(), ids.end());
+  EXPECT_EQ(ids, (std::vector<std::string>{"a b", "\xC3\xA9"}));
+  MakeFolder(folder + L"\x65E5");
+  EXPECT_EQ(ListAppIds(folder, &ids), NarrowAnsi(L"\x65E5").has_value());
+  EXPECT_FALSE(ListAppIds(L"", &ids));
+}
+
 #ifndef _WIN32
+TEST(FileSystem, WritesNothingWhereALinkLeads) {
+  const TestFile file;
+  const fs::path victim = file.folder / "victim";
+  for (const std::string& link : {file.name + ".new", file.name, file.name + ".bak"}) {
+    WriteBytes(victim, "kept");
+    fs::remove(link);
+    fs::create_symlink(victim, link);
+    FileSystem::WriteFile(file.name, "written");
+    FileSystem::CopyFile(file.name, file.name + ".bak");
+    EXPECT_EQ(ReadBytes(victim), "kept") << link;
+    EXPECT_EQ(ReadBytes(file.name + ".bak"), "written");
+  }
+}
+
 TEST(FileSystem, AFullDiskLeavesTheOldContent) {
   const TestFile file;
   const std::string old(5000, 'o');

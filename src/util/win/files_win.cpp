@@ -17,31 +17,85 @@ namespace {
 // Whoever reads a state file must not keep others from replacing it meanwhile.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-constexpr unsigned kReplaceTries = 10;
-constexpr unsigned kReplacePauseMilliseconds = 10;
+constexpr unsigned kHeldTries = 10;
+constexpr unsigned kHeldPauseMilliseconds = 10;
+
+// What is wanted of a file that a program may hold.
+enum class Use { kRead, kChange };
+
+bool IsLink(DWORD attributes) {
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+bool IsMissing(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+// Whether a file that refuses may do so only because a program has it open. Where access is denied for
+// good nobody is made to wait at each read.
+bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
+  if (error == ERROR_SHARING_VIOLATION) return true;
+  if (error != ERROR_ACCESS_DENIED) return false;
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  // One that goes when its last reader closes it tells not even its attributes.
+  if (attributes == INVALID_FILE_ATTRIBUTES) return true;
+  constexpr DWORD kNeverChanged = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+  return use == Use::kChange && (attributes & kNeverChanged) == 0;
+}
+
+// A program that has the file open (a scanner, an editor) is given a moment to let it go. The last error
+// is that of the last try.
+template <class Try>
+bool TryWhileHeld(const std::wstring& path, Use use, Try tryOnce) {
+  for (unsigned tries = 0; !tryOnce(); ++tries) {
+    const DWORD error = ::GetLastError();
+    if (tries == kHeldTries || !MayBeHeld(path, use, error)) {
+      ::SetLastError(error);
+      return false;
+    }
+    SleepMilliseconds(kHeldPauseMilliseconds);
+  }
+  return true;
+}
 
 UniqueFile OpenForReading(const std::wstring& path) {
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  UniqueFile file;
+  TryWhileHeld(path, Use::kRead, [&] {
+    file.reset(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                             FILE_ATTRIBUTE_NORMAL, nullptr));
+    return static_cast<bool>(file);
+  });
+  return file;
 }
 
+// A link is opened itself, so that nothing is written to the file that it leads to.
 UniqueFile OpenForWriting(const std::wstring& path, DWORD disposition) {
   return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+                                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-bool ReadAll(HANDLE file, std::string* content) {
-  LARGE_INTEGER size;
-  if (!::GetFileSizeEx(file, &size) || size.QuadPart > std::numeric_limits<std::int32_t>::max()) {
-    return false;
+// A new file: what a killed process left, or a link, goes.
+UniqueFile MakeFile(const std::wstring& path) {
+  UniqueFile file = OpenForWriting(path, CREATE_NEW);
+  if (!file && ::GetLastError() == ERROR_FILE_EXISTS && ::DeleteFileW(path.c_str())) {
+    file = OpenForWriting(path, CREATE_NEW);
   }
+  return file;
+}
+
+FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string* content) {
+  using FileSystem::ReadOutcome;
+  LARGE_INTEGER size;
+  if (!::GetFileSizeEx(file, &size)) return ReadOutcome::kFailed;
+  if (static_cast<std::uint64_t>(size.QuadPart) > maxBytes) return ReadOutcome::kTooLarge;
+  if (size.QuadPart > std::numeric_limits<std::int32_t>::max()) return ReadOutcome::kFailed;
   content->resize(static_cast<std::size_t>(size.QuadPart));
   DWORD read = 0;
   if (!::ReadFile(file, content->data(), static_cast<DWORD>(content->size()), &read, nullptr)) {
-    return false;
+    return ReadOutcome::kFailed;
   }
   content->resize(read);
-  return true;
+  return ReadOutcome::kRead;
 }
 
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
@@ -50,7 +104,7 @@ enum class WriteOutcome { kWritten, kNotOpened, kShort };
 // bring an empty file with it.
 WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
-  const UniqueFile file = OpenForWriting(path, CREATE_ALWAYS);
+  const UniqueFile file = MakeFile(path);
   if (!file) return WriteOutcome::kNotOpened;
   ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr);
   if (*written != bytes.size()) return WriteOutcome::kShort;
@@ -79,7 +133,9 @@ WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DW
   *written = 0;
   const UniqueFile file = OpenForWriting(path, OPEN_ALWAYS);
   LARGE_INTEGER size;
-  if (!file || !::GetFileSizeEx(file.get(), &size)) return WriteOutcome::kNotOpened;
+  if (!file || IsLink(::GetFileAttributesW(path.c_str())) || !::GetFileSizeEx(file.get(), &size)) {
+    return WriteOutcome::kNotOpened;
+  }
   const auto oldSize = static_cast<std::size_t>(size.QuadPart);
   const std::size_t kept = std::min(oldSize, bytes.size());
   if (!WriteAt(file.get(), kept, bytes.substr(kept), written)) {
@@ -92,27 +148,8 @@ WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DW
   return WriteOutcome::kWritten;
 }
 
-// Whether a target that refuses to be replaced may do so only because a program has it open.
-bool MayBeHeld(const std::wstring& target, DWORD error) {
-  if (error == ERROR_SHARING_VIOLATION) return true;
-  if (error != ERROR_ACCESS_DENIED) return false;
-  const DWORD attributes = ::GetFileAttributesW(target.c_str());
-  return attributes == INVALID_FILE_ATTRIBUTES ||
-         (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY)) == 0;
-}
-
-// A program that has the target open (a scanner, an editor) is given a moment to let it go.
-template <class Change>
-bool TryWhileHeld(const std::wstring& target, Change change) {
-  for (unsigned tries = 0; !change(); ++tries) {
-    if (tries == kReplaceTries || !MayBeHeld(target, ::GetLastError())) return false;
-    SleepMilliseconds(kReplacePauseMilliseconds);
-  }
-  return true;
-}
-
 bool Replace(const std::wstring& target, const std::wstring& replacement) {
-  return TryWhileHeld(target, [&] {
+  return TryWhileHeld(target, Use::kChange, [&] {
     return ::MoveFileExW(replacement.c_str(), target.c_str(),
                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
   });
@@ -171,26 +208,30 @@ std::int64_t GetFileSize(const std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFileIfAny(const std::string& path, std::string* content, std::uint64_t maxBytes) {
+  constexpr std::string_view kOperation = "FileSystem::ReadFile";
   content->clear();
   const UniqueFile file = OpenForReading(WidenUtf8(path));
   if (!file) {
-    const DWORD error = ::GetLastError();
-    LOG_E << "Can't open file: " << path;
-    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-    return missing && !path.empty() ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+    if (IsMissing(::GetLastError()) && !path.empty()) return ReadOutcome::kMissing;
+    LogAs(kOperation, __LINE__, "E:") << "Can't open file: " << path;
+    return ReadOutcome::kFailed;
   }
+  ReadOutcome outcome = ReadOutcome::kFailed;
   try {
-    if (ReadAll(file.get(), content)) {
+    outcome = ReadAll(file.get(), maxBytes, content);
+    if (outcome == ReadOutcome::kRead) {
       DropCrBeforeLf(content);
-      return ReadOutcome::kRead;
+    } else if (outcome == ReadOutcome::kTooLarge) {
+      LogAs(kOperation, __LINE__, "E:") << "File too large: " << path;
+    } else {
+      LogAs(kOperation, __LINE__, "E:") << "Can't read file: " << path << kLastError;
     }
-    LOG_E << "Can't read file: " << path << kLastError;
   } catch (const std::bad_alloc&) {
-    LOG_E << "Can't read file: " << path << "Out of memory.";
+    LogAs(kOperation, __LINE__, "E:") << "Can't read file: " << path << "Out of memory.";
   }
-  content->clear();
-  return ReadOutcome::kFailed;
+  if (outcome != ReadOutcome::kRead) content->clear();
+  return outcome;
 }
 
 bool WriteFile(const std::string& path, std::string_view content) {
@@ -231,8 +272,7 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW((WidenUtf8(path) + L"*").c_str(), &data));
   if (!find) {
-    const DWORD error = ::GetLastError();
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return IsMissing(::GetLastError());
   }
   do {
     const std::wstring_view name = data.cFileName;
@@ -246,8 +286,7 @@ bool IsNameFree(const std::string& path) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW(WidenUtf8(path).c_str(), &data));
   if (find) return false;
-  const DWORD error = ::GetLastError();
-  const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  const bool missing = IsMissing(::GetLastError());
   if (!missing) LOG_E << "Can't look for file: " << path << kLastError;
   return missing && !path.empty();
 }
@@ -258,13 +297,27 @@ bool IsFileExist(const std::string& path) {
 
 void DeleteFile(const std::string& path) {
   const std::wstring target = WidenUtf8(path);
-  TryWhileHeld(target, [&] { return ::DeleteFileW(target.c_str()) != 0; });
+  TryWhileHeld(target, Use::kChange, [&] { return ::DeleteFileW(target.c_str()) != 0; });
 }
 
 bool CopyFile(const std::string& path, const std::string& target) {
-  if (::CopyFileW(WidenUtf8(path).c_str(), WidenUtf8(target).c_str(), FALSE)) return true;
+  const std::wstring from = WidenUtf8(path);
+  const std::wstring to = WidenUtf8(target);
+  // The copy must not land where a link leads to.
+  if (::IsLink(::GetFileAttributesW(to.c_str()))) ::DeleteFileW(to.c_str());
+  if (TryWhileHeld(from, Use::kRead,
+                   [&] { return ::CopyFileW(from.c_str(), to.c_str(), FALSE) != 0; })) {
+    return true;
+  }
   LOG_E << "CopyFile error. Path: " << path << kLastError;
   return false;
+}
+
+bool IsLink(const std::string& path) {
+  std::wstring name = WidenUtf8(path);
+  // A name that ends so may be looked at behind the link.
+  while (name.ends_with(L'\\')) name.pop_back();
+  return ::IsLink(::GetFileAttributesW(name.c_str()));
 }
 
 std::string GetFileTime(const std::string& path) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "testing/data_home.h"
@@ -83,6 +84,25 @@ TEST(FilesHeldByOthers, AreReplacedWhenTheyAreLetGoAndElseWrittenInPlace) {
     EXPECT_TRUE(capture.Has("E:FileSystem::WriteFile: Can't open file:  " + path.string()));
   }
   EXPECT_FALSE(fs::exists(path.wstring() + L".new"));
+}
+
+TEST(FilesHeldByOthers, AreReadWhenTheyAreLetGo) {
+  const fs::path path = ProcessTempFolder() / "held.xml";
+  WriteBytes(path, "content");
+  for (const DWORD heldMilliseconds : {50, 400}) {
+    const HANDLE held =
+        ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    std::thread holder([&] {
+      ::Sleep(heldMilliseconds);
+      ::CloseHandle(held);
+    });
+    std::string content;
+    const auto outcome = FileSystem::ReadFile(path.string(), &content);
+    const bool isShort = heldMilliseconds == 50;
+    EXPECT_EQ(outcome, isShort ? FileSystem::ReadOutcome::kRead : FileSystem::ReadOutcome::kFailed);
+    EXPECT_EQ(content, isShort ? "content" : "");
+    holder.join();
+  }
 }
 
 TEST(System, TextsAreReadable) {
