@@ -63,23 +63,3 @@ function(kupdate_tests)
     set_property(GLOBAL APPEND PROPERTY KUPDATE_TEST_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/${source})
   endforeach()
 endfunction()
-
-# kupdate_delayed_imports(target dll function@bytes...): the functions are looked up when first called. The
-# number of bytes that a function takes as arguments is a part of its name in 32 bits.
-function(kupdate_delayed_imports target dll)
-  set(definition ${CMAKE_CURRENT_BINARY_DIR}/${dll}.def)
-  set(library ${CMAKE_CURRENT_BINARY_DIR}/${dll}_delayed.a)
-  list(JOIN ARGN "\n  " functions)
-  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
-    string(REGEX REPLACE "@[0-9]+" "" functions "${functions}")
-  endif()
-  file(CONFIGURE OUTPUT ${definition} CONTENT "LIBRARY ${dll}.dll\nEXPORTS\n  ${functions}\n" @ONLY)
-  add_custom_command(OUTPUT ${library} DEPENDS ${definition}
-    # The tool makes names of what it is given: a relative one, so that they do not depend on the folder.
-    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${definition} --output-delaylib ${dll}_delayed.a
-    WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
-  add_custom_target(${target}_${dll} DEPENDS ${library})
-  add_dependencies(${target} ${target}_${dll})
-  # Whole, for it stands before those who need it: behind them it would come too late, after the usual one.
-  target_link_libraries(${target} PRIVATE -Wl,--whole-archive ${library} -Wl,--no-whole-archive)
-endfunction()

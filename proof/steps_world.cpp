@@ -23,12 +23,14 @@ constexpr std::array<const char*, 3> kFolderNames = {"low", "roaming", "local"};
 constexpr std::size_t kIdChars = 38;
 constexpr char kMark[] = "--- an operation fails\n";
 
+fs::path Utf8Path(std::string_view text) { return std::u8string(text.begin(), text.end()); }
+
 fs::path ToPath(std::string text) {
 #ifndef _WIN32
   std::replace(text.begin(), text.end(), '\\', '/');
 #endif
   while (text.ends_with('/') || text.ends_with('\\')) text.pop_back();
-  return fs::u8path(text);
+  return Utf8Path(text);
 }
 
 std::string BytesOf(const fs::path& path) {
@@ -160,7 +162,7 @@ fs::path PathOf(const std::string& name) {
   const std::size_t slash = name.find('/');
   const auto folder = std::find(kFolderNames.begin(), kFolderNames.end(), name.substr(0, slash));
   const auto place = static_cast<std::size_t>(folder - kFolderNames.begin());
-  return StateFolders().at(place) / fs::u8path(name.substr(slash + 1));
+  return StateFolders().at(place) / Utf8Path(name.substr(slash + 1));
 }
 
 Files ReadState() {

@@ -63,12 +63,22 @@ build() {
 # --- Wine ---
 
 use_wine() {
-  unset DISPLAY WAYLAND_DISPLAY
+  # Wine 10 aborts when TMPDIR is set.
+  unset DISPLAY WAYLAND_DISPLAY TMPDIR
   export WINEDEBUG=-all
   export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=;winedbg.exe="
-  # A prefix links its Documents, Desktop and the like to $HOME; its server keeps a socket in $TMPDIR.
-  export HOME=$BUILD/wine/home TMPDIR=$BUILD/wine/tmp
-  mkdir -p "$HOME" "$TMPDIR"
+  # A prefix links its Documents, Desktop and the like to $HOME.
+  export HOME=$BUILD/wine/home
+  mkdir -p "$HOME"
+}
+
+# keep_socket PREFIX FOLDER: Debian's Wine makes a folder in /tmp for the sockets of its servers and never removes
+# it. The prefix holds the folder's name, which may lead to another place.
+keep_socket() {
+  mkdir -p -m 700 "$2"
+  rm -f "$1/wineserver"
+  printf '..%s' "$2" >"$1/wineserver"
+  chmod 400 "$1/wineserver"
 }
 
 # Ends the server of a prefix and waits until it has saved its registry.
@@ -84,6 +94,8 @@ make_template() {
   [[ -e $template/complete ]] && return
   say "  making a Wine prefix (once)"
   rm -rf "$template"
+  mkdir -p "$template"
+  keep_socket "$template" "$BUILD/wine/sockets"
   WINEPREFIX=$template wineboot -i >"$LOGS/wineboot.log" 2>&1 </dev/null ||
     die "failed: wineboot (see $LOGS/wineboot.log)"
   stop_wine "$template"
@@ -102,6 +114,7 @@ start_prefix() {
   # Wine writes its registry in place when the file has several links, and user folders are written to.
   rm -rf "$prefix"/*.reg "$prefix/drive_c/users"
   cp -a "$template"/*.reg "$prefix/"
+  keep_socket "$prefix" "$BUILD/wine/sockets"
   cp -a "$template/drive_c/users" "$prefix/drive_c/"
   for folder in Roaming Local/Temp LocalLow; do
     mkdir -p "$prefix/drive_c/users/$user/AppData/$folder"

@@ -71,7 +71,7 @@ fs::path NativePath(std::string path) {
 #ifndef _WIN32
   std::replace(path.begin(), path.end(), '\\', '/');
 #endif
-  return fs::u8path(path);
+  return std::u8string(path.begin(), path.end());
 }
 
 #ifdef _WIN32

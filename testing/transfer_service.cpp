@@ -52,7 +52,7 @@ void TransferService::Control(std::string_view lines) const {
 }
 
 fs::path TransferService::File(std::string_view name) const {
-  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / fs::u8path(name);
+  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / WidenUtf8(name);
 }
 
 std::vector<std::string> TransferService::Journal() const {

@@ -181,7 +181,7 @@ void* ReplacementOf(const char* name) {
   return nullptr;
 }
 
-// How delayed imports are found.
+// How the library finds what its import table does not name.
 FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name) {
   const bool isName = reinterpret_cast<ULONG_PTR>(name) > MAXWORD;
   void* const replacement = isName ? ReplacementOf(name) : nullptr;

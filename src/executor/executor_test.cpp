@@ -16,7 +16,7 @@ namespace {
 using Executor = ExecutorTest;
 
 fs::path FeedFile(const Host& host) {
-  return TempFolder() / fs::u8path("kupdate-versioninfo-" + host.appId + ".xml");
+  return TempFolder() / WidenUtf8("kupdate-versioninfo-" + host.appId + ".xml");
 }
 
 constexpr char kNoDialog[] = "I:DropDialog: Not shown, though a dialog was asked for:  ";

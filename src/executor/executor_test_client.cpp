@@ -77,7 +77,7 @@ void Host::Uninstall() const {
 }
 
 fs::path Host::File(std::string_view name) const {
-  return DataFolder() / fs::u8path(appId) / std::string(name);
+  return DataFolder() / WidenUtf8(appId) / std::string(name);
 }
 
 std::string Host::Record(const std::string& key) const { return ValueOf(File("appinfo.xml"), key); }

@@ -1,5 +1,5 @@
 #include "install/authenticode.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 #include <softpub.h>
 #include <wincrypt.h>

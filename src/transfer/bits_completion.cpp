@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "transfer/bits_interfaces.h"
+#include "transfer/com_functions.h"
 #include "util/text.h"
 
 struct TBitsTransferCompletion::TWorker::Job {
@@ -22,7 +23,7 @@ const char* JobStateName(JobState state) {
 TBitsTransferCompletion::TWorker::TWorker(const std::string& jobId) : job_(new Job) {
   job_->manager = ConnectToService();
   GUID id = {};
-  hrcheck() = ::CLSIDFromString(WidenUtf8(jobId).c_str(), &id);
+  hrcheck() = com::CLSIDFromString(WidenUtf8(jobId).c_str(), &id);
   hrcheck() = job_->manager->GetJob(id, &job_->job);
 }
 

@@ -1,16 +1,22 @@
 #include "transfer/bits_interfaces.h"
 
-#include <memory>
+#include "transfer/com_functions.h"
+
+_COM_SMARTPTR_TYPEDEF(IUnknown, __uuidof(IUnknown));
 
 IBackgroundCopyManagerPtr ConnectToService() {
+  IUnknownPtr server;
+  hrcheck() = com::CoCreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_LOCAL_SERVER,
+                                    __uuidof(IUnknown), reinterpret_cast<void**>(&server));
+  hrcheck() = com::OleRun(server.GetInterfacePtr());
   IBackgroundCopyManagerPtr manager;
-  hrcheck() = manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL);
+  hrcheck() = server.QueryInterface(__uuidof(IBackgroundCopyManager), &manager);
   return manager;
 }
 
 std::wstring GuidText(const GUID& id) {
-  LPOLESTR text = nullptr;
-  hrcheck() = ::StringFromCLSID(id, &text);
-  const std::unique_ptr<OLECHAR, decltype(&::CoTaskMemFree)> owner(text, &::CoTaskMemFree);
+  constexpr int kGuidChars = 39;  // its ending zero included
+  wchar_t text[kGuidChars] = {};
+  com::StringFromGUID2(id, text, kGuidChars);
   return text;
 }

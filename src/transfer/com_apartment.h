@@ -12,7 +12,7 @@ class ComApartment {
   ComApartment& operator=(const ComApartment&) = delete;
 
  private:
-  bool entered_;
+  bool entered_ = false;
 };
 
 #endif  // KUPDATE_TRANSFER_COM_APARTMENT_H_

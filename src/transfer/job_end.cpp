@@ -2,6 +2,7 @@
 
 #include "transfer/bits_completion.h"
 #include "transfer/bits_interfaces.h"
+#include "transfer/com_functions.h"
 #include "util/text.h"
 
 namespace {
@@ -39,7 +40,7 @@ EndedJob EndOpened(IBackgroundCopyJob& job) {
 EndedJob EndJob(const std::string& jobId) noexcept {
   try {
     GUID id = {};
-    if (FAILED(::CLSIDFromString(WidenUtf8(jobId).c_str(), &id))) return {JobEnd::kGone};
+    if (FAILED(com::CLSIDFromString(WidenUtf8(jobId).c_str(), &id))) return {JobEnd::kGone};
     const IBackgroundCopyManagerPtr manager = ConnectToService();
     IBackgroundCopyJobPtr job;
     const HRESULT result = manager->GetJob(id, &job);

@@ -1,6 +1,7 @@
 #include "transfer/job_list.h"
 
 #include "transfer/bits_interfaces.h"
+#include "transfer/com_functions.h"
 #include "util/text.h"
 #include "util/win/file_time.h"
 
@@ -14,7 +15,7 @@ constexpr wchar_t kDisplayName[] = L"Kupdate-task";
 // Takes over a text that the service allocated.
 std::wstring Taken(LPWSTR text) {
   std::wstring result = text ? text : L"";
-  ::CoTaskMemFree(text);
+  com::CoTaskMemFree(text);
   return result;
 }
 

@@ -25,6 +25,11 @@ inline constexpr CodeMode kOtherCode = CodeMode::kOther;
 /// "TStatCtrl::AddState", also inside its lambdas.
 constexpr std::string_view QualifiedName(std::string_view pretty);
 
+/// What is written as a number: no truth value, no character.
+template <class T>
+concept LogNumber = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
+                    !std::same_as<T, wchar_t>;
+
 /// One line of the log, written when the statement that builds it ends. Pieces are joined with one
 /// blank unless they begin with ",", "." or ":". A line to which nothing was appended is not
 /// written. The thread's last error is the same after every step as before it. Nothing throws.
@@ -54,9 +59,8 @@ class LogLine {
   }
 
   /// Decimal, or as the pending CodeMode wants it.
-  template <std::integral T>
-  requires(!std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t>) LogLine&
-  operator<<(T number) noexcept {
+  template <LogNumber T>
+  LogLine& operator<<(T number) noexcept {
     if constexpr (std::signed_integral<T>) {
       return AppendNumber(number < 0, static_cast<std::uint64_t>(number));
     } else {

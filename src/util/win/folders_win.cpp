@@ -1,5 +1,5 @@
 #include "util/folders.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 #include <objbase.h>
 #include <shlobj.h>
@@ -14,29 +14,33 @@ namespace {
 constexpr DWORD kTempPathChars = 4096;
 constexpr int kShellFolders = 64;  // more than there are
 
+namespace shell {
+SYSTEM_FUNCTION("ole32.dll", CoTaskMemFree);
+SYSTEM_FUNCTION("shell32.dll", SHCreateDirectoryExW);
+SYSTEM_FUNCTION("shell32.dll", SHGetKnownFolderPath);
+SYSTEM_FUNCTION("shell32.dll", SHGetSpecialFolderPathW);
+}  // namespace shell
+
 // A system that fails may still fill the buffer (a folder that does not exist yet): what it holds
 // counts.
 std::wstring ShellFolder(int csidl, BOOL* result) {
   wchar_t path[kMaxShellPathChars] = {};
-  *result = ::SHGetSpecialFolderPathW(nullptr, path, csidl, FALSE);
+  const auto getFolder = shell::SHGetSpecialFolderPathW.Find();
+  *result = getFolder ? getFolder(nullptr, path, csidl, FALSE) : FALSE;
   return path;
 }
 
 std::wstring KnownLowFolder() {
-  using GetKnownFolder = HRESULT(WINAPI*)(const GUID&, DWORD, HANDLE, PWSTR*);
   static constexpr GUID kLocalAppDataLow = {
       0xA520A1A4, 0x1780, 0x4FF6, {0xBD, 0x18, 0x16, 0x73, 0x43, 0xC5, 0xAF, 0x16}};
   constexpr DWORD kNoAlias = 0x1000;
-  const UniqueModule shell = LoadSystemLibrary(L"shell32.dll");
-  if (!shell) return {};
-  const auto getKnownFolder = reinterpret_cast<GetKnownFolder>(
-      reinterpret_cast<void*>(::GetProcAddress(shell.get(), "SHGetKnownFolderPath")));
+  const auto getKnownFolder = shell::SHGetKnownFolderPath.Find();
+  const auto free = shell::CoTaskMemFree.Find();
+  if (!getKnownFolder || !free) return {};
   PWSTR path = nullptr;
   std::wstring folder;
-  if (getKnownFolder && SUCCEEDED(getKnownFolder(kLocalAppDataLow, kNoAlias, nullptr, &path))) {
-    folder = path;
-  }
-  ::CoTaskMemFree(path);
+  if (SUCCEEDED(getKnownFolder(kLocalAppDataLow, kNoAlias, nullptr, &path))) folder = path;
+  free(path);
   return folder;
 }
 
@@ -85,17 +89,11 @@ std::wstring KnownShellFolder(int csidl) {
 
 }  // namespace
 
-UniqueModule LoadSystemLibrary(const wchar_t* name) {
-  wchar_t directory[MAX_PATH] = {};
-  const UINT length = ::GetSystemDirectoryW(directory, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return {};
-  return UniqueModule(::LoadLibraryW((std::wstring(directory) + L'\\' + name).c_str()));
-}
-
 void MakeFolder(const std::wstring& path) {
   if (path.empty() || ::CreateDirectoryW(path.c_str(), nullptr)) return;
   if (::GetLastError() == ERROR_PATH_NOT_FOUND) {
-    ::SHCreateDirectoryExW(nullptr, path.c_str(), nullptr);
+    const auto createFolders = shell::SHCreateDirectoryExW.Find();
+    if (createFolders) createFolders(nullptr, path.c_str(), nullptr);
   }
 }
 

@@ -1,5 +1,5 @@
 #include "util/system.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 #include <winver.h>
 
@@ -10,6 +10,12 @@
 #include "util/text.h"
 
 namespace {
+
+namespace version {
+SYSTEM_FUNCTION("version.dll", GetFileVersionInfoSizeW);
+SYSTEM_FUNCTION("version.dll", GetFileVersionInfoW);
+SYSTEM_FUNCTION("version.dll", VerQueryValueW);
+}  // namespace version
 
 struct OsVersion {
   DWORD major = 0;
@@ -91,15 +97,18 @@ bool IsUacEnabled() {
 }
 
 std::string FileVersionText(const std::wstring& path) {
+  const auto getSize = version::GetFileVersionInfoSizeW.Find();
+  const auto getInfo = version::GetFileVersionInfoW.Find();
+  const auto query = version::VerQueryValueW.Find();
+  if (!getSize || !getInfo || !query) return {};
   DWORD ignored = 0;
-  const DWORD size = ::GetFileVersionInfoSizeW(path.c_str(), &ignored);
+  const DWORD size = getSize(path.c_str(), &ignored);
   if (size == 0) return {};
   std::vector<char> block(size);
   void* found = nullptr;
   UINT length = 0;
-  if (!::GetFileVersionInfoW(path.c_str(), 0, size, block.data()) ||
-      !::VerQueryValueW(block.data(), L"\\", &found, &length) ||
-      length < sizeof(VS_FIXEDFILEINFO)) {
+  if (!getInfo(path.c_str(), 0, size, block.data()) ||
+      !query(block.data(), L"\\", &found, &length) || length < sizeof(VS_FIXEDFILEINFO)) {
     return {};
   }
   const auto* info = static_cast<const VS_FIXEDFILEINFO*>(found);

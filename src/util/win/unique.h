@@ -64,8 +64,4 @@ using UniqueFind = Unique<FindTraits>;
 using UniqueKey = Unique<KeyTraits>;
 using UniqueModule = Unique<ModuleTraits>;
 
-/// Loads a DLL of the system from the system's own directory by full path, so that none planted
-/// beside the host is taken for it. Empty on failure.
-UniqueModule LoadSystemLibrary(const wchar_t* name);
-
 #endif  // KUPDATE_UTIL_WIN_UNIQUE_H_

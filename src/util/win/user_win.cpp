@@ -3,7 +3,7 @@
 
 #include "util/guid.h"
 #include "util/text.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 #include <objbase.h>
 
@@ -11,6 +11,11 @@ namespace {
 
 constexpr DWORD kLogonNameChars = 1024;
 constexpr int kGuidChars = 40;
+
+namespace com {
+SYSTEM_FUNCTION("ole32.dll", CoCreateGuid);
+SYSTEM_FUNCTION("ole32.dll", StringFromGUID2);
+}  // namespace com
 
 }  // namespace
 
@@ -23,7 +28,9 @@ std::wstring LogonName() {
 std::string NewGuidText() {
   GUID guid;
   wchar_t text[kGuidChars] = {};
-  if (FAILED(::CoCreateGuid(&guid)) || ::StringFromGUID2(guid, text, kGuidChars) == 0) return {};
+  const auto create = com::CoCreateGuid.Find();
+  const auto print = com::StringFromGUID2.Find();
+  if (!create || !print || FAILED(create(&guid)) || print(guid, text, kGuidChars) == 0) return {};
   return NarrowUtf8(text);
 }
 
