@@ -18,11 +18,16 @@ class FileLock final : public TLocker {
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
-  /// False, and a line in the log, after the wait, and at once when the file cannot be opened at all.
+  /// False, and a line in the log, after the wait, and at once when the file cannot be opened at all
+  /// or is a link.
   bool Lock() override;
   void Unlock() override;
 
  private:
+  /// Null when it cannot be opened; `isHeld` is set when that is because another has it.
+  static void* OpenAlone(const std::string& path, bool* isHeld);
+  static void Close(void* file);
+
   std::string path_;
   unsigned waitMilliseconds_;
   void* file_ = nullptr;  // null: not held

@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <thread>
 #include <vector>
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"
+#include "util/clock.h"
+#include "util/file_lock.h"
 #include "util/folders.h"
 #include "util/text.h"
 #include "util/text_mode.h"
@@ -161,6 +164,29 @@ TEST(Folders, NamesAreReadAsTheIdsThatTheyWereMadeFrom) {
   EXPECT_FALSE(ListAppIds(L"", &ids));
 }
 
+TEST(FileLock, IsHeldByOneAndWaitedForInBounds) {
+  const TestFile file;
+  FileLock first(file.name, 0);
+  FileLock impatient(file.name, 50);
+  FileLock patient(file.name, 60'000);
+  ASSERT_TRUE(first.Lock());
+  const LogCapture capture;
+  EXPECT_FALSE(impatient.Lock());
+  impatient.Unlock();
+  EXPECT_TRUE(capture.Has("E:FileLock::Lock: Lock file is held by another:  " + file.name));
+  std::thread holder([&] {
+    SleepMilliseconds(60);
+    first.Unlock();
+  });
+  EXPECT_TRUE(patient.Lock());
+  holder.join();
+  EXPECT_FALSE(first.Lock());
+  patient.Unlock();
+  EXPECT_TRUE(first.Lock()) << "a file that stayed behind is no lock that is held";
+  FileLock folder(file.folder.string(), 60'000);
+  EXPECT_FALSE(folder.Lock()) << "what can never be opened is not waited for";
+}
+
 #ifndef _WIN32
 TEST(FileSystem, WritesNothingWhereALinkLeads) {
   const TestFile file;
@@ -173,6 +199,10 @@ TEST(FileSystem, WritesNothingWhereALinkLeads) {
     FileSystem::CopyFile(file.name, file.name + ".bak");
     EXPECT_EQ(ReadBytes(victim), "kept") << link;
     EXPECT_EQ(ReadBytes(file.name + ".bak"), "written");
+    FileLock lock((file.folder / "lock").string(), 0);
+    fs::create_symlink(victim, file.folder / "lock");
+    EXPECT_FALSE(lock.Lock());
+    fs::remove(file.folder / "lock");
   }
 }
 

@@ -48,8 +48,11 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
 void LoadLogLevel() noexcept {
   try {
     DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
-    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser,
-                                                     L"Software\\Krelix", L"Log") == L"paranoiac");
+    constexpr wchar_t kKey[] = L"Software\\Krelix";
+    constexpr wchar_t kValue[] = L"Log";
+    if (JustUtil::IsValueNotExist(kKey, kValue)) return;
+    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, kKey, kValue) ==
+                    L"paranoiac");
   } catch (...) {
     return;  // a host is loading the library: no memory for a level, so it stays the usual one
   }

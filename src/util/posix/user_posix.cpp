@@ -62,7 +62,7 @@ bool RemoveValue(const std::wstring& keyPath, const std::wstring& valueName) {
   return CurrentUser().erase({keyPath, valueName}) == 1;
 }
 
-bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName) {
+bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName, RegistryRoot) {
   return CurrentUser().count({keyPath, valueName}) == 0;
 }
 

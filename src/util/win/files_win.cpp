@@ -6,22 +6,16 @@
 #include <new>
 
 #include "util/append_file.h"
-#include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "util/text_mode.h"
+#include "util/win/while_held.h"
 
 namespace {
 
 // Whoever reads a state file must not keep others from replacing it meanwhile.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-constexpr unsigned kHeldTries = 10;
-constexpr unsigned kHeldPauseMilliseconds = 10;
-
-// What is wanted of a file that a program may hold.
-enum class Use { kRead, kChange };
 
 bool IsLink(DWORD attributes) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
@@ -29,33 +23,6 @@ bool IsLink(DWORD attributes) {
 
 bool IsMissing(DWORD error) {
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-}
-
-// Whether a file that refuses may do so only because a program has it open. Where access is denied for
-// good nobody is made to wait at each read.
-bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
-  if (error == ERROR_SHARING_VIOLATION) return true;
-  if (error != ERROR_ACCESS_DENIED) return false;
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  // One that goes when its last reader closes it tells not even its attributes.
-  if (attributes == INVALID_FILE_ATTRIBUTES) return true;
-  constexpr DWORD kNeverChanged = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
-  return use == Use::kChange && (attributes & kNeverChanged) == 0;
-}
-
-// A program that has the file open (a scanner, an editor) is given a moment to let it go. The last error
-// is that of the last try.
-template <class Try>
-bool TryWhileHeld(const std::wstring& path, Use use, Try tryOnce) {
-  for (unsigned tries = 0; !tryOnce(); ++tries) {
-    const DWORD error = ::GetLastError();
-    if (tries == kHeldTries || !MayBeHeld(path, use, error)) {
-      ::SetLastError(error);
-      return false;
-    }
-    SleepMilliseconds(kHeldPauseMilliseconds);
-  }
-  return true;
 }
 
 UniqueFile OpenForReading(const std::wstring& path) {
@@ -156,6 +123,17 @@ bool Replace(const std::wstring& target, const std::wstring& replacement) {
 }
 
 }  // namespace
+
+// Where access is denied for good nobody is made to wait at each read.
+bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
+  if (error == ERROR_SHARING_VIOLATION) return true;
+  if (error != ERROR_ACCESS_DENIED) return false;
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  // One that goes when its last reader closes it tells not even its attributes.
+  if (attributes == INVALID_FILE_ATTRIBUTES) return true;
+  constexpr DWORD kNeverChanged = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+  return use == Use::kChange && (attributes & kNeverChanged) == 0;
+}
 
 bool AppendToFile(const std::wstring& path, std::string_view text) {
   const UniqueFile file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, kShareAll, nullptr,

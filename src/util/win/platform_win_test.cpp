@@ -10,9 +10,13 @@
 #include "testing/log_capture.h"
 #include "util/event.h"
 #include "util/files.h"
+#include "util/folder_content.h"
+#include "util/log_start.h"
 #include "util/mutex.h"
+#include "util/process.h"
 #include "util/registry.h"
 #include "util/system.h"
+#include "util/text.h"
 #include "util/win/unique.h"
 
 namespace {
@@ -50,6 +54,11 @@ TEST(Registry, ReadsByTypeAndSaysWhatIsWrong) {
   EXPECT_TRUE(JustUtil::WriteIntToRegistry(std::wstring(kKey) + L"\\a\\b", L"x", 1));
   EXPECT_TRUE(JustUtil::RemoveKey(root, kKey));
   EXPECT_TRUE(JustUtil::IsKeyNotExist(kKey));
+  const LogCapture quiet;
+  EXPECT_TRUE(JustUtil::IsValueNotExist(kKey, L"long"));
+  LoadLogLevel();
+  IsUacEnabled();
+  EXPECT_EQ(quiet.Lines(), std::vector<std::string>()) << "what need not be there is no failure";
   EXPECT_FALSE(JustUtil::ReadIntFromRegistry(root, kKey, L"int", &small));
   EXPECT_TRUE(capture.Has(
       "E:ReadFromRegistry: Can't open key:  Software\\Krelix\\UnitTest Root:  HKEY_CURRENT_USER"));
@@ -103,6 +112,52 @@ TEST(FilesHeldByOthers, AreReadWhenTheyAreLetGo) {
     EXPECT_EQ(content, isShort ? "content" : "");
     holder.join();
   }
+}
+
+TEST(FolderContent, OnlyOurFilesGoAndLinksAreLeftAlone) {
+  const fs::path folder = ProcessTempFolder() / "content";
+  const fs::path link = ProcessTempFolder() / "linked";
+  fs::create_directories(folder / "sub.xml");
+  for (const char* name : {"a.xml", "b.xml", "c.txt"}) WriteBytes(folder / name, name);
+  LinkFolder(link, folder);
+  const auto isOurs = [](std::string_view name) { return name.ends_with(".xml"); };
+  const LogCapture capture;
+  FileSystem::DeleteFilesIn(link.string() + "\\", isOurs);
+  EXPECT_TRUE(fs::exists(folder / "a.xml"));
+  EXPECT_TRUE(capture.Has(
+      "E:FileSystem::DeleteFilesIn: Folder left alone, it is a link:  " + link.string() + "\\"));
+  EXPECT_FALSE(FileSystem::RemoveEmptyFolder(link.string() + "\\"));
+  FileSystem::DeleteFilesIn(folder.string() + "\\", isOurs);
+  FileSystem::DeleteFilesIn(folder.string() + "\\missing\\", isOurs);
+  EXPECT_EQ(capture.Lines().size(), 1u);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 2);
+  EXPECT_FALSE(FileSystem::RemoveEmptyFolder(folder.string() + "\\"));
+  fs::remove(folder / "c.txt");
+  fs::remove(folder / "sub.xml");
+  EXPECT_NE(::GetFileAttributesW(link.c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_TRUE(FileSystem::RemoveEmptyFolder(folder.string() + "\\"));
+}
+
+TEST(Process, RunsInTheSystemFolderAndTellsItsEnd) {
+  wchar_t system[MAX_PATH];
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  const fs::path told = ProcessTempFolder() / "folder.txt";
+  UniqueHandle process;
+  ASSERT_EQ(TEnvironment::Execute(std::wstring(system) + L"\\cmd.exe",
+                                  L"cmd /c cd > \"" + told.wstring() + L"\" & exit 7", &process),
+            0u);
+  const std::string run = RunIdOf(process);
+  JustUtil::WaitFor(process, kWaitForever);
+  EXPECT_EQ(ExitCodeOf(process), 7u);
+  EXPECT_TRUE(EqualsIgnoreCase(WidenUtf8(LinesOf(ReadBytes(told)).at(0)), system));
+
+  const UniqueHandle self(
+      ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, ::GetCurrentProcessId()));
+  EXPECT_FALSE(ExitCodeOf(self).has_value());
+  EXPECT_EQ(RunIdOf(self), OwnRunId());
+  EXPECT_NE(OwnRunId(), "");
+  EXPECT_NE(run, OwnRunId());
+  EXPECT_EQ(RunIdOf(UniqueHandle()), "");
 }
 
 TEST(System, TextsAreReadable) {

@@ -88,12 +88,12 @@ bool IsElevated() {
 }
 
 bool IsUacEnabled() {
+  constexpr auto kRoot = RegistryRoot::kLocalMachine;
+  constexpr wchar_t kKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System";
+  constexpr wchar_t kValue[] = L"EnableLUA";
   std::uint32_t enabled = 0;
-  return JustUtil::ReadIntFromRegistry(
-             RegistryRoot::kLocalMachine,
-             L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", L"EnableLUA",
-             &enabled) &&
-         enabled != 0;
+  return !JustUtil::IsValueNotExist(kKey, kValue, kRoot) &&
+         JustUtil::ReadIntFromRegistry(kRoot, kKey, kValue, &enabled) && enabled != 0;
 }
 
 std::string FileVersionText(const std::wstring& path) {
