@@ -77,19 +77,16 @@ TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
 
 TEST(DiagLog, IsBoundedWhileItsProcessLives) {
   const auto file = ProcessTempFolder() / "bounded.log";
-  const std::string line(1000, 'x');
-  constexpr int kLines = 1600;
+  const std::string line(150'000, 'x');  // so that it looks after every second one
+  constexpr int kLines = 12;
   DiagLog log;
   log.Start([&] { return file.wstring(); }, "heading");
   for (int i = 0; i < kLines; ++i) log.Write(DecimalText(i) + line);
-  const std::vector<std::string> old = LinesOf(ReadBytes(file.string() + ".bak"));
-  std::vector<std::string> all = old;
-  for (const std::string& recent : LinesOf(ReadBytes(file))) all.push_back(recent);
+  const std::string old = ReadBytes(file.string() + ".bak");
   std::vector<std::string> written = {"heading"};
   for (int i = 0; i < kLines; ++i) written.push_back(DecimalText(i) + line);
-  EXPECT_EQ(all, written);
-  EXPECT_LE(old.size() * line.size(), kMaxLogBytes + kLogBytesPerCheck);
-  EXPECT_LT(old.size(), all.size());
+  EXPECT_EQ(LinesOf(old + ReadBytes(file)), written);
+  EXPECT_EQ(LinesOf(old).size(), 1u + 8u);
 }
 
 TEST(DiagLog, OfManyWritersAtTheLimitOneMovesTheFileAside) {
@@ -114,6 +111,7 @@ TEST(DiagLog, OfManyWritersAtTheLimitOneMovesTheFileAside) {
         }
         round.arrive_and_wait();
         append();
+        round.arrive_and_wait();
         MoveAsideAbove(file.wstring(), old.size());
         append();
         round.arrive_and_wait();
