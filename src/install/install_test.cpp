@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <vector>
 
@@ -21,6 +20,7 @@
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
+#include "update/upd_info.h"
 #include "util/folders.h"
 #include "util/text.h"
 
@@ -96,12 +96,8 @@ struct Update {
     testing_dll::Publish("update.sig", manifest);
     if (manifest.empty()) fs::remove(fs::path(Setting(L"KUPDATE_WWW")) / "update.sig");
     fs::remove(kRecord);
-    std::string xml = "<appinfo>";
-    for (const auto& [key, value] : values) {
-      xml += "<" + key + "><![CDATA[" + value + "]]></" + key + ">";
-    }
-    WriteBytes(home.AppFolder("app") / "updinfo.xml", xml + "</appinfo>");
     WriteBytes(home.AppFolder("app") / "appinfo.xml", "<appinfo><VerMajor>1</VerMajor></appinfo>");
+    for (const auto& [key, value] : values) TUpdInfo("app").Write(key, value);
     ChangeLocalRecord("app", [this](LocalRecord& known) { known = record; });
     return InstallUpdate("app", settings);
   }
@@ -120,7 +116,8 @@ TEST(Install, ThePublishersFileIsRunAsItDeclares) {
     SCOPED_TRACE(row.label);
     Update update(row.label);
     update.Trust({"other", "app"});
-    EXPECT_EQ(update.Install(), static_cast<int>(row.code));
+    const LogCapture log;
+    EXPECT_EQ(update.Install(), static_cast<int>(row.code)) << testing::PrintToString(log.Lines());
     const std::string line = ReadBytes(kRecord);
     EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
     EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + row.arguments)) << line;

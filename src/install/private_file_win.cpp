@@ -97,11 +97,12 @@ std::vector<Entry> EntriesOf(const std::wstring& folder) {
   return entries;
 }
 
-// Whether it is gone. The folder is open while its content goes, so that no link comes in between; it
-// does not open where another process has it open, or as its current folder.
+// Whether it is gone. Nothing happens where another process has the folder open, or as its current one.
+// While its content goes the folder is held, so that no link comes in between.
 bool RemoveFolder(const std::wstring& folder, const UniqueDescriptor& descriptor) {
-  if (UniqueHandle open = OpenFolder(folder, FILE_LIST_DIRECTORY | DELETE);
-      open && !FileSystem::IsLink(NarrowUtf8(folder))) {
+  if (!OpenFolder(folder, DELETE)) return false;
+  if (const UniqueHandle held = OpenFolder(folder, FILE_LIST_DIRECTORY);
+      held && !FileSystem::IsLink(NarrowUtf8(folder))) {
     // Windows refuses this in a sealed folder, and deletes there all the same. Wine, which keeps rights
     // as modes, needs it.
     SetRights(folder, descriptor);
