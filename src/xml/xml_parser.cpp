@@ -26,17 +26,16 @@ constexpr std::string_view kEndOfInput = "unexpected end of file";
 constexpr std::string_view kBadClosingTag = "missing or incomplete closing tag";
 constexpr std::string_view kBadInstruction = "invalid character in PI";
 
-constexpr auto kIsBlank = [](auto c) {
-  return (c == ' ') | (c == '\t') | (c == '\r') | (c == '\n') | (c == '\0');
-};
-constexpr auto kIsInAttributeName = [](auto c) {
+constexpr bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
+}
+
+constexpr auto kEndsAttributeName = [](auto c) {
   const auto lower = c | ' ';
-  return ((lower >= 'a') & (lower <= 'z')) | ((c >= '0') & (c <= ':')) | (c == '-') | (c == '.') |
-         (c == '_');
+  return ((lower < 'a') | (lower > 'z')) & ((c < '-') | (c > ':') | (c == '/')) & (c != '_');
 };
-constexpr auto kIsInNodeName = [](auto c) {
-  return kIsInAttributeName(c) | (c == '?') | (c == '!') | (c == '[');
-};
+// The names of nodes have these too, though seldom.
+constexpr bool IsNodeNameMark(char c) { return c == '?' || c == '!' || c == '['; }
 
 std::string Quoted(std::string_view text, std::size_t maxShown) {
   std::string quoted = "\"";
@@ -89,7 +88,9 @@ bool DecodeEntity(std::string_view name, char* byte) {
 }  // namespace
 
 /// One parse. Views into the input become the names and values; entities are decoded in place, which
-/// only ever shrinks a text. What reads a part gets the cursor and returns where it stands then.
+/// only ever shrinks a text. A function that reads a part gets the cursor and returns where the part
+/// ends: kept in the object, the cursor would go through memory at each step. Functions that read each
+/// element are inline.
 class XmlParser {
  public:
   XmlParser(XmlNode& root, XmlListener* listener)
@@ -124,23 +125,31 @@ class XmlParser {
   char* ReadAttributeValue(char* at, std::string_view* value);
   void StoreAttributes();
   char* ReadValue(char* at);
-  char* ReadText(char* at, char stop, std::string_view endOfInputMessage, XmlNode* valueOf,
-                 std::string_view* text);
+  char* ReadText(char* at, char stop, XmlNode* valueOf, const char** end);
   char* ReadEntity(char* at, char* byte);
   char* ReadClosingTag(char* at);
   void FinishNode();
   [[noreturn]] void Fail(const char* at, std::string_view message) const;
 
   // Notes where the parse stands, for the case that there is no memory.
-  XmlNode& NewNode(char* at) {
+  XmlNode& NewNode(const char* at) {
     pos_ = at;
     return *new (tree_.Allocate(sizeof(XmlNode))) XmlNode(&tree_);
   }
   bool IsAt(const char* at, char c) const { return at != end_ && *at == c; }
   char* SkipBlanks(char* at) const {
-    // Mostly there are none.
-    if (at == end_ || !kIsBlank(*at)) return at;
-    return FindFirst(at + 1, end_, [](auto c) { return !kIsBlank(c); });
+    // Mostly there are none, or one and spaces behind it.
+    while (at != end_ && IsBlank(*at)) {
+      at = FindFirst(at + 1, end_, [](auto c) { return c != ' '; });
+    }
+    return at;
+  }
+  char* SkipNodeName(char* at) const {
+    for (;;) {
+      at = FindFirst(at, end_, kEndsAttributeName);
+      if (at == end_ || !IsNodeNameMark(*at)) return at;
+      ++at;
+    }
   }
   char* Find(char* at, char wanted) const {
     return FindFirst(at, end_, [wanted](auto c) { return c == wanted; });
@@ -152,10 +161,10 @@ class XmlParser {
   XmlNode& root_;
   XmlTree& tree_;
   XmlListener* listener_;
-  XmlNode* node_;                           // the node being read
-  std::array<XmlNode*, kMaxDepth> open_{};  // the open elements, each in the one before
-  std::size_t depth_ = 0;                   // how many there are
-  char* pos_ = nullptr;                     // of the last piece of memory that was asked for
+  XmlNode* node_;                         // the node being read
+  std::array<XmlNode*, kMaxDepth> open_;  // the open elements, each in the one before
+  std::size_t depth_ = 0;                 // how many there are
+  const char* pos_ = nullptr;             // where memory was asked for last
   char* end_;
   std::vector<XmlAttribute> attributes_;  // of the node being read
 };
@@ -192,7 +201,7 @@ void XmlParser::ReadDocument() {
 }
 
 // Reads texts and closing tags up to the next child, or to the end of the root.
-char* XmlParser::ReadContent(char* at) {
+inline char* XmlParser::ReadContent(char* at) {
   while (depth_ > 0) {
     at = SkipBlanks(at);
     if (at == end_) Fail(at, kEndOfInput);
@@ -207,7 +216,7 @@ char* XmlParser::ReadContent(char* at) {
   return at;
 }
 
-XmlParser::Cursor XmlParser::ReadStart(char* at) {
+inline XmlParser::Cursor XmlParser::ReadStart(char* at) {
   XmlNode* last = node_;
   for (;;) {
     at = SkipBlanks(at);
@@ -215,7 +224,7 @@ XmlParser::Cursor XmlParser::ReadStart(char* at) {
     ++at;
     if (IsAt(at, '/')) return {at + 1, Start::kClosingTag};
     const char* begin = at;
-    at = FindFirst(at, end_, [](auto c) { return !kIsInNodeName(c); });
+    at = SkipNodeName(at);
     const std::string_view name = From(begin, at);
     if (name.empty()) Fail(at, "unnamed node");
     if (name.front() != '!' && name.front() != '?') {
@@ -236,7 +245,7 @@ XmlParser::Cursor XmlParser::ReadStart(char* at) {
   }
 }
 
-XmlParser::Cursor XmlParser::ReadElementHead(char* at) {
+inline XmlParser::Cursor XmlParser::ReadElementHead(char* at) {
   if (depth_ == kMaxDepth) Fail(at, "elements nested too deeply");
   if (!IsAt(at, '>')) at = ReadAttributes(at);
   at = SkipBlanks(at);
@@ -285,7 +294,7 @@ void XmlParser::ReadCodePage(const XmlNode& declaration) {
 char* XmlParser::ReadAttributes(char* at) {
   for (;;) {
     const char* begin = at = SkipBlanks(at);
-    at = FindFirst(at, end_, [](auto c) { return !kIsInAttributeName(c); });
+    at = FindFirst(at, end_, kEndsAttributeName);
     const std::string_view name = From(begin, at);
     at = SkipBlanks(at);
     if (!IsAt(at, '=')) break;
@@ -308,8 +317,11 @@ char* XmlParser::ReadAttributeValue(char* at, std::string_view* value) {
     Fail(at, "attribute value must be enclosed in double quotes");
   }
   const char quote = *at++;
-  at = ReadText(at, quote, "unexpected EOF while parsing attribute value: no closing quote",
-                nullptr, value);
+  const char* begin = at;
+  const char* end = nullptr;
+  at = ReadText(at, quote, nullptr, &end);
+  if (at == end_) Fail(at, "unexpected EOF while parsing attribute value: no closing quote");
+  *value = From(begin, end);
   return at + 1;
 }
 
@@ -343,32 +355,33 @@ void XmlParser::StoreAttributes() {
   attributes_.clear();
 }
 
-char* XmlParser::ReadValue(char* at) {
-  std::string_view value;
-  at = ReadText(at, '<', "unexpected EOF while looking for value or closing tag", node_, &value);
+inline char* XmlParser::ReadValue(char* at) {
+  const char* begin = at;
+  const char* end = nullptr;
+  at = ReadText(at, '<', node_, &end);
+  node_->HoldValue(From(begin, end));
+  if (at == end_) Fail(at, "unexpected EOF while looking for value or closing tag");
   if (listener_ && node_->HasChildren()) listener_->OnTextAfterChildren(*node_);
   if (!IsAt(++at, '/')) Fail(at, kBadClosingTag);
   return ReadClosingTag(at + 1);
 }
 
-// Reads up to `stop`, which is left. The text becomes the value of `valueOf` piece by piece, for the
-// message about a bad reference.
-char* XmlParser::ReadText(char* at, char stop, std::string_view endOfInputMessage, XmlNode* valueOf,
-                          std::string_view* text) {
+// Reads up to `stop`, which is left, or to the end of input, and decodes what it reads. What comes
+// before a reference becomes the value of `valueOf`, for the message about a bad one.
+inline char* XmlParser::ReadText(char* at, char stop, XmlNode* valueOf, const char** end) {
+  const auto isEnd = [stop](auto c) { return (c == stop) | (c == '&'); };
   const char* const begin = at;
+  at = FindFirst(at, end_, isEnd);
   char* out = at;
-  for (;;) {
-    char* const run = at;
-    at = FindFirst(at, end_, [stop](auto c) { return (c == stop) | (c == '&'); });
-    const auto length = static_cast<std::size_t>(at - run);
-    if (out != run) std::memmove(out, run, length);
-    out += length;
+  while (IsAt(at, '&')) {
     if (valueOf) valueOf->HoldValue(From(begin, out));
-    if (!IsAt(at, '&')) break;
-    at = ReadEntity(at + 1, out++);
+    char* const run = ReadEntity(at + 1, out++);
+    at = FindFirst(run, end_, isEnd);
+    const auto length = static_cast<std::size_t>(at - run);
+    std::memmove(out, run, length);
+    out += length;
   }
-  if (at == end_) Fail(at, endOfInputMessage);
-  *text = From(begin, out);
+  *end = out;
   return at;
 }
 
@@ -383,7 +396,7 @@ char* XmlParser::ReadEntity(char* at, char* byte) {
   return at + 1;
 }
 
-char* XmlParser::ReadClosingTag(char* at) {
+inline char* XmlParser::ReadClosingTag(char* at) {
   const std::string_view name = node_->Name();
   if (!StandsAt(at, end_, name)) Fail(at, kBadClosingTag);
   at += name.size();
@@ -394,7 +407,7 @@ char* XmlParser::ReadClosingTag(char* at) {
 }
 
 // Only whole nodes are hung into the tree: a failed parse leaves no half of a child behind.
-void XmlParser::FinishNode() {
+inline void XmlParser::FinishNode() {
   XmlNode* parent = depth_ > 0 ? open_[depth_ - 1] : nullptr;
   if (parent) parent->Append(*node_);
   if (listener_) listener_->OnFinished(*node_);
@@ -429,7 +442,7 @@ bool LoadXml(std::string bytes, XmlNode* root) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   const std::size_t markSize = bytes.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   bytes.erase(0, markSize);
-  const bool isBlank = std::all_of(bytes.begin(), bytes.end(), kIsBlank);
+  const bool isBlank = std::all_of(bytes.begin(), bytes.end(), IsBlank);
   try {
     root->Parse(std::move(bytes));
     // The parser stops before what is no element; for a file that is a fault like any other.

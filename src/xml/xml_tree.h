@@ -49,11 +49,11 @@ struct XmlTree {
   int codePage = kCodePage1251;
   bool codePageDeclared = false;
 
-  /// From now on blocks take at most six times the input and 512 KB, and twice a large input and
-  /// 4 MB. An honest feed takes as much as its input, statistics take three times as much; a hostile
-  /// feed of 8 MiB takes 21 MB, which leaves room in 60 MB for it and for what its reader makes of it.
+  /// From now on blocks take at most six times the input and 512 KB, and of a large input three times
+  /// and 4 MB. An honest feed takes as much as its input, statistics take three times as much. A hostile
+  /// feed of 8 MiB takes 29 MB, so that in a host of 60 MB there is room for its text and its reader.
   void BoundByInput() {
-    mostBytes_ = std::min(6 * input.size() + (1 << 19), 2 * input.size() + (1 << 22));
+    mostBytes_ = std::min(6 * input.size() + (1 << 19), 3 * input.size() + (1 << 22));
   }
   void Unbound() { mostBytes_ = kNoBound; }
 
