@@ -53,6 +53,24 @@ TEST(XmlParser, ReadsDocuments) {
   table.Expect([](const std::string& text) { return Parsed(text).Serialise(); });
 }
 
+TEST(XmlParser, TakesTheseBytesIntoNames) {
+  for (const int behind : {0, 40}) {  // bytes near the end are looked at one by one
+    const auto isRead = [&](const std::string& element) {
+      const std::string text = element + Times(behind, " ");
+      return Fault(text) == "none" && Parsed(text).Serialise() == element + "\n";
+    };
+    std::string inNodes;
+    std::string inAttributes;
+    for (int code = 0; code < 256; ++code) {
+      const std::string byte(1, static_cast<char>(code));
+      if (isRead("<n" + byte + "/>")) inNodes += byte;
+      if (isRead("<n k" + byte + "=\"\"/>")) inAttributes += byte;
+    }
+    EXPECT_EQ(inNodes, "!-.0123456789:?ABCDEFGHIJKLMNOPQRSTUVWXYZ[_abcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(inAttributes, "-.0123456789:ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
+  }
+}
+
 TEST(XmlParser, NamesTheFault) {
   const std::string inA = " while parsing node \"a\"";
   const std::string end = "unexpected end of file";

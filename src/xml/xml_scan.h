@@ -28,8 +28,8 @@ inline XmlBytes LoadBytes(const char* at) {
 /// The first byte from `at` on for which `isWanted` holds; `end` when there is none.
 /// @param isWanted  tells for one byte, and for several that it gets as a vector: so it does without
 ///                  && and ||
-template <class IsWanted>
-char* FindFirst(char* at, char* end, IsWanted isWanted) {
+template <class Char, class IsWanted>
+Char* FindFirst(Char* at, Char* end, IsWanted isWanted) {
 #ifdef __SSE2__
   for (; end - at >= 16; at += 16) {
     const unsigned found = BitsOf(isWanted(LoadBytes(at)));
