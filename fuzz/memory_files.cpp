@@ -14,6 +14,8 @@ std::map<std::string, std::string>& Files() {
 
 bool AppendToFile(const std::wstring&, std::string_view) { return true; }
 
+void MoveAsideAbove(const std::wstring&, std::uint64_t) {}
+
 void MakeFolder(const std::wstring&) {}
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder) {
@@ -36,10 +38,11 @@ void JustUtil::BackupFile(std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFileIfAny(const std::string& path, std::string* content, std::uint64_t maxBytes) {
   content->clear();
   const auto file = Files().find(path);
   if (file == Files().end()) return ReadOutcome::kMissing;
+  if (file->second.size() > maxBytes) return ReadOutcome::kTooLarge;
   *content = file->second;
   DropCrBeforeLf(content);
   return ReadOutcome::kRead;
@@ -54,6 +57,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
 
 bool ListFolders(const std::string&, std::vector<std::string>*) { return false; }
 bool IsFileExist(const std::string& path) { return Files().contains(path); }
+bool IsLink(const std::string&) { return false; }
 bool IsNameFree(const std::string& path) { return !IsFileExist(path); }
 
 void DeleteFile(const std::string& path) {

@@ -3,6 +3,7 @@
 //   service_proof faults [few | third | PART]
 //                                       a row for each fault; for few; for each third; for those
 //                                       named with PART
+//   service_proof waits STARTS          hosts that wait right behind so many starts
 //   service_proof offline DAYS APPS     weeks without a network: the part without ...
 //   service_proof online DAYS APPS      ... and the part after that, with its row
 //
@@ -16,6 +17,7 @@
 
 #include "proof/service_faults.h"
 #include "proof/service_offline.h"
+#include "proof/service_waits.h"
 #include "util/process.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
@@ -68,6 +70,9 @@ int wmain(int argc, wchar_t** argv) {
   }
   const std::wstring_view what = argc > 1 ? argv[1] : L"";
   if (what == L"faults") return RunFaultTable(argc > 2 ? NarrowUtf8(argv[2]) : "") ? 0 : 1;
+  if (what == L"waits" && argc == 3) {
+    return proof::WaitBehindStarts(static_cast<int>(std::wcstol(argv[2], nullptr, 10))) ? 0 : 1;
+  }
   if (argc != 4) return 2;
   const proof::Weeks weeks{static_cast<int>(std::wcstol(argv[2], nullptr, 10)),
                            static_cast<int>(std::wcstol(argv[3], nullptr, 10))};

@@ -7,9 +7,16 @@
 #include <iterator>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 #include "util/folders.h"
+#include "util/text.h"
+
+#ifdef _WIN32
+#include "util/handle.h"
+#include "util/win/windows_lean.h"
+#endif
 
 namespace fs = std::filesystem;
 
@@ -29,6 +36,7 @@ struct TempFolder {
 void RemoveData() {
   std::error_code ignored;
   fs::remove_all(NativePath(GetUpdaterDataPath({})), ignored);
+  fs::remove_all(NativePath(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo))), ignored);
 }
 
 }  // namespace
@@ -65,6 +73,56 @@ fs::path NativePath(std::string path) {
 #endif
   return std::u8string(path.begin(), path.end());
 }
+
+#ifdef _WIN32
+namespace {
+
+std::string UnixPath(const fs::path& path) {
+  using GetUnixName = char*(CDECL*)(LPCWSTR);
+  const auto getUnixName = reinterpret_cast<GetUnixName>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+  char* const name = getUnixName ? getUnixName(path.c_str()) : nullptr;
+  if (!name) throw std::runtime_error("links are made under Wine only");
+  const std::string copy = name;
+  ::HeapFree(::GetProcessHeap(), 0, name);
+  return copy;
+}
+
+// Wine's own calls make no links. The tool's end cannot be waited for: `isDone` tells.
+template <class IsDone>
+void RunUnixTool(const std::string& tool, const std::string& arguments, IsDone isDone) {
+  std::string command = tool + " " + arguments;
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started = {};
+  ::CreateProcessA(("Z:\\bin\\" + tool).c_str(), command.data(), nullptr, nullptr, FALSE, 0,
+                   nullptr, nullptr, &startup, &started);
+  const UniqueHandle process(started.hProcess);
+  const UniqueHandle thread(started.hThread);
+  for (int tries = 0; !isDone(); ++tries) {
+    if (tries == 1000) throw std::runtime_error(command + " does nothing");
+    ::Sleep(5);
+  }
+}
+
+}  // namespace
+
+void LinkFolder(const fs::path& link, const fs::path& target) {
+  RunUnixTool("ln", "-sn \"" + UnixPath(target) + "\" \"" + UnixPath(link) + "\"",
+              [&] { return ::GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES; });
+}
+
+void UnlinkFolder(const fs::path& link) {
+  RunUnixTool("rm", "\"" + UnixPath(link) + "\"",
+              [&] { return ::GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES; });
+}
+#else
+void LinkFolder(const fs::path& link, const fs::path& target) {
+  fs::create_directory_symlink(target, link);
+}
+
+void UnlinkFolder(const fs::path& link) { fs::remove(link); }
+#endif
 
 std::string ReadBytes(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);

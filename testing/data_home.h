@@ -10,7 +10,7 @@
 /// A folder of this process that is removed when it ends.
 const std::filesystem::path& ProcessTempFolder();
 
-/// Gives a test an empty data folder and removes it afterwards. On Windows that is the user's own,
+/// Gives a test an empty data folder and an empty local folder, and removes both afterwards. On Windows that is the user's own,
 /// in the private prefix that the tests run in; it refuses to work anywhere else.
 class DataHome {
  public:
@@ -25,6 +25,11 @@ class DataHome {
 
 /// A path with backslashes, in UTF-8, as this system wants it.
 std::filesystem::path NativePath(std::string path);
+
+/// Makes `link` a link to a folder. On Windows it takes a system tool of the host that Wine runs on.
+void LinkFolder(const std::filesystem::path& link, const std::filesystem::path& target);
+/// Removes a link to a folder, not what it leads to.
+void UnlinkFolder(const std::filesystem::path& link);
 
 /// A file's bytes; empty when it cannot be read.
 std::string ReadBytes(const std::filesystem::path& path);

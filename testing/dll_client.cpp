@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "testing/data_home.h"
+#include "util/text.h"
 
 namespace testing_dll {
 
@@ -66,6 +67,13 @@ std::string ValueOf(const fs::path& file, const std::string& key) {
   const std::string text = ReadBytes(file);
   std::smatch match;
   return std::regex_search(text, match, std::regex("<" + key + ">([^<]*)</")) ? match[1].str() : "";
+}
+
+void SignalResult(const std::string& appId) {
+  const std::wstring name = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-" + WidenUtf8(appId);
+  const HANDLE event = ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
+  ::SetEvent(event);
+  ::CloseHandle(event);
 }
 
 void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output) {

@@ -68,6 +68,9 @@ struct DllLog : LogCapture {
   DllLog() : LogCapture(RoamingFolder() / "kupdate-exec-first.log") {}
 };
 
+/// Sets the event that hosts of an application wait for.
+void SignalResult(const std::string& appId);
+
 /// Starts a program; returns the process, an owned HANDLE, or null.
 /// @param output  a HANDLE for what it writes, which it inherits; null: none
 void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output);

@@ -1,10 +1,14 @@
 // Update checks and silent installs, through the transfer service and over HTTP.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <thread>
 
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/clock.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -72,12 +76,15 @@ TEST(Check, RefusesWhatDoesNotFit) {
     kupdate_status want;
     const char* line;
   } cases[] = {
-      {"check", "check", "http://x/", KUPDATE_E_FAIL, "E:Check: Job not started!"},
-      {"check", "stop", "http://x/", KUPDATE_E_FAIL, "E:Stop: Nothing to stop! No Job started!"},
-      {"check", "start", "", KUPDATE_E_FAIL, "E:Start: You should specify VersionUrl to rss."},
-      {"check", "Start", "", KUPDATE_E_FAIL, "E:RunOperation: Unknown operation:  Start"},
+      {"check", "check", "http://x/", KUPDATE_E_FAIL, "E:IsUpdateAvailable: Job not started!"},
+      {"check", "stop", "http://x/", KUPDATE_E_FAIL,
+       "E:IsUpdateAvailable: Nothing to stop! No Job started!"},
+      {"check", "start", "", KUPDATE_E_FAIL,
+       "E:IsUpdateAvailable: You should specify VersionUrl to rss."},
+      {"check", "Start", "", KUPDATE_E_FAIL, "E:IsUpdateAvailable: Unknown operation:  Start"},
       {"check", "start", "http://x/", KUPDATE_S_OK, ""},
-      {"check", "start", "http://x/", KUPDATE_S_OK, "D:Start: We already wait for update."},
+      {"check", "start", "http://x/", KUPDATE_S_OK,
+       "D:IsUpdateAvailable: We already wait for update."},
       {"other", "check", "http://x/", KUPDATE_E_FAIL, ""},
       {"check", "stop", "http://x/", KUPDATE_S_OK, ""},
   };
@@ -102,17 +109,17 @@ TEST(Check, EndsWellWhateverTheServiceDoes) {
       {"start", "fail SetNotifyFlags 0x80070005", KUPDATE_IN_WORK, 0},
       {"start", "fail Resume 0x80200004", -1, 1},
       {"start", "no-job2", -1, 0},
-      {"check", "states QUEUED", KUPDATE_IN_WORK, 0, "D:Check: Job in work."},
+      {"check", "states QUEUED", KUPDATE_IN_WORK, 0, "D:IsUpdateAvailable: Job in work."},
       {"check", "states CONNECTING", KUPDATE_IN_WORK, 0},
       {"check", "states TRANSFERRING", KUPDATE_IN_WORK, 0},
       {"check", "states SUSPENDED", KUPDATE_IN_WORK, 0},
       {"check", "states TRANSIENT_ERROR", KUPDATE_IN_WORK, 0},
-      {"check", "states ERROR", KUPDATE_JOB_FAILED, 1, "E:Check: Job failed."},
+      {"check", "states ERROR", KUPDATE_JOB_FAILED, 1, "E:IsUpdateAvailable: Job failed."},
       {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 1},
       {"check", "states 9", KUPDATE_JOB_FAILED, 1},
-      {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "E:Check: Error in StopJob."},
+      {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "E:IsUpdateAvailable: Error in StopJob."},
       {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 1,
-       "E:Check: Error in StopJob."},
+       "E:IsUpdateAvailable: Error in StopJob."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.control);
@@ -163,49 +170,101 @@ TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   bool result = true;
   Dll().setExecutorPath(ThisProgram().c_str());
   Startup("wait", Publish("wait.rss", "<rss/>"));
-  EXPECT_EQ(Dll().isUpgradeAvailable("wait", 10, &result), KUPDATE_S_OK);
+  EXPECT_EQ(Dll().isUpgradeAvailable("wait", -1, &result), KUPDATE_S_OK);
   EXPECT_FALSE(result);
   EXPECT_TRUE(log.Has("D:TBitsTransfer::Work: Low-privileges process"));
-  EXPECT_TRUE(HasLine(log, "I:IsUpgradeAvailable: Try to wait for update during  10 ms."));
-  EXPECT_TRUE(HasLine(log, "D:IsUpgradeAvailable: WAIT_TIMEOUT"));
+  EXPECT_TRUE(HasLine(
+      log, "E:IsUpgradeAvailable: No check was queued, so there is no answer to wait for."));
   service.Control({});
+  EXPECT_EQ(Dll().isUpgradeAvailable("wait", 0, &result), KUPDATE_S_OK);
+  EXPECT_FALSE(result);
+  EXPECT_TRUE(HasLine(log, "D:IsUpgradeAvailable: WAIT_TIMEOUT"));
+  // A report that cannot be sent takes no time away from the wait.
+  Dll().onApplicationStartup("wait", "win64", HttpUrl("wait.rss").c_str(),
+                             HttpUrl("r?" + std::string(1100, 'a')).c_str(), 0, 1, 0, 0, 0, true);
   EXPECT_EQ(Dll().isUpgradeAvailable("wait", 20000, &result), KUPDATE_S_OK);
+  EXPECT_TRUE(HasLine(log, "I:IsUpgradeAvailable: Try to wait for update during  20000 ms."));
   EXPECT_TRUE(result);
   EXPECT_TRUE(service.WaitFor("\"notify_exit\""));
   Dll().setExecutorPath(nullptr);
 }
 
-// A host that has found an update and starts an executor that answers so, after a signal that is
-// not its answer.
-kupdate_status Install(const std::wstring& executor, const wchar_t* answer, std::int32_t* code) {
+// A host that has found an update and has an executor install it that does what `script` says, while
+// `others` do something too.
+kupdate_status Install(
+    const std::wstring& executor, const char* script, std::int32_t* code,
+    const std::function<void()>& others = [] {}) {
   Host host{"install"};
   EXPECT_EQ(host.Check(FeedWith("2.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_FOUND);
-  ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", answer);
+  ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", WidenUtf8(script).c_str());
   Dll().setExecutorPath(executor.c_str());
+  std::thread thread(others);
   const kupdate_status result = Dll().downloadAndInstallSilentUpdate(code);
+  thread.join();
   Dll().setExecutorPath(nullptr);
   return result;
 }
 
-TEST(SilentInstall, NeedsAnUpdateAndReturnsTheInstallersCode) {
+TEST(SilentInstall, NeedsAnUpdateAndAnExecutor) {
   std::int32_t exitCode = 77;
   const DllLog log;
   EXPECT_EQ(Host{"install"}.Check(FeedWith("1.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(&exitCode), KUPDATE_E_FAIL);
-  EXPECT_EQ(Install(L"C:\\none.exe", L"", &exitCode), KUPDATE_E_FAIL);
+  EXPECT_EQ(Install(L"C:\\none.exe", "", &exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(exitCode, 77);
-  EXPECT_EQ(Install(ThisProgram(), L"5", nullptr), KUPDATE_S_OK);
-  EXPECT_EQ(Install(ThisProgram(), L"-7", &exitCode), KUPDATE_S_OK);
-  EXPECT_EQ(exitCode, -7);
+  EXPECT_EQ(Install(ThisProgram(), "answer 5 signal", nullptr), KUPDATE_S_OK);
   EXPECT_TRUE(HasLine(log, "D:DownloadAndInstallSilentUpdate: Run:  " + NarrowUtf8(ThisProgram()) +
                                " --appid install --silent-update-check"));
   EXPECT_TRUE(log.Has("D:DLLDownloadAndInstallSilentUpdate: res:  S_OK"));
 }
 
+// Who signals and who writes, in which order. "others" do so while the executor is at work.
+TEST(SilentInstall, GivesTheExecutorsCodeInEveryOrderOfEvents) {
+  constexpr std::int32_t kNone = 77;
+  const struct {
+    const char* label;
+    const char* script;
+    const char* others;
+    std::int32_t want;  // kNone: a failure
+  } cases[] = {
+      {"signal, then the end", "answer -7 store -7 signal wait 300 exit 0", "", -7},
+      {"the end at once", "answer 5 store 5 signal exit 0", "", 5},
+      {"no signal", "answer 5 exit 0", "", 5},
+      {"no code, then the end", "signal wait 300 exit 0", "", 0},
+      {"no code, the end at once", "signal exit 0", "", 0},
+      {"no code, a failed end", "signal wait 100 exit 1", "", kNone},
+      {"the end comes first", "late exit 0", "", 6},
+      {"an old code", "store 4 wait 300 answer 5 exit 0", "", 5},
+      {"killed, a code of earlier", "store 4 wait 300 exit 9", "signal", kNone},
+      {"killed, a check beside it", "wait 500 exit 9", "signal", kNone},
+      {"killed, a forged code", "wait 500 exit 9", "store 0 signal", kNone},
+      {"a forged code", "wait 700 answer -1004 store -1004 signal exit 0", "store 0 signal", -1004},
+      {"lingers", "answer 5 store 5 signal wait 14000 exit 0", "", 5},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    fs::remove(DataFolder() / "install" / "updinfo.xml");
+    const auto others = [&] {
+      SleepMilliseconds(250);
+      if (std::string(c.others).starts_with("store")) {
+        WriteBytes(DataFolder() / "install" / "updinfo.xml",
+                   "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
+      }
+      if (*c.others) SignalResult("install");
+    };
+    std::int32_t code = kNone;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Install(ThisProgram(), c.script, &code, others),
+              c.want == kNone ? KUPDATE_E_FAIL : KUPDATE_S_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(13));
+    EXPECT_EQ(code, c.want);
+  }
+}
+
 // Takes the 30 seconds that a late answer is given.
 TEST(DeadExecutor, DoesNotHangItsHost) {
   std::int32_t exitCode = 77;
-  EXPECT_EQ(Install(ThisProgram(), L"die", &exitCode), KUPDATE_E_FAIL);
+  EXPECT_EQ(Install(ThisProgram(), "exit 0", &exitCode), KUPDATE_E_FAIL);
   EXPECT_EQ(exitCode, 77);
 }

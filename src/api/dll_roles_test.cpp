@@ -4,9 +4,12 @@
 #include "util/win/windows_lean.h"
 
 #include <regex>
+#include <sstream>
 
+#include "appinfo/local_record.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/process.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -14,31 +17,52 @@ using namespace testing_dll;
 
 namespace {
 
-void SignalResult(const std::string& appId) {
-  const std::wstring name = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-" + WidenUtf8(appId);
-  const HANDLE event = ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
-  ::SetEvent(event);
-  ::CloseHandle(event);
+void Store(const std::string& appId, const char* file, const std::string& values) {
+  WriteBytes(DataFolder() / appId / file, "<appinfo>" + values + "</appinfo>");
 }
 
-// An executor. After a download it says that an update is there. A silent install it answers as the
-// variable KUPDATE_TEST_EXECUTOR of its host says: not at all, or with that exit code.
+// An executor that was started to install does what the variable KUPDATE_TEST_EXECUTOR of its host
+// says, word by word: "signal"; "wait" so many milliseconds; "answer" with a code in the local record;
+// "store" a code where everybody can; "late": a process of its own stores 6 and signals; "exit".
+int RunInstall(const std::string& appId, const std::string& commandLine) {
+  std::istringstream script(NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR")));
+  int number = 0;
+  for (std::string word; script >> word;) {
+    if (word == "signal") SignalResult(appId);
+    if (word == "late") {
+      ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", L"wait 500 store 6 signal exit 0");
+      ::CloseHandle(StartProgram(ThisProgram(), WidenUtf8(commandLine), nullptr));
+    }
+    if (word == "signal" || word == "late") continue;
+    script >> number;
+    if (word == "wait") ::Sleep(static_cast<DWORD>(number));
+    if (word == "answer") WriteAnswer(appId, InstallAnswer{OwnRunId(), number});
+    if (word == "exit") ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(number));
+    if (word != "store") continue;
+    Store(appId, "updinfo.xml", "<DistroExitCode>" + std::to_string(number) + "</DistroExitCode>");
+  }
+  return 0;
+}
+
+// After a download it first answers an older check, with "no", and then the one that it is for.
+int RunCheck(const std::string& appId, const std::string& job) {
+  for (const bool isOwn : {false, true}) {
+    Store(appId, "appinfo.xml",
+          isOwn ? "<UpgradeAvailable>1</UpgradeAvailable>"
+                : "<UpgradeAvailable>0</UpgradeAvailable>");
+    WriteAnswer(appId, CheckAnswer{isOwn ? job : "{older}", isOwn});
+    SignalResult(appId);
+    ::Sleep(300);
+  }
+  return 0;
+}
+
 int RunExecutor(const std::string& commandLine) {
   std::smatch match;
-  const std::regex known(" --appid (.*?) --(silent-)?update-check");
-  if (!std::regex_search(commandLine, match, known)) return 0;
-  const std::string appId = match[1];
-  const std::string answer = NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR"));
-  const bool install = match[2].matched;
-  if (install && answer == "die") return 1;
-  if (install) {
-    SignalResult(appId);  // as a check does that ends meanwhile
-    ::Sleep(200);
-  }
-  WriteBytes(DataFolder() / appId / (install ? "updinfo.xml" : "appinfo.xml"),
-             install ? "<appinfo><DistroExitCode>" + answer + "</DistroExitCode></appinfo>"
-                     : "<appinfo><UpgradeAvailable>1</UpgradeAvailable></appinfo>");
-  SignalResult(appId);
+  const std::regex check(" --appid (.*?) --update-check .*--job (.*)");
+  if (std::regex_search(commandLine, match, check)) return RunCheck(match[1], match[2]);
+  const std::regex install(" --appid (.*?) --silent-update-check");
+  if (std::regex_search(commandLine, match, install)) return RunInstall(match[1], commandLine);
   return 0;
 }
 

@@ -112,7 +112,7 @@ void InitAppId(const std::string& appId) {
   if (!known) TUpdaterController().SetApplicationState(appId.c_str(), "install");
 }
 
-void FixUpdaterPath() {
+void FixUpdaterPath(TAppInfo* store) {
   std::string appId;
   std::wstring path;
   {
@@ -122,7 +122,8 @@ void FixUpdaterPath() {
     path = state.executorPathOverride;
   }
   if (appId.empty() || path.empty()) return;
-  TAppInfo(appId).Write("UpdaterPath", NarrowUtf8(path));
+  const std::string value = NarrowUtf8(path);
+  store ? store->Write("UpdaterPath", value) : TAppInfo(appId).Write("UpdaterPath", value);
   LOG_D << "Fix" << appId << "with" << path;
 }
 
@@ -134,6 +135,7 @@ void OverrideExecutorPath(const wchar_t* path) {
 
 const char* KeepUniqUserId() noexcept {
   try {
+    PinThisModule();
     std::string id = TUuid::ReadUniqUserId();
     ProcessState& state = State();
     const CriticalScope scope(state.guard);

@@ -7,6 +7,7 @@
 
 #include "controller/updater_controller.h"
 #include "util/mutex.h"
+#include "util/process.h"
 #include "util/text.h"
 
 using Status = std::int32_t;
@@ -37,8 +38,9 @@ Mutex ApplicationMutex(const std::string& appId);
 /// installed.
 void InitAppId(const std::string& appId);
 
-/// Writes the executor path that the host gave into the current application's record.
-void FixUpdaterPath();
+/// Writes the executor path that the host gave, if any, into the current application's record.
+/// @param store  that record; null: it is opened
+void FixUpdaterPath(TAppInfo* store);
 
 /// Keeps the path for FixUpdaterPath of this and later calls.
 void OverrideExecutorPath(const wchar_t* path);
@@ -59,8 +61,8 @@ Status LockedEntry(const char* exportName, const char* appId, Body&& body) noexc
     Mutex mutex = ApplicationMutex(appId);
     if (!mutex.Lock()) return kFail;
     InitAppId(appId);
-    FixUpdaterPath();
     TUpdaterController controller;
+    FixUpdaterPath(&controller.Record(appId));
     body(controller);
     return kOk;
   } catch (...) {
@@ -72,6 +74,7 @@ Status LockedEntry(const char* exportName, const char* appId, Body&& body) noexc
 template <class Body>
 Status FreeEntry(const char* exportName, Body&& body) noexcept {
   try {
+    PinThisModule();
     ClearLastErrorText();
     return body() ? kOk : kFail;
   } catch (...) {

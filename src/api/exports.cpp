@@ -69,7 +69,7 @@ kupdate_status DLLSetExecutorPath(const wchar_t* path) {
     LogAs("DLLSetExecutorPath", __LINE__, "D:") << (path ? path : L"NULL!!!");
     TUpdaterController::SetExecutorPath(path);
     if (path) OverrideExecutorPath(path);
-    FixUpdaterPath();
+    FixUpdaterPath(nullptr);
     return true;
   });
   return KUPDATE_S_OK;
@@ -120,7 +120,7 @@ kupdate_status DLLIsUpdateAvailable(const char* app_id, const char* platform, in
     const bool done = GlobalController().IsUpdateAvailable(
         app_id,
         MakeRelease(platform, version_url, ver_major, ver_minor, ver_subver, ver_build, release),
-        operation, status ? &found : nullptr);
+        operation, &found);
     const bool known = found >= 0 && found <= kLastKnownStatus;
     if (done && status) *status = known ? found : kLastKnownStatus;
     return done;

@@ -1,5 +1,6 @@
 #include "appinfo/app_info.h"
 
+#include <new>
 #include <utility>
 
 #include "util/diag_log.h"
@@ -8,6 +9,48 @@
 #include "util/mutex.h"
 #include "util/text.h"
 #include "xml/xml_node.h"
+
+namespace {
+
+enum class Content { kWhole, kDamaged, kTooLarge, kUnreadable };
+
+// A file that is missing or empty is a whole one without values.
+Content Load(const std::string& path, XmlNode* root) {
+  std::string bytes;
+  switch (FileSystem::ReadFileIfAny(path, &bytes, kMaxStoreBytes)) {
+    case FileSystem::ReadOutcome::kMissing:
+      return Content::kWhole;
+    case FileSystem::ReadOutcome::kFailed:
+      return Content::kUnreadable;
+    case FileSystem::ReadOutcome::kTooLarge:
+      return Content::kTooLarge;
+    case FileSystem::ReadOutcome::kRead:
+      break;
+  }
+  return LoadXml(std::move(bytes), root) ? Content::kWhole : Content::kDamaged;
+}
+
+// The file is about to be written over with what could be read of it.
+bool KeepAside(const std::string& path) { return FileSystem::CopyFile(path, path + ".bak"); }
+
+bool MoveAside(const std::string& path) {
+  std::wstring moved = WidenUtf8(path);
+  JustUtil::BackupFile(moved);
+  return moved != WidenUtf8(path);
+}
+
+}  // namespace
+
+// Loads lazily: many operations only need the file when something in it is asked for.
+struct TAppInfo::Gathered {
+  XmlNode root;
+  std::vector<Edit> edits;
+  bool isLoaded = false;
+
+  void Load(const TAppInfo& store, std::string_view operation) {
+    if (!std::exchange(isLoaded, true)) store.LoadFile(operation, &root);
+  }
+};
 
 TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
     : appId_(std::move(appId)), folder_(appId_), locker_(std::move(locker)) {}
@@ -20,65 +63,100 @@ TAppInfo::~TAppInfo() = default;
 
 std::string TAppInfo::Path() const { return PathOf("appinfo.xml"); }
 
-bool TAppInfo::Load(const std::string& path, XmlNode* root) const {
-  std::string bytes;
-  switch (FileSystem::ReadFile(path, &bytes)) {
-    case FileSystem::ReadOutcome::kFailed:
-      return false;
-    case FileSystem::ReadOutcome::kMissing:
-      return true;
-    case FileSystem::ReadOutcome::kRead:
-      break;
+bool TAppInfo::Apply(const Edit& edit, XmlNode* root) {
+  XmlNode* const child = root->FindChild(edit.key);
+  if (!edit.value) {
+    if (child) root->RemoveChild(*child);
+    return child != nullptr;
   }
-  // What does not parse is about to be written over with what could be read of it.
-  return LoadXml(std::move(bytes), root) || FileSystem::CopyFile(path, path + ".bak");
+  if (child && child->Value() == *edit.value) return false;
+  if (!root->HasChildren()) {
+    root->SetCodePage(kCodePageUtf8);
+    root->SetDeclaration();
+    root->SetName("appinfo");
+  }
+  root->ChildOrNew(edit.key).SetValue(*edit.value);
+  return true;
 }
 
-void TAppInfo::Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit) {
+bool TAppInfo::ChangeFile(std::string_view operation, const std::vector<Edit>& edits) const {
   const LockScope lock(locker_.get());
   if (!lock) {
     LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
-    return;
+    return false;
   }
   const std::string path = Path();
   XmlNode root;
-  if (!Load(path, &root)) {
+  const Content content = Load(path, &root);
+  if (content == Content::kUnreadable || (content == Content::kDamaged && !KeepAside(path)) ||
+      (content == Content::kTooLarge && !MoveAside(path))) {
     LogAs(operation, __LINE__, "E:") << "Read error, postpone file write.";
+    return false;
+  }
+  bool isChanged = false;
+  for (const Edit& edit : edits) isChanged |= Apply(edit, &root);
+  isChanged |= content == Content::kDamaged && root.HasChildren();
+  return !isChanged || FileSystem::WriteFile(path, root.Serialise());
+}
+
+bool TAppInfo::LoadFile(std::string_view operation, XmlNode* root) const {
+  const LockScope lock(locker_.get());
+  if (!lock) {
+    LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
+    return false;
+  }
+  Load(Path(), root);
+  return true;
+}
+
+void TAppInfo::Change(std::string_view operation, Edit edit) {
+  if (!gathered_) {
+    ChangeFile(operation, {std::move(edit)});
     return;
   }
-  if (edit(root)) FileSystem::WriteFile(path, root.Serialise());
+  gathered_->Load(*this, operation);
+  if (Apply(edit, &gathered_->root)) gathered_->edits.push_back(std::move(edit));
+}
+
+bool TAppInfo::SaveChanges() {
+  if (!gathered_ || gathered_->edits.empty()) return true;
+  const bool isSaved = ChangeFile("TAppInfo::Write", gathered_->edits);
+  if (isSaved) gathered_->edits.clear();
+  return isSaved;
+}
+
+StoreChanges::StoreChanges(TAppInfo& store) : store_(store.gathered_ ? nullptr : &store) {
+  if (store_) store_->gathered_ = std::make_unique<TAppInfo::Gathered>();
+}
+
+StoreChanges::~StoreChanges() {
+  if (!store_) return;
+  try {
+    store_->SaveChanges();
+  } catch (const std::bad_alloc&) {
+    LOG_E << "Out of memory, postpone file write.";
+  }
+  store_->gathered_.reset();
 }
 
 void TAppInfo::Write(std::string_view key, std::string_view value) {
-  Change("TAppInfo::Write", [&](XmlNode& root) {
-    if (!root.HasChildren()) {
-      root.SetCodePage(kCodePageUtf8);
-      root.SetDeclaration();
-      root.SetName("appinfo");
-    }
-    root.ChildOrNew(key).SetValue(value);
-    return true;
-  });
+  Change("TAppInfo::Write", {std::string(key), std::string(value)});
 }
 
 void TAppInfo::RemoveValue(std::string_view key) {
-  Change("TAppInfo::RemoveValue", [&](XmlNode& root) {
-    if (!root.HasChildren()) return false;
-    if (XmlNode* const child = root.FindChild(key)) root.RemoveChild(*child);
-    return true;
-  });
+  Change("TAppInfo::RemoveValue", {std::string(key), std::nullopt});
 }
 
 std::optional<std::string> TAppInfo::Find(std::string_view key, std::string_view operation) const {
-  LockScope lock(locker_.get());
-  if (!lock) {
-    LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
-    return {};
+  XmlNode own;
+  const XmlNode* root = &own;
+  if (gathered_) {
+    gathered_->Load(*this, operation);
+    root = &gathered_->root;
+  } else {
+    LoadFile(operation, &own);
   }
-  XmlNode root;
-  Load(Path(), &root);
-  lock.Release();
-  const XmlNode* const child = root.FindChild(key);
+  const XmlNode* const child = root->FindChild(key);
   return child ? std::optional<std::string>(child->Value()) : std::nullopt;
 }
 

@@ -3,25 +3,29 @@
 #define KUPDATE_APPINFO_APP_INFO_H_
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "util/folders.h"
 #include "util/locker.h"
 
 class XmlNode;
 
+/// Larger state files count as ones that do not parse.
+inline constexpr std::uint64_t kMaxStoreBytes = std::uint64_t{4} << 20;
+
 /// Reads and writes single named values of one application's file. Each operation is one locked
 /// load-change-save of the whole file, so that host processes and the executor can share it;
-/// nothing is cached in between. Keys are XML element names. Keys and values are UTF-8.
+/// nothing is cached in between, unless a StoreChanges gathers what one operation does. A value that
+/// stands there already is not written. Keys are XML element names. Keys and values are UTF-8.
 ///
 /// No operation throws for a fault of file or lock: it is logged and the neutral result returned
 /// (no change, empty text, false). A file that is there but cannot be read is never written over.
 /// One that does not parse is copied to its name with ".bak"; what was read whole stays in use. One
-/// object is used by one thread at a time.
+/// above kMaxStoreBytes is moved to that name. One object is used by one thread at a time.
 class TAppInfo {
  public:
   /// @param appId  the application id; the file lies in the folder of that name.
@@ -39,8 +43,11 @@ class TAppInfo {
   /// Empty when the key or the file is absent.
   std::string Read(std::string_view key) const;
   bool IsValueExist(std::string_view key) const;
-  /// Rewrites the file even when the key is absent; a file without values is left untouched.
   void RemoveValue(std::string_view key);
+  /// Saves what a StoreChanges has gathered so far, at once and in the order in which it was written;
+  /// nothing when there is nothing. Others can then see it.
+  /// @return false when the file was not written: that was logged, and the next save tries again.
+  bool SaveChanges();
 
   /// Values that are numbers: 0 for text that holds none.
   std::int64_t ReadNumber(std::string_view key) const;
@@ -76,16 +83,43 @@ class TAppInfo {
   std::optional<std::string> Find(std::string_view key, std::string_view operation) const;
 
  private:
-  /// Loads the file at `path`; one that is missing gives an empty root. False when it is there and
-  /// could be neither read nor, where it does not parse, copied to safety: it must not be written
-  /// over then.
-  bool Load(const std::string& path, XmlNode* root) const;
-  /// One locked load-change-save: `edit` says whether the file is to be written.
-  void Change(std::string_view operation, const std::function<bool(XmlNode&)>& edit);
+  friend class StoreChanges;
+
+  /// One value to be written, or to be removed.
+  struct Edit {
+    std::string key;
+    std::optional<std::string> value;
+  };
+  /// The file as it was read at the first use, with the edits applied that are not saved yet.
+  struct Gathered;
+
+  /// Puts an edit into the tree. False when that changes nothing.
+  static bool Apply(const Edit& edit, XmlNode* root);
+  /// Carries an edit out, or gathers it.
+  void Change(std::string_view operation, Edit edit);
+  /// One locked load-change-save.
+  bool ChangeFile(std::string_view operation, const std::vector<Edit>& edits) const;
+  /// One locked load.
+  bool LoadFile(std::string_view operation, XmlNode* root) const;
 
   std::string appId_;
   DataFolder folder_;
   std::unique_ptr<TLocker> locker_;
+  mutable std::unique_ptr<Gathered> gathered_;  // null: each operation works on the file
+};
+
+/// Over a scope, gathers what is written to a store: the file is read once, at the first use, reads
+/// see what was written, and at the end, or at SaveChanges(), all of it is saved in one step. Within
+/// another one of the same store it does nothing: the outer one saves.
+class StoreChanges {
+ public:
+  explicit StoreChanges(TAppInfo& store);
+  ~StoreChanges();
+  StoreChanges(const StoreChanges&) = delete;
+  StoreChanges& operator=(const StoreChanges&) = delete;
+
+ private:
+  TAppInfo* store_;  // null: an outer one gathers
 };
 
 #endif  // KUPDATE_APPINFO_APP_INFO_H_

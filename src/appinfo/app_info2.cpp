@@ -4,10 +4,12 @@
 #include <optional>
 #include <vector>
 
+#include "appinfo/local_record.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/folders.h"
 #include "util/log_line.h"
+#include "util/registry.h"
 #include "util/text.h"
 
 namespace {
@@ -18,6 +20,41 @@ constexpr std::uint64_t kMaxDaysAhead = 150;
 constexpr std::uint64_t kMaxSecondsAhead = kMaxDaysAhead * 24 * kSecondsPerHour;
 constexpr std::int64_t kMinPingPeriod = 3600;
 constexpr std::int64_t kDefaultPingPeriod = 86400;
+
+constexpr wchar_t kSettings[] = L"Software\\Krelix";
+constexpr wchar_t kAllowDebugFeed[] = L"AllowDebugFeed";
+
+bool IsDebugFeedAllowed() {
+  std::uint32_t allowed = 0;
+  return !JustUtil::IsValueNotExist(kSettings, kAllowDebugFeed) &&
+         JustUtil::ReadIntFromRegistry(RegistryRoot::kCurrentUser, kSettings, kAllowDebugFeed,
+                                       &allowed) &&
+         allowed == 1;
+}
+
+// The executor that an application needs, and the one in question.
+struct Executors {
+  const std::wstring& asked;
+  const std::wstring& standard;
+
+  bool IsNeededWith(const std::string& path) const {
+    const std::wstring named = WidenUtf8(path);
+    return named.empty() || EqualsIgnoreCase(named, asked) || EqualsIgnoreCase(asked, standard);
+  }
+};
+
+bool IsNeededByLocalRecord(const std::string& appId, const Executors& executors) {
+  if (!IsLiving(appId)) return false;
+  const std::optional<LocalRecord> record = ReadLocalRecord(appId);
+  return !record || executors.IsNeededWith(record->executor);
+}
+
+bool IsNeededByStore(const std::string& appId, const Executors& executors) {
+  const TAppInfo2 app(appId);
+  // A record that cannot be looked at is not one that is gone.
+  return !FileSystem::IsNameFree(app.Path()) && !app.IsRemoved() &&
+         executors.IsNeededWith(app.Read("UpdaterPath"));
+}
 
 }  // namespace
 
@@ -38,7 +75,7 @@ void TAppInfo2::WriteTime(std::string_view key, std::uint64_t seconds) {
 
 std::string TAppInfo2::VersionUrl() const {
   const std::string debugUrl = Read("Debug_VersionUrl");
-  return debugUrl.empty() ? Read("VersionUrl") : debugUrl;
+  return debugUrl.empty() || !IsDebugFeedAllowed() ? Read("VersionUrl") : debugUrl;
 }
 
 VersionStatus TAppInfo2::GetVersionStatus() const {
@@ -92,19 +129,16 @@ int TAppInfo2::RecordPing(std::uint64_t now) {
 
 bool TAppInfo2::IsApplicationListEmpty(const std::wstring& executor,
                                        const std::wstring& defaultExecutor) {
-  const std::string data = GetUpdaterDataPath({});
-  std::vector<std::string> ids;
-  if (data.empty() || !FileSystem::ListFolders(data, &ids)) return false;
-  for (const std::string& id : ids) {
-    const TAppInfo2 app(id);
-    if (!FileSystem::IsFileExist(app.Path()) || app.IsRemoved()) continue;
-    const std::wstring path = WidenUtf8(app.Read("UpdaterPath"));
-    if (path.empty() || EqualsIgnoreCase(path, executor) ||
-        EqualsIgnoreCase(executor, defaultExecutor)) {
-      return false;
-    }
-  }
-  return true;
+  const Executors executors{executor, defaultExecutor};
+  const auto isListFree = [&](const std::wstring& folder, auto isNeededBy) {
+    std::vector<std::string> ids;
+    if (folder.empty() || !ListAppIds(folder, &ids)) return false;
+    ids.emplace_back();  // the empty id, whose folder is the one of all
+    return std::none_of(ids.begin(), ids.end(),
+                        [&](const std::string& id) { return isNeededBy(id, executors); });
+  };
+  return isListFree(GetUpdaterLocalFolder({}, CreateFolder::kNo), IsNeededByLocalRecord) &&
+         isListFree(GetUpdaterLowFolder({}), IsNeededByStore);
 }
 
 void TAppInfo2::ForgetCheckTimes() {

@@ -21,7 +21,9 @@ class TAppInfo2 : public TAppInfo {
  public:
   using TAppInfo::TAppInfo;
 
-  /// The feed's address: "Debug_VersionUrl" when that is present and not empty, else "VersionUrl".
+  /// The feed's address: "VersionUrl"; or "Debug_VersionUrl", when that is not empty and the user
+  /// allows it by "AllowDebugFeed" 1 in HKEY_CURRENT_USER, "Software\Krelix": any process of the
+  /// user may have written it here, but not there.
   std::string VersionUrl() const;
 
   /// "VersionStatus" read as a word. Hosts' start-up stores a number there, which reads as VS_BETA:
@@ -45,8 +47,9 @@ class TAppInfo2 : public TAppInfo {
   int RecordPing(std::uint64_t now);
 
   /// Whether no registered application needs an executor any more, so that it may remove itself.
-  /// Removed applications do not count; of the others those count that name this executor or none,
-  /// and all of them when it is the default one. In doubt the list is not empty.
+  /// Both lists are asked, that of the local records and that of the stores. Removed applications do
+  /// not count; of the others those count that name this executor or none, and all of them when it is
+  /// the default one. In doubt the list is not empty.
   static bool IsApplicationListEmpty(const std::wstring& executor,
                                      const std::wstring& defaultExecutor);
 

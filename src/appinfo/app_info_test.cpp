@@ -7,10 +7,13 @@
 #include <vector>
 
 #include "appinfo/app_info2.h"
+#include "appinfo/local_record.h"
 #include "testing/data_home.h"
 #include "testing/fake_locker.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"
+#include "util/registry.h"
+#include "util/text.h"
 
 namespace {
 
@@ -71,6 +74,7 @@ TEST_F(TAppInfoTest, ADamagedFileIsKeptAsideAndItsWholeValuesStay) {
       {"no XML", std::string("\xFF\xFE<\0a\0>\0", 8), " kept aside"},
       {"no root", "<!-- a > b --><appinfo/>", " kept aside"},
       {"cut in a value", "<appinfo><first>1</first><second>2", "1 kept aside"},
+      {"too large", std::string(kMaxStoreBytes + 1, ' '), " kept aside"},
   };
   table.Expect([&](const std::string& content) {
     std::filesystem::remove(path_.string() + ".bak");
@@ -82,11 +86,45 @@ TEST_F(TAppInfoTest, ADamagedFileIsKeptAsideAndItsWholeValuesStay) {
   });
 }
 
-TEST_F(TAppInfoTest, DebugAddressWins) {
+TEST_F(TAppInfoTest, GatheredChangesAreSavedAtOnceWithTheBytesOfSingleWrites) {
+  const auto change = [](TAppInfo2& store) {
+    store.Write("Locale", "ru");
+    store.WriteFlag("Remove", true);
+    store.RemoveValue("Locale");
+    store.WriteFlag("Remove", false);
+    store.Write("Locale", "de");
+    return store.Locale();
+  };
+  TAppInfo2 single("single");
+  change(single);
+  {
+    const StoreChanges changes(store_);
+    const StoreChanges inner(store_);
+    EXPECT_EQ(change(store_), "de");
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_TRUE(store_.SaveChanges());
+    EXPECT_TRUE(std::filesystem::exists(path_));
+    store_.Write("Platform", "");
+    single.Write("Platform", "");
+  }
+  EXPECT_EQ(ReadBytes(path_), ReadBytes(NativePath(single.Path())));
+  const std::string unusual = "<appinfo>\n<Locale>de</Locale></appinfo>";
+  WriteBytes(path_, unusual);
+  store_.Write("Locale", "de");
+  store_.RemoveValue("Platform");
+  EXPECT_EQ(ReadBytes(path_), unusual) << "a value that stands there is not written";
+}
+
+TEST_F(TAppInfoTest, DebugAddressWinsWhereTheUserAllowsIt) {
   store_.Write("VersionUrl", "http://a/");
-  EXPECT_EQ(store_.VersionUrl(), "http://a/");
   store_.Write("Debug_VersionUrl", "http://b/");
+  const wchar_t* const key = L"Software\\Krelix";
+  for (const std::uint32_t allowed : {0u, 1u}) {
+    EXPECT_EQ(store_.VersionUrl(), "http://a/");
+    JustUtil::WriteIntToRegistry(key, L"AllowDebugFeed", allowed);
+  }
   EXPECT_EQ(store_.VersionUrl(), "http://b/");
+  JustUtil::RemoveValue(key, L"AllowDebugFeed");
 }
 
 TEST_F(TAppInfoTest, ShouldCheck) {
@@ -155,6 +193,45 @@ TEST_F(TAppInfoTest, IsApplicationListEmpty) {
     return TAppInfo2::IsApplicationListEmpty(executor, standard);
   });
   EXPECT_FALSE(TAppInfo2::IsApplicationListEmpty(L"C:\\Default.exe", standard));
-  TAppInfo("other").Write("Remove", "1");
-  EXPECT_FALSE(TAppInfo2::IsApplicationListEmpty(standard, standard));
+  store_.Write("Remove", "1");
+  EXPECT_TRUE(TAppInfo2::IsApplicationListEmpty(standard, standard));
+  // A mark that any process may have made: the local record knows better.
+  const auto setLocal = [](bool removed, const char* path) {
+    EXPECT_TRUE(ChangeLocalRecord("app", [&](LocalRecord& record) {
+      record.removed = removed;
+      record.executor = path;
+    }));
+  };
+  setLocal(false, "");
+  EXPECT_FALSE(TAppInfo2::IsApplicationListEmpty(executor, standard));
+  setLocal(false, "C:\\other.exe");
+  EXPECT_TRUE(TAppInfo2::IsApplicationListEmpty(executor, standard));
+  setLocal(true, "");
+  EXPECT_TRUE(TAppInfo2::IsApplicationListEmpty(executor, standard));
+  // Ids that are not ASCII, and the empty one.
+  for (const char* const id : {"\xD0\xB6", ""}) {
+    TAppInfo other(id);
+    other.Write("Remove", "0");
+    EXPECT_FALSE(TAppInfo2::IsApplicationListEmpty(standard, standard)) << id;
+    other.Write("Remove", "1");
+  }
+}
+
+TEST_F(TAppInfoTest, ALocalRecordSurvivesAndAnAnswerIsTakenByItsOwnerOnly) {
+  EXPECT_FALSE(ReadLocalRecord("app"));
+  EXPECT_FALSE(IsLiving("app"));
+  const LocalRecord whole{0x0001'0002'0003'FFFF, "win64", "C:\\<e>.exe", true, false};
+  EXPECT_TRUE(ChangeLocalRecord("app", [&](LocalRecord& record) { record = whole; }));
+  EXPECT_EQ(ReadLocalRecord("app"), whole);
+  EXPECT_TRUE(IsLiving("app"));
+  EXPECT_TRUE(WriteAnswer("app", CheckAnswer{"{1}", true}));
+  EXPECT_TRUE(WriteAnswer("app", InstallAnswer{"run", -1004}));
+  EXPECT_EQ(ReadCheckAnswer("app", "{1}"), true);
+  EXPECT_EQ(ReadCheckAnswer("app", "{2}"), std::nullopt);
+  EXPECT_EQ(ReadInstallAnswer("app", "run"), -1004);
+  EXPECT_EQ(ReadInstallAnswer("app", ""), std::nullopt);
+  const auto path = NativePath(NarrowUtf8(GetUpdaterLocalFolder("app", CreateFolder::kNo)));
+  WriteBytes(path / "local.xml", "<appinfo><VerMa");
+  EXPECT_FALSE(ReadLocalRecord("app"));
+  EXPECT_TRUE(IsLiving("app")) << "in doubt";
 }

@@ -3,9 +3,16 @@
 #define KUPDATE_CONTROLLER_COMMAND_LINE_H_
 
 #include <string>
+#include <string_view>
+
+/// Whether an id can stand in a command line, where nothing quotes it: one that holds a quote or
+/// " --", or begins with "--", would be read as switches of its own.
+bool IsPlainId(std::wstring_view appId);
 
 /// A path as an argument: in double quotes, unless it begins with one already.
 std::wstring QuotedPath(const std::wstring& path);
+
+// Each of the next three logs an id that is not plain, and throws std::invalid_argument.
 
 /// The executor's arguments after a feed was downloaded.
 std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring& resultFile);

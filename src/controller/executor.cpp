@@ -13,6 +13,7 @@
 #include "util/files.h"
 #include "util/folders.h"
 #include "util/log_line.h"
+#include "util/system.h"
 #include "util/text.h"
 
 namespace {
@@ -51,6 +52,30 @@ bool IsExecutorUnused(const std::wstring& executor) {
   return TAppInfo2::IsApplicationListEmpty(executor, defaultExecutor);
 }
 
+enum class Removal { kNo, kWhenUnused };
+
+bool Launch(const std::string& appId, const PingBlock& block, Removal removal) noexcept {
+  try {
+    const std::wstring id = WidenUtf8(appId);
+    const std::wstring resultFile = FreshTempFile(L"kupdate-ping-" + id + L".temp");
+    const std::wstring executor = ExecutorToStart();
+    if (resultFile.empty() || executor.empty()) {
+      LOG_E << "No folder for the ping.";
+      return false;
+    }
+    const bool suicide = removal == Removal::kWhenUnused &&
+                         block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
+    const ComApartment apartment;
+    TBitsTransfer transfer(block.url, resultFile);
+    if (block.firstState == AppState::kDayuse) transfer.SetTimeout(kDayuseTimeoutSeconds);
+    transfer.NotifyCmdLine(executor, PingArguments(id, block.id, suicide));
+    transfer.Work();
+    return transfer.Added();
+  } catch (...) {
+    return false;  // the failing call is in the log
+  }
+}
+
 }  // namespace
 
 void TUpdaterController::SetExecutorPath(const wchar_t* path) {
@@ -58,6 +83,12 @@ void TUpdaterController::SetExecutorPath(const wchar_t* path) {
   const CriticalScope scope(paths.guard);
   paths.execName = path ? path : L"";
   LOG_I << "Now Exec name:" << paths.execName;
+}
+
+std::wstring TUpdaterController::NamedExecutor() {
+  ExecutorPaths& paths = Paths();
+  const CriticalScope scope(paths.guard);
+  return paths.execName;
 }
 
 std::wstring TUpdaterController::GetExecutorPath() {
@@ -79,45 +110,41 @@ std::wstring FreshTempFile(const std::wstring& name) {
   return path;
 }
 
-void CheckUpdate(TAppInfo2& store, std::uint64_t now) {
+std::wstring ExecutorToStart() {
+  std::wstring path = TUpdaterController::GetExecutorPath();
+  if (path.empty() || !IsElevatedUnderUac() || !CanOthersReplace(path)) return path;
+  LOG_E << "The executor is refused, for this process is elevated and others can replace it:"
+        << path;
+  return {};
+}
+
+std::string CheckUpdate(TAppInfo2& store) {
   const std::wstring appId = WidenUtf8(store.AppId());
   const std::wstring resultFile = FreshTempFile(L"kupdate-versioninfo-" + appId + L".xml");
-  store.UpdateLastCheckTime(now);
-  const std::wstring executor = TUpdaterController::GetExecutorPath();
+  const std::wstring executor = ExecutorToStart();
   LOG_I << "KupdateExecutablePath: " << executor;
   const std::string url = store.VersionUrl();
   if (url.empty()) {
     LOG_E << "VersionUrl is empty";
-    return;
+    return {};
   }
   if (resultFile.empty() || executor.empty()) {
     LOG_E << "No folder for the check.";
-    return;
+    return {};
   }
   const ComApartment apartment;
   TBitsTransfer transfer(url, resultFile);
   transfer.SetTimeout(kCheckTimeoutSeconds);
   transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
+  store.SaveChanges();
   transfer.Work();
+  return transfer.JobId();
 }
 
 bool LaunchPing(const std::string& appId, const PingBlock& block) noexcept {
-  try {
-    const std::wstring id = WidenUtf8(appId);
-    const std::wstring resultFile = FreshTempFile(L"kupdate-ping-" + id + L".temp");
-    const std::wstring executor = TUpdaterController::GetExecutorPath();
-    if (resultFile.empty() || executor.empty()) {
-      LOG_E << "No folder for the ping.";
-      return false;
-    }
-    const bool suicide = block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
-    const ComApartment apartment;
-    TBitsTransfer transfer(block.url, resultFile);
-    if (block.firstState == AppState::kDayuse) transfer.SetTimeout(kDayuseTimeoutSeconds);
-    transfer.NotifyCmdLine(executor, PingArguments(id, block.id, suicide));
-    transfer.Work();
-    return transfer.Added();
-  } catch (...) {
-    return false;  // the failing call is in the log
-  }
+  return Launch(appId, block, Removal::kNo);
+}
+
+bool LaunchLastPing(const std::string& appId, const PingBlock& block) noexcept {
+  return Launch(appId, block, Removal::kWhenUnused);
 }

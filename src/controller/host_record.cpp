@@ -1,10 +1,13 @@
 #include "controller/host_record.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "appinfo/app_info2.h"
+#include "appinfo/local_record.h"
 #include "controller/updater_controller.h"
 #include "update/version_number.h"
+#include "util/text.h"
 
 std::string Required(const char* text, const char* complaint) {
   if (!text) throw std::invalid_argument(complaint);
@@ -12,6 +15,19 @@ std::string Required(const char* text, const char* complaint) {
 }
 
 std::string OrEmpty(const char* text) { return text ? text : std::string(); }
+
+void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool isStart) {
+  const VersionNumber version =
+      MakeVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
+  const std::string executor = NarrowUtf8(TUpdaterController::NamedExecutor());
+  ChangeLocalRecord(appId, [&](LocalRecord& record) {
+    record.version = isStart ? version : std::max(version, record.version);
+    record.platform = OrEmpty(host.platform);
+    record.executor = executor;
+    record.release = host.release;
+    if (isStart) record.removed = false;
+  });
+}
 
 void WriteRelease(TAppInfo2& store, const HostRelease& host) {
   store.Write("Platform", OrEmpty(host.platform));

@@ -1,11 +1,13 @@
 // The update check that a host drives, the wait for the executor's own check, and the silent
 // install.
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "appinfo/app_info2.h"
 #include "controller/command_line.h"
 #include "controller/executor.h"
+#include "controller/executor_wait.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
 #include "controller/updater_controller.h"
@@ -24,15 +26,17 @@
 namespace {
 
 constexpr std::uint32_t kFeedTimeoutSeconds = 86400;  // 1 day
-// How long an executor's answer may lag behind its end.
-constexpr std::uint32_t kLateAnswerMilliseconds = 30000;
-
 constexpr std::int32_t kStatusInWork = 0;
 constexpr std::int32_t kStatusFound = 1;
 constexpr std::int32_t kStatusNoUpdate = 2;
 constexpr std::int32_t kStatusJobFailed = 3;
 
-constexpr char kExitCode[] = "DistroExitCode";
+// The steps of a check log as the operation that hosts call.
+LogLine LogStep(const char* level, int line) {
+  return LogAs("TUpdaterController::IsUpdateAvailable", line, level);
+}
+#define STEP_D LogStep("D:", __LINE__)
+#define STEP_E LogStep("E:", __LINE__)
 
 // Whether the last check found an update: only then is there something to install.
 bool updateFound = false;
@@ -54,13 +58,6 @@ bool KeepFeed(const std::string& appId, const std::string& feedFile) {
   return !folder.empty() && FileSystem::CopyFile(feedFile, NarrowUtf8(folder) + "version.rss");
 }
 
-// Waits for the executor's answer. A dead executor must not hang its host for ever, so the wait
-// ends with the process too; an answer given just before that still counts.
-std::uint32_t WaitForAnswer(const UniqueHandle& event, const UniqueHandle& process) {
-  const std::uint32_t result = JustUtil::WaitForEither(event, process, kWaitForever);
-  return result == 1 ? JustUtil::WaitFor(event, kLateAnswerMilliseconds) : result;
-}
-
 }  // namespace
 
 bool TUpdaterController::IsUpdateAvailable(const char* appId, const HostRelease& host,
@@ -73,8 +70,11 @@ bool TUpdaterController::IsUpdateAvailable(const char* appId, const HostRelease&
     Required(host.platform, "Platform is NULL");
     const std::string step = Required(operation, "Operation is NULL");
     TAppInfo2 store(id);
+    const StoreChanges changes(store);
     WriteRelease(store, host);
     WriteChannel(store, host.release);
+    store.SaveChanges();
+    WriteLocalRecord(id, host, /*isStart=*/false);
     appId_ = id;
     versionUrl_ = store.VersionUrl();
     LOG_D << "AppId: " << appId_;
@@ -93,17 +93,17 @@ bool TUpdaterController::RunOperation(TAppInfo2& store, const std::string& opera
   if (operation == "start") return Start();
   if (operation == "stop") return Stop();
   if (operation == "check") return Check(store, status);
-  LOG_E << "Unknown operation: " << operation;
+  STEP_E << "Unknown operation: " << operation;
   return false;
 }
 
 bool TUpdaterController::Start() {
   if (!jobId_.empty()) {
-    LOG_D << "We already wait for update.";
+    STEP_D << "We already wait for update.";
     return true;
   }
   if (versionUrl_.empty()) {
-    LOG_E << "You should specify VersionUrl to rss.";
+    STEP_E << "You should specify VersionUrl to rss.";
     return false;
   }
   StartJob();
@@ -112,34 +112,34 @@ bool TUpdaterController::Start() {
 
 bool TUpdaterController::Stop() {
   if (jobId_.empty()) {
-    LOG_E << "Nothing to stop! No Job started!";
+    STEP_E << "Nothing to stop! No Job started!";
     return false;
   }
   if (StopJob()) return true;
-  LOG_E << "Error in StopJob.";
+  STEP_E << "Error in StopJob.";
   return false;
 }
 
 bool TUpdaterController::Check(TAppInfo2& store, std::int32_t* status) {
   if (jobId_.empty() || jobAppId_ != appId_) {
-    LOG_E << "Job not started!";
+    STEP_E << "Job not started!";
     return false;
   }
-  if (!status) LOG_D << "Status == NULL.";
+  if (!status) STEP_D << "Status == NULL.";
   const JobState state = CurrentJobState();
   if (JobInWork(state)) {
-    LOG_D << "Job in work.";
+    STEP_D << "Job in work.";
     Deliver(kStatusInWork, status);
     return true;
   }
   if (JobFailed(state)) {
-    LOG_E << "Job failed.";
+    STEP_E << "Job failed.";
     Deliver(kStatusJobFailed, status);
-    if (!StopJob()) LOG_E << "Error in StopJob.";
+    if (!StopJob()) STEP_E << "Error in StopJob.";
     return true;
   }
   if (!StopJob()) {
-    LOG_E << "Error in StopJob.";
+    STEP_E << "Error in StopJob.";
     return false;
   }
   return EvaluateFeed(store, status);
@@ -148,7 +148,7 @@ bool TUpdaterController::Check(TAppInfo2& store, std::int32_t* status) {
 bool TUpdaterController::EvaluateFeed(TAppInfo2& store, std::int32_t* status) {
   const bool found = TUpdInfo(appId_).Evaluate(store, LoadFeed(feedFile_), NowSeconds());
   // The same words for both outcomes: those who read the logs look for them.
-  LOG_D << "Update available.";
+  STEP_D << "Update available.";
   if (!found) {
     Deliver(kStatusNoUpdate, status);
     return true;
@@ -156,9 +156,9 @@ bool TUpdaterController::EvaluateFeed(TAppInfo2& store, std::int32_t* status) {
   updateFound = true;
   Deliver(kStatusFound, status);
   if (KeepFeed(appId_, feedFile_)) {
-    LOG_D << "Rss copied.";
+    STEP_D << "Rss copied.";
   } else {
-    LOG_E << "Can't copy Rss.";
+    STEP_E << "Can't copy Rss.";
   }
   return true;
 }
@@ -199,19 +199,23 @@ JobState TUpdaterController::CurrentJobState() const {
 bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t waitMilliseconds) {
   bool available = false;
   Guarded(LOG_PLACE, [&] {
-    TAppInfo2 store(Required(appId, "AppId is NULL"));
+    TAppInfo2& store = Record(appId);
     const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(WidenUtf8(store.AppId())));
     if (!event) return Ended::kLeft;
     store.ForgetCheckTimes();
     store.ForgetPingTimes();
-    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
-    LOG_I << "Try to wait for update during " << waitMilliseconds << "ms.";
-    const std::uint32_t result = JustUtil::WaitFor(
-        event, waitMilliseconds < 0 ? kWaitForever : static_cast<std::uint32_t>(waitMilliseconds));
-    LOG_D << "End of waiting." << result;
-    if (result == kWaitSignalled) available = store.ReadNumber("UpgradeAvailable") != 0;
-    if (result == kWaitTimeout) LOG_D << "WAIT_TIMEOUT";
-    if (result == kWaitAbandoned) LOG_D << "WAIT_ABANDONED";
+    const ScheduledJobs jobs = ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
+    if (jobs.check.empty()) {
+      LOG_E << "No check was queued, so there is no answer to wait for.";
+    } else {
+      LOG_I << "Try to wait for update during " << waitMilliseconds << "ms.";
+      const CheckWait wait = WaitForCheck(store.AppId(), jobs.check, event, waitMilliseconds);
+      LOG_D << "End of waiting." << wait.result;
+      if (wait.result == kWaitTimeout) LOG_D << "WAIT_TIMEOUT";
+      if (wait.result == kWaitAbandoned) LOG_D << "WAIT_ABANDONED";
+      available = wait.found;
+    }
+    if (jobs.pingFailure) std::rethrow_exception(jobs.pingFailure);
     return Ended::kOut;
   });
   return available;
@@ -219,11 +223,12 @@ bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t wait
 
 void TUpdaterController::ForceUpdateCheck(const char* appId, bool needDialog) {
   Guarded(LOG_PLACE, [&] {
-    TAppInfo2 store(Required(appId, "AppId is NULL"));
+    TAppInfo2& store = Record(appId);
     store.ForgetCheckTimes();
     store.ForgetPingTimes();
     store.SetNeedDialogArterCheck(needDialog);
-    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
+    const ScheduledJobs jobs = ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
+    if (jobs.pingFailure) std::rethrow_exception(jobs.pingFailure);
     return Ended::kOut;
   });
 }
@@ -246,30 +251,21 @@ bool TUpdaterController::DownloadAndInstallSilentUpdate(std::int32_t* exitCode) 
       LOG_E << "Can't create event with name: " << eventName;
       return Ended::kLeft;
     }
-    const std::wstring executor = GetExecutorPath();
+    const std::wstring executor = ExecutorToStart();
     const std::wstring commandLine = SilentUpdateCommandLine(executor, WidenUtf8(appId));
     LOG_D << "Run: " << commandLine;
-    TUpdInfo update(appId);
-    update.RemoveValue(kExitCode);  // an older one must not be taken for the answer
     UniqueHandle process;
     const std::uint32_t error = TEnvironment::Execute(executor, commandLine, &process);
     LOG_D << "Updater started, code: " << error;
     if (error != 0) return Ended::kLeft;
-    std::uint32_t result = kWaitFailed;
-    do {
-      result = WaitForAnswer(event, process);
-      // A check of the same application signals the same event; without a code the executor is still at work.
-    } while (result == kWaitSignalled && !update.IsValueExist(kExitCode) &&
-             JustUtil::WaitFor(process, 0) == kWaitTimeout);
-    LOG_D << "End of waiting." << result;
-    // Another host that waits for the same application may have taken the signal.
-    if (result != kWaitSignalled && !update.IsValueExist(kExitCode)) {
-      LOG_E << "The executor ended without an answer.";
+    const InstallWait wait = WaitForInstallation(appId, event, process);
+    LOG_D << "End of waiting." << wait.result;
+    if (!wait.code) {
+      LOG_E << "The executor ended without an answer." << kOtherCode << wait.exitCode;
       return Ended::kLeft;
     }
-    const std::int64_t code = update.ReadNumber(kExitCode);
-    LOG_D << "ExitCode: " << code;
-    if (exitCode) *exitCode = static_cast<std::int32_t>(code);
+    LOG_D << "ExitCode: " << *wait.code;
+    if (exitCode) *exitCode = *wait.code;
     done = true;
     return Ended::kOut;
   });

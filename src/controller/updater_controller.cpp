@@ -1,10 +1,12 @@
 #include "controller/updater_controller.h"
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "appinfo/app_info2.h"
+#include "appinfo/local_record.h"
 #include "controller/executor.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
@@ -13,45 +15,74 @@
 #include "util/process.h"
 #include "util/text.h"
 
-void ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
+namespace {
+
+// Whether the application is removed: its local record says so, where it has one, for any process of
+// the user may write the mark in the store.
+bool IsRemoved(const TAppInfo2& store) {
+  const std::optional<LocalRecord> record = ReadLocalRecord(store.AppId());
+  return record ? record->removed : store.IsRemoved();
+}
+
+void RethrowIfAny(const std::exception_ptr& failure) {
+  if (failure) std::rethrow_exception(failure);
+}
+
+// A report address that is too long must not keep a program from ever updating itself.
+std::exception_ptr SendDuePing(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
+  try {
+    TStatCtrl::SendStat(store, statisticsLock, now, LaunchPing);
+    return {};
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+}  // namespace
+
+ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
   LOG_I << "*** >>> ScheduleUpdaterJob >>> ***";
   LOG_I << "Name: " << HostProgramName();
-  if (store.IsRemoved()) {
-    TStatCtrl::SendStat(store, statisticsLock, now, LaunchPing);
-    return;
+  if (IsRemoved(store)) {
+    TStatCtrl::SendStat(store, statisticsLock, now, LaunchLastPing);
+    return {};
   }
-  std::exception_ptr pingFailure;
-  if (store.ShouldPing(now)) {
-    try {
-      TStatCtrl::SendStat(store, statisticsLock, now, LaunchPing);
-    } catch (...) {
-      // A report address that is too long must not keep a program from ever updating itself.
-      pingFailure = std::current_exception();
-    }
-  }
-  if (store.ShouldCheck(now)) CheckUpdate(store, now);
-  if (pingFailure) std::rethrow_exception(pingFailure);
+  const bool isPingDue = store.ShouldPing(now) && !store.Read("ReportUrl").empty();
+  const bool isCheckDue = store.ShouldCheck(now);
+  // Noted before the ping is sent: the file is then written once for both.
+  if (isCheckDue) store.UpdateLastCheckTime(now);
+  ScheduledJobs jobs;
+  if (isPingDue) jobs.pingFailure = SendDuePing(store, statisticsLock, now);
+  if (isCheckDue) jobs.check = CheckUpdate(store);
   LOG_I << "*** <<< ScheduleUpdaterJob <<< ***";
+  return jobs;
+}
+
+TAppInfo2& TUpdaterController::Record(const char* appId) {
+  if (!record_) record_ = std::make_unique<CallRecord>(Required(appId, "AppId is NULL").c_str());
+  return record_->store;
 }
 
 void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelease& host,
                                               const char* reportUrl, std::int32_t pingStatPeriod) {
   Guarded(LOG_PLACE, [&] {
-    TAppInfo2 store(Required(appId, "AppId is NULL"));
+    TAppInfo2& store = Record(appId);
     store.WriteFlag("Remove", false);
     WriteRelease(store, host);
     store.Write("ReportUrl", OrEmpty(reportUrl));
     store.WriteNumber("PingStatPeriod", pingStatPeriod);
     WriteChannel(store, host.release);
-    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
+    WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
+    RethrowIfAny(ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).pingFailure);
     return Ended::kOut;
   });
 }
 
 void TUpdaterController::OnApplicationUninstall(const char* appId) {
   Guarded(LOG_PLACE, [&] {
-    TAppInfo2 store(Required(appId, "AppId is NULL"));
+    TAppInfo2& store = Record(appId);
     store.WriteFlag("Remove", true);
+    ChangeLocalRecord(store.AppId(), [](LocalRecord& record) { record.removed = true; });
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
     return Ended::kOut;
   });
@@ -59,10 +90,10 @@ void TUpdaterController::OnApplicationUninstall(const char* appId) {
 
 void TUpdaterController::UsageReport(const char* appId, const char* value) {
   Guarded(LOG_PLACE, [&] {
-    TAppInfo2 store(Required(appId, "AppId is NULL"));
+    TAppInfo2& store = Record(appId);
     store.WriteFlag("ShouldPing", true);
     TStatCtrl(store.AppId(), statisticsLock_).AddOptionalParam(Required(value, "Value is NULL"));
-    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
+    RethrowIfAny(ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).pingFailure);
     return Ended::kOut;
   });
 }
@@ -132,9 +163,10 @@ TStatCtrl TUpdaterController::Statistics(const char* appId) const {
 
 void TUpdaterController::SetLocale(const char* appId, const char* locale) {
   Guarded(LOG_PLACE, [&] {
-    const std::string id = Required(appId, "AppId is NULL");
+    TAppInfo2& store = Record(appId);
     if (!locale) return Ended::kLeft;
-    TAppInfo(id).Write("Locale", locale);
+    store.Write("Locale", locale);
+    const std::string& id = store.AppId();
     // These two and their sibling are one product with one language.
     if (id == "zonie" || id == "zonie64") TAppInfo("vigilorian").Write("Locale", locale);
     return Ended::kOut;
@@ -143,10 +175,10 @@ void TUpdaterController::SetLocale(const char* appId, const char* locale) {
 
 void TUpdaterController::GetLocale(const char* appId, CopyOutBuffer<char> out) {
   Guarded(LOG_PLACE, [&] {
-    const std::string id = Required(appId, "AppId is NULL");
+    const TAppInfo2& store = Record(appId);
     if (!out.size) return Ended::kLeft;
     out.Clear();
-    out.Deliver(TAppInfo(id).Locale());
+    out.Deliver(store.Locale());
     return Ended::kOut;
   });
 }

@@ -3,11 +3,13 @@
 #define KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
 
 #include <cstdint>
+#include <exception>
+#include <memory>
 #include <string>
 
+#include "appinfo/app_info2.h"
 #include "controller/copy_out.h"
 
-class TAppInfo2;
 class TLocker;
 class TStatCtrl;
 enum class JobState;
@@ -73,6 +75,12 @@ class TUpdaterController {
   /// @param exitCode  receives the installer's exit code; may be null
   bool DownloadAndInstallSilentUpdate(std::int32_t* exitCode);
 
+  /// The record of the application that this call is for. What is written there is gathered and saved in
+  /// one step, at the latest when the controller is destroyed: one call costs one replacement of the
+  /// file, or none.
+  /// @param appId  not null, else std::invalid_argument; the same in each call of one controller
+  TAppInfo2& Record(const char* appId);
+
   // The executor.
 
   /// Names the executor for the rest of the process; null: the default one again. Any thread.
@@ -80,8 +88,16 @@ class TUpdaterController {
   /// The path that was set, else "kupdate-exec.exe" in "Krelix\Updater" of the roaming per-user
   /// folder.
   static std::wstring GetExecutorPath();
+  /// The path that was set; empty for the default one.
+  static std::wstring NamedExecutor();
 
  private:
+  struct CallRecord {
+    explicit CallRecord(const char* appId) : store(appId), changes(store) {}
+    TAppInfo2 store;
+    StoreChanges changes;
+  };
+
   TStatCtrl Statistics(const char* appId) const;
   bool RunOperation(TAppInfo2& store, const std::string& operation, std::int32_t* status);
   bool Start();
@@ -96,6 +112,7 @@ class TUpdaterController {
   /// The job's state; kError for a job that is gone.
   JobState CurrentJobState() const;
 
+  std::unique_ptr<CallRecord> record_;
   std::string jobId_;
   std::string appId_;
   std::string versionUrl_;
@@ -104,12 +121,16 @@ class TUpdaterController {
   std::string feedFile_;               // where jobId_ puts the feed, UTF-8
 };
 
+struct ScheduledJobs {
+  std::string check;               ///< the id of the check's job; empty when none was queued
+  std::exception_ptr pingFailure;  ///< what sending the statistics threw
+};
+
 /// Runs what is due for an application: its ping and its update check; for a removed one its last
-/// ping, due or not.
+/// ping, due or not. Saves the store's changes before anything can act on them.
 /// @param statisticsLock  null when the caller holds the statistics' lock
 /// @param now             seconds since 1970-01-01 UTC
-/// Throws what sending or checking throws; a failed ping does not keep the check from being
-/// started.
-void ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
+/// Throws what checking throws; a failed ping does not keep the check from being started.
+ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
 
 #endif  // KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_

@@ -1,9 +1,11 @@
 #include "executor/app_files.h"
 
+#include <optional>
+
 #include "appinfo/app_info2.h"
-#include "update/upd_info.h"
+#include "appinfo/local_record.h"
+#include "executor/block_confirm.h"
 #include "util/diag_log.h"
-#include "util/files.h"
 #include "util/folder_content.h"
 #include "util/folders.h"
 #include "util/locker.h"
@@ -12,41 +14,54 @@
 
 namespace {
 
-std::string FeedFolder(const std::string& appId) {
-  return NarrowUtf8(GetUpdaterLocalFolder(appId, CreateFolder::kNo));
+// A file of that name, a replacement that a killed process left, or a damaged one that was kept.
+bool IsFamilyOf(std::string_view name, std::string_view file) {
+  if (!name.starts_with(file)) return false;
+  const std::string_view rest = name.substr(file.size());
+  return rest.empty() || rest == ".new" || rest == ".bak";
 }
 
-void RemoveFlatFolder(const std::string& folder) {
-  for (const FileSystem::FileEntry& file : FileSystem::ListFiles(folder)) {
-    FileSystem::DeleteFile(folder + file.name);
-  }
+bool IsAnyOf(std::string_view name, std::initializer_list<std::string_view> files) {
+  return std::any_of(files.begin(), files.end(),
+                     [&](std::string_view file) { return IsFamilyOf(name, file); });
+}
+
+bool IsRecord(std::string_view name) { return IsAnyOf(name, {"appinfo.xml", "updinfo.xml"}); }
+
+bool IsStateFile(std::string_view name) {
+  const std::size_t end = name.find(".xml");
+  return IsRecord(name) || IsFamilyOf(name, "statistics.xml") ||
+         (end != name.npos && BlockIdOfFile(name.substr(0, end + 4)) &&
+          IsFamilyOf(name, name.substr(0, end + 4)));
+}
+
+bool IsLocalFile(std::string_view name) {
+  return IsAnyOf(name, {"local.xml", "answer.xml", "version.rss", "local.lock", "executor.lock"});
+}
+
+void RemoveLocalFiles(const std::string& appId) {
+  const std::string folder = NarrowUtf8(GetUpdaterLocalFolder(appId, CreateFolder::kNo));
+  if (folder.empty()) return;
+  FileSystem::DeleteFilesIn(folder, IsLocalFile);
   FileSystem::RemoveEmptyFolder(folder);
 }
 
 }  // namespace
 
-bool IsRegistered(const std::string& appId) {
-  const TAppInfo2 app(appId);
-  // A record that cannot be looked at is not one that is gone: its data must not be removed.
-  return !FileSystem::IsNameFree(app.Path()) && !app.IsRemoved();
-}
-
 void ForgetRemovedApplication(const std::string& appId, TLocker* lock) {
   const LockScope scope(lock);
-  if (!scope || IsRegistered(appId)) return;
-  FileSystem::DeleteFile(TAppInfo2(appId).Path());
-  FileSystem::DeleteFile(TUpdInfo(appId).Path());
-  const std::string feedFolder = FeedFolder(appId);
-  if (!feedFolder.empty()) FileSystem::DeleteFile(feedFolder + "version.rss");
+  if (!scope || IsLiving(appId)) return;
+  FileSystem::DeleteFilesIn(GetUpdaterDataPath(appId), IsRecord);
+  RemoveLocalFiles(appId);
   LOG_I << "Application forgotten:" << appId;
 }
 
 void RemoveApplicationData(const std::string& appId, TLocker* lock) {
-  // The folder of the empty id is the one that all others lie in.
-  if (appId.empty()) return ForgetRemovedApplication(appId, lock);
   const LockScope scope(lock);
-  if (!scope || IsRegistered(appId)) return;
-  RemoveFlatFolder(GetUpdaterDataPath(appId));
-  RemoveFlatFolder(FeedFolder(appId));
+  if (!scope || IsLiving(appId)) return;
+  const std::string folder = GetUpdaterDataPath(appId);
+  FileSystem::DeleteFilesIn(folder, IsStateFile);
+  FileSystem::RemoveEmptyFolder(folder);
+  RemoveLocalFiles(appId);
   LOG_I << "Application data removed:" << appId;
 }

@@ -2,11 +2,13 @@
 
 #include <exception>
 #include <functional>
+#include <optional>
 
-#include "executor/app_files.h"
+#include "appinfo/local_record.h"
 #include "executor/executor_command.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
+#include "executor/run.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
 #include "update/feed_file.h"
@@ -16,7 +18,6 @@
 #include "util/files.h"
 #include "util/guid.h"
 #include "util/log_line.h"
-#include "util/mutex.h"
 #include "util/text.h"
 
 namespace {
@@ -55,54 +56,74 @@ void DropDialog(TAppInfo2& app, Outcome outcome) {
   app.SetNeedDialogArterCheck(false);
 }
 
-void WriteOutcome(TAppInfo2& app, Outcome outcome, std::uint64_t now) {
-  app.WriteFlag(kUpgradeAvailable, outcome == Outcome::kFound);
-  if (outcome != Outcome::kFailed) {
-    app.WriteNumber("NextCheckTime",
-                    static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
+void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std::uint64_t now) {
+  {
+    const StoreChanges one(app);
+    app.WriteFlag(kUpgradeAvailable, outcome == Outcome::kFound);
+    if (outcome != Outcome::kFailed) {
+      app.WriteNumber("NextCheckTime",
+                      static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
+    }
+    DropDialog(app, outcome);
   }
-  DropDialog(app, outcome);
+  // Last: from here on a waiting host takes the answer for its own.
+  WriteAnswer(app.AppId(), CheckAnswer{jobId, outcome == Outcome::kFound});
 }
 
-// A job that is gone, and its file too: another executor has answered, or someone cancelled it. The
-// answer that is written stays.
-void KeepOutcome(TAppInfo2& app) {
-  LOG_I << "The job is gone.";
-  if (!app.IsValueExist(kUpgradeAvailable)) app.WriteFlag(kUpgradeAvailable, false);
+// What is compared with the feed is what the application itself said, and not what a process without
+// rights may have written into the store since.
+void RestoreRecord(TAppInfo2& app) {
+  const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
+  if (!record) return;
+  const auto part = [&](int shift) { return static_cast<std::uint16_t>(record->version >> shift); };
+  const StoreChanges one(app);
+  app.SetVersion(part(48), part(32), part(16), part(0));
+  app.Write("Platform", record->platform);
 }
 
 void Answer(const ExecutorCommand& command, const EndedJob& job) {
   const std::string file = NarrowUtf8(command.file);
-  // A record must not come to life again by a late answer.
-  if (!IsRegistered(command.appId)) {
-    LOG_I << "Not registered any more:" << command.appId;
-    return FileSystem::DeleteFile(file);
-  }
   TAppInfo2 app(command.appId);
   const std::uint64_t now = NowSeconds();
   if (job.end == JobEnd::kCancelled) {
     LOG_E << "The check failed: the feed was not downloaded.";
-    WriteOutcome(app, Outcome::kFailed, now);
-  } else if (job.end == JobEnd::kGone && !FileSystem::IsFileExist(file)) {
-    KeepOutcome(app);
+    WriteOutcome(app, command.jobId, Outcome::kFailed, now);
+  } else if (FileSystem::IsNameFree(file)) {
+    // Another executor has judged it, or a newer check took it away; the answer there stays.
+    LOG_I << (job.end == JobEnd::kGone ? "The job is gone."
+                                       : "A newer check has taken the feed away.");
   } else {
     // Completed here, or by an executor that did not live to judge it.
-    WriteOutcome(app, JudgeFeed(app, file, now), now);
+    RestoreRecord(app);
+    WriteOutcome(app, command.jobId, JudgeFeed(app, file, now), now);
   }
   // The feed goes last: whoever comes after a kill finds it and judges it again.
   FileSystem::DeleteFile(file);
 }
 
+// A record must not come to life again by a late answer.
+int EndForgottenCheck(const ExecutorCommand& command) {
+  LOG_I << "Not registered any more:" << command.appId;
+  if (EndJob(command.jobId).end == JobEnd::kAlive) return kExitJobAlive;
+  FileSystem::DeleteFile(NarrowUtf8(command.file));
+  return kExitDone;
+}
+
 }  // namespace
 
 int RunCheckAction(const ExecutorCommand& command) {
-  Mutex lock(CheckMutexName(command.appId));
-  const LockScope scope(&lock);
   const ComApartment apartment;
+  if (!IsLiving(command.appId)) return EndForgottenCheck(command);
+  FileLock lock = ExecutorLock(command.appId);
+  const LockScope scope(&lock);
+  if (!scope) {
+    LOG_E << "Another executor works for the application, postpone check.";
+    return kExitBusy;
+  }
   const EndedJob job = EndJob(command.jobId);
   if (job.end == JobEnd::kAlive) {
     LOG_E << "The job cannot be ended:" << command.jobId;
-    return 1;
+    return kExitJobAlive;
   }
   try {
     Answer(command, job);
@@ -110,5 +131,5 @@ int RunCheckAction(const ExecutorCommand& command) {
     LOG_E << "The check failed.";
   }
   SignalResult(command.appId);
-  return 0;
+  return kExitDone;
 }

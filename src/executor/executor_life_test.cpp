@@ -115,4 +115,5 @@ TEST_F(ExecutorLife, TheLastUninstallRemovesTheProgramItself) {
   EXPECT_TRUE(Eventually([&] { return IsEmptyOrGone(program.parent_path()); }))
       << "the program, which was renamed, and the wish";
   EXPECT_TRUE(IsEmptyOrGone(testing_dll::DataFolder()));
+  EXPECT_TRUE(IsEmptyOrGone(LocalFolder()));
 }

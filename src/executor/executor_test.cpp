@@ -38,7 +38,7 @@ TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
       {"none newer", same, "", "0", "there is no update", true},
       {"bad version", Publish("bad.rss", FeedWith("two")), "", "0", "the check failed", false},
       {"completion refused", newer, "fail Complete 0x80070005", "0", "the check failed", false},
-      {"job gone", newer, "vanish all", "0", nullptr, false},
+      {"job gone", newer, "vanish all", "", nullptr, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
@@ -71,10 +71,11 @@ TEST_F(Executor, DoesNotBringARecordBackToLife) {
   host.Start();
   const std::wstring arguments = ArgumentsOfNewestJob(service);
   fs::remove(host.File("appinfo.xml"));
-  const ResultEvent result(host.appId);
+  fs::remove_all(LocalFolder() / host.appId);
   EXPECT_EQ(RunExecutor(arguments), 0u);
-  EXPECT_TRUE(result.IsSignalled());
   EXPECT_FALSE(fs::exists(host.File("appinfo.xml")));
+  EXPECT_FALSE(fs::exists(LocalFolder() / host.appId));
+  EXPECT_FALSE(fs::exists(FeedFile(host)));
 }
 
 TEST_F(Executor, AnswersAnInstallWithoutAnUpdate) {

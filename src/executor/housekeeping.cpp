@@ -66,7 +66,7 @@ void KeepHouse() noexcept {
     const std::vector<JobFacts> jobs = ListOwnJobs();
     EndJobs(JobsOf(jobs, ModulePath()), now);
     std::vector<std::string> appIds;
-    FileSystem::ListFolders(GetUpdaterDataPath({}), &appIds);
+    ListAppIds(GetUpdaterLocalFolder({}, CreateFolder::kNo), &appIds);
     appIds.emplace_back();  // the empty id, whose folder is the one of all
     for (const std::string& appId : appIds) TakeBackOldBlocks(appId, jobs, now);
   } catch (...) {

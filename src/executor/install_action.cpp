@@ -1,14 +1,15 @@
 #include "executor/install_action.h"
 
-#include "executor/app_files.h"
+#include "appinfo/local_record.h"
 #include "executor/executor_command.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
+#include "executor/run.h"
 #include "install/silent_update.h"
 #include "update/upd_info.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
-#include "util/mutex.h"
+#include "util/process.h"
 
 namespace {
 
@@ -18,20 +19,25 @@ constexpr char kExitCode[] = "DistroExitCode";
 void WriteCode(const std::string& appId, int code) {
   LOG_I << "ExitCode: " << code;
   TUpdInfo(appId).WriteNumber(kExitCode, code);
-  if (IsInstalled(code) && IsRegistered(appId)) {
-    TAppInfo2(appId).WriteFlag("UpgradeAvailable", false);
-  }
+  if (IsInstalled(code) && IsLiving(appId)) TAppInfo2(appId).WriteFlag("UpgradeAvailable", false);
+  // Last: from here on the host that started this run takes the code for its own.
+  WriteAnswer(appId, InstallAnswer{OwnRunId(), code});
 }
 
 }  // namespace
 
 int RunInstallAction(const ExecutorCommand& command) {
-  Mutex lock(CheckMutexName(command.appId));
+  FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);
+  if (!scope) {
+    // Nothing is written: the answer is the other one's to write.
+    LOG_E << "Another executor works for the application, no installation.";
+    return kExitBusy;
+  }
   // Should this process die, nobody takes an older code for its own.
   TUpdInfo(command.appId).RemoveValue(kExitCode);
   FinishInstall(command.appId, RunSilentUpdate(command.appId));
-  return 0;
+  return kExitDone;
 }
 
 void FinishInstall(const std::string& appId, int code) noexcept {

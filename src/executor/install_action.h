@@ -9,7 +9,7 @@ struct ExecutorCommand;
 /// "--silent-update-check": installs the update, writes "DistroExitCode" and signals, on every way
 /// out. Holds the application's check lock from start to end. The codes are those of
 /// RunSilentUpdate.
-/// @return the exit code, 0: the result is in the record.
+/// @return kExitDone: the result is in the record; kExitBusy: nothing was done.
 int RunInstallAction(const ExecutorCommand& command);
 
 /// Writes "DistroExitCode" and signals. A host reads a code that is absent as a success, so this is

@@ -1,6 +1,9 @@
 #include "executor/ping_action.h"
 
+#include <optional>
+
 #include "appinfo/app_info2.h"
+#include "appinfo/local_record.h"
 #include "controller/executor.h"
 #include "executor/app_files.h"
 #include "executor/block_confirm.h"
@@ -20,10 +23,12 @@ namespace {
 
 void TakeBack(const std::string& appId, int blockId, TLocker* lock) {
   TStatCtrl(appId, lock).Rollback(blockId);
+  // Only for an application that hosts registered: the folders in LocalLow are anybody's.
+  const std::optional<LocalRecord> record = ReadLocalRecord(appId);
   TAppInfo2 app(appId);
+  const StoreChanges one(app);
   const std::uint64_t now = NowSeconds();
-  // Where there is no record there is no report address either.
-  if (!app.IsRemoved() || !app.ShouldPing(now)) return;
+  if (!record || !record->removed || !app.ShouldPing(now)) return;
   LOG_I << "The application is removed: its statistics are sent once more.";
   TStatCtrl::SendStat(app, lock, now, LaunchPing);
 }

@@ -21,11 +21,14 @@ std::wstring SystemProgram(const wchar_t* name) {
 // kept to what every interpreter of that name understands.
 bool DeleteWhenEnded(const std::wstring& path) {
   const std::wstring shell = SystemProgram(L"cmd.exe");
+  const std::wstring pause = SystemProgram(L"ping.exe");
   // It would replace what stands between percent signs, even in quotes.
-  if (shell.empty() || path.find(L'%') != path.npos) return false;
+  if (shell.empty() || pause.empty() || path.find(L'%') != path.npos) return false;
   std::wstring commandLine = L"\"";
   commandLine.append(shell)
-      .append(L"\" /d /c for /l %i in (1,1,10) do (ping -n 2 127.0.0.1 & del /f /q \"")
+      .append(L"\" /d /c for /l %i in (1,1,10) do (\"")
+      .append(pause)
+      .append(L"\" -n 2 127.0.0.1 & del /f /q \"")
       .append(path)
       .append(L"\")");
   UniqueHandle process;

@@ -36,7 +36,7 @@ constexpr char kHelp[] =
     "  kupdate-exec --appid ID --silent-update-check\n"
     "  kupdate-exec --job {JOB}\n"
     "\n"
-    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage.\n";
+    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy.\n";
 
 int RunBareJob(const ExecutorCommand& command) {
   const ComApartment apartment;

@@ -128,6 +128,11 @@ std::string TStatCtrl::LastParam() {
 }
 
 std::optional<PingBlock> TStatCtrl::GetPingUrl(const std::string& baseUrl) {
+  return NextBlock(baseUrl, std::nullopt);
+}
+
+std::optional<PingBlock> TStatCtrl::NextBlock(const std::string& baseUrl,
+                                              std::optional<AppState> state) {
   LockScope lock(lock_);
   if (!lock) {
     kGetPingUrl.Postpone("Lock error");
@@ -138,7 +143,15 @@ std::optional<PingBlock> TStatCtrl::GetPingUrl(const std::string& baseUrl) {
     kGetPingUrl.Postpone("Read error");
     return {};
   }
-  std::optional<PingBlock> ping = CutBlock(baseUrl, &waiting);
+  const bool isChanged = state && waiting.AddState(*state);
+  std::optional<PingBlock> ping;
+  try {
+    ping = CutBlock(baseUrl, &waiting);
+  } catch (...) {
+    if (isChanged) waiting.Save(StatisticsPath());
+    throw;
+  }
+  if (!ping && isChanged) waiting.Save(StatisticsPath());
   lock.Release();
   if (ping) LOG_W << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
   return ping;
@@ -150,6 +163,7 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   if (!state) return {};
   const std::optional<int> id = FreeBlockId();
   if (!id) {
+    waiting->Merge(std::move(block));
     kGetPingUrl.Postpone("No free in-work file");
     return {};
   }
@@ -160,6 +174,7 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   // written the block must not be sent: it would be cut off and sent again and again.
   if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
     FileSystem::DeleteFile(InWorkPath(*id));
+    waiting->Merge(std::move(block));
     kGetPingUrl.Postpone("Write error");
     return {};
   }
@@ -198,8 +213,10 @@ void TStatCtrl::SendStat(TAppInfo2& app, TLocker* lock, std::uint64_t now, const
     return;
   }
   TStatCtrl statistics(app.AppId(), lock);
-  statistics.AddState(AppState{app.RecordPing(now)});
-  while (const std::optional<PingBlock> block = statistics.GetPingUrl(baseUrl)) {
+  std::optional<AppState> state = AppState{app.RecordPing(now)};
+  app.SaveChanges();
+  while (const std::optional<PingBlock> block =
+             statistics.NextBlock(baseUrl, std::exchange(state, std::nullopt))) {
     if (send(app.AppId(), *block)) continue;
     LOG_E << "Can't send statistic to ping_url: " << baseUrl;
     statistics.Rollback(block->id);

@@ -90,6 +90,8 @@ bool TStatHolder::Save(const std::string& path) const {
 }
 
 bool TStatHolder::AddState(AppState state) {
+  const std::size_t waiting = states_.size();
+  const AppState before = lastState_;
   switch (state) {
     case AppState::kInstall:
     case AppState::kUninstall:
@@ -108,7 +110,8 @@ bool TStatHolder::AddState(AppState state) {
   }
   lastState_ = state;  // an unknown one too: hosts read it back
   KeepFirstDayuse();
-  return true;
+  // A dayuse that already waits is the only state that can leave everything as it was.
+  return states_.size() != waiting || lastState_ != before;
 }
 
 void TStatHolder::KeepFirstDayuse() {

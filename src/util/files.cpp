@@ -27,6 +27,13 @@ bool PrepareString(const std::wstring& path, wchar_t* buffer) {
   return true;
 }
 
+FileSystem::ReadOutcome FileSystem::ReadFile(const std::string& path, std::string* content,
+                                             std::uint64_t maxBytes) {
+  const ReadOutcome outcome = ReadFileIfAny(path, content, maxBytes);
+  if (outcome == ReadOutcome::kMissing) LOG_E << "Can't open file: " << path;
+  return outcome;
+}
+
 std::string FileSystem::ReadFile(const std::string& path) {
   std::string content;
   ReadFile(path, &content);

@@ -46,14 +46,24 @@ std::int64_t GetFileSize(const std::wstring& path);
 namespace FileSystem {
 
 enum class ReadOutcome {
-  kRead,     ///< the whole file was read
-  kMissing,  ///< there is no such file or folder
-  kFailed,   ///< it is there and cannot be read
+  kRead,      ///< the whole file was read
+  kMissing,   ///< there is no such file or folder
+  kFailed,    ///< it is there and cannot be read
+  kTooLarge,  ///< it has more bytes than the caller accepts; nothing was read
 };
 
-/// Reads the whole file in text mode: CR LF becomes LF. Anything but kRead is logged and leaves
-/// `content` empty.
-ReadOutcome ReadFile(const std::string& path, std::string* content);
+/// No limit on the size of a file.
+inline constexpr std::uint64_t kAnySize = ~std::uint64_t{0};
+
+/// Reads the whole file in text mode: CR LF becomes LF. A file that another program holds open is
+/// tried again for 100 ms. Anything but kRead is logged and leaves `content` empty.
+/// @param maxBytes  a larger file is not read
+ReadOutcome ReadFile(const std::string& path, std::string* content,
+                     std::uint64_t maxBytes = kAnySize);
+
+/// The same for a file that need not exist: kMissing is not logged.
+ReadOutcome ReadFileIfAny(const std::string& path, std::string* content,
+                          std::uint64_t maxBytes = kAnySize);
 
 /// The same for callers to whom a file that cannot be read is an empty one.
 std::string ReadFile(const std::string& path);
@@ -82,6 +92,10 @@ void DeleteFile(const std::string& path);
 
 /// Copies the file over `target`. A failure is logged.
 bool CopyFile(const std::string& path, const std::string& target);
+
+/// Whether a name is a link: a junction, a symbolic link or another reparse point, to a file or a
+/// folder. False when nothing of that name exists.
+bool IsLink(const std::string& path);
 
 /// The day of the last modification, "%02d.%02d.%04d", local time. Empty on failure.
 std::string GetFileTime(const std::string& path);

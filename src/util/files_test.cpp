@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <thread>
+#include <vector>
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"
+#include "util/clock.h"
+#include "util/file_lock.h"
 #include "util/folders.h"
 #include "util/text.h"
 #include "util/text_mode.h"
@@ -103,7 +108,106 @@ TEST(FileSystem, MissingAndUnreadableAreNotTheSame) {
   EXPECT_EQ(FileSystem::ReadFile("", &content), FileSystem::ReadOutcome::kFailed);
 }
 
+TEST(FileSystem, ReadsNoMoreThanIsAccepted) {
+  const TestFile file;
+  WriteBytes(file.path, "12345678");
+  std::string content = "before";
+  const LogCapture capture;
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content, 8), FileSystem::ReadOutcome::kRead);
+  EXPECT_EQ(FileSystem::ReadFileIfAny(file.name + "2", &content),
+            FileSystem::ReadOutcome::kMissing);
+  EXPECT_EQ(capture.Lines().size(), 0u) << "a file that need not exist is no failure";
+  EXPECT_EQ(FileSystem::ReadFile(file.name, &content, 7), FileSystem::ReadOutcome::kTooLarge);
+  EXPECT_EQ(content, "");
+  EXPECT_TRUE(capture.Has("E:FileSystem::ReadFile: File too large:  " + file.name));
+}
+
+TEST(Folders, OneThatIsALinkIsRefused) {
+  const DataHome home;
+  const fs::path elsewhere = ProcessTempFolder() / "elsewhere";
+  fs::create_directories(elsewhere);
+  const DataFolder sound("app");
+  EXPECT_NE(sound.PathOf("f"), "");
+  EXPECT_NE(GetUpdaterLocalFolder("app", CreateFolder::kNo), L"");
+  for (const char* name : {"Krelix", "Krelix/Updater", "Krelix/Updater/app"}) {
+    for (const std::wstring& root :
+         {GetLocalAppDataLowFolder({}), GetLocalAppDataFolder({}, CreateFolder::kNo)}) {
+      const fs::path link = NativePath(NarrowUtf8(root)) / name;
+      SCOPED_TRACE(link.string());
+      fs::remove_all(link);
+      fs::create_directories(link.parent_path());
+      LinkFolder(link, elsewhere);
+      const LogCapture capture;
+      const DataFolder data("app");
+      const bool isRefused = data.PathOf("f").empty() && data.PathOf("g").empty();
+      EXPECT_NE(isRefused, GetUpdaterLocalFolder("app", CreateFolder::kYes).empty());
+      EXPECT_EQ(isRefused, root == GetLocalAppDataLowFolder({}));
+      EXPECT_EQ(capture.Lines().size(), 1u);
+      UnlinkFolder(link);
+    }
+  }
+  EXPECT_TRUE(fs::is_empty(elsewhere)) << "nothing was made where they led";
+}
+
+TEST(Folders, NamesAreReadAsTheIdsThatTheyWereMadeFrom) {
+  const DataHome home;
+  const std::wstring folder = WidenUtf8(GetUpdaterDataPath({}));
+  std::vector<std::string> ids = {"before"};
+  EXPECT_TRUE(ListAppIds(folder + L"missing\\", &ids));
+  EXPECT_EQ(ids, std::vector<std::string>());
+  for (const char* id : {"a b", "\xC3\xA9"}) home.AppFolder(id);
+  EXPECT_TRUE(ListAppIds(folder, &ids));
+  std::sort(ids.begin(), ids.end());
+  EXPECT_EQ(ids, (std::vector<std::string>{"a b", "\xC3\xA9"}));
+  MakeFolder(folder + L"\x65E5");
+  EXPECT_EQ(ListAppIds(folder, &ids), NarrowAnsi(L"\x65E5").has_value());
+  EXPECT_FALSE(ListAppIds(L"", &ids));
+}
+
+TEST(FileLock, IsHeldByOneAndWaitedForInBounds) {
+  const TestFile file;
+  FileLock first(file.name, 0);
+  FileLock impatient(file.name, 50);
+  FileLock patient(file.name, 60'000);
+  ASSERT_TRUE(first.Lock());
+  const LogCapture capture;
+  EXPECT_FALSE(impatient.Lock());
+  impatient.Unlock();
+  EXPECT_TRUE(capture.Has("E:FileLock::Lock: Lock file is held by another:  " + file.name));
+  std::thread holder([&] {
+    SleepMilliseconds(60);
+    first.Unlock();
+  });
+  EXPECT_TRUE(patient.Lock());
+  holder.join();
+  EXPECT_FALSE(first.Lock());
+  patient.Unlock();
+  EXPECT_TRUE(first.Lock()) << "a file that stayed behind is no lock that is held";
+  FileLock folder(file.folder.string(), 1000);
+  EXPECT_FALSE(folder.Lock());
+  EXPECT_TRUE(capture.Lines().back().starts_with("E:FileLock::Lock: Can't open lock file:  "))
+      << "what can never be opened is not waited for";
+}
+
 #ifndef _WIN32
+TEST(FileSystem, WritesNothingWhereALinkLeads) {
+  const TestFile file;
+  const fs::path victim = file.folder / "victim";
+  for (const std::string& link : {file.name + ".new", file.name, file.name + ".bak"}) {
+    WriteBytes(victim, "kept");
+    fs::remove(link);
+    fs::create_symlink(victim, link);
+    FileSystem::WriteFile(file.name, "written");
+    FileSystem::CopyFile(file.name, file.name + ".bak");
+    EXPECT_EQ(ReadBytes(victim), "kept") << link;
+    EXPECT_EQ(ReadBytes(file.name + ".bak"), "written");
+    FileLock lock((file.folder / "lock").string(), 0);
+    fs::create_symlink(victim, file.folder / "lock");
+    EXPECT_FALSE(lock.Lock());
+    fs::remove(file.folder / "lock");
+  }
+}
+
 TEST(FileSystem, AFullDiskLeavesTheOldContent) {
   const TestFile file;
   const std::string old(5000, 'o');
@@ -115,9 +219,13 @@ TEST(FileSystem, AFullDiskLeavesTheOldContent) {
       const bool fails = path.ends_with(".new") && isSiblingRefused
                              ? std::string_view(step) == "open"
                              : std::string_view(step) == "write on";
-      return fails ? ENOSPC : 0;
+      return fails && !path.ends_with(".log") ? ENOSPC : 0;
     });
-    EXPECT_FALSE(FileSystem::WriteFile(file.name, std::string(9000, 'n'))) << refused;
+    const LogCapture capture;
+    const std::string text(4500, '\n');
+    EXPECT_FALSE(FileSystem::WriteFile(file.name, text)) << refused;
+    EXPECT_TRUE(capture.Has("E:FileSystem::WriteFile: Try to write  4500, really -  " +
+                            std::string(refused ? "1000" : "2250")));
     EXPECT_FALSE(FileSystem::IsNameFree(file.name));
     SetFileStepGuard(nullptr);
     EXPECT_EQ(ReadBytes(file.path), old) << refused;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace FileSystem {
@@ -17,8 +18,12 @@ struct FileEntry {
 /// The files of a folder, in no order; folders are left out. Empty when it cannot be listed.
 std::vector<FileEntry> ListFiles(const std::string& folder);
 
-/// Removes a folder that is empty. False when it stays.
+/// Removes a folder that is empty. A link stays. False when it stays.
 bool RemoveEmptyFolder(const std::string& folder);
+
+/// Deletes those files of a folder whose names `isOurs` accepts. Follows no link: a folder that is
+/// one is left alone, which is logged, and nobody can put one in its place meanwhile.
+void DeleteFilesIn(const std::string& folder, bool (*isOurs)(std::string_view name));
 
 /// Renames a file within its volume, also a program that runs. False when that is refused.
 bool RenameFile(const std::string& path, const std::string& target);

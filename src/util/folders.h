@@ -3,9 +3,11 @@
 #ifndef KUPDATE_UTIL_FOLDERS_H_
 #define KUPDATE_UTIL_FOLDERS_H_
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 enum class CreateFolder { kNo, kYes };
 
@@ -37,9 +39,16 @@ std::wstring GetCommonAppDataFolder(const std::wstring& subPath);
 /// "Krelix" in the roaming folder, UTF-8, made: the user id and the identifier files.
 std::string GetMakerFolder();
 
-/// "Krelix\Updater" in the local folder.
+/// "Krelix\Updater" in the local folder. Empty, and logged, when one of these folders is a link.
 /// @param subPath  ANSI text
 std::wstring GetUpdaterLocalFolder(const std::string& subPath, CreateFolder create);
+
+/// The application ids that have a folder below `folder`, as the text from which such a folder's
+/// name is made.
+/// @param folder  ends with a backslash
+/// @param ids  empty when the folder is missing
+/// @return false when there may be more: the folder cannot be listed, or a name stands for no id.
+bool ListAppIds(const std::wstring& folder, std::vector<std::string>* ids);
 
 /// The per-user folder that low-integrity processes can write. Not made.
 std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath);
@@ -48,7 +57,8 @@ std::wstring GetLocalAppDataLowFolder(const std::wstring& subPath);
 std::wstring GetUpdaterLowFolder(const std::string& subPath);
 
 /// The folder of the stores' files, UTF-8: "Krelix\Updater\" in the low-integrity folder, which is
-/// made, then `subPath` (an application id), which is not.
+/// made, then `subPath` (an application id), which is not. Empty, and logged, when one of these
+/// folders is a link: any process of the user may have put it there.
 std::string GetUpdaterDataPath(const std::string& subPath);
 
 /// The folder of one application's files below that.
@@ -63,7 +73,7 @@ class DataFolder {
 
  private:
   std::string name_;
-  mutable std::string path_;
+  mutable std::optional<std::string> path_;
 };
 
 /// The folder for temporary files, made when absent.

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::int64_t kMaxLogBytes = 0x100000;
-
 std::string LogHeading() {
   const auto today = LocalNow();
   return "Log started at: " +
@@ -36,7 +34,7 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
   if (folder.empty()) return folder;
   MakeFolder(folder);
   std::wstring path = folder + OneComponent(fileName);
-  if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > kMaxLogBytes) {
+  if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > std::int64_t{kMaxLogBytes}) {
     std::wstring moved = path;
     JustUtil::BackupFile(moved);
   }
@@ -48,8 +46,11 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
 void LoadLogLevel() noexcept {
   try {
     DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
-    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser,
-                                                     L"Software\\Krelix", L"Log") == L"paranoiac");
+    constexpr wchar_t kKey[] = L"Software\\Krelix";
+    constexpr wchar_t kValue[] = L"Log";
+    if (JustUtil::IsValueNotExist(kKey, kValue)) return;
+    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, kKey, kValue) ==
+                    L"paranoiac");
   } catch (...) {
     return;  // a host is loading the library: no memory for a level, so it stays the usual one
   }

@@ -3,6 +3,7 @@
 #define KUPDATE_UTIL_PROCESS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "util/handle.h"
@@ -18,9 +19,19 @@ std::wstring ModulePath();
 /// thousand of them.
 void PinThisModule();
 
+/// Names one run of a process for all processes of the machine: its id and its time of creation. Empty
+/// on failure.
+std::string RunIdOf(const UniqueHandle& process);
+/// The same for this process.
+std::string OwnRunId();
+
+/// The exit code of a process that has ended; nothing while it runs.
+std::optional<std::uint32_t> ExitCodeOf(const UniqueHandle& process);
+
 class TEnvironment {
  public:
-  /// Starts a program without a window; it inherits no handles.
+  /// Starts a program without a window; it inherits no handles, and its current folder is the
+  /// system's, so that it looks for nothing in the folder that this process happens to be in.
   /// @param program      full path, given to the system as the application name, so that a path
   ///                     with blanks can start nothing else
   /// @param commandLine  the whole command line, program included

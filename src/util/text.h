@@ -3,6 +3,7 @@
 #define KUPDATE_UTIL_TEXT_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ std::string NarrowUtf8(std::wstring_view text);
 
 /// The system's ANSI code page to wide. Natively the same as WidenUtf8.
 std::wstring WidenAnsi(std::string_view text);
+
+/// Wide to the system's ANSI code page; nothing when that has no exact form. Natively UTF-8.
+std::optional<std::string> NarrowAnsi(std::wstring_view text);
 
 /// windows-1251 to UTF-8. Total: the one unassigned byte, 0x98, becomes U+0098.
 std::string Utf8FromCp1251(std::string_view bytes);

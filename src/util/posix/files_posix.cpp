@@ -3,6 +3,7 @@
 #include "util/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "util/append_file.h"
 #include "util/diag_log.h"
@@ -44,24 +46,35 @@ class OpenFile {
   ~OpenFile() {
     if (file_ >= 0) close(file_);
   }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
+  OpenFile(OpenFile&& other) noexcept
+      : path_(std::move(other.path_)), file_(std::exchange(other.file_, -1)) {}
 
   explicit operator bool() const { return file_ >= 0; }
+
+  bool LockAlone() const { return flock(file_, LOCK_EX) == 0; }
+
+  bool IsNamed(const std::string& path) const {
+    struct stat own;
+    struct stat named;
+    return fstat(file_, &own) == 0 && MayDo("look", path) && stat(path.c_str(), &named) == 0 &&
+           own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+  }
 
   std::size_t Size() const {
     struct stat status;
     return fstat(file_, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
   }
 
-  bool ReadAll(std::string* content) const {
-    if (!MayDo("read", path_)) return false;
+  FileSystem::ReadOutcome ReadAll(std::uint64_t maxBytes, std::string* content) const {
+    using FileSystem::ReadOutcome;
+    if (!MayDo("read", path_)) return ReadOutcome::kFailed;
     char piece[4096];
     ssize_t count = 0;
     while ((count = read(file_, piece, sizeof piece)) > 0) {
       content->append(piece, static_cast<std::size_t>(count));
+      if (content->size() > maxBytes) return ReadOutcome::kTooLarge;
     }
-    return count == 0;
+    return count == 0 ? ReadOutcome::kRead : ReadOutcome::kFailed;
   }
 
   // Where someone watches the steps, a write is two: a disk may be full in the middle of one.
@@ -89,18 +102,25 @@ class OpenFile {
     return written < 0 ? 0 : static_cast<std::size_t>(written);
   }
 
-  const std::string path_;
-  const int file_;
+  std::string path_;
+  int file_;
 };
 
-constexpr int kReplaceFlags = O_WRONLY | O_CREAT | O_TRUNC;
-
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
+
+bool Unlink(const std::string& path) { return MayDo("unlink", path) && unlink(path.c_str()) == 0; }
+
+// A new file: what a killed process left, or a link, goes.
+OpenFile MakeFile(const std::string& path) {
+  constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL;
+  OpenFile file(path, kNew);
+  return !file && errno == EEXIST && Unlink(path) ? OpenFile(path, kNew) : std::move(file);
+}
 
 // Writes `bytes` onto the disk, as on Windows.
 WriteOutcome WriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
   *written = 0;
-  const OpenFile file(path, kReplaceFlags);
+  const OpenFile file = MakeFile(path);
   if (!file) return WriteOutcome::kNotOpened;
   *written = file.Write(bytes);
   if (*written != bytes.size()) return WriteOutcome::kShort;
@@ -111,7 +131,7 @@ WriteOutcome WriteBytes(const std::string& path, std::string_view bytes, std::si
 // What is beyond the old end comes first, as on Windows.
 WriteOutcome OverwriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
   *written = 0;
-  const OpenFile file(path, O_WRONLY | O_CREAT);
+  const OpenFile file(path, O_WRONLY | O_CREAT | O_NOFOLLOW);
   if (!file) return WriteOutcome::kNotOpened;
   const std::size_t oldSize = file.Size();
   const std::size_t kept = std::min(oldSize, bytes.size());
@@ -131,10 +151,6 @@ bool Rename(const std::string& from, const std::string& to) {
   return MayDo("rename", to) && std::rename(from.c_str(), to.c_str()) == 0;
 }
 
-void Unlink(const std::string& path) {
-  if (MayDo("unlink", path)) unlink(path.c_str());
-}
-
 // "\<name>\" in the folder that the environment gives to the tests.
 std::wstring HomeFolder(const wchar_t* name) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
@@ -147,6 +163,15 @@ std::wstring HomeFolder(const wchar_t* name) {
 bool AppendToFile(const std::wstring& path, std::string_view text) {
   const OpenFile file(Native(path), O_WRONLY | O_CREAT | O_APPEND);
   return file && file.Write(text) == text.size();
+}
+
+void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
+  const std::string native = Native(path);
+  const OpenFile file(native, O_RDWR);
+  // Those who wait here find afterwards that the name is another file's.
+  if (file && file.LockAlone() && file.Size() > maxBytes && file.IsNamed(native)) {
+    Rename(native, native + ".bak");
+  }
 }
 
 void MakeFolder(const std::wstring& path) {
@@ -199,17 +224,21 @@ void BackupFile(std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFileIfAny(const std::string& path, std::string* content, std::uint64_t maxBytes) {
   content->clear();
   const OpenFile file(Native(path), O_RDONLY);
-  if (!file || !file.ReadAll(content)) {  // a folder can be opened here, but not read
-    const int code = errno;
-    content->clear();
-    LOG_E << "Can't open file: " << path;
-    return !file && !path.empty() && code == ENOENT ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+  if (!file && !path.empty() && errno == ENOENT) return ReadOutcome::kMissing;
+  const ReadOutcome outcome = file ? file.ReadAll(maxBytes, content) : ReadOutcome::kFailed;
+  if (outcome == ReadOutcome::kRead) {
+    DropCrBeforeLf(content);
+    return outcome;
   }
-  DropCrBeforeLf(content);
-  return ReadOutcome::kRead;
+  content->clear();
+  const bool isLarge = outcome == ReadOutcome::kTooLarge;
+  // A folder can be opened here, but not read.
+  LogAs("FileSystem::ReadFile", __LINE__, "E:")
+      << (isLarge ? "File too large: " : "Can't open file: ") << path;
+  return outcome;
 }
 
 // The same steps in the same order as on Windows: proofs that run here speak for both.
@@ -237,7 +266,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
       LOG_E << "Can't open file: " << path;
       return false;
     case WriteOutcome::kShort:
-      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      LOG_E << "Try to write " << content.size() << ", really - " << TextBytesIn(content, written);
       return false;
   }
   return false;
@@ -273,10 +302,17 @@ bool CopyFile(const std::string& path, const std::string& target) {
   std::string bytes;
   std::size_t written = 0;
   const OpenFile source(Native(path), O_RDONLY);
-  const bool copied = source && source.ReadAll(&bytes) &&
+  const bool copied = source && source.ReadAll(kAnySize, &bytes) == ReadOutcome::kRead &&
                       WriteBytes(Native(target), bytes, &written) == WriteOutcome::kWritten;
   if (!copied) LOG_E << "CopyFile error. Path: " << path << kLastError;
   return copied;
+}
+
+bool IsLink(const std::string& path) {
+  std::string native = Native(path);
+  while (native.ends_with('/')) native.pop_back();
+  struct stat status;
+  return MayDo("look", native) && lstat(native.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 std::string GetFileTime(const std::string& path) {

@@ -59,6 +59,12 @@ std::string NarrowUtf8(std::wstring_view text) {
   return narrow;
 }
 
+std::optional<std::string> NarrowAnsi(std::wstring_view text) {
+  std::string narrow = NarrowUtf8(text);
+  if (WidenUtf8(narrow) != text) return {};
+  return narrow;
+}
+
 bool EqualsIgnoreCase(std::wstring_view a, std::wstring_view b) {
   const auto lower = [](wchar_t c) { return std::towlower(static_cast<std::wint_t>(c)); };
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),

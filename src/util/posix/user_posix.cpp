@@ -50,11 +50,19 @@ bool WriteIntToRegistry(const std::wstring& keyPath, const std::wstring& valueNa
   return true;
 }
 
+bool ReadIntFromRegistry(RegistryRoot, const std::wstring& keyPath, const std::wstring& valueName,
+                         std::uint32_t* value) {
+  const auto found = CurrentUser().find({keyPath, valueName});
+  if (found == CurrentUser().end()) return false;
+  *value = found->second;
+  return true;
+}
+
 bool RemoveValue(const std::wstring& keyPath, const std::wstring& valueName) {
   return CurrentUser().erase({keyPath, valueName}) == 1;
 }
 
-bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName) {
+bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName, RegistryRoot) {
   return CurrentUser().count({keyPath, valueName}) == 0;
 }
 

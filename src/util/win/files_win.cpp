@@ -2,46 +2,70 @@
 #include "util/win/unique.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 #include <new>
+#include <vector>
 
 #include "util/append_file.h"
-#include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "util/text_mode.h"
+#include "util/win/while_held.h"
 
 namespace {
 
 // Whoever reads a state file must not keep others from replacing it meanwhile.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-constexpr unsigned kReplaceTries = 10;
-constexpr unsigned kReplacePauseMilliseconds = 10;
+bool IsLink(DWORD attributes) {
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+bool IsMissing(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
 
 UniqueFile OpenForReading(const std::wstring& path) {
-  return UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  UniqueFile file;
+  TryWhileHeld(path, Use::kRead, [&] {
+    file.reset(::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                             FILE_ATTRIBUTE_NORMAL, nullptr));
+    return static_cast<bool>(file);
+  });
+  return file;
 }
 
+// A link is opened itself, so that nothing is written to the file that it leads to.
 UniqueFile OpenForWriting(const std::wstring& path, DWORD disposition) {
   return UniqueFile(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+                                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-bool ReadAll(HANDLE file, std::string* content) {
-  LARGE_INTEGER size;
-  if (!::GetFileSizeEx(file, &size) || size.QuadPart > std::numeric_limits<std::int32_t>::max()) {
-    return false;
+// A new file: what a killed process left, or a link, goes.
+UniqueFile MakeFile(const std::wstring& path) {
+  UniqueFile file = OpenForWriting(path, CREATE_NEW);
+  if (!file && ::GetLastError() == ERROR_FILE_EXISTS && ::DeleteFileW(path.c_str())) {
+    file = OpenForWriting(path, CREATE_NEW);
   }
+  return file;
+}
+
+FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string* content) {
+  using FileSystem::ReadOutcome;
+  LARGE_INTEGER size;
+  if (!::GetFileSizeEx(file, &size)) return ReadOutcome::kFailed;
+  if (static_cast<std::uint64_t>(size.QuadPart) > maxBytes) return ReadOutcome::kTooLarge;
+  if (size.QuadPart > std::numeric_limits<std::int32_t>::max()) return ReadOutcome::kFailed;
   content->resize(static_cast<std::size_t>(size.QuadPart));
   DWORD read = 0;
   if (!::ReadFile(file, content->data(), static_cast<DWORD>(content->size()), &read, nullptr)) {
-    return false;
+    return ReadOutcome::kFailed;
   }
   content->resize(read);
-  return true;
+  return ReadOutcome::kRead;
 }
 
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
@@ -50,7 +74,7 @@ enum class WriteOutcome { kWritten, kNotOpened, kShort };
 // bring an empty file with it.
 WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
-  const UniqueFile file = OpenForWriting(path, CREATE_ALWAYS);
+  const UniqueFile file = MakeFile(path);
   if (!file) return WriteOutcome::kNotOpened;
   ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr);
   if (*written != bytes.size()) return WriteOutcome::kShort;
@@ -79,7 +103,9 @@ WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DW
   *written = 0;
   const UniqueFile file = OpenForWriting(path, OPEN_ALWAYS);
   LARGE_INTEGER size;
-  if (!file || !::GetFileSizeEx(file.get(), &size)) return WriteOutcome::kNotOpened;
+  if (!file || IsLink(::GetFileAttributesW(path.c_str())) || !::GetFileSizeEx(file.get(), &size)) {
+    return WriteOutcome::kNotOpened;
+  }
   const auto oldSize = static_cast<std::size_t>(size.QuadPart);
   const std::size_t kept = std::min(oldSize, bytes.size());
   if (!WriteAt(file.get(), kept, bytes.substr(kept), written)) {
@@ -92,33 +118,25 @@ WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DW
   return WriteOutcome::kWritten;
 }
 
-// Whether a target that refuses to be replaced may do so only because a program has it open.
-bool MayBeHeld(const std::wstring& target, DWORD error) {
-  if (error == ERROR_SHARING_VIOLATION) return true;
-  if (error != ERROR_ACCESS_DENIED) return false;
-  const DWORD attributes = ::GetFileAttributesW(target.c_str());
-  return attributes == INVALID_FILE_ATTRIBUTES ||
-         (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY)) == 0;
-}
-
-// A program that has the target open (a scanner, an editor) is given a moment to let it go.
-template <class Change>
-bool TryWhileHeld(const std::wstring& target, Change change) {
-  for (unsigned tries = 0; !change(); ++tries) {
-    if (tries == kReplaceTries || !MayBeHeld(target, ::GetLastError())) return false;
-    SleepMilliseconds(kReplacePauseMilliseconds);
-  }
-  return true;
-}
-
 bool Replace(const std::wstring& target, const std::wstring& replacement) {
-  return TryWhileHeld(target, [&] {
+  return TryWhileHeld(target, Use::kChange, [&] {
     return ::MoveFileExW(replacement.c_str(), target.c_str(),
                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
   });
 }
 
 }  // namespace
+
+// Where access is denied for good nobody is made to wait at each read.
+bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
+  if (error == ERROR_SHARING_VIOLATION) return true;
+  if (error != ERROR_ACCESS_DENIED) return false;
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  // One that goes when its last reader closes it tells not even its attributes.
+  if (attributes == INVALID_FILE_ATTRIBUTES) return true;
+  constexpr DWORD kNeverChanged = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+  return use == Use::kChange && (attributes & kNeverChanged) == 0;
+}
 
 bool AppendToFile(const std::wstring& path, std::string_view text) {
   const UniqueFile file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
@@ -129,6 +147,27 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
   return ::WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
                      nullptr) &&
          written == bytes.size();
+}
+
+// By a handle: what another process has moved aside meanwhile is renamed to the name that it has, and the
+// new file is not taken for it.
+void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
+  const UniqueFile file(::CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, kShareAll,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  LARGE_INTEGER size;
+  if (!file || !::GetFileSizeEx(file.get(), &size) ||
+      static_cast<std::uint64_t>(size.QuadPart) <= maxBytes) {
+    return;
+  }
+  const std::wstring backup = path + L".bak";
+  const std::size_t nameBytes = backup.size() * sizeof(wchar_t);
+  std::vector<std::byte> buffer(sizeof(FILE_RENAME_INFO) + nameBytes);  // and an ending zero
+  auto* const rename = new (buffer.data()) FILE_RENAME_INFO{};
+  rename->ReplaceIfExists = TRUE;
+  rename->FileNameLength = static_cast<DWORD>(nameBytes);
+  std::memcpy(rename->FileName, backup.c_str(), nameBytes);
+  ::SetFileInformationByHandle(file.get(), FileRenameInfo, rename,
+                               static_cast<DWORD>(buffer.size()));
 }
 
 namespace JustUtil {
@@ -171,26 +210,30 @@ std::int64_t GetFileSize(const std::wstring& path) {
 
 namespace FileSystem {
 
-ReadOutcome ReadFile(const std::string& path, std::string* content) {
+ReadOutcome ReadFileIfAny(const std::string& path, std::string* content, std::uint64_t maxBytes) {
+  constexpr std::string_view kOperation = "FileSystem::ReadFile";
   content->clear();
   const UniqueFile file = OpenForReading(WidenUtf8(path));
   if (!file) {
-    const DWORD error = ::GetLastError();
-    LOG_E << "Can't open file: " << path;
-    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-    return missing && !path.empty() ? ReadOutcome::kMissing : ReadOutcome::kFailed;
+    if (IsMissing(::GetLastError()) && !path.empty()) return ReadOutcome::kMissing;
+    LogAs(kOperation, __LINE__, "E:") << "Can't open file: " << path;
+    return ReadOutcome::kFailed;
   }
+  ReadOutcome outcome = ReadOutcome::kFailed;
   try {
-    if (ReadAll(file.get(), content)) {
+    outcome = ReadAll(file.get(), maxBytes, content);
+    if (outcome == ReadOutcome::kRead) {
       DropCrBeforeLf(content);
-      return ReadOutcome::kRead;
+    } else if (outcome == ReadOutcome::kTooLarge) {
+      LogAs(kOperation, __LINE__, "E:") << "File too large: " << path;
+    } else {
+      LogAs(kOperation, __LINE__, "E:") << "Can't read file: " << path << kLastError;
     }
-    LOG_E << "Can't read file: " << path << kLastError;
   } catch (const std::bad_alloc&) {
-    LOG_E << "Can't read file: " << path << "Out of memory.";
+    LogAs(kOperation, __LINE__, "E:") << "Can't read file: " << path << "Out of memory.";
   }
-  content->clear();
-  return ReadOutcome::kFailed;
+  if (outcome != ReadOutcome::kRead) content->clear();
+  return outcome;
 }
 
 bool WriteFile(const std::string& path, std::string_view content) {
@@ -220,7 +263,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
       LOG_E << "Can't open file: " << path;
       return false;
     case WriteOutcome::kShort:
-      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      LOG_E << "Try to write " << content.size() << ", really - " << TextBytesIn(content, written);
       return false;
   }
   return false;
@@ -231,8 +274,7 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW((WidenUtf8(path) + L"*").c_str(), &data));
   if (!find) {
-    const DWORD error = ::GetLastError();
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return IsMissing(::GetLastError());
   }
   do {
     const std::wstring_view name = data.cFileName;
@@ -246,8 +288,7 @@ bool IsNameFree(const std::string& path) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW(WidenUtf8(path).c_str(), &data));
   if (find) return false;
-  const DWORD error = ::GetLastError();
-  const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  const bool missing = IsMissing(::GetLastError());
   if (!missing) LOG_E << "Can't look for file: " << path << kLastError;
   return missing && !path.empty();
 }
@@ -258,13 +299,27 @@ bool IsFileExist(const std::string& path) {
 
 void DeleteFile(const std::string& path) {
   const std::wstring target = WidenUtf8(path);
-  TryWhileHeld(target, [&] { return ::DeleteFileW(target.c_str()) != 0; });
+  TryWhileHeld(target, Use::kChange, [&] { return ::DeleteFileW(target.c_str()) != 0; });
 }
 
 bool CopyFile(const std::string& path, const std::string& target) {
-  if (::CopyFileW(WidenUtf8(path).c_str(), WidenUtf8(target).c_str(), FALSE)) return true;
+  const std::wstring from = WidenUtf8(path);
+  const std::wstring to = WidenUtf8(target);
+  // The copy must not land where a link leads to.
+  if (::IsLink(::GetFileAttributesW(to.c_str()))) ::DeleteFileW(to.c_str());
+  if (TryWhileHeld(from, Use::kRead,
+                   [&] { return ::CopyFileW(from.c_str(), to.c_str(), FALSE) != 0; })) {
+    return true;
+  }
   LOG_E << "CopyFile error. Path: " << path << kLastError;
   return false;
+}
+
+bool IsLink(const std::string& path) {
+  std::wstring name = WidenUtf8(path);
+  // A name that ends so may be looked at behind the link.
+  while (name.ends_with(L'\\')) name.pop_back();
+  return ::IsLink(::GetFileAttributesW(name.c_str()));
 }
 
 std::string GetFileTime(const std::string& path) {

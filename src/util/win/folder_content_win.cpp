@@ -1,10 +1,29 @@
 #include "util/folder_content.h"
 
 #include "util/diag_log.h"
+#include "util/files.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "util/win/file_time.h"
 #include "util/win/unique.h"
+#include "util/win/while_held.h"
+
+namespace {
+
+// Opens a folder so that it can be neither renamed nor removed, nor replaced by a link, until that is
+// closed.
+UniqueFile HoldFolder(const std::wstring& folder) {
+  UniqueFile held;
+  TryWhileHeld(folder, Use::kRead, [&] {
+    held.reset(::CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr,
+                             OPEN_EXISTING,
+                             FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return static_cast<bool>(held);
+  });
+  return held;
+}
+
+}  // namespace
 
 namespace FileSystem {
 
@@ -22,7 +41,27 @@ std::vector<FileEntry> ListFiles(const std::string& folder) {
 }
 
 bool RemoveEmptyFolder(const std::string& folder) {
-  return !folder.empty() && ::RemoveDirectoryW(WidenUtf8(folder).c_str());
+  return !folder.empty() && !IsLink(folder) && ::RemoveDirectoryW(WidenUtf8(folder).c_str());
+}
+
+void DeleteFilesIn(const std::string& folder, bool (*isOurs)(std::string_view name)) {
+  if (folder.empty()) return;
+  const UniqueFile held = HoldFolder(WidenUtf8(folder));
+  if (!held) {
+    const DWORD error = ::GetLastError();
+    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    if (!missing) LOG_E << "Can't hold folder: " << folder << kLastError;
+    return;
+  }
+  // Asked now: until the folder is let go, its name stands for it.
+  if (IsLink(folder)) {
+    LOG_E << "Folder left alone, it is a link: " << folder;
+    return;
+  }
+  for (const FileEntry& file : ListFiles(folder)) {
+    // The system deletes a link itself, never what it leads to.
+    if (isOurs(file.name)) DeleteFile(folder + file.name);
+  }
 }
 
 bool RenameFile(const std::string& path, const std::string& target) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "util/text.h"
 #include "util/win/windows_lean.h"
 
 namespace {
@@ -13,6 +14,22 @@ std::wstring PathOf(HMODULE module, DWORD chars) {
   std::wstring path(chars, L'\0');
   path.resize(::GetModuleFileNameW(module, path.data(), chars));
   return path;
+}
+
+std::wstring SystemFolder() {
+  wchar_t path[MAX_PATH];
+  const UINT length = ::GetSystemDirectoryW(path, MAX_PATH);
+  return length < MAX_PATH ? std::wstring(path, length) : std::wstring();
+}
+
+// The id alone is soon another process's.
+std::string RunId(HANDLE process) {
+  FILETIME created;
+  FILETIME ignored;
+  const DWORD id = ::GetProcessId(process);
+  if (id == 0 || !::GetProcessTimes(process, &created, &ignored, &ignored, &ignored)) return {};
+  const std::uint64_t ticks = (std::uint64_t{created.dwHighDateTime} << 32) | created.dwLowDateTime;
+  return DecimalText(id) + "-" + DecimalText(static_cast<std::int64_t>(ticks));
 }
 
 }  // namespace
@@ -37,16 +54,31 @@ void PinThisModule() {
                        reinterpret_cast<LPCWSTR>(&PinThisModule), &module);
 }
 
+std::string RunIdOf(const UniqueHandle& process) { return RunId(process.get()); }
+
+std::string OwnRunId() { return RunId(::GetCurrentProcess()); }
+
+std::optional<std::uint32_t> ExitCodeOf(const UniqueHandle& process) {
+  DWORD code = 0;
+  if (::WaitForSingleObject(process.get(), 0) != WAIT_OBJECT_0 ||
+      !::GetExitCodeProcess(process.get(), &code)) {
+    return {};
+  }
+  return code;
+}
+
 std::uint32_t TEnvironment::Execute(const std::wstring& program, std::wstring commandLine,
                                     UniqueHandle* process) {
   if (program.empty()) return ERROR_FILE_NOT_FOUND;
+  const std::wstring systemFolder = SystemFolder();
+  if (systemFolder.empty()) return ERROR_PATH_NOT_FOUND;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESHOWWINDOW;
   startup.wShowWindow = SW_HIDE;
   PROCESS_INFORMATION started = {};
   if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
-                        CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
+                        CREATE_NO_WINDOW, nullptr, systemFolder.c_str(), &startup, &started)) {
     return ::GetLastError();
   }
   const UniqueHandle thread(started.hThread);

@@ -134,12 +134,14 @@ bool IsKeyNotExist(const std::wstring& keyPath) {
   return status == ERROR_FILE_NOT_FOUND;
 }
 
-bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName) {
+bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName,
+                     RegistryRoot root) {
   LSTATUS status = 0;
-  const UniqueKey key = OpenKey(RegistryRoot::kCurrentUser, keyPath, KEY_READ, &status);
+  const UniqueKey key = OpenKey(root, keyPath, KEY_READ, &status);
   if (!key) {
+    if (IsMissing(status)) return true;
     LOG_E << "Can't open key: " << keyPath;
-    return IsMissing(status);
+    return false;
   }
   status = ::RegQueryValueExW(key.get(), valueName.c_str(), nullptr, nullptr, nullptr, nullptr);
   return status == ERROR_FILE_NOT_FOUND;

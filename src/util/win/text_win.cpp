@@ -12,17 +12,27 @@ std::wstring Widen(UINT codePage, std::string_view text) {
   return wide;
 }
 
+std::string Narrow(UINT codePage, std::wstring_view text) {
+  const int chars = static_cast<int>(text.size());
+  const int bytes =
+      ::WideCharToMultiByte(codePage, 0, text.data(), chars, nullptr, 0, nullptr, nullptr);
+  std::string narrow(static_cast<std::size_t>(bytes), '\0');
+  ::WideCharToMultiByte(codePage, 0, text.data(), chars, narrow.data(), bytes, nullptr, nullptr);
+  return narrow;
+}
+
 }  // namespace
 
 std::wstring WidenUtf8(std::string_view text) { return Widen(CP_UTF8, text); }
 std::wstring WidenAnsi(std::string_view text) { return Widen(CP_ACP, text); }
 
-std::string NarrowUtf8(std::wstring_view text) {
-  const int chars = static_cast<int>(text.size());
-  const int bytes =
-      ::WideCharToMultiByte(CP_UTF8, 0, text.data(), chars, nullptr, 0, nullptr, nullptr);
-  std::string narrow(static_cast<std::size_t>(bytes), '\0');
-  ::WideCharToMultiByte(CP_UTF8, 0, text.data(), chars, narrow.data(), bytes, nullptr, nullptr);
+std::string NarrowUtf8(std::wstring_view text) { return Narrow(CP_UTF8, text); }
+
+// Not by the flags that refuse what has no exact form: a system whose code page is UTF-8 does not take
+// them.
+std::optional<std::string> NarrowAnsi(std::wstring_view text) {
+  std::string narrow = Narrow(CP_ACP, text);
+  if (WidenAnsi(narrow) != text) return {};
   return narrow;
 }
 

@@ -1,0 +1,47 @@
+#include "proof/service_waits.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "proof/service_faults.h"
+#include "proof/service_stage.h"
+#include "testing/dll_client.h"
+
+using namespace testing_dll;
+
+namespace proof {
+
+bool WaitBehindStarts(int starts) {
+  constexpr char kAppId[] = "waits";
+  constexpr std::int32_t kWaitMilliseconds = 30000;
+  using Steady = std::chrono::steady_clock;
+  PlaceExecutor(Setting(L"KUPDATE_EXEC"));
+  const std::string feed = Publish("waits-feed", Feed());
+  const std::string report = Publish("waits-report", "ok");
+  int wrong = 0;
+  std::int64_t longest = 0;
+  for (int i = 0; i < starts; ++i) {
+    SetTimesBack(kAppId, 2 * kSecondsPerDay);
+    Dll().onApplicationStartup(kAppId, "win64", feed.c_str(), report.c_str(), 3600, 1, 0, 0, 0,
+                               true);
+    bool found = false;
+    const auto begin = Steady::now();
+    const kupdate_status status = Dll().isUpgradeAvailable(kAppId, kWaitMilliseconds, &found);
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Steady::now() - begin);
+    longest = std::max<std::int64_t>(longest, took.count());
+    if (status == KUPDATE_S_OK && found) continue;
+    ++wrong;
+    std::fprintf(stderr, "  start %d: status %d, \"no\" after %lld ms\n", i, status,
+                 static_cast<long long>(took.count()));
+  }
+  const bool held = Eventually([] { return LiveJobs().empty(); }) && wrong == 0;
+  std::printf(
+      "| a host that waits for a check right behind its start learns of a published update | "
+      "%d starts with reports on | %d wrong answers, longest wait %lld ms | %s |\n",
+      starts, wrong, static_cast<long long>(longest), held ? "yes" : "**no**");
+  std::fflush(stdout);
+  return held;
+}
+
+}  // namespace proof

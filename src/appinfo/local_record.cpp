@@ -1,0 +1,137 @@
+#include "appinfo/local_record.h"
+
+#include <utility>
+
+#include "appinfo/app_info.h"
+#include "util/diag_log.h"
+#include "util/file_lock.h"
+#include "util/files.h"
+#include "util/folders.h"
+#include "util/log_line.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr unsigned kLockWaitMilliseconds = 5000;
+
+constexpr char kRecordFile[] = "local.xml";
+constexpr char kAnswerFile[] = "answer.xml";
+constexpr char kLockFile[] = "local.lock";
+
+std::string LocalPath(const std::string& appId, CreateFolder create, std::string_view name) {
+  const std::wstring folder = GetUpdaterLocalFolder(appId, create);
+  return folder.empty() ? std::string() : NarrowUtf8(folder).append(name);
+}
+
+// Values as every store keeps them, in a file of this folder. It brings no lock of its own.
+class LocalStore final : public TAppInfo {
+ public:
+  LocalStore(const std::string& appId, const char* name)
+      : TAppInfo(appId, nullptr), path_(LocalPath(appId, CreateFolder::kNo, name)) {}
+
+  std::string Path() const override { return path_; }
+
+ private:
+  std::string path_;
+};
+
+enum class Found { kRecord, kNothing, kUnreadable };
+
+Found Load(const std::string& appId, LocalRecord* record) {
+  LocalStore store(appId, kRecordFile);
+  if (store.Path().empty()) return Found::kUnreadable;
+  if (FileSystem::IsNameFree(store.Path())) return Found::kNothing;
+  const StoreChanges one(store);
+  if (!store.IsValueExist("VerMajor")) return Found::kUnreadable;
+  record->version = std::uint64_t{store.VerMajor()} << 48 | std::uint64_t{store.VerMinor()} << 32 |
+                    std::uint64_t{store.VerSubver()} << 16 | store.VerBuild();
+  record->platform = store.Platform();
+  record->executor = store.Read("UpdaterPath");
+  record->release = store.ReadFlag("Release");
+  record->removed = store.IsRemoved();
+  return Found::kRecord;
+}
+
+std::uint16_t PartOf(std::uint64_t version, int shift) {
+  return static_cast<std::uint16_t>(version >> shift);
+}
+
+bool Save(const std::string& appId, const LocalRecord& record) {
+  LocalStore store(appId, kRecordFile);
+  const StoreChanges one(store);
+  store.SetVersion(PartOf(record.version, 48), PartOf(record.version, 32),
+                   PartOf(record.version, 16), PartOf(record.version, 0));
+  store.Write("Platform", record.platform);
+  store.Write("UpdaterPath", record.executor);
+  store.WriteFlag("Release", record.release);
+  store.WriteFlag("Remove", record.removed);
+  return store.SaveChanges();
+}
+
+// Both values of an answer in one step.
+bool WritePair(const std::string& appId, const char* nameKey, const std::string& name,
+               const char* valueKey, std::int64_t value) {
+  GetUpdaterLocalFolder(appId, CreateFolder::kYes);
+  LocalStore store(appId, kAnswerFile);
+  const StoreChanges one(store);
+  store.Write(nameKey, name);
+  store.WriteNumber(valueKey, value);
+  return store.SaveChanges();
+}
+
+std::optional<std::int64_t> ReadPair(const std::string& appId, const char* nameKey,
+                                     const std::string& name, const char* valueKey) {
+  LocalStore store(appId, kAnswerFile);
+  const StoreChanges one(store);
+  if (name.empty() || store.Read(nameKey) != name || !store.IsValueExist(valueKey)) return {};
+  return store.ReadNumber(valueKey);
+}
+
+}  // namespace
+
+std::optional<LocalRecord> ReadLocalRecord(const std::string& appId) {
+  LocalRecord record;
+  return Load(appId, &record) == Found::kRecord ? std::optional<LocalRecord>(record) : std::nullopt;
+}
+
+bool ChangeLocalRecord(const std::string& appId, const std::function<void(LocalRecord&)>& edit) {
+  const auto isDone = [&](LocalRecord* wanted) {
+    LocalRecord record;
+    const Found found = Load(appId, &record);
+    *wanted = record;
+    edit(*wanted);
+    return found == Found::kRecord && *wanted == record;
+  };
+  LocalRecord record;
+  // The usual start changes nothing, and takes no lock for that.
+  if (isDone(&record)) return true;
+  FileLock lock(LocalPath(appId, CreateFolder::kYes, kLockFile), kLockWaitMilliseconds);
+  const LockScope scope(&lock);
+  if (scope && (isDone(&record) || Save(appId, record))) return true;
+  LOG_E << "The local record was not written:" << appId;
+  return false;
+}
+
+bool IsLiving(const std::string& appId) {
+  LocalRecord record;
+  const Found found = Load(appId, &record);
+  return found == Found::kUnreadable || (found == Found::kRecord && !record.removed);
+}
+
+bool WriteAnswer(const std::string& appId, const CheckAnswer& answer) {
+  return WritePair(appId, "CheckJob", answer.job, "UpgradeAvailable", answer.found ? 1 : 0);
+}
+
+bool WriteAnswer(const std::string& appId, const InstallAnswer& answer) {
+  return WritePair(appId, "InstallRun", answer.run, "DistroExitCode", answer.code);
+}
+
+std::optional<bool> ReadCheckAnswer(const std::string& appId, const std::string& job) {
+  const auto value = ReadPair(appId, "CheckJob", job, "UpgradeAvailable");
+  return value ? std::optional<bool>(*value != 0) : std::nullopt;
+}
+
+std::optional<std::int32_t> ReadInstallAnswer(const std::string& appId, const std::string& run) {
+  const auto value = ReadPair(appId, "InstallRun", run, "DistroExitCode");
+  return value ? std::optional<std::int32_t>(static_cast<std::int32_t>(*value)) : std::nullopt;
+}

@@ -1,0 +1,46 @@
+// Waiting for the executor's answer, and telling it from those of others.
+#ifndef KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
+#define KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "util/event.h"
+#include "util/handle.h"
+
+struct CheckWait {
+  std::uint32_t result = kWaitTimeout;  ///< kWaitSignalled when the answer came
+  bool found = false;
+};
+
+/// Waits until the executor has judged the feed of this very job. The answer of an older check, whose
+/// executor signals the same event, does not end the wait, and neither does a signal that another host
+/// took.
+/// @param job           the id of the check's job
+/// @param milliseconds  negative: without limit
+CheckWait WaitForCheck(const std::string& appId, const std::string& job, const UniqueHandle& event,
+                       std::int32_t milliseconds);
+
+struct InstallWait {
+  std::uint32_t result = kWaitFailed;  ///< 0 after a signal, 1 when the process ended before one
+  std::optional<std::int32_t> code;    ///< nothing: the executor ended without an answer
+  std::uint32_t exitCode = 0;          ///< of the executor, where there is no code
+};
+
+/// Waits, without limit, until the executor has answered or ended.
+///
+/// Its code counts when the local record names its run, where no process of low integrity can write.
+///
+///   signal ──> up to 10 s for its end ─┬─> its code is there ──> that code
+///   end without a signal ──────────────┘   it still runs ──────> another's signal: wait on
+///                                          it ended, other exit code than 0 ──> no answer
+///                                          it ended, exit code 0: the code in the store, where the
+///                                          signal came first, else 0; where the end came first, that
+///                                          code once a signal comes within 30 s, else no answer
+///
+/// @param process  the executor that was started
+InstallWait WaitForInstallation(const std::string& appId, const UniqueHandle& event,
+                                const UniqueHandle& process);
+
+#endif  // KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
