@@ -9,8 +9,12 @@ void FuzzManifest(std::string_view input) {
   Check(input.size() <= kMaxManifestBytes, "it is bounded");
   Check(m.size > 0 && m.size <= kMaxFileBytes, "a file has a size");
   UpdateOffer offer{m.app, m.version, {}, {}, m.size, m.starter, m.args, m.mayElevate};
-  Check(FaultOf(m, offer, m.expiresAt - 1).empty(), "it vouches for its own offer");
-  Check(!FaultOf(m, offer, m.expiresAt).empty(), "and not for ever");
+  LocalRecord record{0, m.platform, {}, !m.isBeta};
+  Check(FaultOf(m, offer, record, m.expiresAt - 1).empty(), "it vouches for its own offer");
+  Check(!FaultOf(m, offer, record, m.expiresAt).empty(), "and not for ever");
+  record.platform += 'x';
+  Check(FaultOf(m, offer, record, 0).empty() == m.platform.empty(), "and for no other platform");
   ++offer.version;
-  Check(!FaultOf(m, offer, 0).empty(), "and for no other");
+  record.platform = m.platform;
+  Check(!FaultOf(m, offer, record, 0).empty(), "and for no other version");
 }

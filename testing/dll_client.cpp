@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "testing/data_home.h"
+#include "util/text.h"
 
 namespace testing_dll {
 

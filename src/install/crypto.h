@@ -1,4 +1,5 @@
-// Digests, signatures and random numbers, by the system's own code.
+// Digests, signatures and random numbers, by the system's own code. All of it throws
+// std::runtime_error where the system lacks that code.
 #ifndef KUPDATE_INSTALL_CRYPTO_H_
 #define KUPDATE_INSTALL_CRYPTO_H_
 

@@ -1,5 +1,5 @@
 #include "install/crypto.h"
-#include "util/win/windows_lean.h"
+#include "util/win/system_library.h"
 
 #include <bcrypt.h>
 
@@ -7,6 +7,26 @@
 #include "util/log_line.h"
 
 namespace {
+
+namespace crypt {
+SYSTEM_FUNCTION("bcrypt.dll", BCryptCloseAlgorithmProvider);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptCreateHash);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptDestroyHash);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptDestroyKey);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptFinishHash);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptGenRandom);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptGetProperty);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptHashData);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptImportKeyPair);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptOpenAlgorithmProvider);
+SYSTEM_FUNCTION("bcrypt.dll", BCryptVerifySignature);
+}  // namespace crypt
+
+// What is closed was opened by functions of the same DLL.
+void CloseAlgorithm(BCRYPT_ALG_HANDLE algorithm) {
+  const auto close = crypt::BCryptCloseAlgorithmProvider.Find();
+  if (algorithm && close) close(algorithm, 0);
+}
 
 // The system's functions take what they only read as not constant.
 PUCHAR BytesOf(std::string_view text) {
@@ -16,11 +36,9 @@ PUCHAR BytesOf(std::string_view text) {
 class UniqueAlgorithm {
  public:
   explicit UniqueAlgorithm(const wchar_t* name) {
-    if (::BCryptOpenAlgorithmProvider(&handle_, name, nullptr, 0) < 0) handle_ = nullptr;
+    if (crypt::BCryptOpenAlgorithmProvider(&handle_, name, nullptr, 0) < 0) handle_ = nullptr;
   }
-  ~UniqueAlgorithm() {
-    if (handle_) ::BCryptCloseAlgorithmProvider(handle_, 0);
-  }
+  ~UniqueAlgorithm() { CloseAlgorithm(handle_); }
   UniqueAlgorithm(const UniqueAlgorithm&) = delete;
   UniqueAlgorithm& operator=(const UniqueAlgorithm&) = delete;
   BCRYPT_ALG_HANDLE get() const { return handle_; }
@@ -38,13 +56,14 @@ class UniquePublicKey {
       P256Pair point;
     } blob;
     blob.point = key;
-    if (::BCryptImportKeyPair(algorithm.get(), nullptr, BCRYPT_ECCPUBLIC_BLOB, &handle_,
-                              reinterpret_cast<PUCHAR>(&blob), sizeof blob, 0) < 0) {
+    if (crypt::BCryptImportKeyPair(algorithm.get(), nullptr, BCRYPT_ECCPUBLIC_BLOB, &handle_,
+                                   reinterpret_cast<PUCHAR>(&blob), ULONG{sizeof blob}, 0) < 0) {
       handle_ = nullptr;
     }
   }
   ~UniquePublicKey() {
-    if (handle_) ::BCryptDestroyKey(handle_);
+    const auto destroy = crypt::BCryptDestroyKey.Find();
+    if (handle_ && destroy) destroy(handle_);
   }
   UniquePublicKey(const UniquePublicKey&) = delete;
   UniquePublicKey& operator=(const UniquePublicKey&) = delete;
@@ -59,31 +78,33 @@ class UniquePublicKey {
 Hasher::Hasher(DigestKind kind) {
   const wchar_t* const name =
       kind == DigestKind::kMd5 ? BCRYPT_MD5_ALGORITHM : BCRYPT_SHA256_ALGORITHM;
-  failed_ = ::BCryptOpenAlgorithmProvider(&algorithm_, name, nullptr, 0) < 0 ||
-            ::BCryptCreateHash(algorithm_, &hash_, nullptr, 0, nullptr, 0, 0) < 0;
+  failed_ = crypt::BCryptOpenAlgorithmProvider(&algorithm_, name, nullptr, 0) < 0 ||
+            crypt::BCryptCreateHash(algorithm_, &hash_, nullptr, 0, nullptr, 0, 0) < 0;
   if (failed_) LOG_E << "The system offers no digest of this kind.";
 }
 
 Hasher::~Hasher() {
-  if (hash_) ::BCryptDestroyHash(hash_);
-  if (algorithm_) ::BCryptCloseAlgorithmProvider(algorithm_, 0);
+  const auto destroy = crypt::BCryptDestroyHash.Find();
+  if (hash_ && destroy) destroy(hash_);
+  CloseAlgorithm(algorithm_);
 }
 
 void Hasher::Update(std::string_view bytes) {
   if (failed_) return;
-  failed_ = ::BCryptHashData(hash_, BytesOf(bytes), static_cast<ULONG>(bytes.size()), 0) < 0;
+  failed_ = crypt::BCryptHashData(hash_, BytesOf(bytes), static_cast<ULONG>(bytes.size()), 0) < 0;
   if (failed_) LOG_E << "The digest failed.";
 }
 
 std::string Hasher::Finish() {
   DWORD size = 0;
   DWORD unused = 0;
-  if (failed_ || ::BCryptGetProperty(hash_, BCRYPT_HASH_LENGTH, reinterpret_cast<PUCHAR>(&size),
-                                     sizeof size, &unused, 0) < 0) {
+  if (failed_ ||
+      crypt::BCryptGetProperty(hash_, BCRYPT_HASH_LENGTH, reinterpret_cast<PUCHAR>(&size),
+                               ULONG{sizeof size}, &unused, 0) < 0) {
     return {};
   }
   std::string digest(size, '\0');
-  if (::BCryptFinishHash(hash_, BytesOf(digest), size, 0) < 0) return {};
+  if (crypt::BCryptFinishHash(hash_, BytesOf(digest), size, 0) < 0) return {};
   return digest;
 }
 
@@ -108,15 +129,15 @@ bool VerifyP256(const P256Pair& key, std::string_view text, const P256Pair& sign
     return false;
   }
   P256Pair bytes = signature;
-  return ::BCryptVerifySignature(publicKey.get(), nullptr, BytesOf(digest),
-                                 static_cast<ULONG>(digest.size()), bytes.data(),
-                                 static_cast<ULONG>(bytes.size()), 0) >= 0;
+  return crypt::BCryptVerifySignature(publicKey.get(), nullptr, BytesOf(digest),
+                                      static_cast<ULONG>(digest.size()), bytes.data(),
+                                      static_cast<ULONG>(bytes.size()), 0) >= 0;
 }
 
 std::string RandomHex(std::size_t byteCount) {
   std::string bytes(byteCount, '\0');
-  if (::BCryptGenRandom(nullptr, BytesOf(bytes), static_cast<ULONG>(byteCount),
-                        BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0) {
+  if (crypt::BCryptGenRandom(nullptr, BytesOf(bytes), static_cast<ULONG>(byteCount),
+                             BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0) {
     LOG_E << "The system gives no random numbers.";
     return {};
   }

@@ -1,4 +1,4 @@
-// Fetching over https, and over http where that is allowed.
+// Fetching over https and http.
 #ifndef KUPDATE_INSTALL_DOWNLOAD_H_
 #define KUPDATE_INSTALL_DOWNLOAD_H_
 
@@ -7,23 +7,26 @@
 #include <string>
 #include <string_view>
 
+/// The limits of a download. They hold whatever the server does: the calling thread waits for it only
+/// so long, while threads of the system talk to it.
 struct DownloadRules {
   std::uint64_t maxBytes = 0;      ///< what is longer is given up as soon as that shows
-  bool allowHttp = false;          ///< else https alone, redirections included
-  unsigned timeoutSeconds = 3600;  ///< for all of it; a server silent for a minute ends it sooner
+  unsigned timeoutSeconds = 3600;  ///< for all of it, redirections included
+  unsigned paceSeconds = 60;  ///< in each such time 1 KiB for each second must come. The head of an
+                              ///< answer may take twice as long
 };
 
 enum class DownloadOutcome {
-  kDone,     ///< everything that the server announced has come
-  kFailed,   ///< refused address, no connection, bad certificate, another status than 200, cut off
+  kDone,  ///< everything that the server announced has come
+  kFailed,  ///< refused address, no connection, bad certificate, another status than 200, cut off, slow
   kTooLong,  ///< more than the limit
   kNotTaken  ///< `take` refused
 };
 
-/// Fetches `url` on the calling thread, through the user's proxy, without cookies and log-ons, and
-/// follows up to five redirections. Every failure is logged with its cause. Does not throw beyond
-/// what `take` and memory do.
-/// @param take  gets the content piece by piece; false gives up
+/// Fetches `url`, through the user's proxy, without cookies and log-ons, and follows up to five
+/// redirections. Every failure is logged with its cause. Throws std::runtime_error where the system
+/// lacks the functions for that; else nothing beyond what `take` and memory do.
+/// @param take  gets the content piece by piece, on the calling thread; false gives up
 DownloadOutcome Download(const std::string& url, const DownloadRules& rules,
                          const std::function<bool(std::string_view)>& take);
 

@@ -2,8 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <winsock2.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
+#include "testing/raw_socket.h"
 
 namespace {
 
@@ -57,21 +65,109 @@ TEST(Download, EveryAnswerHasItsOutcome) {
     const LogCapture log;
     std::uint64_t taken = 0;
     const auto take = [&](std::string_view piece) { return taken += piece.size(), true; };
-    EXPECT_EQ(Download(server.Url(row.path), {kLimit, true}, take), row.want);
+    EXPECT_EQ(Download(server.Url(row.path), {kLimit}, take), row.want);
     EXPECT_LE(taken, kLimit);
     EXPECT_TRUE(row.line.empty() || log.Has("E:" + row.line))
         << testing::PrintToString(log.Lines());
   }
 }
 
-TEST(Download, ItsRulesEndIt) {
+// Answers one request: with `head`, and then with `drop` each 50 ms for as long as it lives.
+class DrippingServer {
+ public:
+  DrippingServer(const std::string& head, const std::string& drop) {
+    WSADATA data;
+    ::WSAStartup(MAKEWORD(2, 2), &data);
+    listener_ = ListenLocally(&port_);
+    thread_ = std::thread([this, head, drop] {
+      const SOCKET socket = ::accept(listener_, nullptr, nullptr);
+      RequestLine(socket);
+      SendAll(socket, head);
+      while (!isOver_ && SendAll(socket, drop)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      }
+      ::closesocket(socket);
+    });
+  }
+  ~DrippingServer() {
+    isOver_ = true;
+    thread_.join();
+    ::closesocket(listener_);
+    ::WSACleanup();
+  }
+
+  std::string Url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+
+ private:
+  std::uintptr_t listener_;
+  unsigned short port_ = 0;
+  std::atomic<bool> isOver_ = false;
+  std::thread thread_;
+};
+
+TEST(Download, NoServerMakesItLast) {
+  const std::string ok = Ok("Content-Length: 40960\r\n");
+  const std::string slow = "E:Patience::WaitFor: The download is too slow:";
+  const struct {
+    const char* label;
+    std::string head, drop;
+    DownloadRules rules;
+    DownloadOutcome want;
+    std::string line;  // how it begins; empty: any
+  } rows[] = {
+      {"no head",
+       "",
+       "",
+       {kLimit, 60, 1},
+       DownloadOutcome::kFailed,
+       slow + " 0 bytes in 2 seconds."},
+      {"head without end",
+       "HTTP/1.1 200 OK\r\n",
+       "X: y\r\n",
+       {kLimit, 60, 1},
+       DownloadOutcome::kFailed,
+       slow + " 0 bytes in 2 seconds."},
+      {"stalls",
+       ok + "abc",
+       "",
+       {kLimit, 60, 1},
+       DownloadOutcome::kFailed,
+       slow + " 3 bytes in 1 seconds."},
+      {"drips", ok, "x", {kLimit, 60, 1}, DownloadOutcome::kFailed, slow},
+      {"drips within its pace",
+       ok,
+       std::string(1024, 'x'),
+       {kLimit, 60, 1},
+       DownloadOutcome::kDone,
+       ""},
+      {"beyond all time",
+       ok,
+       std::string(1024, 'x'),
+       {kLimit, 1, 60},
+       DownloadOutcome::kFailed,
+       slow + " given up after 1 seconds."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const DrippingServer server(row.head, row.drop);
+    const LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    const auto take = [](std::string_view) { return true; };
+    EXPECT_EQ(Download(server.Url(), row.rules, take), row.want);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+    const std::vector<std::string> lines = log.Lines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
+                            [&](const std::string& line) { return line.starts_with(row.line); }) ||
+                row.line.empty())
+        << testing::PrintToString(lines);
+  }
+}
+
+TEST(Download, EndsWhenItsTakerRefuses) {
   const RawServer server({{"/endless", Ok("Connection: close\r\n") + "..."}});
-  const std::string url = server.Url("/endless");
-  const auto all = [](std::string_view) { return true; };
   const auto none = [](std::string_view) { return false; };
-  EXPECT_EQ(Download(url, {~std::uint64_t{0}, false}, all), DownloadOutcome::kFailed);
-  EXPECT_EQ(Download(url, {~std::uint64_t{0}, true}, none), DownloadOutcome::kNotTaken);
-  EXPECT_EQ(Download(url, {~std::uint64_t{0}, true, 0}, all), DownloadOutcome::kFailed);
+  EXPECT_EQ(Download(server.Url("/endless"), {~std::uint64_t{0}}, none),
+            DownloadOutcome::kNotTaken);
 }
 
 }  // namespace

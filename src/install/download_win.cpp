@@ -1,38 +1,139 @@
 #include "install/download.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 #include <winhttp.h>
 
+#include <algorithm>
+#include <memory>
 #include <optional>
-#include <vector>
 
 #include "install/update_offer.h"
 #include "util/diag_log.h"
+#include "util/handle.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
 namespace {
 
 constexpr int kMaxRedirects = 5;
-constexpr int kTimeoutMilliseconds = 60'000;
+// The system's own limits for single steps. They are no limit for a server that sends a little now and
+// then, so Patience has the last word.
+constexpr int kTimeoutMilliseconds = 120'000;
 constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
+constexpr std::uint64_t kLeastBytesPerSecond = 1024;
+constexpr unsigned kHeadPaces = 2;
 // Since Windows 8.1; the SDK's name for it depends on the target.
 constexpr DWORD kAutomaticProxy = 4;
 constexpr DWORD kTls13 = 0x2000;
 
+namespace http {
+SYSTEM_FUNCTION("winhttp.dll", WinHttpCloseHandle);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpConnect);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpCrackUrl);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpOpen);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpOpenRequest);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpQueryDataAvailable);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpQueryHeaders);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpReadData);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpReceiveResponse);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpSendRequest);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpSetOption);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpSetStatusCallback);
+SYSTEM_FUNCTION("winhttp.dll", WinHttpSetTimeouts);
+}  // namespace http
+
 struct InternetTraits {
   using Type = HINTERNET;
   static Type None() { return nullptr; }
-  static void Close(Type handle) { ::WinHttpCloseHandle(handle); }
+  static void Close(Type handle) {
+    if (const auto close = http::WinHttpCloseHandle.Find()) close(handle);
+  }
 };
 using UniqueInternet = Unique<InternetTraits>;
 
-// One request and what it hangs on; closed in the opposite order.
-struct Exchange {
-  UniqueInternet session;
-  UniqueInternet connection;
-  UniqueInternet request;
+// How long the server is waited for.
+class Patience {
+ public:
+  explicit Patience(const DownloadRules& rules)
+      : rules_(rules), endTick_(::GetTickCount64() + Milliseconds(rules.timeoutSeconds)) {}
+
+  void BeginHead() { BeginPace(kHeadPaces * rules_.paceSeconds, 1); }
+  void BeginContent() { BeginPace(rules_.paceSeconds, kLeastBytesPerSecond * rules_.paceSeconds); }
+  void HaveCome(std::uint64_t bytes) { bytes_ += bytes; }
+
+  /// Waits for an event. False, and a line in the log, when the server has had its time.
+  bool WaitFor(const UniqueHandle& event) {
+    for (;;) {
+      const std::uint64_t now = ::GetTickCount64();
+      if (now >= endTick_) {
+        LOG_E << "The download is too slow: given up after" << rules_.timeoutSeconds << "seconds.";
+        return false;
+      }
+      if (now >= paceEndTick_) {
+        if (bytes_ < leastBytes_) {
+          LOG_E << "The download is too slow:" << bytes_ << "bytes in" << paceSeconds_
+                << "seconds.";
+          return false;
+        }
+        BeginContent();
+      }
+      const std::uint64_t end = std::min(endTick_, paceEndTick_);
+      const DWORD result = ::WaitForSingleObject(event.get(), static_cast<DWORD>(end - now));
+      if (result != WAIT_TIMEOUT) return result == WAIT_OBJECT_0;
+    }
+  }
+
+ private:
+  static std::uint64_t Milliseconds(unsigned seconds) { return std::uint64_t{seconds} * 1000; }
+
+  void BeginPace(unsigned seconds, std::uint64_t leastBytes) {
+    paceSeconds_ = seconds;
+    paceEndTick_ = ::GetTickCount64() + Milliseconds(seconds);
+    leastBytes_ = leastBytes;
+    bytes_ = 0;
+  }
+
+  const DownloadRules& rules_;
+  std::uint64_t endTick_;
+  unsigned paceSeconds_ = 0;
+  std::uint64_t paceEndTick_ = 0;
+  std::uint64_t leastBytes_ = 0;
+  std::uint64_t bytes_ = 0;
 };
+
+// What the system says of a request, from threads of its own, and where it puts the content.
+struct Report {
+  UniqueHandle arrived{::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+  DWORD error = 0;
+  DWORD bytes = 0;  // that are there, or were read
+  char piece[kPieceBytes];
+};
+using SharedReport = std::shared_ptr<Report>;
+
+void CALLBACK TakeReport(HINTERNET, DWORD_PTR context, DWORD status, void* information,
+                         DWORD length) {
+  auto* const owner = reinterpret_cast<SharedReport*>(context);
+  if (!owner) return;
+  Report& report = **owner;
+  switch (status) {
+    case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+      // The last report. Until now the system may have been writing, also after the request was closed.
+      delete owner;
+      return;
+    case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+      report.bytes = *static_cast<DWORD*>(information);
+      break;
+    case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+      report.bytes = length;
+      break;
+    case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+      report.error = static_cast<WINHTTP_ASYNC_RESULT*>(information)->dwError;
+      break;
+    default:
+      break;
+  }
+  ::SetEvent(report.arrived.get());
+}
 
 struct AddressParts {
   std::wstring host;
@@ -46,7 +147,7 @@ std::optional<AddressParts> Split(const std::string& url) {
   URL_COMPONENTS parts = {};
   parts.dwStructSize = sizeof parts;
   parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = 1;
-  if (!::WinHttpCrackUrl(wide.c_str(), 0, 0, &parts)) return {};
+  if (!http::WinHttpCrackUrl(wide.c_str(), 0u, 0u, &parts)) return {};
   AddressParts result;
   result.host.assign(parts.lpszHostName, parts.dwHostNameLength);
   if (parts.dwUrlPathLength) result.path.assign(parts.lpszUrlPath, parts.dwUrlPathLength);
@@ -59,88 +160,148 @@ std::optional<AddressParts> Split(const std::string& url) {
 UniqueInternet OpenSession() {
   const auto open = [](DWORD access) {
     return UniqueInternet(
-        ::WinHttpOpen(L"kupdate", access, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+        http::WinHttpOpen(L"kupdate", access, nullptr, nullptr, DWORD{WINHTTP_FLAG_ASYNC}));
   };
   UniqueInternet session = open(kAutomaticProxy);
   if (!session) session = open(WINHTTP_ACCESS_TYPE_DEFAULT_PROXY);
   if (!session) return session;
-  ::WinHttpSetTimeouts(session.get(), kTimeoutMilliseconds, kTimeoutMilliseconds,
-                       kTimeoutMilliseconds, kTimeoutMilliseconds);
+  http::WinHttpSetTimeouts(session.get(), kTimeoutMilliseconds, kTimeoutMilliseconds,
+                           kTimeoutMilliseconds, kTimeoutMilliseconds);
   // Windows 7 offers no more than TLS 1.0 when not asked, and does not know of 1.3.
   for (DWORD protocols :
        {WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | kTls13, DWORD{WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2}}) {
-    if (::WinHttpSetOption(session.get(), WINHTTP_OPTION_SECURE_PROTOCOLS, &protocols,
-                           sizeof protocols)) {
+    if (http::WinHttpSetOption(session.get(), DWORD{WINHTTP_OPTION_SECURE_PROTOCOLS}, &protocols,
+                               DWORD{sizeof protocols})) {
       break;
     }
   }
   return session;
 }
 
-// Sends the request and waits for the head of the answer.
-bool Ask(const AddressParts& address, Exchange* exchange) {
-  exchange->session = OpenSession();
-  if (!exchange->session) return false;
-  exchange->connection = UniqueInternet(
-      ::WinHttpConnect(exchange->session.get(), address.host.c_str(), address.port, 0));
-  if (!exchange->connection) return false;
-  exchange->request = UniqueInternet(
-      ::WinHttpOpenRequest(exchange->connection.get(), L"GET", address.path.c_str(), nullptr,
-                           WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                           WINHTTP_FLAG_REFRESH | (address.secure ? WINHTTP_FLAG_SECURE : 0u)));
-  // Redirections are looked at here, since not every system keeps https from leading to http.
-  DWORD features =
-      WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION;
-  return exchange->request &&
-         ::WinHttpSetOption(exchange->request.get(), WINHTTP_OPTION_DISABLE_FEATURE, &features,
-                            sizeof features) &&
-         ::WinHttpSendRequest(exchange->request.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0,
-                              WINHTTP_NO_REQUEST_DATA, 0, 0, 0) &&
-         ::WinHttpReceiveResponse(exchange->request.get(), nullptr);
-}
+// One request and what it hangs on; closed in the opposite order. Each step that the server has a part
+// in is started, and then waited for with patience.
+class Exchange {
+ public:
+  explicit Exchange(Patience* patience) : patience_(*patience) {}
 
-std::wstring Header(HINTERNET request, DWORD which) {
-  wchar_t text[kMaxAddressBytes + 1];
-  DWORD bytes = sizeof text;
-  if (!::WinHttpQueryHeaders(request, which, WINHTTP_HEADER_NAME_BY_INDEX, text, &bytes,
-                             WINHTTP_NO_HEADER_INDEX)) {
-    return {};
+  /// Sends the request and waits for the head of the answer. False was logged.
+  bool Ask(const std::string& url, const AddressParts& address) {
+    patience_.BeginHead();
+    if (Open(address) &&
+        Await(
+            http::WinHttpSendRequest(request_.get(), nullptr, 0u, nullptr, 0u, 0u, DWORD_PTR{0})) &&
+        Await(http::WinHttpReceiveResponse(request_.get(), nullptr))) {
+      patience_.BeginContent();
+      return true;
+    }
+    LOG_E << "Can't fetch" << url << kLastError;
+    return false;
   }
-  return std::wstring(text, bytes / sizeof(wchar_t));
-}
+
+  /// Empty when the answer has no such header.
+  std::string Header(DWORD which) const {
+    wchar_t text[kMaxAddressBytes + 1];
+    DWORD bytes = sizeof text;
+    if (!http::WinHttpQueryHeaders(request_.get(), which, nullptr, text, &bytes, nullptr)) {
+      return {};
+    }
+    return NarrowUtf8(std::wstring_view(text, bytes / sizeof(wchar_t)));
+  }
+
+  /// Waits for the next piece of the content, which stays until the next call; it is empty at the end.
+  /// False: with the last error.
+  bool Read(std::string_view* piece) {
+    *piece = {};
+    if (!Await(http::WinHttpQueryDataAvailable(request_.get(), nullptr))) return false;
+    const DWORD bytes = std::min(report_->bytes, DWORD{kPieceBytes});
+    if (bytes == 0) return true;
+    if (!Await(http::WinHttpReadData(request_.get(), report_->piece, bytes, nullptr))) return false;
+    patience_.HaveCome(report_->bytes);
+    *piece = std::string_view(report_->piece, report_->bytes);
+    return true;
+  }
+
+ private:
+  bool Open(const AddressParts& address) {
+    session_ = OpenSession();
+    if (!session_) return false;
+    connection_ = UniqueInternet(
+        http::WinHttpConnect(session_.get(), address.host.c_str(), address.port, 0u));
+    if (!connection_) return false;
+    request_ = UniqueInternet(http::WinHttpOpenRequest(
+        connection_.get(), L"GET", address.path.c_str(), nullptr, nullptr, nullptr,
+        WINHTTP_FLAG_REFRESH | (address.secure ? WINHTTP_FLAG_SECURE : 0u)));
+    // Redirections are looked at here: the rules for addresses hold for them too.
+    DWORD features =
+        WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION;
+    return request_ &&
+           http::WinHttpSetOption(request_.get(), DWORD{WINHTTP_OPTION_DISABLE_FEATURE}, &features,
+                                  DWORD{sizeof features}) &&
+           ListenToReports();
+  }
+
+  bool ListenToReports() {
+    auto owner = std::make_unique<SharedReport>(report_);
+    SharedReport* context = owner.get();
+    if (!http::WinHttpSetOption(request_.get(), DWORD{WINHTTP_OPTION_CONTEXT_VALUE}, &context,
+                                DWORD{sizeof context})) {
+      return false;
+    }
+    constexpr DWORD kReports =
+        WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
+    if (http::WinHttpSetStatusCallback(request_.get(), &TakeReport, kReports, DWORD_PTR{0}) ==
+        WINHTTP_INVALID_STATUS_CALLBACK) {
+      return false;
+    }
+    owner.release();  // NOLINT(bugprone-unused-return-value): TakeReport deletes it
+    return true;
+  }
+
+  // Waits for a step that was started, or not. False: with the last error.
+  bool Await(BOOL isStarted) {
+    if (!isStarted) return false;
+    if (!patience_.WaitFor(report_->arrived)) {
+      ::SetLastError(ERROR_WINHTTP_TIMEOUT);
+      return false;
+    }
+    if (report_->error == 0) return true;
+    ::SetLastError(report_->error);
+    return false;
+  }
+
+  Patience& patience_;
+  SharedReport report_ = std::make_shared<Report>();
+  UniqueInternet session_;
+  UniqueInternet connection_;
+  UniqueInternet request_;
+};
 
 bool IsRedirect(std::int64_t status) {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-DownloadOutcome TakeContent(HINTERNET request, const DownloadRules& rules, std::uint64_t endTick,
+DownloadOutcome TakeContent(Exchange& exchange, const DownloadRules& rules,
                             const std::function<bool(std::string_view)>& take) {
-  const std::wstring lengthText = Header(request, WINHTTP_QUERY_CONTENT_LENGTH);
-  const auto announced = static_cast<std::uint64_t>(ParseInt64(NarrowUtf8(lengthText)));
+  const std::string lengthText = exchange.Header(WINHTTP_QUERY_CONTENT_LENGTH);
+  const auto announced = static_cast<std::uint64_t>(ParseInt64(lengthText));
   if (announced > rules.maxBytes) {
     LOG_E << "The server announces" << announced << "bytes, at most" << rules.maxBytes
           << "are expected.";
     return DownloadOutcome::kTooLong;
   }
-  std::vector<char> piece(kPieceBytes);
   std::uint64_t total = 0;
-  for (;;) {
-    DWORD read = 0;
-    if (!::WinHttpReadData(request, piece.data(), static_cast<DWORD>(piece.size()), &read)) {
+  for (std::string_view piece;;) {
+    if (!exchange.Read(&piece)) {
       LOG_E << "The connection broke after" << total << "bytes." << kLastError;
       return DownloadOutcome::kFailed;
     }
-    if (read == 0) break;
-    total += read;
+    if (piece.empty()) break;
+    total += piece.size();
     if (total > rules.maxBytes) {
       LOG_E << "The server sends more than the expected" << rules.maxBytes << "bytes.";
       return DownloadOutcome::kTooLong;
     }
-    if (!take(std::string_view(piece.data(), read))) return DownloadOutcome::kNotTaken;
-    if (::GetTickCount64() >= endTick) {
-      LOG_E << "The download is too slow: given up after" << rules.timeoutSeconds << "seconds.";
-      return DownloadOutcome::kFailed;
-    }
+    if (!take(piece)) return DownloadOutcome::kNotTaken;
   }
   // A connection that ends too soon is not an error to every system.
   if (!lengthText.empty() && total != announced) {
@@ -150,36 +311,27 @@ DownloadOutcome TakeContent(HINTERNET request, const DownloadRules& rules, std::
   return DownloadOutcome::kDone;
 }
 
-bool IsAllowed(const std::string& url, const DownloadRules& rules) {
-  const AddressKind kind = KindOfAddress(url);
-  return kind == AddressKind::kHttps || (kind == AddressKind::kHttp && rules.allowHttp);
-}
-
 }  // namespace
 
 DownloadOutcome Download(const std::string& url, const DownloadRules& rules,
                          const std::function<bool(std::string_view)>& take) {
-  const std::uint64_t endTick = ::GetTickCount64() + std::uint64_t{rules.timeoutSeconds} * 1000;
+  Patience patience(rules);
   std::string address = url;
   for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {
     const std::optional<AddressParts> parts = Split(address);
-    if (!IsAllowed(address, rules) || !parts) {
+    if (!IsFetched(address) || !parts) {
       LOG_E << "The address is not fetched:" << address;
       return DownloadOutcome::kFailed;
     }
-    Exchange exchange;
-    if (!Ask(*parts, &exchange)) {
-      LOG_E << "Can't fetch" << address << kLastError;
-      return DownloadOutcome::kFailed;
-    }
-    HINTERNET const request = exchange.request.get();
-    const std::int64_t status = ParseInt64(NarrowUtf8(Header(request, WINHTTP_QUERY_STATUS_CODE)));
-    if (status == HTTP_STATUS_OK) return TakeContent(request, rules, endTick, take);
+    Exchange exchange(&patience);
+    if (!exchange.Ask(address, *parts)) return DownloadOutcome::kFailed;
+    const std::int64_t status = ParseInt64(exchange.Header(WINHTTP_QUERY_STATUS_CODE));
+    if (status == HTTP_STATUS_OK) return TakeContent(exchange, rules, take);
     if (!IsRedirect(status)) {
       LOG_E << "The server answers" << status << "for" << address;
       return DownloadOutcome::kFailed;
     }
-    const std::string location = NarrowUtf8(Header(request, WINHTTP_QUERY_LOCATION));
+    const std::string location = exchange.Header(WINHTTP_QUERY_LOCATION);
     address = RedirectedAddress(address, location);
     if (address.empty()) {
       LOG_E << "The redirection is not followed:" << location;

@@ -11,12 +11,16 @@
 #include <map>
 #include <vector>
 
+#include "appinfo/local_record.h"
 #include "install/manifest.h"
+#include "install/private_file.h"
 #include "install/silent_install.h"
 #include "install/silent_update.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/raw_server.h"
 #include "testing/transfer_service.h"
+#include "update/upd_info.h"
 #include "util/folders.h"
 #include "util/text.h"
 
@@ -41,9 +45,14 @@ std::string PublicKey(const std::string& name) {
   return text;
 }
 
-std::size_t PrivateFolderCount() {
-  const fs::path base = GetLocalAppDataFolder(L"Krelix\\Updater\\Install", CreateFolder::kYes);
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(base), {}));
+// The folders of installations.
+std::vector<fs::path> PrivateFolders() {
+  std::vector<fs::path> folders;
+  for (const auto& entry :
+       fs::directory_iterator(GetUpdaterLocalFolder("Install", CreateFolder::kYes))) {
+    if (entry.is_directory()) folders.push_back(entry.path());
+  }
+  return folders;
 }
 
 // Whether a line of the log begins and ends like that.
@@ -54,11 +63,13 @@ bool Has(const LogCapture& log, std::string_view begin, std::string_view end = {
   });
 }
 
-// A published update and the state files of a client that found it.
+// A published update, and a client that found it.
 struct Update {
+  const DataHome home;
   std::string manifest;
   std::string file = ReadBytes(Setting(L"KUPDATE_TEST_INSTALLER"));
   std::map<std::string, std::string> values = {{"VerMajor", "2"}, {"VerBuild", "1"}};
+  LocalRecord record{MakeVersion(1, 0, 0, 0), "win", "", /*release=*/true, /*removed=*/false};
   InstallSettings settings;
 
   // The feed says what the manifest says.
@@ -70,21 +81,24 @@ struct Update {
     if (isMsi) values["DistroStarter"] = "msi";
     values[isMsi ? "MSIArgs" : "DistroArgs"] = parsed.args;
     settings.now = kNow;
-    settings.trust.publicKeys = {PublicKey("publisher")};
+    Trust({});
+  }
+
+  // The publisher's key, for these applications.
+  void Trust(std::vector<std::string> apps) {
+    settings.trust.publicKeys = {{"no key", {}},
+                                 {PublicKey("other"), {"nothing"}},
+                                 {PublicKey("publisher"), std::move(apps)}};
   }
 
   int Install() const {
-    const DataHome home;
     testing_dll::Publish("update", file);
     testing_dll::Publish("update.sig", manifest);
     if (manifest.empty()) fs::remove(fs::path(Setting(L"KUPDATE_WWW")) / "update.sig");
     fs::remove(kRecord);
-    std::string xml = "<appinfo>";
-    for (const auto& [key, value] : values) {
-      xml += "<" + key + "><![CDATA[" + value + "]]></" + key + ">";
-    }
-    WriteBytes(home.AppFolder("app") / "updinfo.xml", xml + "</appinfo>");
     WriteBytes(home.AppFolder("app") / "appinfo.xml", "<appinfo><VerMajor>1</VerMajor></appinfo>");
+    for (const auto& [key, value] : values) TUpdInfo("app").Write(key, value);
+    ChangeLocalRecord("app", [this](LocalRecord& known) { known = record; });
     return InstallUpdate("app", settings);
   }
 };
@@ -94,19 +108,22 @@ TEST(Install, ThePublishersFileIsRunAsItDeclares) {
     const char* label;
     unsigned code;
     std::string arguments;  // as they stand in the manifest
-  } rows[] = {{"good", 7, " /code=7 \"a b\""},
-              {"restart", 3010, " /code=3010"},
-              {"crash", 0xC0000005, " /crash"}};
+    VersionNumber version;  // that the record has then
+  } rows[] = {{"good", 7, " /code=7 \"a b\"", MakeVersion(1, 0, 0, 0)},
+              {"restart", 3010, " /code=3010", MakeVersion(2, 0, 0, 1)},
+              {"crash", 0xC0000005, " /crash", MakeVersion(1, 0, 0, 0)}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    const std::size_t folders = PrivateFolderCount();
     Update update(row.label);
-    update.settings.trust.publicKeys = {"no key", PublicKey("other"), PublicKey("publisher")};
-    EXPECT_EQ(update.Install(), static_cast<int>(row.code));
+    update.Trust({"other", "app"});
+    const LogCapture log;
+    EXPECT_EQ(update.Install(), static_cast<int>(row.code)) << testing::PrintToString(log.Lines());
     const std::string line = ReadBytes(kRecord);
     EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
     EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + row.arguments)) << line;
-    EXPECT_EQ(PrivateFolderCount(), folders);
+    EXPECT_TRUE(PrivateFolders().empty());
+    update.record.version = row.version;
+    EXPECT_EQ(ReadLocalRecord("app"), update.record);
   }
 }
 
@@ -118,14 +135,18 @@ TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
       << testing::PrintToString(log.Lines());
 }
 
-TEST(Install, AnInstallerThatGoesOnIsLeftAlone) {
+TEST(Install, AnInstallerThatGoesOnIsLeftAloneUntilItEnds) {
   const LogCapture log;
-  const std::size_t folders = PrivateFolderCount();
   Update update("long");
   update.settings.installerLimitSeconds = 0;
   EXPECT_EQ(update.Install(), kInstallStillRunning);
   EXPECT_TRUE(log.Has("E:RunInstaller: The installer is still running after 0 seconds."));
-  EXPECT_EQ(PrivateFolderCount(), folders + 1);
+  RemoveInstallLeftovers();
+  EXPECT_EQ(PrivateFolders().size(), 1u);
+  EXPECT_TRUE(testing_dll::Eventually([] {
+    RemoveInstallLeftovers();
+    return PrivateFolders().empty();
+  }));
 }
 
 TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
@@ -138,10 +159,14 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
     const char* line;
   } rows[] = {
       {"no trust", "good", [](Update& u) { u.settings.trust = {}; }, kInstallNotTrusted,
-       "Expect: No update is ever run: this build knows neither a publisher's key nor a "
-       "publisher's name."},
-      {"other key", "other-key", nothing, kInstallNotTrusted,
-       "Refuse: The manifest is refused: no key of this build signed it."},
+       "CodeOf: No update is ever run: this build knows no publisher's key."},
+      {"other key", "other-key",
+       [](Update& u) {
+         u.settings.trust.publicKeys.erase(u.settings.trust.publicKeys.begin() + 1);
+       },
+       kInstallNotTrusted, "Refuse: The manifest is refused: no key of this build signed it."},
+      {"key of other applications", "other-key", nothing, kInstallNotTrusted,
+       "Refuse: The manifest is refused: the key that signed it is bound to other applications."},
       {"a digit", "good", [](Update& u) { ++u.manifest[u.manifest.find("2099")]; },
        kInstallNotTrusted, "Refuse: The manifest is refused: no key of this build signed it."},
       {"other application", "other-app", nothing, kInstallNotTrusted,
@@ -150,8 +175,13 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
        "Refuse: The manifest is refused: it is for another version."},
       {"expired", "expired", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: it has expired."},
+      {"other platform", "good", [](Update& u) { u.record.platform = "mac"; }, kInstallNotTrusted,
+       "Refuse: The manifest is refused: it is for another platform."},
+      {"below the record", "good", [](Update& u) { u.record.version = MakeVersion(3, 0, 0, 0); },
+       kInstallNothing,
+       "MayUpdate: The update's version 2.0.0.1 is not above the application's, 3.0.0.0"},
       {"no manifest", "good", [](Update& u) { u.manifest.clear(); }, kInstallDownloadFailed,
-       "ExpectByManifest: The manifest could not be fetched."},
+       "FetchManifest: The manifest could not be fetched."},
       {"long manifest", "good", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); },
        kInstallNotTrusted, "Refuse: The manifest is refused: it is too long."},
       {"last byte", "good", [](Update& u) { u.file.back() ^= 1; }, kInstallWrongContent,
@@ -164,13 +194,12 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
       {"no program", "no-program", [](Update& u) { u.file = Prepared("no-program"); },
        kInstallCannotStart, nullptr},
       {"starter", "good", [](Update& u) { u.values["DistroStarter"] = "bat"; },
-       kInstallUnknownStarter, "Expect: The starter is neither exe nor msi."},
+       kInstallUnknownStarter, "CodeOf: The starter is neither exe nor msi."},
       {"share", "good", [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; },
-       kInstallBadAddress, "Expect: The address is refused: \\\\server\\share\\a.exe"},
+       kInstallBadAddress, "CodeOf: The address is refused: \\\\server\\share\\a.exe"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    const std::size_t folders = PrivateFolderCount();
     const LogCapture log;
     Update update(row.manifest);
     row.change(update);
@@ -178,7 +207,37 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
     EXPECT_TRUE(!row.line || log.Has(std::string("E:") + row.line))
         << testing::PrintToString(log.Lines());
     EXPECT_FALSE(fs::exists(kRecord));
-    EXPECT_EQ(PrivateFolderCount(), folders);
+    EXPECT_TRUE(PrivateFolders().empty());
+    EXPECT_EQ(ReadLocalRecord("app"), update.record);
+  }
+}
+
+TEST(Install, WhatHappensDuringTheDownloadCounts) {
+  const struct {
+    void (*happen)();
+    int want;
+    const char* line;
+  } rows[] = {
+      {[] { WriteBytes(PrivateFolders().front() / "version.dll", "evil"); }, kInstallNotTrusted,
+       "E:Verify: The file is not alone in its folder."},
+      {[] { ChangeLocalRecord("app", [](LocalRecord& record) { record.removed = true; }); },
+       kInstallNothing, "E:MayUpdate: The application is removed."},
+  };
+  for (const auto& row : rows) {
+    const LogCapture log;
+    Update update("good");
+    const RawServer server([&](const std::string& request) {
+      const bool isFile = !request.ends_with(".sig");
+      if (isFile) row.happen();
+      const std::string& content = isFile ? update.file : update.manifest;
+      return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" +
+             content;
+    });
+    update.values["DistroUrl"] = server.Url("/update");
+    EXPECT_EQ(update.Install(), row.want);
+    EXPECT_TRUE(log.Has(row.line)) << testing::PrintToString(log.Lines());
+    EXPECT_FALSE(fs::exists(kRecord));
+    EXPECT_TRUE(PrivateFolders().empty());
   }
 }
 
@@ -193,52 +252,28 @@ void TrustTestAuthority() {
   ::CertCloseStore(store, 0);
 }
 
-TEST(Install, WithoutAKeyOnlyASignedProgramOverHttpsIsRun) {
+TEST(Install, AnotherServersCertificateIsRefused) {
   TrustTestAuthority();
-  const struct {
-    const char* label;
-    void (*change)(Update&);
-    int want;
-    const char* line;  // how it begins
-  } rows[] = {
-      {"http", [](Update& u) { u.values["DistroUrl"] = "http://localhost/a"; }, kInstallBadAddress,
-       "E:ExpectByOffer: Without a publisher's key only https is fetched:"},
-      {"package", [](Update& u) { u.values["DistroStarter"] = "msi"; }, kInstallNotTrusted,
-       "E:ExpectByOffer: Without a publisher's key only programs are run."},
-      {"arguments", [](Update& u) { u.values["DistroArgs"] = "/record=C:\\a"; }, kInstallNotTrusted,
-       "E:ExpectByOffer: Without a publisher's key only plain switches are passed on:"},
-      {"no size", [](Update& u) { u.values["DistroSize"] = ""; }, kInstallWrongContent,
-       "E:ExpectByOffer: Without a publisher's key the feed must declare a size."},
-      {"another server's certificate",
-       [](Update& u) { u.values["DistroUrl"].replace(8, 9, "127.0.0.1"); }, kInstallDownloadFailed,
-       "E:Fetch: The file could not be fetched."},
-      {"its publisher's", [](Update&) {}, 7, "I:RunInstaller: The installer ended."},
-      {"no signature", [](Update& u) { u.file.resize(u.file.size() - 512); }, kInstallNotTrusted,
-       "E:IsSignedBy: The file's Authenticode signature does not verify."},
-      {"a byte", [](Update& u) { u.file[u.file.size() / 2] ^= 1; }, kInstallNotTrusted,
-       "E:IsSignedBy: The file's Authenticode signature does not verify."},
-      {"name", [](Update& u) { u.settings.trust.publisherName = "Test"; }, kInstallNotTrusted,
-       "E:IsSignedBy: The file is signed by Test publisher and not by Test."},
-      {"version", [](Update& u) { u.values["VerBuild"] = "1"; }, kInstallNotTrusted,
-       "E:IsVouchedByItself: The file's own version is 2.0.0.0 and not 2.0.0.1"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.label);
+  for (const bool isItsOwn : {true, false}) {
     const LogCapture log;
     Update update("good");
-    update.file = Prepared("authenticode.exe");
-    update.values["DistroUrl"] = NarrowUtf8(Setting(L"KUPDATE_HTTPS")) + "/update";
-    update.values["DistroArgs"] = "/code=7";
-    update.values["VerBuild"] = "0";
-    update.values["DistroSize"] = "file";
-    update.settings.trust = {{}, "Test publisher"};
-    row.change(update);
-    if (update.values["DistroSize"] == "file") {
-      update.values["DistroSize"] = std::to_string(update.file.size());
-    }
-    EXPECT_EQ(update.Install(), row.want);
-    EXPECT_TRUE(Has(log, row.line)) << testing::PrintToString(log.Lines());
+    std::string url = NarrowUtf8(Setting(L"KUPDATE_HTTPS")) + "/update";
+    if (!isItsOwn) url.replace(url.find("localhost"), 9, "127.0.0.1");
+    update.values["DistroUrl"] = url;
+    EXPECT_EQ(update.Install(), isItsOwn ? 7 : kInstallDownloadFailed)
+        << testing::PrintToString(log.Lines());
   }
+}
+
+// As openssl computes it for the key that stands here.
+TEST(Trust, KeysAreNamedByTheirFingerprints) {
+  const std::string text = Prepared("publisher.fingerprint");
+  const std::string fingerprint = text.substr(0, 16);
+  ASSERT_EQ(fingerprint.size(), 16u);
+  const PublisherKey key{PublicKey("publisher"), {}};
+  const PublisherKey bound{PublicKey("publisher"), {"a", "b c"}};
+  EXPECT_EQ(Describe({{key, bound}}), "Updates need a manifest signed with one of these keys: " +
+                                          fingerprint + ", " + fingerprint + " (a, b c).");
 }
 
 TEST(Install, AnIdOutsideOfTheDataFolderNamesNothing) {

@@ -15,9 +15,22 @@ namespace {
 constexpr std::string_view kFirstLine = "kupdate-manifest 1";
 constexpr std::string_view kSignature = "signature: ";
 
-enum Field { kApp, kVersion, kSize, kSha256, kExpires, kStarter, kArgs, kElevate, kFieldCount };
+enum Field {
+  kApp,
+  kVersion,
+  kSize,
+  kSha256,
+  kExpires,
+  kStarter,
+  kArgs,
+  kElevate,
+  kPlatform,
+  kChannel,
+  kFieldCount
+};
 constexpr std::array<std::string_view, kFieldCount> kNames = {
-    "app", "version", "size", "sha256", "expires", "starter", "args", "elevate"};
+    "app",     "version", "size",    "sha256",   "expires",
+    "starter", "args",    "elevate", "platform", "channel"};
 constexpr int kRequiredCount = kStarter;
 
 using Values = std::array<std::string_view, kFieldCount>;
@@ -110,6 +123,12 @@ std::string_view TakeValues(const Values& values, Manifest* manifest) {
   const std::string_view elevate = values[kElevate];
   if (!elevate.empty() && elevate != "0" && elevate != "1") return "elevate is neither 0 nor 1";
   manifest->mayElevate = elevate == "1";
+  manifest->platform = values[kPlatform];
+  const std::string_view channel = values[kChannel];
+  manifest->isBeta = channel == "beta";
+  if (!channel.empty() && channel != "release" && !manifest->isBeta) {
+    return "the channel is neither release nor beta";
+  }
   return {};
 }
 
@@ -139,10 +158,15 @@ std::string_view ParseManifest(std::string_view bytes, Manifest* manifest) {
   }
 }
 
-std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer, std::uint64_t now) {
+std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer,
+                         const LocalRecord& record, std::uint64_t now) {
   if (manifest.app != offer.appId) return "it is for another application";
   if (manifest.version != offer.version) return "it is for another version";
   if (now >= manifest.expiresAt) return "it has expired";
+  if (!manifest.platform.empty() && manifest.platform != record.platform) {
+    return "it is for another platform";
+  }
+  if (manifest.isBeta && record.release) return "it is for the beta channel";
   if (offer.size != 0 && manifest.size != offer.size) return "it declares another size";
   if (manifest.starter != offer.starter) return "it declares another starter";
   if (manifest.args != offer.args) return "it declares other arguments";

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "appinfo/local_record.h"
 #include "install/p256.h"
 #include "install/update_offer.h"
 
@@ -23,6 +24,8 @@ struct Manifest {
   Starter starter = Starter::kProgram;
   std::string args;
   bool mayElevate = false;
+  std::string platform;    ///< empty: any
+  bool isBeta = false;     ///< only for applications on the beta channel
   std::string signedText;  ///< the bytes that the signature is over
   P256Pair signature = {};
 };
@@ -32,15 +35,18 @@ struct Manifest {
 /// UTF-8, each line ended by LF and nothing else. The first line is "kupdate-manifest 1"; then
 /// come lines of "name: value", in any order, each at most once, the value neither empty nor with
 /// control characters: app, version, size, sha256, expires (the last day, UTC, as 2027-01-31), and,
-/// where they are not the defaults, starter (exe), args (none) and elevate (0). The last line is
-/// "signature: " with the base64 of a DER signature over all lines before it.
+/// where they are not the defaults, starter (exe), args (none), elevate (0), platform (any) and
+/// channel (release). The last line is "signature: " with the base64 of a DER signature over all
+/// lines before it.
 /// @param manifest  not null; to be used only when there was no fault
 /// @return what is wrong with it, for the log; empty for nothing.
 std::string_view ParseManifest(std::string_view bytes, Manifest* manifest);
 
 /// Whether a manifest whose signature was verified vouches for an offer.
+/// @param record  of the application
 /// @param now  seconds since 1970-01-01 UTC
 /// @return why not, for the log; empty when it does.
-std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer, std::uint64_t now);
+std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer,
+                         const LocalRecord& record, std::uint64_t now);
 
 #endif  // KUPDATE_INSTALL_MANIFEST_H_

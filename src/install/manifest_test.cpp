@@ -47,6 +47,7 @@ TEST(Manifest, WhatIsNotStrictIsRefused) {
       {"other date form", With("2027-01-31", "31.01.2027"), "the expiry is no date"},
       {"starter", With("size", "starter: bat\nsize"), "the starter is unknown"},
       {"elevate", With("size", "elevate: yes\nsize"), "elevate is neither 0 nor 1"},
+      {"channel", With("size", "channel: x\nsize"), "the channel is neither release nor beta"},
       {"no signature", Body(), "its end is missing"},
       {"last line open", With("E=\n", "E="), "its end is missing"},
       {"more behind", With("E=\n", "E=\napp: x\n"), "something follows the signature"},
@@ -54,37 +55,48 @@ TEST(Manifest, WhatIsNotStrictIsRefused) {
   };
   Manifest manifest;
   table.Expect([&](const std::string& text) { return ParseManifest(text, &manifest); });
-  EXPECT_EQ(ParseManifest(With("signature", "elevate: 0\nsignature"), &manifest), "");
-  EXPECT_FALSE(manifest.mayElevate);
+  const std::string defaults = With("signature", "elevate: 0\nchannel: release\nsignature");
+  EXPECT_EQ(ParseManifest(defaults, &manifest), "");
+  EXPECT_FALSE(manifest.mayElevate || manifest.isBeta);
 }
 
 TEST(Manifest, VouchesForOneOfferOnly) {
   const struct {
     const char* label;
-    void (*change)(Manifest&, UpdateOffer&);
+    void (*change)(Manifest&, UpdateOffer&, LocalRecord&);
     std::uint64_t now;
     std::string_view want;
   } rows[] = {
-      {"the offer", [](auto&, auto&) {}, kLastSecond, ""},
-      {"size not declared", [](auto&, auto& o) { o.size = 0; }, 0, ""},
-      {"day after", [](auto&, auto&) {}, kLastSecond + 1, "it has expired"},
-      {"app", [](auto&, auto& o) { o.appId = "My app"; }, 0, "it is for another application"},
-      {"newer", [](auto&, auto& o) { ++o.version; }, 0, "it is for another version"},
-      {"size", [](auto&, auto& o) { ++o.size; }, 0, "it declares another size"},
-      {"starter", [](auto& m, auto&) { m.starter = {}; }, 0, "it declares another starter"},
-      {"arguments", [](auto&, auto& o) { o.args += ' '; }, 0, "it declares other arguments"},
-      {"elevation", [](auto& m, auto&) { m.mayElevate = false; }, 0, "it does not allow elevation"},
+      {"the offer", [](auto&, auto&, auto&) {}, kLastSecond, ""},
+      {"size not declared", [](auto&, auto& o, auto&) { o.size = 0; }, 0, ""},
+      {"day after", [](auto&, auto&, auto&) {}, kLastSecond + 1, "it has expired"},
+      {"app", [](auto&, auto& o, auto&) { o.appId = "My app"; }, 0,
+       "it is for another application"},
+      {"newer", [](auto&, auto& o, auto&) { ++o.version; }, 0, "it is for another version"},
+      {"platform", [](auto&, auto&, auto& r) { r.platform = "Win"; }, 0,
+       "it is for another platform"},
+      {"any platform", [](auto& m, auto&, auto&) { m.platform = ""; }, 0, ""},
+      {"beta", [](auto&, auto&, auto& r) { r.release = true; }, 0, "it is for the beta channel"},
+      {"release", [](auto& m, auto&, auto&) { m.isBeta = false; }, 0, ""},
+      {"size", [](auto&, auto& o, auto&) { ++o.size; }, 0, "it declares another size"},
+      {"starter", [](auto& m, auto&, auto&) { m.starter = {}; }, 0, "it declares another starter"},
+      {"arguments", [](auto&, auto& o, auto&) { o.args += ' '; }, 0, "it declares other arguments"},
+      {"elevation", [](auto& m, auto&, auto&) { m.mayElevate = false; }, 0,
+       "it does not allow elevation"},
   };
   const std::string text =
-      With("signature", "starter: msi\nargs: /qn  A=\"Ж\"\nelevate: 1\nsignature");
+      With("signature",
+           "starter: msi\nargs: /qn  A=\"Ж\"\nelevate: 1\nplatform: win\nchannel: beta\nsignature");
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     Manifest manifest;
     ASSERT_EQ(ParseManifest(text, &manifest), "");
     UpdateOffer offer{"my app",      MakeVersion(2, 0, 0, 1), {},  {}, 1048576,
                       Starter::kMsi, "/qn  A=\"Ж\"",          true};
-    row.change(manifest, offer);
-    EXPECT_EQ(FaultOf(manifest, offer, row.now), row.want);
+    LocalRecord record;
+    record.platform = "win";
+    row.change(manifest, offer, record);
+    EXPECT_EQ(FaultOf(manifest, offer, record, row.now), row.want);
   }
 }
 

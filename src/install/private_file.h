@@ -8,14 +8,15 @@
 #include <string_view>
 
 #include "install/crypto.h"
+#include "util/handle.h"
 
-/// A file alone in a fresh folder, both with names that nobody can foresee. Only the user may write
-/// there, at medium integrity and above; the system and administrators may read, which installers
-/// need. File and folder are removed with the object. Used by one thread at a time.
+/// A file alone in a fresh folder, both with names that nobody can foresee. As soon as the file is
+/// there, and before anything is written to it, the folder is sealed: the user may read, run and
+/// delete what is in it, and neither add to it nor change that; the system and administrators may read
+/// and run. File and folder are removed with the object. Used by one thread at a time.
 class PrivateFile {
  public:
-  /// Makes the folder and the empty file, open for writing. Folders that earlier runs left behind
-  /// more than a day ago are removed, where nobody uses them.
+  /// Makes the folder and the empty file, open for writing, and seals the folder.
   /// @param extension  with its dot
   /// @return null when the system refuses; that was logged.
   static std::unique_ptr<PrivateFile> Make(std::wstring_view extension);
@@ -36,20 +37,27 @@ class PrivateFile {
   std::uint64_t Size() const;
   /// The whole file's digest in hexadecimal; empty on failure.
   std::string Digest(DigestKind kind) const;
-  /// The held file's handle, for the system's own checks. Stays owned by the object.
-  void* Handle() const { return file_; }
+  /// Whether nothing else is in the folder: nobody was fast enough to put something there before it
+  /// was sealed.
+  bool IsAlone() const;
 
-  /// Leaves file and folder behind, since they are still in use.
+  /// Leaves file and folder behind, since they are still in use. RemoveInstallLeftovers takes them away
+  /// when the program that runs in the folder has ended.
   void Keep() { keep_ = true; }
 
  private:
   PrivateFile() = default;
-  void Close();
 
   std::wstring folder_;
   std::wstring path_;
-  void* file_ = nullptr;  // null: not open
+  UniqueHandle openFolder_;  // keeps others from removing or renaming it
+  UniqueHandle file_;
   bool keep_ = false;
 };
+
+/// Removes the folders that earlier runs left behind, with all that is in them. A folder that a process
+/// works in stays, as its current folder or as a PrivateFile. Follows no link: a link is removed itself.
+/// Best effort; waits for others at most a second, and 0.1 s for a file that a scanner holds.
+void RemoveInstallLeftovers() noexcept;
 
 #endif  // KUPDATE_INSTALL_PRIVATE_FILE_H_

@@ -14,14 +14,6 @@ namespace fs = std::filesystem;
 
 constexpr char kSha256OfAbc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
 
-void SetCreationTime(const fs::path& path, const FILETIME& time) {
-  HANDLE const handle =
-      ::CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  EXPECT_TRUE(::SetFileTime(handle, &time, nullptr, &time));
-  ::CloseHandle(handle);
-}
-
 TEST(PrivateFile, NobodySwapsWhatIsHeld) {
   std::string folder;
   {
@@ -31,8 +23,10 @@ TEST(PrivateFile, NobodySwapsWhatIsHeld) {
     ASSERT_TRUE(file->Append("ab") && file->Append("c"));
     EXPECT_EQ(ReadBytes(file->Path()), "");
     ASSERT_TRUE(file->Hold());
+    EXPECT_TRUE(file->IsAlone());
     const std::wstring other = file->Folder() + L"other";
     WriteBytes(other, "evil");
+    EXPECT_FALSE(file->IsAlone());
     WriteBytes(file->Path(), "evil");
     EXPECT_FALSE(::MoveFileExW(other.c_str(), file->Path().c_str(), MOVEFILE_REPLACE_EXISTING));
     EXPECT_FALSE(::MoveFileExW(file->Path().c_str(), (other + L"2").c_str(), 0));
@@ -41,7 +35,6 @@ TEST(PrivateFile, NobodySwapsWhatIsHeld) {
     EXPECT_EQ(file->Size(), 3u);
     EXPECT_EQ(file->Digest(DigestKind::kSha256), kSha256OfAbc);
     EXPECT_EQ(file->Digest(DigestKind::kMd5), "900150983cd24fb0d6963f7d28e17f72");
-    ::DeleteFileW(other.c_str());
   }
   EXPECT_FALSE(fs::exists(folder));
 }
@@ -54,46 +47,79 @@ TEST(PrivateFile, NamesCannotBeForeseen) {
   EXPECT_NE(fs::path(one->Path()).filename(), fs::path(other->Path()).filename());
 }
 
-TEST(PrivateFile, OnlyTheUserMayWrite) {
-  const auto file = PrivateFile::Make(L".exe");
-  ASSERT_TRUE(file);
+// What the entries of a path's access list allow its owner or everyone, together.
+DWORD AllowedRights(const std::wstring& path) {
   ACL* list = nullptr;
+  PSID owner = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  ASSERT_EQ(::GetNamedSecurityInfoW(const_cast<wchar_t*>(file->Folder().c_str()), SE_FILE_OBJECT,
-                                    DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
-                                    &descriptor),
+  EXPECT_EQ(::GetNamedSecurityInfoW(const_cast<wchar_t*>(path.c_str()), SE_FILE_OBJECT,
+                                    DACL_SECURITY_INFORMATION | OWNER_SECURITY_INFORMATION, &owner,
+                                    nullptr, &list, nullptr, &descriptor),
             DWORD{ERROR_SUCCESS});
   alignas(SID) char everyone[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof everyone;
   ::CreateWellKnownSid(WinWorldSid, nullptr, everyone, &size);
-  ASSERT_TRUE(list);
-  for (DWORD i = 0; i < list->AceCount; ++i) {
+  DWORD rights = 0;
+  for (DWORD i = 0; list && i < list->AceCount; ++i) {
     void* ace = nullptr;
     ::GetAce(list, i, &ace);
-    const auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
-    const auto* const sid = reinterpret_cast<const char*>(&allowed->SidStart);
-    EXPECT_FALSE(::EqualSid(const_cast<char*>(sid), everyone)) << allowed->Mask;
+    auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
+    PSID const sid = &allowed->SidStart;
+    if (::EqualSid(sid, owner) || ::EqualSid(sid, everyone)) rights |= allowed->Mask;
   }
   ::LocalFree(descriptor);
+  return rights;
 }
 
-TEST(PrivateFile, StaysWhenItIsStillInUse) {
-  std::wstring path;
+TEST(PrivateFile, NobodyMayAddToItsFolder) {
+  const auto file = PrivateFile::Make(L".exe");
+  ASSERT_TRUE(file);
+  for (const std::wstring& path : {file->Folder(), file->Path()}) {
+    const DWORD rights = AllowedRights(path);
+    EXPECT_EQ(rights & (FILE_ADD_FILE | FILE_ADD_SUBDIRECTORY), 0u) << fs::path(path);
+    EXPECT_NE(rights & FILE_EXECUTE, 0u) << fs::path(path);
+  }
+}
+
+TEST(RemoveInstallLeftovers, TakesWhatNobodyUsesAndFollowsNoLink) {
+  const DataHome home;
+  const fs::path precious = ProcessTempFolder() / "precious";
+  fs::create_directories(precious);
+  WriteBytes(precious / "file", "x");
+  const auto used = PrivateFile::Make(L".exe");
+  ASSERT_TRUE(used);
+  fs::path kept;
   {
     const auto file = PrivateFile::Make(L".msi");
     ASSERT_TRUE(file);
-    path = file->Path();
+    kept = file->Folder();
     file->Keep();
   }
-  EXPECT_TRUE(fs::exists(path));
-  // The next run finds it too fresh to be a leftover; a later one does not.
-  PrivateFile::Make(L".exe");
-  EXPECT_TRUE(fs::exists(path));
-  const fs::path folder = fs::path(path).parent_path();
-  SetCreationTime(path, FILETIME{0, 0x01D00000});
-  SetCreationTime(folder, FILETIME{0, 0x01D00000});
-  PrivateFile::Make(L".exe");
-  EXPECT_FALSE(fs::exists(folder));
+  const fs::path base = kept.parent_path().parent_path();
+  const fs::path file = kept / "below" / "it" / "file";
+  fs::create_directories(file.parent_path());
+  WriteBytes(file, "x");
+  ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+  const fs::path links[] = {base / std::string(32, 'a'),
+                            base / std::string(32, 'b') / "below" / "link"};
+  for (const fs::path& link : links) {
+    fs::create_directories(link.parent_path());
+    LinkFolder(link, precious);
+  }
+  fs::create_directories(base / "not ours");
+  // As a program does that runs there.
+  const fs::path here = fs::current_path();
+  fs::current_path(kept);
+  RemoveInstallLeftovers();
+  EXPECT_TRUE(fs::exists(file));
+  fs::current_path(here);
+  RemoveInstallLeftovers();
+  EXPECT_FALSE(fs::exists(kept));
+  EXPECT_TRUE(fs::exists(used->Path()));
+  EXPECT_TRUE(fs::exists(base / "not ours"));
+  EXPECT_EQ(ReadBytes(precious / "file"), "x");
+  // Wine cannot remove links.
+  for (const fs::path& link : links) UnlinkFolder(link);
 }
 
 }  // namespace

@@ -1,14 +1,16 @@
 #include "install/private_file.h"
-#include "util/win/unique.h"
+#include "util/win/security.h"
 
 #include <sddl.h>
 
+#include <exception>
 #include <vector>
 
 #include "util/clock.h"
 #include "util/diag_log.h"
+#include "util/file_lock.h"
+#include "util/files.h"
 #include "util/folders.h"
-#include "util/handle.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
@@ -18,10 +20,10 @@ constexpr std::size_t kNameBytes = 16;
 constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 constexpr unsigned kRemoveTries = 20;
 constexpr unsigned kRemovePauseMilliseconds = 25;
-constexpr std::uint64_t kTicksPerDay = std::uint64_t{24} * 3600 * 10'000'000;
+constexpr unsigned kLockWaitMilliseconds = 1000;
 
 struct LocalTraits {
-  using Type = void*;
+  using Type = wchar_t*;
   static Type None() { return nullptr; }
   static void Close(Type memory) { ::LocalFree(memory); }
 };
@@ -35,106 +37,169 @@ std::wstring UserSid() {
   alignas(TOKEN_USER) char buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
   DWORD size = 0;
   if (!::GetTokenInformation(token, TokenUser, buffer, sizeof buffer, &size)) return {};
-  wchar_t* text = nullptr;
-  if (!::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, &text)) return {};
-  const UniqueLocal memory(text);
-  return text;
+  UniqueLocal text;
+  if (!::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, text.put())) {
+    return {};
+  }
+  return text.get();
 }
+
+constexpr wchar_t kOthersRead[] = L"(A;OICI;FRFX;;;SY)(A;OICI;FRFX;;;BA)S:(ML;OICI;NW;;;ME)";
 
 // Nothing is inherited from above; what is made below inherits this.
-UniqueLocal Descriptor() {
-  const std::wstring user = UserSid();
-  if (user.empty()) return {};
-  const std::wstring text = L"O:" + user + L"D:P(A;OICI;FA;;;" + user +
-                            L")(A;OICI;FRFX;;;SY)(A;OICI;FRFX;;;BA)S:(ML;OICI;NW;;;ME)";
-  void* descriptor = nullptr;
-  ::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor,
-                                                         nullptr);
-  return UniqueLocal(descriptor);
+UniqueDescriptor OpenDescriptor(const std::wstring& user) {
+  return DescriptorOf((L"O:" + user + L"D:P(A;OICI;FA;;;" + user + L")" + kOthersRead).c_str());
 }
 
-// The names of what lies directly in a folder and was made more than a day ago.
-std::vector<std::wstring> OldNamesIn(const std::wstring& folder) {
-  FILETIME now;
-  ::GetSystemTimeAsFileTime(&now);
-  const auto ticks = [](const FILETIME& time) {
-    return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
-  };
-  std::vector<std::wstring> names;
+// The user reads, runs and deletes, here and below. Without the second entry the user, as the owner,
+// could always change that.
+UniqueDescriptor SealedDescriptor(const std::wstring& user) {
+  constexpr wchar_t kReadRunDelete[] = L"0x1300E9";
+  const std::wstring begin = std::wstring(L"(A;OICI;") + kReadRunDelete + L";;;";
+  return DescriptorOf(
+      (L"O:" + user + L"D:P" + begin + user + L")" + begin + L"S-1-3-4)" + kOthersRead).c_str());
+}
+
+bool SetRights(const std::wstring& path, const UniqueDescriptor& descriptor) {
+  return ::SetFileSecurityW(path.c_str(),
+                            DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                            descriptor.get()) != FALSE;
+}
+
+// Opens a folder itself, never what it may link to. Until that is closed it can be neither renamed nor
+// removed, nor replaced by a link.
+UniqueHandle OpenFolder(const std::wstring& folder, DWORD access) {
+  HANDLE const handle = ::CreateFileW(
+      folder.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
+
+struct Entry {
+  std::wstring name;
+  DWORD attributes;
+
+  bool IsFolder() const { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+  bool IsLink() const { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+};
+
+std::vector<Entry> EntriesOf(const std::wstring& folder) {
+  std::vector<Entry> entries;
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW((folder + L"*").c_str(), &data));
-  if (!find) return names;
+  if (!find) return entries;
   do {
     const std::wstring_view name = data.cFileName;
-    const bool isOld = ticks(data.ftCreationTime) + kTicksPerDay < ticks(now);
-    if (isOld && name != L"." && name != L"..") names.emplace_back(name);
+    if (name != L"." && name != L"..") {
+      entries.push_back({std::wstring(name), data.dwFileAttributes});
+    }
   } while (::FindNextFileW(find.get(), &data));
-  return names;
+  return entries;
 }
 
-// Best effort: what is in use refuses to go.
-void RemoveLeftovers(const std::wstring& base) {
-  for (const std::wstring& folder : OldNamesIn(base)) {
-    const std::wstring path = std::wstring(base).append(folder).append(L"\\");
-    for (const std::wstring& file : OldNamesIn(path)) {
-      ::DeleteFileW(std::wstring(path).append(file).c_str());
+// Whether it is gone. Nothing happens where another process has the folder open, or as its current one.
+// While its content goes the folder is held, so that no link comes in between.
+bool RemoveFolder(const std::wstring& folder, const UniqueDescriptor& descriptor) {
+  if (!OpenFolder(folder, DELETE)) return false;
+  if (const UniqueHandle held = OpenFolder(folder, FILE_LIST_DIRECTORY);
+      held && !FileSystem::IsLink(NarrowUtf8(folder))) {
+    // Windows refuses this in a sealed folder, and deletes there all the same. Wine, which keeps rights
+    // as modes, needs it.
+    SetRights(folder, descriptor);
+    for (const Entry& entry : EntriesOf(folder)) {
+      const std::wstring path = folder + entry.name;
+      if (entry.IsFolder() && !entry.IsLink()) {
+        RemoveFolder(path + L"\\", descriptor);
+      } else if (entry.IsFolder()) {
+        ::RemoveDirectoryW(path.c_str());
+      } else {
+        ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+        ::DeleteFileW(path.c_str());
+      }
     }
-    ::RemoveDirectoryW(path.c_str());
+  }
+  return ::RemoveDirectoryW(folder.c_str()) != FALSE;
+}
+
+std::wstring Base(CreateFolder create) { return GetUpdaterLocalFolder("Install", create); }
+
+// Held while a folder is made or leftovers are removed, so that a folder that was just made is no
+// leftover.
+FileLock BaseLock(const std::wstring& base) {
+  return FileLock(NarrowUtf8(base) + "install.lock", kLockWaitMilliseconds);
+}
+
+bool IsNameOfOurs(const std::wstring& name) {
+  return name.size() == 2 * kNameBytes && name.find_first_not_of(L"0123456789abcdef") == name.npos;
+}
+
+void RemoveLeftoversIn(const std::wstring& base) {
+  if (EntriesOf(base).empty()) return;
+  FileLock lock = BaseLock(base);
+  const LockScope scope(&lock);
+  if (!scope) return;
+  const UniqueHandle open = OpenFolder(base, FILE_LIST_DIRECTORY);
+  const UniqueDescriptor descriptor = OpenDescriptor(UserSid());
+  for (const Entry& entry : EntriesOf(base)) {
+    if (entry.IsFolder() && IsNameOfOurs(entry.name)) {
+      RemoveFolder(base + entry.name + L"\\", descriptor);
+    }
   }
 }
 
 }  // namespace
 
 std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
-  const std::wstring base = GetLocalAppDataFolder(L"Krelix\\Updater\\Install", CreateFolder::kYes);
-  RemoveLeftovers(base);
-  const UniqueLocal descriptor = Descriptor();
+  const std::wstring base = Base(CreateFolder::kYes);
+  const std::wstring user = UserSid();
+  const UniqueDescriptor descriptor = OpenDescriptor(user);
+  const UniqueDescriptor sealed = SealedDescriptor(user);
   const std::wstring folderName = WidenUtf8(RandomHex(kNameBytes));
   // Not "setup": to a program of such a name the system may give rights that it did not ask for.
   const std::wstring fileName = WidenUtf8(RandomHex(kNameBytes));
-  if (base.empty() || !descriptor || folderName.empty() || fileName.empty()) {
+  if (base.empty() || !descriptor || !sealed || folderName.empty() || fileName.empty()) {
     LOG_E << "Can't prepare a private folder." << kLastError;
     return nullptr;
   }
+  FileLock lock = BaseLock(base);
+  const LockScope scope(&lock);
   SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), FALSE};
   // A folder that is there already is a failure: nobody else's will do.
-  if (!::CreateDirectoryW((base + folderName).c_str(), &security)) {
+  if (!scope || !::CreateDirectoryW((base + folderName).c_str(), &security)) {
     LOG_E << "Can't create a private folder in" << base << kLastError;
     return nullptr;
   }
   std::unique_ptr<PrivateFile> file(new PrivateFile);
   file->folder_ = base + folderName + L"\\";
   file->path_ = file->folder_ + fileName + std::wstring(extension);
-  HANDLE handle = ::CreateFileW(file->path_.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW,
-                                FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
+  file->openFolder_ = OpenFolder(file->folder_, FILE_LIST_DIRECTORY);
+  HANDLE const handle = ::CreateFileW(file->path_.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle != INVALID_HANDLE_VALUE) file->file_ = UniqueHandle(handle);
+  if (!file->openFolder_ || !file->file_ || !SetRights(file->folder_, sealed) ||
+      !SetRights(file->path_, sealed)) {
     LOG_E << "Can't create a private file in" << file->folder_ << kLastError;
     return nullptr;
   }
-  file->file_ = handle;
   return file;
 }
 
 PrivateFile::~PrivateFile() {
-  Close();
-  if (keep_ || folder_.empty()) return;
+  file_ = UniqueHandle();
+  openFolder_ = UniqueHandle();
+  if (keep_) return;
+  const UniqueDescriptor descriptor = OpenDescriptor(UserSid());
   // A program that has just ended holds its file and folder for a moment longer, as does a scanner.
   for (unsigned tries = 0; tries < kRemoveTries; ++tries) {
     if (tries > 0) SleepMilliseconds(kRemovePauseMilliseconds);
-    ::DeleteFileW(path_.c_str());
-    if (::RemoveDirectoryW(folder_.c_str())) return;
+    if (RemoveFolder(folder_, descriptor)) return;
   }
   LOG_W << "Can't remove" << folder_ << kLastError;
 }
 
-void PrivateFile::Close() {
-  if (file_) ::CloseHandle(file_);
-  file_ = nullptr;
-}
-
 bool PrivateFile::Append(std::string_view bytes) {
   DWORD written = 0;
-  if (::WriteFile(file_, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+  if (::WriteFile(file_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
       written == bytes.size()) {
     return true;
   }
@@ -143,35 +208,45 @@ bool PrivateFile::Append(std::string_view bytes) {
 }
 
 bool PrivateFile::Hold() {
-  Close();
-  // The system runs no program that is open for writing, so the file is opened anew. Whatever
+  // The system runs no program that is open for writing, so the file is opened once more. Whatever
   // happened to it in between is seen by the checks, which read through this handle.
-  HANDLE handle = ::CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  file_ = UniqueHandle();
+  HANDLE const handle = ::CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     LOG_E << "Can't hold the file." << kLastError;
     return false;
   }
-  file_ = handle;
+  file_ = UniqueHandle(handle);
   return true;
 }
 
 std::uint64_t PrivateFile::Size() const {
   LARGE_INTEGER size;
-  return ::GetFileSizeEx(file_, &size) ? static_cast<std::uint64_t>(size.QuadPart) : 0;
+  return ::GetFileSizeEx(file_.get(), &size) ? static_cast<std::uint64_t>(size.QuadPart) : 0;
 }
 
 std::string PrivateFile::Digest(DigestKind kind) const {
-  if (!::SetFilePointerEx(file_, {}, nullptr, FILE_BEGIN)) return {};
+  if (!::SetFilePointerEx(file_.get(), {}, nullptr, FILE_BEGIN)) return {};
   Hasher hasher(kind);
   std::vector<char> piece(kPieceBytes);
   for (;;) {
     DWORD read = 0;
-    if (!::ReadFile(file_, piece.data(), static_cast<DWORD>(piece.size()), &read, nullptr)) {
+    if (!::ReadFile(file_.get(), piece.data(), static_cast<DWORD>(piece.size()), &read, nullptr)) {
       LOG_E << "Can't read the file." << kLastError;
       return {};
     }
     if (read == 0) return HexText(hasher.Finish());
     hasher.Update(std::string_view(piece.data(), read));
+  }
+}
+
+bool PrivateFile::IsAlone() const { return EntriesOf(folder_).size() == 1; }
+
+void RemoveInstallLeftovers() noexcept {
+  try {
+    RemoveLeftoversIn(Base(CreateFolder::kNo));
+  } catch (const std::exception& error) {
+    LOG_E << "Can't remove leftovers:" << error.what();
   }
 }

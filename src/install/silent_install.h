@@ -11,6 +11,7 @@ struct InstallSettings {
   TrustAnchors trust;
   std::uint64_t now = 0;  ///< seconds since 1970-01-01 UTC, for the expiry of manifests
   unsigned installerLimitSeconds = 15 * 60;
+  unsigned manifestLimitSeconds = 5 * 60;
   unsigned downloadLimitSeconds = 60 * 60;
 };
 

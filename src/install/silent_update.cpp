@@ -21,4 +21,10 @@ int RunSilentUpdate(const std::string& appId) {
   return kInstallFailed;
 }
 
-std::string TrustStatus() { return Describe(BuiltInTrust()); }
+std::string TrustStatus() {
+#ifdef KUPDATE_TEST_BUILD
+  return "TEST BUILD. " + Describe(BuiltInTrust());
+#else
+  return Describe(BuiltInTrust());
+#endif
+}

@@ -1,15 +1,61 @@
 #include "install/trust.h"
 
-#include "util/text.h"
+#include <algorithm>
+#include <optional>
+
+#include "install/base64.h"
+#include "install/crypto.h"
+#include "util/diag_log.h"
+#include "util/log_line.h"
+
+namespace {
+
+constexpr std::size_t kFingerprintDigits = 16;
+
+bool IsSignedBy(const PublisherKey& publisher, const Manifest& manifest) {
+  const std::optional<P256Pair> key = PublicKeyFromBase64(publisher.key);
+  if (!key) LOG_E << "A public key of this build is none.";
+  return key && VerifyP256(*key, manifest.signedText, manifest.signature);
+}
+
+bool MaySignFor(const PublisherKey& publisher, const std::string& app) {
+  const std::vector<std::string>& apps = publisher.apps;
+  return apps.empty() || std::find(apps.begin(), apps.end(), app) != apps.end();
+}
+
+std::string Fingerprint(const PublisherKey& publisher) {
+  Hasher hasher(DigestKind::kSha256);
+  hasher.Update(DecodeBase64(publisher.key).value_or(std::string()));
+  return HexText(hasher.Finish()).substr(0, kFingerprintDigits);
+}
+
+std::string Describe(const PublisherKey& publisher) {
+  std::string text = Fingerprint(publisher);
+  for (const std::string& app : publisher.apps) {
+    text.append(&app == publisher.apps.data() ? " (" : ", ").append(app);
+  }
+  return publisher.apps.empty() ? text : text + ")";
+}
+
+}  // namespace
+
+std::string_view FaultOfSigner(const TrustAnchors& trust, const Manifest& manifest) {
+  std::string_view fault = "no key of this build signed it";
+  for (const PublisherKey& publisher : trust.publicKeys) {
+    if (!IsSignedBy(publisher, manifest)) continue;
+    if (MaySignFor(publisher, manifest.app)) return {};
+    fault = "the key that signed it is bound to other applications";
+  }
+  return fault;
+}
 
 std::string Describe(const TrustAnchors& trust) {
-  if (!trust.publicKeys.empty()) {
-    return "Updates need a manifest signed with a publisher's key; this build knows " +
-           DecimalText(static_cast<std::int64_t>(trust.publicKeys.size())) + ".";
+  if (trust.publicKeys.empty()) {
+    return "No update is ever run: this build knows no publisher's key.";
   }
-  if (!trust.publisherName.empty()) {
-    return "Updates need an Authenticode signature of \"" + trust.publisherName + "\".";
+  std::string text = "Updates need a manifest signed with one of these keys: ";
+  for (const PublisherKey& publisher : trust.publicKeys) {
+    text.append(&publisher == trust.publicKeys.data() ? "" : ", ").append(Describe(publisher));
   }
-  return "No update is ever run: this build knows neither a publisher's key nor a publisher's "
-         "name.";
+  return text + ".";
 }

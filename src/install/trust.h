@@ -3,21 +3,31 @@
 #define KUPDATE_INSTALL_TRUST_H_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
-struct TrustAnchors {
-  /// Public keys, any of which may sign a manifest: base64 as between the first and the last line
-  /// of a PEM file, without line ends.
-  std::vector<std::string> publicKeys;
-  /// Counts only without a key: the name in the Authenticode certificate of an update's file,
-  /// UTF-8.
-  std::string publisherName;
+#include "install/manifest.h"
+
+/// A public key that may sign manifests.
+struct PublisherKey {
+  std::string key;                ///< base64 as between the first and the last line of a PEM file,
+                                  ///< without line ends
+  std::vector<std::string> apps;  ///< the applications that it may sign for; empty: all
 };
 
-/// What the build options KUPDATE_PUBLIC_KEYS and KUPDATE_PUBLISHER_NAME gave.
+struct TrustAnchors {
+  std::vector<PublisherKey> publicKeys;
+};
+
+/// What the build option KUPDATE_PUBLIC_KEYS gave.
 const TrustAnchors& BuiltInTrust();
 
-/// One line for people.
+/// Whether one of the keys signed the manifest and may sign for its application.
+/// @return why not, for the log; empty when it did.
+std::string_view FaultOfSigner(const TrustAnchors& trust, const Manifest& manifest);
+
+/// One line for people: which keys count, by fingerprint, and for which applications. The fingerprint
+/// is the first 16 digits of the SHA-256 of the key's DER form.
 std::string Describe(const TrustAnchors& trust);
 
 #endif  // KUPDATE_INSTALL_TRUST_H_

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "appinfo/local_record.h"
 #include "update/version_number.h"
 
 /// How an update is started.
@@ -29,29 +30,26 @@ struct UpdateOffer {
   bool mayElevate = false;
 };
 
-/// Reads the recorded update of an application, each file in one go under its store's lock.
-/// @return nothing when there is none, or none above the installed version, or the application is
-///         not installed (any more); which of these is logged. Files that cannot be read count as
-///         empty ones.
+/// Reads the recorded update of an application in one go, under its store's lock.
+/// @return nothing when there is none; that is logged. A file that cannot be read counts as empty.
 std::optional<UpdateOffer> ReadOffer(const std::string& appId);
+
+/// Whether an application as it is now may be updated to `version`: it is registered, not removed, and
+/// below that version. False was logged with its cause.
+/// @param record  of the application, if it has one
+bool MayUpdate(const std::optional<LocalRecord>& record, VersionNumber version);
 
 /// Longer addresses and arguments are refused.
 inline constexpr std::size_t kMaxAddressBytes = 2048;
 inline constexpr std::size_t kMaxArgsBytes = 1024;
 
-/// What an address may be fetched with.
-enum class AddressKind { kRefused, kHttp, kHttps };
-/// Only "http://" and "https://" (any case) with a host are not refused: no other scheme, no path
-/// of a file, no user name, no fragment, nothing that an address would have to encode.
-AddressKind KindOfAddress(std::string_view url);
+/// Whether an address may be fetched: "http://" or "https://" (any case) with a host; no other scheme,
+/// no path of a file, no user name, no fragment, nothing that an address would have to encode.
+bool IsFetched(std::string_view url);
 
 /// The address to which an answer from `url` redirects.
 /// @param location  as the server sent it: a whole address, or one that begins with "/"
 /// @return empty for any other location.
 std::string RedirectedAddress(std::string_view url, std::string_view location);
-
-/// Whether arguments can do no more than set switches: words that begin with "/" or "-" and hold
-/// letters, digits and "=_,.-", so that none names a file, a folder or an address.
-bool ArePlainSwitches(std::string_view args);
 
 #endif  // KUPDATE_INSTALL_UPDATE_OFFER_H_

@@ -154,7 +154,10 @@ std::optional<PingBlock> TStatCtrl::NextBlock(const std::string& baseUrl,
   }
   if (!ping && isChanged) waiting.Save(StatisticsPath());
   lock.Release();
-  if (ping) LOG_W << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
+  if (ping) {
+    LogAs(kGetPingUrl.name, __LINE__, "W:")
+        << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
+  }
   return ping;
 }
 
