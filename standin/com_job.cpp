@@ -9,6 +9,7 @@
 #include "util/win/windows_lean.h"
 // After the system's header, which it needs.
 #include <bits.h>
+#include <bits5_0.h>
 
 namespace standin {
 namespace {
@@ -19,7 +20,7 @@ FILETIME TimeFromTicks(std::uint64_t ticks) {
 
 std::wstring_view OrEmpty(const wchar_t* text) { return text ? text : L""; }
 
-class JobObject final : public ComObject<IBackgroundCopyJob2> {
+class JobObject final : public ComObject<IBackgroundCopyJob5> {
  public:
   JobObject(Service& service, std::shared_ptr<Job> job)
       : ComObject(service.lifetime), service_(service), job_(std::move(job)) {}
@@ -179,6 +180,15 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
     });
   }
 
+  HRESULT STDMETHODCALLTYPE SetProperty(BITS_JOB_PROPERTY_ID id,
+                                        BITS_JOB_PROPERTY_VALUE value) override {
+    CallRecord call = Record("SetProperty");
+    call.line().Number("property", static_cast<unsigned>(id));
+    if (id != BITS_JOB_PROPERTY_MAX_DOWNLOAD_SIZE) return call.NotImplemented();
+    call.line().Number("bytes", value.Uint64);
+    return call.Run([&] { return job_->SetMaxBytes(value.Uint64); });
+  }
+
   HRESULT STDMETHODCALLTYPE EnumFiles(IEnumBackgroundCopyFiles**) override {
     return Refuse("EnumFiles");
   }
@@ -224,9 +234,39 @@ class JobObject final : public ComObject<IBackgroundCopyJob2> {
   HRESULT STDMETHODCALLTYPE RemoveCredentials(BG_AUTH_TARGET, BG_AUTH_SCHEME) override {
     return Refuse("RemoveCredentials");
   }
+  HRESULT STDMETHODCALLTYPE ReplaceRemotePrefix(LPCWSTR, LPCWSTR) override {
+    return Refuse("ReplaceRemotePrefix");
+  }
+  HRESULT STDMETHODCALLTYPE AddFileWithRanges(LPCWSTR, LPCWSTR, DWORD, BG_FILE_RANGE*) override {
+    return Refuse("AddFileWithRanges");
+  }
+  HRESULT STDMETHODCALLTYPE SetFileACLFlags(DWORD) override { return Refuse("SetFileACLFlags"); }
+  HRESULT STDMETHODCALLTYPE GetFileACLFlags(DWORD*) override { return Refuse("GetFileACLFlags"); }
+  HRESULT STDMETHODCALLTYPE SetPeerCachingFlags(DWORD) override {
+    return Refuse("SetPeerCachingFlags");
+  }
+  HRESULT STDMETHODCALLTYPE GetPeerCachingFlags(DWORD*) override {
+    return Refuse("GetPeerCachingFlags");
+  }
+  HRESULT STDMETHODCALLTYPE GetOwnerIntegrityLevel(ULONG*) override {
+    return Refuse("GetOwnerIntegrityLevel");
+  }
+  HRESULT STDMETHODCALLTYPE GetOwnerElevationState(BOOL*) override {
+    return Refuse("GetOwnerElevationState");
+  }
+  HRESULT STDMETHODCALLTYPE SetMaximumDownloadTime(ULONG) override {
+    return Refuse("SetMaximumDownloadTime");
+  }
+  HRESULT STDMETHODCALLTYPE GetMaximumDownloadTime(ULONG*) override {
+    return Refuse("GetMaximumDownloadTime");
+  }
+  HRESULT STDMETHODCALLTYPE GetProperty(BITS_JOB_PROPERTY_ID, BITS_JOB_PROPERTY_VALUE*) override {
+    return Refuse("GetProperty");
+  }
 
  private:
   bool Answers(const GUID& id) override {
+    if (id == __uuidof(IBackgroundCopyJob5)) return service_.control.Job5Offered();
     if (id == __uuidof(IBackgroundCopyJob2)) return !service_.control.Job2Withheld();
     return id == IID_IUnknown || id == __uuidof(IBackgroundCopyJob);
   }

@@ -54,6 +54,12 @@ bool Control::Job2Withheld() {
   return script_.withholdJob2;
 }
 
+bool Control::Job5Offered() {
+  const std::lock_guard lock(mutex_);
+  Refresh();
+  return script_.offerJob5;
+}
+
 std::optional<int> Control::NextScriptedState() {
   const std::lock_guard lock(mutex_);
   Refresh();

@@ -24,6 +24,7 @@ class Control {
   /// Counts one call of that name. Returns the code it has to fail with, if it has to.
   std::optional<HResult> FailureOf(std::string_view call);
   bool Job2Withheld();
+  bool Job5Offered();
   /// The next state of the scripted sequence; nothing when there is none.
   std::optional<int> NextScriptedState();
   bool IsVanished(std::string_view jobId);

@@ -113,6 +113,7 @@ bool ParseLine(const Words& words, ControlScript& script) {
     return true;
   }
   if (words[0] == "no-job2" && words.size() == 1) return script.withholdJob2 = true;
+  if (words[0] == "job5" && words.size() == 1) return script.offerJob5 = true;
   if (words[0] == "any-server" && words.size() == 1) return script.anyServer = true;
   return false;
 }

@@ -26,6 +26,7 @@ struct FailRule {
 struct ControlScript {
   std::vector<FailRule> failures;
   bool withholdJob2 = false;
+  bool offerJob5 = false;
   std::vector<int> states;  ///< delivered by GetState in this order, the last one repeated
   std::vector<std::string> vanished;          ///< job ids in registry form, or "all"
   std::string user = "self";                  ///< whom all calls come from

@@ -112,6 +112,11 @@ Job::File* Job::Unfinished() {
   return file == files_.end() ? nullptr : &*file;
 }
 
+bool Job::FitsIn(std::uint64_t moreBytes) const {
+  for (const File& file : files_) moreBytes += file.doneBytes;
+  return moreBytes <= settings_.maxBytes.value_or(moreBytes);
+}
+
 bool Job::DiscardTemps() {
   bool gone = true;
   for (File& file : files_) gone = file.temp.Discard() && gone;
@@ -209,6 +214,10 @@ HResult Job::SetNotifyFlags(std::uint32_t flags) {
   return Modify([&](JobSettings& settings) { settings.notifyFlags = flags; });
 }
 
+HResult Job::SetMaxBytes(std::uint64_t bytes) {
+  return Modify([&](JobSettings& settings) { settings.maxBytes = bytes; });
+}
+
 HResult Job::SetNotifyCommand(const wchar_t* program, const wchar_t* parameters) {
   if (!program && parameters) return E_INVALIDARG;
   const std::optional<std::wstring> newProgram = Optional(program);
@@ -278,9 +287,13 @@ Job::Step Job::NextStep(Run run) {
   return {.kind = Step::Kind::kDownload, .url = file->url};
 }
 
-bool Job::SetSize(Run run, std::optional<std::uint64_t> sizeBytes) {
+bool Job::SetSize(Run run, std::optional<std::uint64_t> sizeBytes, HResult* failure) {
   const std::lock_guard lock(mutex_);
   if (!Current(run)) return false;
+  if (!FitsIn(sizeBytes.value_or(0))) {
+    *failure = kTooManyBytes;
+    return false;
+  }
   Unfinished()->sizeBytes = sizeBytes;
   Enter(JobState::kTransferring);
   return true;
@@ -290,7 +303,7 @@ bool Job::Append(Run run, const char* data, std::size_t sizeBytes, HResult* fail
   const std::lock_guard lock(mutex_);
   if (!Current(run)) return false;
   File& file = *Unfinished();
-  *failure = file.temp.Append(data, sizeBytes);
+  *failure = FitsIn(sizeBytes) ? file.temp.Append(data, sizeBytes) : kTooManyBytes;
   if (*failure != S_OK) return false;
   file.doneBytes += sizeBytes;
   mostBytes_ = std::max(mostBytes_, file.doneBytes);

@@ -14,6 +14,9 @@
 
 namespace standin {
 
+/// The service's own code for a job that would transfer more than its client allows.
+inline constexpr HResult kTooManyBytes = static_cast<HResult>(0x80200064);
+
 struct JobProgress {
   std::optional<std::uint64_t> bytesTotal;  ///< nothing while a file's size is unknown
   std::uint64_t bytesTransferred = 0;
@@ -61,6 +64,8 @@ class Job {
   HResult SetPriority(int priority);
   HResult SetNoProgressSeconds(std::uint32_t seconds);
   HResult SetNotifyFlags(std::uint32_t flags);
+  /// What all files together may have; a job with more fails.
+  HResult SetMaxBytes(std::uint64_t bytes);
   /// Null pointers take the program, the parameters or both away.
   HResult SetNotifyCommand(const wchar_t* program, const wchar_t* parameters);
 
@@ -90,8 +95,9 @@ class Job {
   /// Opens the next file to download: the job is CONNECTING. With none left it is TRANSFERRED.
   Step NextStep(Run run);
   /// The server answers: the job is TRANSFERRING.
-  bool SetSize(Run run, std::optional<std::uint64_t> sizeBytes);
-  /// @param failure  receives the code when the bytes cannot be written
+  /// @param failure  receives kTooManyBytes when the file is too large for the job
+  bool SetSize(Run run, std::optional<std::uint64_t> sizeBytes, HResult* failure);
+  /// @param failure  receives the same, or the code when the bytes cannot be written
   bool Append(Run run, const char* data, std::size_t sizeBytes, HResult* failure);
   bool FinishFile(Run run);
   /// TRANSIENT_ERROR; the transfer goes on with NextStep.
@@ -123,6 +129,7 @@ class Job {
   Run StartRun();
   void StopRun();
   File* Unfinished();
+  bool FitsIn(std::uint64_t moreBytes) const;
   bool DiscardTemps();
   template <class Change>
   HResult Modify(Change change);

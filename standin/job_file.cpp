@@ -61,6 +61,7 @@ class Writer {
     Number("notify-flags", job.settings.notifyFlags);
     Text("notify-program", job.settings.notifyProgram);
     Text("notify-parameters", job.settings.notifyParameters);
+    if (job.settings.maxBytes) Number("max-bytes", *job.settings.maxBytes);
     Number("notice-due", job.noticeDue);
     Number("created", job.times.created);
     Number("modified", job.times.modified);
@@ -110,6 +111,7 @@ void ReadJobValue(JobRecord& job, std::string_view key, const std::string& value
   if (key == "notify-flags") settings.notifyFlags = static_cast<std::uint32_t>(number);
   if (key == "notify-program") settings.notifyProgram = WidenUtf8(value);
   if (key == "notify-parameters") settings.notifyParameters = WidenUtf8(value);
+  if (key == "max-bytes") settings.maxBytes = number;
   if (key == "notice-due") job.noticeDue = number == 1;
   if (key == "created") job.times.created = number;
   if (key == "modified") job.times.modified = number;

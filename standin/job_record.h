@@ -21,6 +21,7 @@ struct JobSettings {
   std::uint32_t notifyFlags = 3;  // transferred, error
   std::optional<std::wstring> notifyProgram;
   std::optional<std::wstring> notifyParameters;
+  std::optional<std::uint64_t> maxBytes;  // of all files together
 };
 
 /// In ticks of 100 ns since 1601 UTC; 0: not yet.

@@ -43,11 +43,12 @@ class Transfer {
 
   // Returns whether the run goes on.
   bool Fetch(const std::wstring& url) {
-    HResult localFailure = S_OK;
+    HResult failure = S_OK;
     const DownloadSink sink{
-        .begin = [&](std::optional<std::uint64_t> size) { return job_->SetSize(run_, size); },
+        .begin =
+            [&](std::optional<std::uint64_t> size) { return job_->SetSize(run_, size, &failure); },
         .take = [&](const char* data,
-                    std::size_t size) { return job_->Append(run_, data, size, &localFailure); }};
+                    std::size_t size) { return job_->Append(run_, data, size, &failure); }};
     const ServerRule rule =
         service_.control.AnyServerWillDo() ? ServerRule::kAny : ServerRule::kStatic;
     const DownloadResult result = Download(url, rule, sink);
@@ -62,7 +63,11 @@ class Transfer {
         Fail({result.code, result.context, result.text});
         return false;
       case DownloadResult::Kind::kEndedBySink:
-        if (localFailure != S_OK) Fail(LocalError(localFailure));
+        if (failure == kTooManyBytes) {
+          Fail({failure, BG_ERROR_CONTEXT_REMOTE_FILE, "the file has more bytes than the job may"});
+        } else if (failure != S_OK) {
+          Fail(LocalError(failure));
+        }
         return false;
     }
     return false;
