@@ -23,6 +23,7 @@
 #include "update/upd_info.h"
 #include "util/folders.h"
 #include "util/text.h"
+#include "util/win/security.h"
 
 namespace {
 
@@ -218,8 +219,14 @@ TEST(Install, WhatHappensDuringTheDownloadCounts) {
     int want;
     const char* line;
   } rows[] = {
-      {[] { WriteBytes(PrivateFolders().front() / "version.dll", "evil"); }, kInstallNotTrusted,
-       "E:Verify: The file is not alone in its folder."},
+      {[] {
+         const fs::path folder = PrivateFolders().front();
+         // Wine allows the owner that, Windows nobody.
+         ::SetFileSecurityW(folder.c_str(), DACL_SECURITY_INFORMATION,
+                            DescriptorOf(L"D:(A;;FA;;;WD)").get());
+         WriteBytes(folder / "version.dll", "evil");
+       },
+       kInstallNotTrusted, "E:Verify: The file is not alone in its folder."},
       {[] { ChangeLocalRecord("app", [](LocalRecord& record) { record.removed = true; }); },
        kInstallNothing, "E:MayUpdate: The application is removed."},
   };

@@ -7,12 +7,19 @@
 #include <filesystem>
 
 #include "testing/data_home.h"
+#include "util/win/security.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr char kSha256OfAbc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+
+// Lets everyone write to a sealed folder. Wine allows its owner that, Windows nobody.
+void Unseal(const fs::path& folder) {
+  EXPECT_TRUE(::SetFileSecurityW(folder.c_str(), DACL_SECURITY_INFORMATION,
+                                 DescriptorOf(L"D:(A;;FA;;;WD)").get()));
+}
 
 TEST(PrivateFile, NobodySwapsWhatIsHeld) {
   std::string folder;
@@ -25,6 +32,7 @@ TEST(PrivateFile, NobodySwapsWhatIsHeld) {
     ASSERT_TRUE(file->Hold());
     EXPECT_TRUE(file->IsAlone());
     const std::wstring other = file->Folder() + L"other";
+    Unseal(file->Folder());
     WriteBytes(other, "evil");
     EXPECT_FALSE(file->IsAlone());
     WriteBytes(file->Path(), "evil");
@@ -97,6 +105,7 @@ TEST(RemoveInstallLeftovers, TakesWhatNobodyUsesAndFollowsNoLink) {
   }
   const fs::path base = kept.parent_path().parent_path();
   const fs::path file = kept / "below" / "it" / "file";
+  Unseal(kept);
   fs::create_directories(file.parent_path());
   WriteBytes(file, "x");
   ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
