@@ -14,6 +14,8 @@ std::map<std::string, std::string>& Files() {
 
 bool AppendToFile(const std::wstring&, std::string_view) { return true; }
 
+void MoveAsideAbove(const std::wstring&, std::uint64_t) {}
+
 void MakeFolder(const std::wstring&) {}
 
 std::wstring GetSpecialFolder(int csidl, const std::wstring& subPath, CreateFolder) {

@@ -15,7 +15,7 @@ namespace proof {
 bool WaitBehindStarts(int starts) {
   constexpr char kAppId[] = "waits";
   constexpr std::int32_t kWaitMilliseconds = 30000;
-  using Clock = std::chrono::steady_clock;
+  using Steady = std::chrono::steady_clock;
   PlaceExecutor(Setting(L"KUPDATE_EXEC"));
   const std::string feed = Publish("waits-feed", Feed());
   const std::string report = Publish("waits-report", "ok");
@@ -26,9 +26,9 @@ bool WaitBehindStarts(int starts) {
     Dll().onApplicationStartup(kAppId, "win64", feed.c_str(), report.c_str(), 3600, 1, 0, 0, 0,
                                true);
     bool found = false;
-    const auto begin = Clock::now();
+    const auto begin = Steady::now();
     const kupdate_status status = Dll().isUpgradeAvailable(kAppId, kWaitMilliseconds, &found);
-    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Steady::now() - begin);
     longest = std::max<std::int64_t>(longest, took.count());
     if (status == KUPDATE_S_OK && found) continue;
     ++wrong;

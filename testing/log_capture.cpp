@@ -27,7 +27,10 @@ LogCapture::LogCapture(std::filesystem::path file)
 
 std::vector<std::string> LogCapture::Lines() const {
   static const std::regex header("^..:..:.. (.:[^(]*)\\([0-9]+\\):");
-  std::vector<std::string> lines = LinesOf(ReadBytes(file_).substr(start_));
+  std::string text = ReadBytes(file_);
+  // A log that has grown too large goes on in a new file.
+  if (text.size() < start_) text.insert(0, ReadBytes(file_.string() + ".bak"));
+  std::vector<std::string> lines = LinesOf(text.substr(std::min(start_, text.size())));
   for (std::string& line : lines) line = std::regex_replace(line, header, "$1:");
   return lines;
 }

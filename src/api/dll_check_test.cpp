@@ -8,6 +8,7 @@
 
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/clock.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -245,7 +246,7 @@ TEST(SilentInstall, GivesTheExecutorsCodeInEveryOrderOfEvents) {
     SCOPED_TRACE(c.label);
     fs::remove(DataFolder() / "install" / "updinfo.xml");
     const auto others = [&] {
-      ::Sleep(250);
+      SleepMilliseconds(250);
       if (std::string(c.others).starts_with("store")) {
         WriteBytes(DataFolder() / "install" / "updinfo.xml",
                    "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");

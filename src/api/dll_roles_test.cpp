@@ -66,9 +66,11 @@ int RunExecutor(const std::string& commandLine) {
   return 0;
 }
 
-// A host that sets the locale of these applications.
+// A host that sets the locale of these applications, to another one each time.
 int RunHost(const std::vector<std::string>& appIds) {
-  for (const std::string& id : appIds) Dll().setLocale(id == "null" ? nullptr : id.c_str(), "x");
+  const std::string locale = std::to_string(::GetCurrentProcessId());
+  for (const std::string& id : appIds)
+    Dll().setLocale(id == "null" ? nullptr : id.c_str(), locale.c_str());
   return 0;
 }
 

@@ -61,7 +61,6 @@ bool IsNeededByStore(const std::string& appId, const Executors& executors) {
 VersionStatus ParseVersionStatus(std::string_view text) {
   if (text == "release") return VS_RELEASE;
   if (text == "critical") return VS_CRITICAL;
-  if (text != "beta") LOG_D << "default == VS_BETA";
   return VS_BETA;
 }
 
@@ -79,7 +78,10 @@ std::string TAppInfo2::VersionUrl() const {
 }
 
 VersionStatus TAppInfo2::GetVersionStatus() const {
-  return ParseVersionStatus(Read("VersionStatus"));
+  const std::string text = Read("VersionStatus");
+  const VersionStatus status = ParseVersionStatus(text);
+  if (status == VS_BETA && text != "beta") LOG_D << "default == VS_BETA";
+  return status;
 }
 void TAppInfo2::SetVersionStatus(VersionStatus status) { WriteNumber("VersionStatus", status); }
 bool TAppInfo2::WantUnstableToo() const { return ReadFlag("WantUnstableToo"); }

@@ -11,8 +11,7 @@
 /// A version's channel, as numbers that are stored.
 enum VersionStatus { VS_BETA = 0, VS_RELEASE = 1, VS_CRITICAL = 2 };
 
-/// "release" and "critical" (exact case); anything else is VS_BETA, which is logged unless it is
-/// "beta".
+/// "release" and "critical" (exact case); anything else is VS_BETA.
 VersionStatus ParseVersionStatus(std::string_view text);
 
 /// The scheduling layer. Times are whole seconds since 1970-01-01 UTC; `now` is the caller's, read
@@ -26,8 +25,8 @@ class TAppInfo2 : public TAppInfo {
   /// user may have written it here, but not there.
   std::string VersionUrl() const;
 
-  /// "VersionStatus" read as a word. Hosts' start-up stores a number there, which reads as VS_BETA:
-  /// that is what files in the field hold.
+  /// "VersionStatus" read as a word; one that is none is VS_BETA, which is logged. Hosts' start-up
+  /// stores a number there: that is what files in the field hold.
   VersionStatus GetVersionStatus() const;
   /// Stores the number.
   void SetVersionStatus(VersionStatus status);

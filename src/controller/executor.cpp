@@ -66,7 +66,7 @@ bool Launch(const std::string& appId, const PingBlock& block, Removal removal) n
     const bool suicide = removal == Removal::kWhenUnused &&
                          block.firstState == AppState::kUninstall && IsExecutorUnused(executor);
     const ComApartment apartment;
-    TBitsTransfer transfer(block.url, resultFile);
+    TBitsTransfer transfer(block.url, resultFile, JobPurpose::kReport);
     if (block.firstState == AppState::kDayuse) transfer.SetTimeout(kDayuseTimeoutSeconds);
     transfer.NotifyCmdLine(executor, PingArguments(id, block.id, suicide));
     transfer.Work();
@@ -133,7 +133,7 @@ std::string CheckUpdate(TAppInfo2& store) {
     return {};
   }
   const ComApartment apartment;
-  TBitsTransfer transfer(url, resultFile);
+  TBitsTransfer transfer(url, resultFile, JobPurpose::kCheck);
   transfer.SetTimeout(kCheckTimeoutSeconds);
   transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
   store.SaveChanges();

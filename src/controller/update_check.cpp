@@ -190,7 +190,12 @@ bool TUpdaterController::StopJob() {
 
 JobState TUpdaterController::CurrentJobState() const {
   try {
-    return TBitsTransferCompletion::CreateWorker(jobId_)->GetJobState();
+    const auto job = TBitsTransferCompletion::CreateWorker(jobId_);
+    const JobState state = job->GetJobState();
+    if (!JobInWork(state) || !IsTooLarge(JobPurpose::kHostFeed, job->BytesTransferred()))
+      return state;
+    LOG_E << "The feed is too large, its download is given up.";
+    return JobState::kError;
   } catch (...) {
     return JobState::kError;  // a job that cannot be asked is lost; why is in the log
   }

@@ -49,7 +49,9 @@ ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std:
   }
   const bool isPingDue = store.ShouldPing(now) && !store.Read("ReportUrl").empty();
   const bool isCheckDue = store.ShouldCheck(now);
-  // Noted before the ping is sent: the file is then written once for both.
+  // Both are noted before the ping is sent, in the order in which they are done: the file is then
+  // written once.
+  if (isPingDue) store.RecordPing(now);
   if (isCheckDue) store.UpdateLastCheckTime(now);
   ScheduledJobs jobs;
   if (isPingDue) jobs.pingFailure = SendDuePing(store, statisticsLock, now);

@@ -57,15 +57,13 @@ void DropDialog(TAppInfo2& app, Outcome outcome) {
 }
 
 void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std::uint64_t now) {
-  {
-    const StoreChanges one(app);
-    app.WriteFlag(kUpgradeAvailable, outcome == Outcome::kFound);
-    if (outcome != Outcome::kFailed) {
-      app.WriteNumber("NextCheckTime",
-                      static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
-    }
-    DropDialog(app, outcome);
+  app.WriteFlag(kUpgradeAvailable, outcome == Outcome::kFound);
+  if (outcome != Outcome::kFailed) {
+    app.WriteNumber("NextCheckTime",
+                    static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
   }
+  DropDialog(app, outcome);
+  app.SaveChanges();
   // Last: from here on a waiting host takes the answer for its own.
   WriteAnswer(app.AppId(), CheckAnswer{jobId, outcome == Outcome::kFound});
 }
@@ -76,7 +74,6 @@ void RestoreRecord(TAppInfo2& app) {
   const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
   if (!record) return;
   const auto part = [&](int shift) { return static_cast<std::uint16_t>(record->version >> shift); };
-  const StoreChanges one(app);
   app.SetVersion(part(48), part(32), part(16), part(0));
   app.Write("Platform", record->platform);
 }
@@ -84,6 +81,7 @@ void RestoreRecord(TAppInfo2& app) {
 void Answer(const ExecutorCommand& command, const EndedJob& job) {
   const std::string file = NarrowUtf8(command.file);
   TAppInfo2 app(command.appId);
+  const StoreChanges one(app);
   const std::uint64_t now = NowSeconds();
   if (job.end == JobEnd::kCancelled) {
     LOG_E << "The check failed: the feed was not downloaded.";

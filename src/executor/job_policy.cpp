@@ -11,6 +11,23 @@ bool IsStale(const JobFacts& job, std::uint64_t now) {
   return standsStill && IsOlderThan(job.modified, now, kSecondsPerDay);
 }
 
+JobPurpose PurposeOf(const OwnJob& job) {
+  switch (job.command.kind) {
+    case CommandKind::kStatCallback:
+      return JobPurpose::kReport;
+    case CommandKind::kUpdateCheck:
+      return JobPurpose::kCheck;
+    default:
+      return JobPurpose::kHostFeed;
+  }
+}
+
+// A transferred one is its program's to judge.
+bool IsEndless(const OwnJob& job) {
+  return job.facts.state != JobState::kTransferred &&
+         IsTooLarge(PurposeOf(job), job.facts.bytesTransferred);
+}
+
 // Of two jobs made in one second the later one in the list counts as newer.
 bool IsNewer(const std::vector<OwnJob>& jobs, std::size_t a, std::size_t b) {
   const std::uint64_t createdA = jobs[a].facts.created;
@@ -64,7 +81,7 @@ std::vector<std::size_t> JobsToEnd(const std::vector<OwnJob>& jobs, std::uint64_
   std::vector<bool> marked(jobs.size());
   std::size_t kept = 0;
   for (std::size_t i = 0; i < jobs.size(); ++i) {
-    marked[i] = IsStale(jobs[i].facts, now) || IsReplaced(jobs, i);
+    marked[i] = IsStale(jobs[i].facts, now) || IsEndless(jobs[i]) || IsReplaced(jobs, i);
     if (!marked[i]) ++kept;
   }
   for (; kept > kMaxOwnJobs; --kept) marked[LeastWanted(jobs, marked)] = true;

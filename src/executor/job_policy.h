@@ -24,6 +24,7 @@ std::vector<OwnJob> JobsOf(const std::vector<JobFacts>& jobs, std::wstring_view 
 /// The places in the list of the jobs to end, in ascending order:
 /// - ended by the service, or never started, and untouched for a day: a host or an executor died
 ///   before it came back;
+/// - one that has transferred more than it may, and goes on;
 /// - an update check into the same file as a newer one;
 /// - what is more than kMaxOwnJobs: first those without a
 ///   command, then checks, then pings, the oldest first.

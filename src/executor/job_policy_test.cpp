@@ -24,6 +24,11 @@ JobFacts Job(std::string id, JobState state, std::uint64_t created, std::uint64_
   return job;
 }
 
+JobFacts WithBytes(JobFacts job, std::uint64_t bytes) {
+  job.bytesTransferred = bytes;
+  return job;
+}
+
 std::wstring Check(const std::wstring& file) {
   return L"--appid a --update-check --file \"" + file + L"\" --job {1}";
 }
@@ -51,6 +56,12 @@ TEST(JobPolicy, EndsWhatWasLeftBehind) {
       {"still trying", {Job("a", JobState::kTransientError, 1, 1)}, ""},
       {"the clock was set back a year", {Job("a", JobState::kError, 1, kNow + 365 * kDay)}, "a"},
       {"another program's", foreign, ""},
+      {"more than it may, and goes on",
+       {WithBytes(Job("a", JobState::kTransferring, kNow, kNow, kPing), kMaxAnswerBytes + 1),
+        WithBytes(Job("b", JobState::kTransferring, kNow, kNow), kMaxAnswerBytes + 1),
+        WithBytes(Job("c", JobState::kTransferring, kNow, kNow), kMaxFeedBytes + 1),
+        WithBytes(Job("d", JobState::kTransferred, kNow, kNow, kPing), kMaxAnswerBytes + 1)},
+       "ac"},
       {"checks into one file, by age",
        {Job("a", JobState::kQueued, 5, kNow, Check(L"F")),
         Job("b", JobState::kQueued, 9, kNow, Check(L"f")),

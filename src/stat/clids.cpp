@@ -29,6 +29,23 @@ int NumberOf(std::string_view name) {
   return whole && number > 0 ? number : 0;
 }
 
+// Any user of the machine can make the files of all users: what comes from there stays one value.
+std::string PercentEncoded(std::string_view text) {
+  constexpr std::string_view kUnreserved =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    if (kUnreserved.find(c) != kUnreserved.npos) {
+      encoded += c;
+    } else {
+      const auto byte = static_cast<unsigned char>(c);
+      encoded.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+  }
+  return encoded;
+}
+
 // The application of which the other flavour's identifiers count too; empty when there is none.
 std::string_view OtherFlavour(std::string_view appId) {
   if (appId == "zonie") return "zonie64";
@@ -38,27 +55,30 @@ std::string_view OtherFlavour(std::string_view appId) {
 
 }  // namespace
 
-std::vector<std::string> TClids::Candidates() const {
-  std::vector<std::string> paths;
+std::vector<TClids::Candidate> TClids::Candidates() const {
+  std::vector<Candidate> files;
   const std::string_view other = OtherFlavour(appId_);
-  for (const std::string& folder :
-       {GetMakerFolder(), NarrowUtf8(GetCommonAppDataFolder(L"Krelix"))}) {
-    if (folder.empty()) continue;
+  const auto addFolder = [&](const std::string& folder, bool isOfAllUsers) {
+    if (folder.empty()) return;
     const std::string prefix = folder + "clids-";
-    paths.push_back(prefix + appId_ + ".xml");
-    if (!other.empty()) paths.push_back(prefix + std::string(other) + ".xml");
-    paths.push_back(folder + "vendor.xml");
-  }
-  return paths;
+    files.push_back({prefix + appId_ + ".xml", isOfAllUsers});
+    if (!other.empty()) files.push_back({prefix + std::string(other) + ".xml", isOfAllUsers});
+    files.push_back({folder + "vendor.xml", isOfAllUsers});
+  };
+  addFolder(GetMakerFolder(), false);
+  addFolder(NarrowUtf8(GetCommonAppDataFolder(L"Krelix")), true);
+  return files;
 }
 
 std::string TClids::ReadClids() {
   LOG_D << "Try to read clids for AppId: " << appId_;
-  for (const std::string& path : Candidates()) {
+  for (const auto& [path, isOfAllUsers] : Candidates()) {
     LOG_D << "Try to read clids from: " << path;
     ParseFile(path);
     const Clid& clid = slots_[0];
-    if (!clid.text.empty()) return clid.vid.empty() ? clid.text : clid.text + "-" + clid.vid;
+    if (clid.text.empty()) continue;
+    const std::string identifier = clid.vid.empty() ? clid.text : clid.text + "-" + clid.vid;
+    return isOfAllUsers ? PercentEncoded(identifier) : identifier;
   }
   return {};
 }
@@ -66,13 +86,12 @@ std::string TClids::ReadClids() {
 void TClids::ParseFile(const std::string& path) {
   slots_ = {};
   numbered_.clear();
-  std::string bytes = FileSystem::ReadFile(path);
-  if (bytes.size() > kMaxFileBytes) {
-    LOG_E << "Too large: " << path;
+  std::string bytes;
+  if (FileSystem::ReadFileIfAny(path, &bytes, kMaxFileBytes) != FileSystem::ReadOutcome::kRead) {
     return;
   }
   XmlNode root;
-  LoadXml(std::move(bytes), &root);
+  if (!LoadXml(std::move(bytes), &root)) return;
   for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
     const XmlNode* const node = root.FindChild(std::string(kClid) + static_cast<char>('1' + slot));
     if (node) slots_[slot] = {std::string(node->Text()), std::string(node->Attribute("vid"))};
@@ -100,10 +119,11 @@ std::string TClids::AppInfoForUrl(std::string_view version, std::string_view pla
 }
 
 std::string TClids::VendorParam() const {
-  std::string path = GetMakerFolder();
-  if (!path.empty()) path += "vendor-specific-urlparam-" + appId_ + ".txt";
+  const std::string folder = GetMakerFolder();
+  if (folder.empty()) return {};
+  const std::string path = folder + "vendor-specific-urlparam-" + appId_ + ".txt";
   std::string text;
-  if (FileSystem::ReadFile(path, &text) == FileSystem::ReadOutcome::kFailed) {
+  if (FileSystem::ReadFileIfAny(path, &text, kMaxFileBytes) == FileSystem::ReadOutcome::kFailed) {
     return "vendor-url-retr-failed=yes";
   }
   if (text.empty() || text.size() > kMaxVendorChars) return {};

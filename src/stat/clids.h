@@ -10,7 +10,7 @@
 
 /// Reads the identifier files that installers left in the maker's folder or in the common one.
 /// Texts are bytes as they stand in the files. No fault of a file throws: it is logged, and the
-/// file counts as one without identifiers. Used by one thread at a time.
+/// file counts as one without identifiers. So does one that does not parse to its end. Used by one thread at a time.
 class TClids {
  public:
   struct Clid {
@@ -21,7 +21,8 @@ class TClids {
   explicit TClids(std::string appId) : appId_(std::move(appId)) {}
 
   /// Fills the tables from the first file that has a "clid1" text.
-  /// @return the distribution identifier, "text-vid" or "text"; empty when no file has one.
+  /// @return the distribution identifier, "text-vid" or "text"; empty when no file has one. From
+  ///         the folder of all users it comes percent-encoded.
   std::string ReadClids();
   /// Empties the tables and fills them from one file.
   void ParseFile(const std::string& path);
@@ -32,18 +33,23 @@ class TClids {
   const std::map<int, Clid>& Numbered() const { return numbered_; }
 
   /// What pings say of the application, as query text that begins with "krsoft=". Reads the
-  /// identifier files, the user id (made when it may be) and the vendor parameter. No value is
-  /// encoded.
+  /// identifier files, the user id (made when it may be) and the vendor parameter. No value of
+  /// the user's own is encoded.
   std::string AppInfoForUrl(std::string_view version, std::string_view platform);
 
   /// What a distributor asked to pass along: the application's vendor file without one leading "?"
-  /// or "&" and without line breaks at its end. Empty when the file is missing, empty or longer
-  /// than 254 characters; "vendor-url-retr-failed=yes" when it is there and cannot be read.
+  /// or "&" and without line breaks at its end. Empty when file or folder are missing, and when the
+  /// text is empty or longer than 254 characters; "vendor-url-retr-failed=yes" when it is there and cannot be read.
   std::string VendorParam() const;
 
  private:
+  struct Candidate {
+    std::string path;
+    bool isOfAllUsers;
+  };
+
   /// The files to look into, in that order.
-  std::vector<std::string> Candidates() const;
+  std::vector<Candidate> Candidates() const;
 
   std::string appId_;
   std::array<Clid, 8> slots_;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -24,8 +25,9 @@ TEST(TClids, TheFirstFileWithAnIdentifierCounts) {
   };
   for (const auto& c : cases) {
     const MakerHome home;
+    int files = 0;
     const auto isFoundFirst = [&](const std::filesystem::path& file) {
-      const std::string id = file.string();
+      const std::string id = std::to_string(++files);
       WriteBytes(file, Clid1(id));
       EXPECT_EQ(TClids(c[0]).ReadClids(), id);
     };
@@ -41,13 +43,20 @@ TEST(TClids, FilesWithoutAnIdentifierArePassedOver) {
       {"no XML", "MZ\x90", "next"},
       {"identifier without text", "<c><clid1 vid=\"3\"/><clid2>2</clid2></c>", "next"},
       {"huge", "<c><clid1>1</clid1>" + std::string(2 << 20, ' ') + "</c>", "next"},
-      {"cut behind the identifier", "<c><clid1>1</clid1><cl", "1"},
+      {"cut behind the identifier", "<c><clid1>1</clid1><cl", "next"},
       {"with a sub-identifier", "<c><clid1 vid=\"3\">1</clid1></c>", "1-3"},
   };
   table.Expect([&](const std::string& content) {
     WriteBytes(home.File("clids-app.xml"), content);
     return TClids("app").ReadClids();
   });
+  const std::string odd = "<c><clid1 vid=\"a b\">1&amp;x=\xD1\x8F-._~%</clid1></c>";
+  WriteBytes(home.File("clids-app.xml"), odd);
+  EXPECT_EQ(TClids("app").ReadClids(), "1&x=\xD1\x8F-._~%-a b");
+  WriteBytes(home.File("clids-app.xml"), "");
+  WriteBytes(home.File("vendor.xml"), "");
+  WriteBytes(home.CommonFile("vendor.xml"), odd);
+  EXPECT_EQ(TClids("app").ReadClids(), "1%26x%3D%D1%8F-._~%25-a%20b") << "made by any user";
 }
 
 TEST(TClids, VendorParam) {
@@ -67,6 +76,12 @@ TEST(TClids, VendorParam) {
   std::filesystem::remove(file);
   std::filesystem::create_directories(file);
   EXPECT_EQ(TClids("app").VendorParam(), "vendor-url-retr-failed=yes");
+#ifndef _WIN32  // where the environment says where the folder is
+  const std::string folders = std::getenv("KUPDATE_HOME");
+  unsetenv("KUPDATE_HOME");
+  EXPECT_EQ(TClids("app").VendorParam(), "") << "there is no folder";
+  setenv("KUPDATE_HOME", folders.c_str(), 1);
+#endif
 }
 
 TEST(TAppInfo, GetPingUrl) {

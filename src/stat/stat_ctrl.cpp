@@ -28,7 +28,8 @@ std::int16_t BudgetBehind(const std::string& baseUrl) {
 // as it is (a file, an address without a scheme); there the query follows bare.
 std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
   const bool hasQuery = baseUrl.find_first_of("?&") != baseUrl.npos;
-  const bool isOpen = baseUrl.ends_with('?') || baseUrl.ends_with('&');
+  // Only the first "?" opens the query; a later one belongs to a value.
+  const bool isOpen = baseUrl.ends_with('&') || baseUrl.find('?') + 1 == baseUrl.size();
   return baseUrl + (hasQuery && !isOpen ? "&" : "") + query;
 }
 
@@ -153,7 +154,10 @@ std::optional<PingBlock> TStatCtrl::NextBlock(const std::string& baseUrl,
   }
   if (!ping && isChanged) waiting.Save(StatisticsPath());
   lock.Release();
-  if (ping) LOG_W << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
+  if (ping) {
+    LogAs(kGetPingUrl.name, __LINE__, "W:")
+        << "Statistic block will send to: " << ping->url << " Id: " << ping->id;
+  }
   return ping;
 }
 

@@ -104,6 +104,7 @@ TEST_F(TStatCtrlTest, TheQueryJoinsTheBaseWithinItsLimit) {
       {"http://h/&os=win", "http://h/&os=win&stat=dayuse"},
       {"http://h/?", "http://h/?stat=dayuse"},
       {"http://h/?a&", "http://h/?a&stat=dayuse"},
+      {"http://h/?a?", "http://h/?a?&stat=dayuse"},
       {"file:///log", "file:///logstat=dayuse"},
       {long1013, long1013 + "stat=dayuse"},
       {long1013 + "x", tooLong},

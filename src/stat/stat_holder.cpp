@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "appinfo/app_info.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
@@ -57,20 +58,32 @@ void PutInFront(std::deque<Item>&& items, std::deque<Item>* queue) {
   for (; !items.empty(); items.pop_back()) queue->push_front(std::move(items.back()));
 }
 
+bool MoveAside(const std::string& path) {
+  std::wstring moved = WidenUtf8(path);
+  JustUtil::BackupFile(moved);
+  return moved != WidenUtf8(path);
+}
+
 }  // namespace
 
 bool TStatHolder::Load(const std::string& path) {
   LOG_D << "Loading from: " << path;
   std::string text;
-  const FileSystem::ReadOutcome outcome = FileSystem::ReadFile(path, &text);
-  if (outcome == FileSystem::ReadOutcome::kFailed) return false;
+  switch (FileSystem::ReadFileIfAny(path, &text, kMaxStoreBytes)) {
+    case FileSystem::ReadOutcome::kFailed:
+      return false;
+    case FileSystem::ReadOutcome::kTooLarge:
+      return MoveAside(path);
+    case FileSystem::ReadOutcome::kMissing:
+    case FileSystem::ReadOutcome::kRead:
+      break;
+  }
   if (text.empty()) return true;
   try {
     // A damaged file is about to be written over with what could be read of it.
     return ParseXML(std::move(text)) || FileSystem::CopyFile(path, path + ".bak");
   } catch (const std::invalid_argument&) {
-    std::wstring aside = WidenUtf8(path);
-    JustUtil::BackupFile(aside);
+    MoveAside(path);
     throw;
   }
 }

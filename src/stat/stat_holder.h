@@ -24,9 +24,9 @@ class TStatHolder {
  public:
   /// Fills this fresh holder from a file; an empty or missing one leaves it as it is. A file that
   /// is no whole statistics file is copied to its name with ".bak", and what could be read of it
-  /// stays here.
+  /// stays here. One above kMaxStoreBytes is moved to that name.
   /// @param path  UTF-8
-  /// @return false when the file is there and could be neither read nor, where damaged, copied to
+  /// @return false when the file is there and could be neither read nor, where damaged, brought to
   ///         safety: it must not be written over then. That was logged.
   /// Throws std::invalid_argument "Unknown state." for a file with a state word that is none; the
   /// file has been moved to its name with ".bak" before, so that the next load starts afresh. What

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "appinfo/app_info.h"
 #include "testing/data_home.h"
 #include "testing/table.h"
 
@@ -64,11 +66,14 @@ TEST(TStatHolder, TheFileIsReadAndWrittenUnchanged) {
   EXPECT_EQ(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
   holder.SetConfirmed(false);
   EXPECT_NE(holder.GetFirstDate(AppState::kInstall), "01.02.2003");
+  TStatHolder dateless;
+  EXPECT_TRUE(dateless.ParseXML("<statistics><ts confirmed='true'/></statistics>"));
+  EXPECT_FALSE(dateless.Confirmed());
   EXPECT_FALSE(TStatHolder().ParseXML("<other/>"));
   EXPECT_EQ(Queries(holder), "stat=install&a=1&\xD1\x8F#&n=v=w&action=<go> stat=uninstall");
 }
 
-TEST(TStatHolder, ADamagedFileIsKeptAsideAndReadAsFarAsItIsWhole) {
+TEST(TStatHolder, AFileThatIsNotTakenIsKeptAside) {
   const DataHome home;
   const std::string path = (home.AppFolder("app") / "statistics.xml").string();
   const std::string cut = kWholeFile.substr(0, kWholeFile.find("</unique-params>"));
@@ -77,6 +82,19 @@ TEST(TStatHolder, ADamagedFileIsKeptAsideAndReadAsFarAsItIsWhole) {
   EXPECT_TRUE(holder.Load(path));
   EXPECT_EQ(ReadBytes(path + ".bak"), cut);
   EXPECT_EQ(Queries(holder), "stat=install&a=1&\xD1\x8F# stat=uninstall");
+
+  std::string large = kWholeFile;
+  large.resize(kMaxStoreBytes, '\n');
+  TStatHolder atLimit;
+  WriteBytes(path, large);
+  EXPECT_TRUE(atLimit.Load(path));
+  EXPECT_TRUE(atLimit.HasStates());
+  TStatHolder aboveLimit;
+  WriteBytes(path, large + "\n");
+  EXPECT_TRUE(aboveLimit.Load(path));
+  EXPECT_TRUE(aboveLimit.IsEmpty());
+  EXPECT_EQ(ReadBytes(path + ".bak").size(), kMaxStoreBytes + 1);
+  EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(TStatHolder, ExtractBlock) {

@@ -16,6 +16,9 @@ void ForEachItem(const XmlNode& section, std::string_view item, Take take) {
   }
 }
 
+// The sections log as the operation that callers know.
+constexpr std::string_view kOperation = "TStatHolder::ParseXML";
+
 // One section as it is written: its items are numbered from 1.
 class SectionWriter {
  public:
@@ -53,22 +56,22 @@ void TStatHolder::ReadSections(const XmlNode& root) {
     ForEachItem(*states, "state",
                 [&](auto word) { states_.push_back(TAppStateHolder::Import(word)); });
   } else {
-    LOG_E << "Error reading state list.";
+    LogAs(kOperation, __LINE__, "E:") << "Error reading state list.";
   }
   if (const XmlNode* const params = root.FindChild("optional-params")) {
     ForEachItem(*params, "param", [&](auto param) { optionalParams_.emplace_back(param); });
   } else {
-    LOG_E << "Error reading optional params.";
+    LogAs(kOperation, __LINE__, "E:") << "Error reading optional params.";
   }
   if (const XmlNode* const params = root.FindChild("unique-params")) {
     ForEachItem(*params, "param", [&](auto param) { SetUniqueParam(param); });
   } else {
-    LOG_E << "Error reading unique params.";
+    LogAs(kOperation, __LINE__, "E:") << "Error reading unique params.";
   }
   if (const XmlNode* const actions = root.FindChild("actions")) {
     ForEachItem(*actions, "action", [&](auto action) { actions_.emplace_back(action); });
   } else {
-    LOG_E << "Error reading actions.";
+    LogAs(kOperation, __LINE__, "E:") << "Error reading actions.";
   }
   // An unknown last state was written as an empty text.
   const std::string_view lastState = TextOf(root.FindChild("last-state"));
@@ -77,7 +80,7 @@ void TStatHolder::ReadSections(const XmlNode& root) {
   lastAction_ = TextOf(root.FindChild("last-action"));
   const XmlNode* const firstDate = root.FindChild("ts");
   firstDate_ = TextOf(firstDate);
-  confirmed_ = firstDate && firstDate->Attribute("confirmed") == "true";
+  SetConfirmed(firstDate && firstDate->Attribute("confirmed") == "true");
 }
 
 std::string TStatHolder::MakeXML() const {

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::size_t kIdChars = 38;
+constexpr std::uint64_t kMaxFileBytes = 4096;
 constexpr char kNoId[] = "{none}";
 constexpr wchar_t kKey[] = L"Software\\Krelix";
 // Low-integrity processes may write here.
@@ -27,12 +28,16 @@ std::string TUuid::ReadUniqUserId() {
 
 std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
   std::string id;
-  const FileSystem::ReadOutcome outcome = FileSystem::ReadFile(path, &id);
+  const FileSystem::ReadOutcome outcome = FileSystem::ReadFileIfAny(path, &id, kMaxFileBytes);
   if (id.size() == kIdChars) {
     LOG_D << "ui: " << id;
     return id;
   }
-  LOG_E << "Can't open file 'ui'.";
+  if (outcome == FileSystem::ReadOutcome::kMissing) {
+    LOG_D << "Can't open file 'ui'.";
+  } else {
+    LOG_E << "Can't open file 'ui'.";
+  }
   if (outcome == FileSystem::ReadOutcome::kFailed) return kNoId;  // it may hold an id
   if (JustUtil::CheckPMIE8()) {
     LOG_D << "IE in protected mode. Will not try generate ui.";

@@ -6,12 +6,15 @@
 #include <filesystem>
 #include <string>
 
+#include "testing/log_capture.h"
 #include "testing/maker_home.h"
 
 TEST(TUuid, MadeOnceAndNeverAgain) {
   const MakerHome home;
+  const LogCapture capture;
   const std::string id = TUuid::ReadUniqUserId();
   EXPECT_EQ(id.size(), 38u);
+  for (const std::string& line : capture.Lines()) EXPECT_FALSE(line.starts_with("E:")) << line;
   EXPECT_EQ(ReadBytes(home.File("ui")), id);
   EXPECT_EQ(TUuid::ReadUniqUserId(), id);
   WriteBytes(home.File("ui"), id + "\n");

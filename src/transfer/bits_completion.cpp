@@ -36,6 +36,12 @@ JobState TBitsTransferCompletion::TWorker::GetJobState() const {
   return static_cast<JobState>(state);
 }
 
+std::uint64_t TBitsTransferCompletion::TWorker::BytesTransferred() const {
+  BG_JOB_PROGRESS progress = {};
+  hrcheck() = job_->job->GetProgress(&progress);
+  return progress.BytesTransferred;
+}
+
 void TBitsTransferCompletion::TWorker::Finish() {
   LOG_D << "TBitsTransferCompletion::TWorker::Finish";
   IBackgroundCopyJob* const job = job_->job;

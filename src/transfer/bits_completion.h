@@ -2,6 +2,7 @@
 #ifndef KUPDATE_TRANSFER_BITS_COMPLETION_H_
 #define KUPDATE_TRANSFER_BITS_COMPLETION_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,8 @@ class TBitsTransferCompletion {
     TWorker& operator=(const TWorker&) = delete;
 
     JobState GetJobState() const;
+    /// How many bytes have been transferred so far.
+    std::uint64_t BytesTransferred() const;
     /// Ends the job: one that has transferred is completed, which hands its file over; any other is
     /// cancelled, and one whose file cannot be handed over. Throws for that too.
     void Finish();

@@ -5,20 +5,26 @@
 #include "transfer/hr_check.h"
 
 #include <bits.h>
+#include <bits5_0.h>
 
 #include <string>
+
+#include "transfer/job_list.h"
 
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob, __uuidof(IBackgroundCopyJob));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob2, __uuidof(IBackgroundCopyJob2));
+_COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob5, __uuidof(IBackgroundCopyJob5));
 
 /// Connects to the service. Throws _com_error.
 IBackgroundCopyManagerPtr ConnectToService();
 
-/// Whether fewer than kMaxOwnJobs of our jobs are still to be transferred. Those that have ended or
-/// stand still do not count: only what is on its way will surely wake the executor, which tidies up.
-/// A refusal is logged. True when the jobs cannot be listed.
-bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager);
+/// Whether one more job of that purpose keeps to the limits: kMaxOwnJobs and kMaxReports, which hold for
+/// jobs on their way that start the executor, and kMaxJobsOfAllKinds. A refusal is logged as
+/// TBitsTransfer::Work. Abandoned jobs are ended: those that stand still always, those on their way
+/// when there is no room, for as long as there is, these are asked for nothing but name and state.
+/// True when the jobs cannot be listed.
+bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager, JobPurpose purpose);
 
 /// A job's id in registry form, with braces.
 std::wstring GuidText(const GUID& id);

@@ -9,10 +9,15 @@ namespace {
 
 constexpr char kDisplayName[] = "Kupdate-task";
 
+// The steps of a transfer log as the operation that is known.
+LogLine LogStep(const char* level, int line) { return LogAs("TBitsTransfer::Work", line, level); }
+#define STEP_D LogStep("D:", __LINE__)
+#define STEP_E LogStep("E:", __LINE__)
+
 }  // namespace
 
-TBitsTransfer::TBitsTransfer(std::string url, std::wstring outfile)
-    : url_(std::move(url)), outfile_(std::move(outfile)) {}
+TBitsTransfer::TBitsTransfer(std::string url, std::wstring outfile, JobPurpose purpose)
+    : url_(std::move(url)), outfile_(std::move(outfile)), purpose_(purpose) {}
 
 void TBitsTransfer::NotifyCmdLine(std::wstring program, std::wstring parameters) {
   notifyProgram_ = std::move(program);
@@ -31,8 +36,7 @@ void TBitsTransfer::Work() {
     return;
   }
   LOG_D << "hrcheck() = manager.CreateInstance(__uuidof(BackgroundCopyManager))";
-  // A host's own job is one at a time; those of a notify program heap up while there is no network.
-  if (!notifyProgram_.empty() && !IsRoomForJob(manager)) return;
+  if (!IsRoomForJob(manager, purpose_)) return;
   GUID id = {};
   IBackgroundCopyJobPtr job;
   hrcheck() = manager->CreateJob(WidenUtf8(kDisplayName).c_str(), BG_JOB_TYPE_DOWNLOAD, &id, &job);
@@ -44,6 +48,7 @@ void TBitsTransfer::Work() {
     const HRESULT result = job.QueryInterface(__uuidof(IBackgroundCopyJob2), &job2);
     if (result != E_NOINTERFACE) hrcheck() = result;
     if (!job2) LOG_E << "job == NULL!!";
+    LimitSize(*job);
     Configure(*job);
     SetNotifyFlags(job2.GetInterfacePtr());
     if (job2) Start(*job2, GuidText(id));
@@ -54,25 +59,36 @@ void TBitsTransfer::Work() {
   if (!job2) throw _com_error(E_POINTER);
 }
 
+// A service without that property is fine: whoever looks at the job ends one that has grown too large.
+void TBitsTransfer::LimitSize(IBackgroundCopyJob& job) {
+  IBackgroundCopyJob5Ptr job5;
+  job.QueryInterface(__uuidof(IBackgroundCopyJob5), reinterpret_cast<void**>(&job5));
+  if (!job5) return;
+  BITS_JOB_PROPERTY_VALUE limit = {};
+  limit.Uint64 = MaxBytesOf(purpose_);
+  const HRESULT result = job5->SetProperty(BITS_JOB_PROPERTY_MAX_DOWNLOAD_SIZE, limit);
+  if (FAILED(result)) STEP_D << "The service keeps no limit." << kHresult << result;
+}
+
 void TBitsTransfer::Configure(IBackgroundCopyJob& job) {
   hrcheck() = job.AddFile(WidenUtf8(url_).c_str(), outfile_.c_str());
-  LOG_D << "hrcheck() = job1->AddFile(std::Widen(url).c_str(), outfile.c_str())";
+  STEP_D << "hrcheck() = job1->AddFile(std::Widen(url).c_str(), outfile.c_str())";
   if (timeoutSeconds_ != 0) {
     hrcheck() = job.SetNoProgressTimeout(timeoutSeconds_);
-    LOG_D << "hrcheck() = job1->SetNoProgressTimeout(timeout)";
+    STEP_D << "hrcheck() = job1->SetNoProgressTimeout(timeout)";
   }
   hrcheck() = job.SetPriority(highPriority_ ? BG_JOB_PRIORITY_FOREGROUND : BG_JOB_PRIORITY_NORMAL);
-  LOG_D << "hrcheck() = job1->SetPriority(high_priority? BG_JOB_PRIORITY_FOREGROUND : "
-           "BG_JOB_PRIORITY_NORMAL)";
+  STEP_D << "hrcheck() = job1->SetPriority(high_priority? BG_JOB_PRIORITY_FOREGROUND : "
+            "BG_JOB_PRIORITY_NORMAL)";
 }
 
 void TBitsTransfer::SetNotifyFlags(IBackgroundCopyJob2* job) {
   try {
     if (!job) throw _com_error(E_POINTER);  // a service older than notify programs
     hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR);
-    LOG_D << "hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR)";
+    STEP_D << "hrcheck() = job->SetNotifyFlags(BG_NOTIFY_JOB_TRANSFERRED | BG_NOTIFY_JOB_ERROR)";
   } catch (const _com_error&) {
-    LOG_E << "Error in job->SetNotifyFlags. Maybe used BITS version < 1.5.";
+    STEP_E << "Error in job->SetNotifyFlags. Maybe used BITS version < 1.5.";
   }
 }
 
@@ -82,9 +98,9 @@ void TBitsTransfer::Start(IBackgroundCopyJob2& job, const std::wstring& id) {
   if (!notifyProgram_.empty()) {
     hrcheck() = job.SetNotifyCmdLine(notifyProgram_.c_str(), commandLine.c_str());
   }
-  LOG_D << "CmdLine: " << notifyProgram_;
-  LOG_D << "Params: " << commandLine;
-  LOG_D << "Before resume";
+  STEP_D << "CmdLine: " << notifyProgram_;
+  STEP_D << "Params: " << commandLine;
+  STEP_D << "Before resume";
   hrcheck() = job.Resume();
   JobAdded(id);
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "transfer/job_list.h"
+
 struct IBackgroundCopyJob;
 struct IBackgroundCopyJob2;
 
@@ -25,7 +27,8 @@ class TBitsTransfer final {
 
   /// @param url      remote address, UTF-8
   /// @param outfile  full local path; it appears when the job is completed
-  TBitsTransfer(std::string url, std::wstring outfile);
+  /// @param purpose  decides how large the file may be and how many such jobs there may be
+  TBitsTransfer(std::string url, std::wstring outfile, JobPurpose purpose = JobPurpose::kHostFeed);
 
   /// @param program     full path of the notify program; empty: none is started
   /// @param parameters  its arguments
@@ -34,9 +37,10 @@ class TBitsTransfer final {
   void SetTimeout(std::uint32_t seconds) { timeoutSeconds_ = seconds; }
   void SetHighPriority(bool high) { highPriority_ = high; }
 
-  /// Creates, configures and starts the job. Returns without a job when the service cannot be
-  /// reached, as from a process of low integrity, and, with a notify program, when kMaxOwnJobs of
-  /// ours are on their way already. Throws _com_error when a call fails.
+  /// Creates, configures and starts the job. Returns without a job, Added() is false then, when the
+  /// service cannot be reached, as from a process of low integrity, and when there are as many jobs of
+  /// ours as there may be. Ends jobs of ours that nobody comes for any more. A service that can is
+  /// told the limit of the file's size. Throws _com_error when a call fails.
   virtual void Work();
 
   /// Whether the job was started.
@@ -45,6 +49,7 @@ class TBitsTransfer final {
   const std::string& JobId() const { return jobId_; }
 
  private:
+  void LimitSize(IBackgroundCopyJob& job);
   void Configure(IBackgroundCopyJob& job);
   void SetNotifyFlags(IBackgroundCopyJob2* job);
   void Start(IBackgroundCopyJob2& job, const std::wstring& id);
@@ -52,6 +57,7 @@ class TBitsTransfer final {
 
   std::string url_;
   std::wstring outfile_;
+  JobPurpose purpose_;
   std::uint32_t timeoutSeconds_ = kDefaultTimeoutSeconds;
   std::wstring notifyProgram_;
   std::wstring notifyParameters_;

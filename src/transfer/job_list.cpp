@@ -1,7 +1,10 @@
 #include "transfer/job_list.h"
 
+#include <utility>
+
 #include "transfer/bits_interfaces.h"
 #include "transfer/com_functions.h"
+#include "util/clock.h"
 #include "util/text.h"
 #include "util/win/file_time.h"
 
@@ -35,11 +38,9 @@ void ForEachOwnJob(const IBackgroundCopyManagerPtr& manager, Visit visit) {
   }
 }
 
-bool IsOnItsWay(const IBackgroundCopyJobPtr& job) {
-  BG_JOB_STATE state = BG_JOB_STATE_CANCELLED;
-  return SUCCEEDED(job->GetState(&state)) &&
-         (state == BG_JOB_STATE_QUEUED || state == BG_JOB_STATE_CONNECTING ||
-          state == BG_JOB_STATE_TRANSFERRING || state == BG_JOB_STATE_TRANSIENT_ERROR);
+bool IsOnItsWay(BG_JOB_STATE state) {
+  return state == BG_JOB_STATE_QUEUED || state == BG_JOB_STATE_CONNECTING ||
+         state == BG_JOB_STATE_TRANSFERRING || state == BG_JOB_STATE_TRANSIENT_ERROR;
 }
 
 std::uint32_t ErrorOf(const IBackgroundCopyJobPtr& job) {
@@ -60,24 +61,105 @@ void ReadNotify(const IBackgroundCopyJobPtr& job, JobFacts* facts) {
   facts->notifyCommandLine = Taken(commandLine);
 }
 
+void ReadTimes(const IBackgroundCopyJobPtr& job, JobFacts* facts) {
+  BG_JOB_TIMES times = {};
+  hrcheck() = job->GetTimes(&times);
+  facts->created = SecondsOf(times.CreationTime);
+  facts->modified = SecondsOf(times.ModificationTime);
+}
+
 JobFacts FactsOf(const IBackgroundCopyJobPtr& job) {
   JobFacts facts;
   GUID id = {};
   BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
-  BG_JOB_TIMES times = {};
+  BG_JOB_PROGRESS progress = {};
   hrcheck() = job->GetId(&id);
   hrcheck() = job->GetState(&state);
-  hrcheck() = job->GetTimes(&times);
+  hrcheck() = job->GetProgress(&progress);
   facts.id = NarrowUtf8(GuidText(id));
   facts.state = static_cast<JobState>(state);
-  facts.created = SecondsOf(times.CreationTime);
-  facts.modified = SecondsOf(times.ModificationTime);
+  facts.bytesTransferred = progress.BytesTransferred;
+  ReadTimes(job, &facts);
   ReadNotify(job, &facts);
   if (facts.state == JobState::kError || facts.state == JobState::kTransientError) {
     facts.error = ErrorOf(job);
   }
   return facts;
 }
+
+LogLine WorkLine(int line) { return LogAs("TBitsTransfer::Work", line, "I:"); }
+
+// Our jobs, as far as a new one has to know them.
+class Census {
+ public:
+  explicit Census(const IBackgroundCopyManagerPtr& manager) {
+    ForEachOwnJob(manager, [&](const IBackgroundCopyJobPtr& job) { Count(job); });
+  }
+
+  bool HasRoomFor(JobPurpose purpose) const {
+    const std::size_t limit = purpose == JobPurpose::kReport ? kMaxReports : kMaxOwnJobs;
+    const bool isHosts = purpose == JobPurpose::kHostFeed;
+    return Total() < kMaxJobsOfAllKinds && (isHosts || onTheirWay_.size() < limit);
+  }
+
+  // Asks those on their way too: abandoned ones are ended, and only those that start a program
+  // count as on their way afterwards.
+  void LookCloser() {
+    std::vector<IBackgroundCopyJobPtr> starting;
+    for (const IBackgroundCopyJobPtr& job : onTheirWay_) {
+      JobFacts facts;
+      if (EndIfAbandoned(job, &facts)) continue;
+      if (facts.notifyProgram.empty()) {
+        ++others_;
+      } else {
+        starting.push_back(job);
+      }
+    }
+    onTheirWay_ = std::move(starting);
+  }
+
+  std::size_t OnTheirWay() const { return onTheirWay_.size(); }
+  std::size_t Total() const { return onTheirWay_.size() + others_; }
+
+ private:
+  void Count(const IBackgroundCopyJobPtr& job) {
+    BG_JOB_STATE state = BG_JOB_STATE_CANCELLED;
+    if (FAILED(job->GetState(&state)) || state == BG_JOB_STATE_ACKNOWLEDGED ||
+        state == BG_JOB_STATE_CANCELLED) {
+      return;
+    }
+    if (IsOnItsWay(state)) {
+      onTheirWay_.push_back(job);
+      return;
+    }
+    JobFacts facts;
+    facts.state = static_cast<JobState>(state);
+    if (!EndIfAbandoned(job, &facts)) ++others_;
+  }
+
+  // A job that cannot be asked stays.
+  // @param facts  the state; receives the times and, where they matter, the notify program
+  bool EndIfAbandoned(const IBackgroundCopyJobPtr& job, JobFacts* facts) const {
+    try {
+      ReadTimes(job, facts);
+      const bool mayBeHosts = IsAbandoned(*facts, now_);
+      if (!mayBeHosts && !IsOnItsWay(static_cast<BG_JOB_STATE>(facts->state))) return false;
+      ReadNotify(job, facts);
+      if (!IsAbandoned(*facts, now_)) return false;
+      GUID id = {};
+      hrcheck() = job->GetId(&id);
+      WorkLine(__LINE__) << "A job that nobody ends is ended:" << GuidText(id);
+      hrcheck() = job->Cancel();
+      return true;
+    } catch (const _com_error&) {
+      return false;  // the failing call is in the log
+    }
+  }
+
+  const std::uint64_t now_ = NowSeconds();
+  std::vector<IBackgroundCopyJobPtr> onTheirWay_;
+  std::size_t others_ = 0;
+};
 
 }  // namespace
 
@@ -93,14 +175,19 @@ std::vector<JobFacts> ListOwnJobs() {
   return list;
 }
 
-bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager) {
-  std::size_t waiting = 0;
+bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager, JobPurpose purpose) {
   try {
-    ForEachOwnJob(manager,
-                  [&](const IBackgroundCopyJobPtr& job) { waiting += IsOnItsWay(job) ? 1 : 0; });
+    Census census(manager);
+    if (census.HasRoomFor(purpose)) return true;
+    census.LookCloser();
+    if (census.HasRoomFor(purpose)) return true;
+    if (census.Total() < kMaxJobsOfAllKinds) {
+      WorkLine(__LINE__) << "Postponed, so many jobs wait already:" << census.OnTheirWay();
+    } else {
+      WorkLine(__LINE__) << "Refused, so many jobs of ours are there already:" << census.Total();
+    }
+    return false;
   } catch (const _com_error&) {
     return true;
   }
-  if (waiting >= kMaxOwnJobs) LOG_I << "Postponed, so many jobs wait already:" << waiting;
-  return waiting < kMaxOwnJobs;
 }

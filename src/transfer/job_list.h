@@ -1,4 +1,4 @@
-// The jobs that this program's family has in the transfer service.
+// The jobs that this program's family has in the transfer service, and how many and how large they may be.
 #ifndef KUPDATE_TRANSFER_JOB_LIST_H_
 #define KUPDATE_TRANSFER_JOB_LIST_H_
 
@@ -8,9 +8,33 @@
 #include <vector>
 
 #include "transfer/bits_completion.h"
+#include "util/limits.h"
 
-/// How many of the 60 jobs that the service grants a user are ours at most.
+/// What a job is for.
+enum class JobPurpose {
+  kHostFeed,  ///< the feed of a host, which comes back for it; no program is started
+  kCheck,     ///< a feed for the executor
+  kReport,    ///< a block of statistics; nobody reads the answer
+};
+
+/// How many jobs that start the executor may be on their way, checks and reports together.
 inline constexpr std::size_t kMaxOwnJobs = 20;
+/// The last place of these is kept for a check.
+inline constexpr std::size_t kMaxReports = kMaxOwnJobs - 1;
+/// How many of the 60 jobs that the service grants a user are ours at most, whatever they are for and
+/// whatever became of them.
+inline constexpr std::size_t kMaxJobsOfAllKinds = 40;
+
+/// How many bytes a job may transfer.
+constexpr std::uint64_t MaxBytesOf(JobPurpose purpose) {
+  return purpose == JobPurpose::kReport ? kMaxAnswerBytes : kMaxFeedBytes;
+}
+
+/// Whether a job has transferred more than it may, so that it is to be ended. A service that knows the
+/// limit ends it itself; for the others those who look at the job do.
+constexpr bool IsTooLarge(JobPurpose purpose, std::uint64_t bytesTransferred) {
+  return bytesTransferred > MaxBytesOf(purpose);
+}
 
 /// What the service tells of one job. Times are seconds since 1970-01-01 UTC.
 struct JobFacts {
@@ -20,8 +44,16 @@ struct JobFacts {
   std::wstring notifyCommandLine;  ///< the program included
   std::uint64_t created = 0;
   std::uint64_t modified = 0;
-  std::uint32_t error = 0;  ///< the service's code; 0 when the job has met no error
+  std::uint32_t error = 0;             ///< the service's code; 0 when the job has met no error
+  std::uint64_t bytesTransferred = 0;  ///< so far
 };
+
+/// Whether nobody will come for a job any more, so that it may be ended to make room: one without a
+/// notify program after a day, whatever its state, for hosts do not live that long; another one that has
+/// ended or was never started after 7 days, for the service starts its program again and again.
+/// A time as far in the future counts as long ago: the clock was set back.
+/// @param now  seconds since 1970-01-01 UTC
+bool IsAbandoned(const JobFacts& job, std::uint64_t now);
 
 /// The current user's jobs with our display name. A job that cannot be asked, as one that ends
 /// meanwhile, is left out. COM must be initialised on the thread. Throws _com_error when the

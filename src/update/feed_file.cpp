@@ -4,11 +4,12 @@
 #include <utility>
 
 #include "util/files.h"
+#include "util/limits.h"
 
 XmlNode LoadFeed(const std::string& path) {
   std::string bytes;
   XmlNode feed;
-  if (FileSystem::ReadFile(path, &bytes) != FileSystem::ReadOutcome::kRead ||
+  if (FileSystem::ReadFile(path, &bytes, kMaxFeedBytes) != FileSystem::ReadOutcome::kRead ||
       !LoadXml(std::move(bytes), &feed)) {
     throw std::runtime_error("The feed cannot be read.");
   }

@@ -16,6 +16,10 @@ constexpr std::string_view kTargetPrefix = "update:";
 constexpr std::string_view kTarget = "update:target";
 // Four parts count, and whether there is a fifth one. A feed can have millions.
 constexpr std::size_t kMaskParts = 5;
+// Of a text of the feed, in the log.
+constexpr std::size_t kMaxShownChars = 256;
+
+std::string_view Shown(std::string_view text) { return text.substr(0, kMaxShownChars); }
 
 bool HasOne(const XmlNode& item, std::string_view name) {
   int count = 0;
@@ -55,19 +59,26 @@ std::string_view Prefix(const UpdateInfo& update) {
 }  // namespace
 
 void UpdateInfo::LogI() const {
-  LOG_I << "Found " << (isTarget ? "target" : "common") << " version: " << version << ", "
-        << status;
+  LOG_I << "Found " << (isTarget ? "target" : "common") << " version: " << Shown(version) << ", "
+        << Shown(status);
+}
+
+bool ItemLog::Takes(Line line) {
+  if (written_ & line) return false;
+  written_ |= line;
+  return left_ > 0 && left_-- > 0;
 }
 
 bool RssParser::IsUpgradeAvailable(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
   if (feed.Name() != "rss") {
     throw std::invalid_argument("bad xml: root node name is not 'rss' but " +
-                                std::string(feed.Name()));
+                                std::string(Shown(feed.Name())));
   }
   feed_ = std::move(feed);
   common_.clear();
   target_.clear();
   result_.clear();
+  log_ = {};
   current_ = MakeVersion(app.VerMajor(), app.VerMinor(), app.VerSubver(), app.VerBuild());
   LOG_I << "Current version: " << FormatVersion(current_);
   if (!FillUpdateList(app.AppId(), app.Platform())) return false;
@@ -97,6 +108,7 @@ bool RssParser::FillUpdateList(std::string_view appId, std::string_view platform
     if (item->Name() != "item") continue;
     ItemParts parts;
     if (!FindParts(*item, appId, platform, &parts)) continue;
+    log_.BeginItem();
     const bool isTargeted = parts.target && AreWeTarget(parts.target);
     const bool isSingle = isTargeted && IsTargetSingle(*item);
     if (isSingle) AddCandidate(ChildText(*item, kTargetPrefix, "version"), *item, &target_);
@@ -119,7 +131,8 @@ UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) {
   std::make_heap(heap.begin(), heap.end());
   while (!heap.empty()) {
     const auto [version, position, item] = TakeHighest(&heap);
-    LOG_D << "Try to check ver: " << FormatVersion(version);
+    log_.BeginItem();
+    if (log_.Takes(ItemLog::kVersion)) LOG_D << "Try to check ver: " << FormatVersion(version);
     *isCurrentListed = version == current_;
     if (version <= current_) return {};
     const std::string_view status = ChildText(*item, prefix, "status");
@@ -130,15 +143,17 @@ UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) {
   return {};
 }
 
-bool RssParser::AreWeTarget(const XmlNode* target) const {
+bool RssParser::AreWeTarget(const XmlNode* target) {
   std::vector<std::string> lowParts;
   std::vector<std::string> highParts;
   // The range is shown as the numbers of its low 32 bits.
   const auto isInRange = [&] {
     const VersionNumber low = MaskToVersion(lowParts, 0);
     const VersionNumber high = MaskToVersion(highParts, 0xFFFF);
-    LOG_D << "Try to check in: " << static_cast<std::uint32_t>(low) << " - "
-          << static_cast<std::uint32_t>(high);
+    if (log_.Takes(ItemLog::kTried)) {
+      LOG_D << "Try to check in: " << static_cast<std::uint32_t>(low) << " - "
+            << static_cast<std::uint32_t>(high);
+    }
     return low <= current_ && current_ <= high;
   };
   for (; target; target = target->Next()) {
@@ -147,7 +162,7 @@ bool RssParser::AreWeTarget(const XmlNode* target) const {
     const std::string_view begin = target->Attribute("begin");
     const std::string_view end = target->Attribute("end");
     if (!mask.empty()) {
-      LOG_D << "Target version: " << mask;
+      if (log_.Takes(ItemLog::kMask)) LOG_D << "Target version: " << Shown(mask);
       ParseVersionMask(mask, &lowParts, kMaskParts);
       highParts = lowParts;
       const bool isOneVersion = lowParts.size() == 4;
@@ -155,9 +170,11 @@ bool RssParser::AreWeTarget(const XmlNode* target) const {
     } else if (!begin.empty() || !end.empty()) {
       ParseVersionMask(begin, &lowParts, kMaskParts);
       ParseVersionMask(end, &highParts, kMaskParts);
-      LOG_D << "Target version range: " << begin << " - " << end;
+      if (log_.Takes(ItemLog::kRange)) {
+        LOG_D << "Target version range: " << Shown(begin) << " - " << Shown(end);
+      }
       if (isInRange()) return true;
-    } else {
+    } else if (log_.Takes(ItemLog::kEmpty)) {
       LOG_I << "The empty <update:target> unacceptable. Please try to set value, or begin/end "
                "attribute.";
     }
@@ -213,7 +230,7 @@ void RssParser::FillTexts(const UpdateInfo& update) {
 
 bool RssParser::IsCompatibleVersion(std::string_view ver) {
   if (ver.empty() || ver == "1.0") return true;
-  LOG_D << "Incompatible version of dialogs. Should be 1.0.";
+  if (log_.Takes(ItemLog::kDialogs)) LOG_D << "Incompatible version of dialogs. Should be 1.0.";
   return false;
 }
 
@@ -226,7 +243,7 @@ DatedUrl RssParser::GetLocalDlgUrl(const XmlNode& item, std::string_view prefix,
     const DatedUrl dialogs = {child->Text(), child->Attribute("date")};
     const std::string_view language = child->Attribute("lang");
     if (language == locale) {
-      LOG_D << "Locale dialogs founded. url: " << dialogs.url;
+      LOG_D << "Locale dialogs founded. url: " << Shown(dialogs.url);
       return dialogs;
     }
     if (language.empty()) fallback = dialogs;

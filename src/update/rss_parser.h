@@ -43,6 +43,29 @@ struct Candidate {
   }
 };
 
+/// Which lines are written about the items of one feed, which can have a million of them: of each kind
+/// the first of an item, and of all of them no more than kMaxLines.
+class ItemLog {
+ public:
+  enum Line : unsigned {
+    kMask = 1,
+    kRange = 2,
+    kTried = 4,
+    kEmpty = 8,
+    kVersion = 16,
+    kDialogs = 32
+  };
+
+  void BeginItem() { written_ = 0; }
+  bool Takes(Line line);
+
+ private:
+  static constexpr int kMaxLines = 1000;
+
+  unsigned written_ = 0;  // lines of the current item
+  int left_ = kMaxLines;
+};
+
 /// The update that was chosen, by key of the update's store. Bytes as they stand in the feed.
 using UpdateResult = std::map<std::string_view, std::string_view>;
 
@@ -71,21 +94,20 @@ class RssParser {
   /// @param isCurrentListed  set to true when the walk ended at the current version
   UpdateInfo FindUpdate(bool wantUnstable, bool* isCurrentListed);
   /// Whether `target` or a later sibling of that name covers the current version.
-  bool AreWeTarget(const XmlNode* target) const;
+  bool AreWeTarget(const XmlNode* target);
   void FillResult(const UpdateInfo& update, std::string_view locale);
   void FillDialogs(const UpdateInfo& update, std::string_view locale);
   void FillTexts(const UpdateInfo& update);
 
-  static bool IsCompatibleVersion(std::string_view ver);
+  bool IsCompatibleVersion(std::string_view ver);
   /// The dialogs in the language `locale` or, when there are none, the last ones without a
   /// language.
-  static DatedUrl GetLocalDlgUrl(const XmlNode& item, std::string_view prefix,
-                                 std::string_view locale);
+  DatedUrl GetLocalDlgUrl(const XmlNode& item, std::string_view prefix, std::string_view locale);
   /// The archive of that name; both empty when it is made for other dialogs than ours.
-  static DatedUrl GetArchiveUrl(const XmlNode& item, std::string_view prefix,
-                                const std::string& name);
+  DatedUrl GetArchiveUrl(const XmlNode& item, std::string_view prefix, const std::string& name);
 
   XmlNode feed_;
+  ItemLog log_;
   VersionNumber current_ = 0;
   std::vector<Candidate> common_;
   std::vector<Candidate> target_;

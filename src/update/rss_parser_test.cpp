@@ -7,7 +7,9 @@
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"
+#include "update/feed_file.h"
 #include "update/upd_info.h"
+#include "util/limits.h"
 #include "util/text.h"
 
 namespace {
@@ -106,11 +108,12 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
 }
 
 TEST_F(Evaluation, LogsItsWay) {
+  const std::string empty = "<update:target/>";
   const std::string ours = "<update:target begin='1.0.6'/>" + Element(kTarget, "1.0.5");
   const LogCapture capture;
   RssParser().IsUpgradeAvailable(
       app_,
-      Parsed(Feed(Item("2.0.0.0", "<update:target/>" + Element(kTarget, "1.0.5.2"), "Beta") +
+      Parsed(Feed(Item("2.0.0.0", empty + empty + Element(kTarget, "1.0.5.2"), "Beta") +
                   Item("1.5.0.0", ours + Update("1.6.0.0")) + Item("1.0.0.0"))),
       kNow);
   EXPECT_EQ(
@@ -123,12 +126,16 @@ TEST_F(Evaluation, LogsItsWay) {
           "D:RssParser::AreWeTarget: Target version range:  1.0.6  - ",
           "D:RssParser::AreWeTarget: Try to check in:  393216  -  4294967295",
           "D:RssParser::AreWeTarget: Target version:  1.0.5",
-          "D:RssParser::AreWeTarget: Try to check in:  327680  -  393215",
           "I:RssParser::FindUpdate: Will use  target  update.",
           "D:RssParser::FindUpdate: Try to check ver:  1.6.0.0",
           "I:UpdateInfo::LogI: Found  target  version:  1.6.0.0,  release",
           "I:RssParser::IsUpgradeAvailable: Update founded...",
       }));
+  std::string many;
+  for (int i = 0; i < 1100; ++i) many += Item("2.0.0." + std::to_string(i), empty, "beta");
+  const std::size_t before = capture.Lines().size();
+  RssParser().IsUpgradeAvailable(app_, Parsed(Feed(many)), kNow);
+  EXPECT_EQ(capture.Lines().size() - before, 1003) << "3 of the feed, 1000 of its items";
 }
 
 TEST_F(Evaluation, WritesTheUpdateDown) {
@@ -197,14 +204,31 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
   const std::string cyrillic = "\xD0\x90\xD1\x8F";  // two letters, in windows-1251 C0 FF
   using Text = std::pair<const char*, std::string>;
   const Table<Text, std::string> table = {
-      {{"utf-8", cyrillic + "&nbsp;\xD0\xA0"}, cyrillic + "\xC2\xA0\xD0\xA0"},
-      {{"utf-8", "\xC0\xFF"}, cyrillic},
-      {{"Windows-1251", "\xD0\x90&nbsp;"}, "\xD0\xA0\xD1\x92\xC2\xA0"},
-      {{"koi8-r", cyrillic}, cyrillic},
+      {{" encoding='utf-8'", cyrillic + "&nbsp;\xD0\xA0"}, cyrillic + "\xC2\xA0\xD0\xA0"},
+      {{" encoding='utf-8'", cyrillic + "&#169;\xC0 "}, cyrillic + "\xC2\xA9\xC3\x80 "},
+      {{"", cyrillic + "&nbsp;"}, cyrillic + "\xC2\xA0"},
+      {{"", "\xC0\xFF"}, cyrillic},
+      {{" encoding='Windows-1251'", "\xD0\x90&nbsp;"}, "\xD0\xA0\xD1\x92\xC2\xA0"},
+      {{" encoding='koi8-r'", cyrillic}, cyrillic},
   };
   table.Expect([&](const Text& title) {
-    Evaluate("<?xml version='1.0' encoding='" + std::string(title.first) + "'?>" +
+    Evaluate("<?xml version='1.0'" + std::string(title.first) + "?>" +
              Feed(Item("2.0.0.0", Element("title", title.second))));
     return store_.Read("Title");
   });
+  const std::string almost(65535, 'x');  // one byte less than a store takes
+  Evaluate(
+      Feed(Item("2.0.0.0", Element("title", almost + cyrillic) + Element("link", almost + "yz"))));
+  EXPECT_EQ(store_.Read("Title"), almost);
+  EXPECT_EQ(store_.Read("Homepage"), almost + "y");
+}
+
+TEST_F(Evaluation, AFeedOfTooManyBytesIsNotRead) {
+  const std::string path = (home_.AppFolder("qb") / "feed").string();
+  std::string feed = Feed({});
+  feed.resize(kMaxFeedBytes, '\n');
+  WriteBytes(path, feed);
+  EXPECT_EQ(LoadFeed(path).Name(), "rss");
+  WriteBytes(path, feed + "\n");
+  EXPECT_THROW(LoadFeed(path), std::runtime_error);
 }

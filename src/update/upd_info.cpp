@@ -6,32 +6,56 @@
 
 #include "update/rss_parser.h"
 #include "update/version_number.h"
+#include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/text.h"
 
 namespace {
 
-// "&nbsp;" gives the one byte 0xA0 whatever the code page is; here it becomes the UTF-8 character,
-// where it is not a part of another one.
-std::string WithWholeSpaces(std::string_view bytes) {
+// An update's description is a text for people, not a place to keep things in.
+constexpr std::size_t kMaxTextBytes = 64 << 10;
+
+// A reference gives a single byte, whatever the code page is ("&nbsp;" A0, "&#169;" A9). Where it is not
+// a part of a character, it becomes the character of that number.
+// @param strays  how many bytes but A0 there were
+std::string WithWholeChars(std::string_view bytes, std::size_t* strays) {
   std::string text;
-  int missing = 0;  // bytes until the current character is whole
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (missing == 0 && byte == 0xA0) text += '\xC2';
-    text += c;
-    const bool continues = missing > 0 && (byte & 0xC0) == 0x80;
-    missing = continues ? missing - 1 : byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC0 ? 1 : 0;
+  *strays = 0;
+  while (!bytes.empty()) {
+    const std::size_t length = Utf8CharLength(bytes);
+    if (length > 0) {
+      text += bytes.substr(0, length);
+    } else {
+      const auto byte = static_cast<unsigned char>(bytes[0]);
+      text += static_cast<char>(0xC0 | byte >> 6);
+      text += static_cast<char>(0x80 | (byte & 0x3F));
+      *strays += byte == 0xA0 ? 0 : 1;
+    }
+    bytes.remove_prefix(length > 0 ? length : 1);
   }
   return text;
 }
 
 std::string Utf8FromFeed(std::string_view bytes, const XmlNode& feed) {
-  if (!feed.DeclaresCodePage() || feed.CodePage() == kCodePageUtf8) {
-    std::string text = WithWholeSpaces(bytes);
-    if (IsValidUtf8(text)) return text;
+  const bool isUtf8 = feed.DeclaresCodePage() && feed.CodePage() == kCodePageUtf8;
+  if (isUtf8 || !feed.DeclaresCodePage()) {
+    std::size_t strays = 0;
+    std::string text = WithWholeChars(bytes, &strays);
+    if (isUtf8 || strays == 0) return text;
   }
   return Utf8FromCp1251(bytes);
+}
+
+bool IsInsideChar(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+void Shorten(std::string_view key, std::string* text) {
+  if (text->size() <= kMaxTextBytes) return;
+  constexpr std::size_t kMaxCharBytes = 4;
+  std::size_t end = kMaxTextBytes;
+  while (IsInsideChar((*text)[end]) && end > kMaxTextBytes - kMaxCharBytes) --end;
+  LogAs("TUpdInfo::Evaluate", __LINE__, "W:")
+      << "A text of the feed is cut, it has so many bytes:" << text->size() << key;
+  text->resize(end);
 }
 
 // The values that are texts, in the order in which they are written.
@@ -61,14 +85,21 @@ bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
   if (!parser.IsUpgradeAvailable(app, std::move(feed), now)) return false;
   const UpdateResult& result = parser.Result();
   const VersionNumber version = ParseVersion(result.at("upd_ver"));
-  SetVersion(PartOf(version, 48), PartOf(version, 32), PartOf(version, 16), PartOf(version, 0));
-  SetVersionStatus(ParseVersionStatus(result.at("upd_stat")));
-  for (const auto& text : kTexts) {
-    const std::string_view value = result.at(text.key);
-    Write(text.key, text.isDecoded ? Utf8FromFeed(value, parser.Feed()) : std::string(value));
+  const auto writeText = [&](std::string_view key, std::string text) {
+    Shorten(key, &text);
+    Write(key, text);
+  };
+  {
+    const StoreChanges one(*this);
+    SetVersion(PartOf(version, 48), PartOf(version, 32), PartOf(version, 16), PartOf(version, 0));
+    SetVersionStatus(ParseVersionStatus(result.at("upd_stat")));
+    for (const auto& [key, isDecoded] : kTexts) {
+      const std::string_view value = result.at(key);
+      writeText(key, isDecoded ? Utf8FromFeed(value, parser.Feed()) : std::string(value));
+    }
+    WriteNumber("DistroSize", ParseInt64(result.at("DistroSize")));
+    writeText("Homepage", std::string(result.at("Homepage")));
   }
-  WriteNumber("DistroSize", ParseInt64(result.at("DistroSize")));
-  Write("Homepage", result.at("Homepage"));
   app.UpdateLastCheckTime(now);
   return true;
 }

@@ -9,7 +9,7 @@
 #include "xml/xml_node.h"
 
 /// The same kind of store as the application's record, in a second file under a lock of its own.
-/// Each value is written on its own, so a reader may see a part of an update between two writes.
+/// An update is written in one step.
 class TUpdInfo final : public TAppInfo2 {
  public:
   explicit TUpdInfo(const std::string& appId);
@@ -19,7 +19,9 @@ class TUpdInfo final : public TAppInfo2 {
   /// Decides from `feed` whether there is an update for `app` and writes it down; nothing is
   /// written when there is none. Both outcomes set the application's "LastCheckTime"; a feed that
   /// is refused, be it by an exception or for ambiguous targets, does not. A feed that declares no
-  /// code page is read as UTF-8 where it is that, else as windows-1251.
+  /// code page is read as UTF-8 where it is that, else as windows-1251. In one that declares UTF-8
+  /// a byte that belongs to no character stands for the character of that number. A text above
+  /// 64 KiB is cut at a character, which is logged.
   /// @param app   the application's record
   /// @param feed  the root of the parsed feed; taken over, not copied
   /// @param now   seconds since 1970-01-01 UTC

@@ -11,6 +11,8 @@ namespace {
 
 constexpr int kParts = 4;
 constexpr int kPartBits = 16;
+// What an error tells of a text from a feed, which may have megabytes.
+constexpr std::size_t kMaxShownChars = 256;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -49,7 +51,8 @@ VersionNumber ParseVersion(std::string_view text) {
     if (i > 0 && isJoined) rest.remove_prefix(1);
     std::int64_t part = 0;
     if (!isJoined || !TakeInt(&rest, &part)) {
-      throw std::invalid_argument("sscanf failed on input string; '" + std::string(text) + "'");
+      throw std::invalid_argument("sscanf failed on input string; '" +
+                                  std::string(text.substr(0, kMaxShownChars)) + "'");
     }
     version = AddPart(version, part);
   }

@@ -2,12 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <barrier>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "testing/data_home.h"
 #include "testing/table.h"
+#include "util/append_file.h"
 #include "util/diag_log.h"
 #include "util/last_error.h"
+#include "util/text.h"
+#include "util/text_mode.h"
 
 namespace {
 
@@ -24,7 +32,8 @@ std::string LineOf(Append append, std::string_view level = "D:") {
     append(line);
   }
   EXPECT_EQ(LastErrorCode(), 5u);
-  const std::string text = ReadBytes(file);
+  std::string text = ReadBytes(file);
+  DropCrBeforeLf(&text);
   const std::size_t begin = text.find(' ', text.find('\n'));
   return begin == std::string::npos ? ""
                                     : text.substr(begin + 1, text.find_last_not_of("\r\n") - begin);
@@ -59,7 +68,60 @@ TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
        "D:C::M(7): HR= 0x80070005."},
       {"other code", [](Line& l) { l << kOtherCode << 255; }, "D:C::M(7): Code: 0xff."},
       {"nothing", [](Line&) {}, ""},
+      {"foreign line ends", [](Line& l) { l << "a\n12:00:00 E:b\r\nc\rd\r\n\n"; },
+       "D:C::M(7): a\n    12:00:00 E:b\n    c d"},
   };
   table.Expect([](void (*append)(Line&)) { return LineOf(append); });
   EXPECT_EQ(LineOf([](Line& l) { l << "x"; }, "P:"), "") << "paranoid lines are off";
+}
+
+TEST(DiagLog, IsBoundedWhileItsProcessLives) {
+  const auto file = ProcessTempFolder() / "bounded.log";
+  const std::string line(150'000, 'x');  // so that it looks after every second one
+  constexpr int kLines = 12;
+  DiagLog log;
+  log.Start([&] { return file.wstring(); }, "heading");
+  for (int i = 0; i < kLines; ++i) log.Write(DecimalText(i) + line);
+  const std::string old = ReadBytes(file.string() + ".bak");
+  std::vector<std::string> written = {"heading"};
+  for (int i = 0; i < kLines; ++i) written.push_back(DecimalText(i) + line);
+  EXPECT_EQ(LinesOf(old + ReadBytes(file)), written);
+  EXPECT_EQ(LinesOf(old).size(), 1u + 8u);
+}
+
+TEST(DiagLog, OfManyWritersAtTheLimitOneMovesTheFileAside) {
+  constexpr int kWriters = 8;
+  constexpr int kRounds = 100;
+  const std::filesystem::path file = ProcessTempFolder() / "shared.log";
+  const std::filesystem::path backup = file.string() + ".bak";
+  const std::string old(10'000, 'o');
+  std::mutex turn;  // Wine loses a line when two processes append at the same moment
+  const auto append = [&] {
+    const std::lock_guard scope(turn);
+    EXPECT_TRUE(AppendToFile(file.wstring(), "y"));
+  };
+  std::barrier round(kWriters);
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    writers.emplace_back([&, writer] {
+      for (int i = 0; i < kRounds; ++i) {
+        if (writer == 0) {
+          std::filesystem::remove(backup);
+          WriteBytes(file, old);
+        }
+        round.arrive_and_wait();
+        append();
+        round.arrive_and_wait();
+        MoveAsideAbove(file.wstring(), old.size());
+        append();
+        round.arrive_and_wait();
+        if (writer != 0) continue;
+        const std::string kept = ReadBytes(backup);
+        const std::string all = kept + ReadBytes(file);
+        EXPECT_TRUE(kept.starts_with(old));
+        EXPECT_EQ(std::count(all.begin(), all.end(), 'y'), 2 * kWriters);
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
 }

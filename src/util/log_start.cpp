@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::int64_t kMaxLogBytes = 0x100000;
-
 std::string LogHeading() {
   const auto today = LocalNow();
   return "Log started at: " +
@@ -36,7 +34,7 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
   if (folder.empty()) return folder;
   MakeFolder(folder);
   std::wstring path = folder + OneComponent(fileName);
-  if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > kMaxLogBytes) {
+  if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > std::int64_t{kMaxLogBytes}) {
     std::wstring moved = path;
     JustUtil::BackupFile(moved);
   }

@@ -17,28 +17,6 @@ constexpr char16_t kCp1251High[64] = {
 
 char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// The length of the well-formed sequence at the start of `bytes`, 0 when there is none.
-std::size_t SequenceLength(std::string_view bytes) {
-  const auto at = [&](std::size_t i) {
-    return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0u;
-  };
-  const auto continues = [&](std::size_t i) { return (at(i) & 0xC0) == 0x80; };
-  const unsigned lead = at(0);
-  if (lead < 0x80) return 1;
-  if (lead >= 0xC2 && lead <= 0xDF) return continues(1) ? 2 : 0;
-  if (lead >= 0xE0 && lead <= 0xEF) {
-    const bool overlong = lead == 0xE0 && at(1) < 0xA0;
-    const bool surrogate = lead == 0xED && at(1) > 0x9F;
-    return continues(1) && continues(2) && !overlong && !surrogate ? 3 : 0;
-  }
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    const bool overlong = lead == 0xF0 && at(1) < 0x90;
-    const bool tooHigh = lead == 0xF4 && at(1) > 0x8F;
-    return continues(1) && continues(2) && continues(3) && !overlong && !tooHigh ? 4 : 0;
-  }
-  return 0;
-}
-
 }  // namespace
 
 std::string Utf8FromCp1251(std::string_view bytes) {
@@ -62,9 +40,30 @@ std::string Utf8FromCp1251(std::string_view bytes) {
   return text;
 }
 
+std::size_t Utf8CharLength(std::string_view bytes) {
+  const auto at = [&](std::size_t i) {
+    return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0u;
+  };
+  const auto continues = [&](std::size_t i) { return (at(i) & 0xC0) == 0x80; };
+  const unsigned lead = at(0);
+  if (lead < 0x80) return 1;
+  if (lead >= 0xC2 && lead <= 0xDF) return continues(1) ? 2 : 0;
+  if (lead >= 0xE0 && lead <= 0xEF) {
+    const bool overlong = lead == 0xE0 && at(1) < 0xA0;
+    const bool surrogate = lead == 0xED && at(1) > 0x9F;
+    return continues(1) && continues(2) && !overlong && !surrogate ? 3 : 0;
+  }
+  if (lead >= 0xF0 && lead <= 0xF4) {
+    const bool overlong = lead == 0xF0 && at(1) < 0x90;
+    const bool tooHigh = lead == 0xF4 && at(1) > 0x8F;
+    return continues(1) && continues(2) && continues(3) && !overlong && !tooHigh ? 4 : 0;
+  }
+  return 0;
+}
+
 bool IsValidUtf8(std::string_view bytes) {
   while (!bytes.empty()) {
-    const std::size_t length = SequenceLength(bytes);
+    const std::size_t length = Utf8CharLength(bytes);
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }

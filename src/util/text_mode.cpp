@@ -14,6 +14,15 @@ std::string WithCrLf(std::string_view text) {
   return result;
 }
 
+std::size_t TextBytesIn(std::string_view text, std::size_t written) {
+  std::size_t count = 0;
+  for (std::size_t onDisk = 0; count < text.size(); ++count) {
+    onDisk += text[count] == '\n' ? 2 : 1;
+    if (onDisk > written) break;
+  }
+  return count;
+}
+
 void DropCrBeforeLf(std::string* text) {
   constexpr const char* kCrLf = "\r\n";
   std::size_t cr = text->find(kCrLf);

@@ -3,6 +3,7 @@
 #include "util/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -49,6 +50,15 @@ class OpenFile {
       : path_(std::move(other.path_)), file_(std::exchange(other.file_, -1)) {}
 
   explicit operator bool() const { return file_ >= 0; }
+
+  bool LockAlone() const { return flock(file_, LOCK_EX) == 0; }
+
+  bool IsNamed(const std::string& path) const {
+    struct stat own;
+    struct stat named;
+    return fstat(file_, &own) == 0 && MayDo("look", path) && stat(path.c_str(), &named) == 0 &&
+           own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+  }
 
   std::size_t Size() const {
     struct stat status;
@@ -155,6 +165,15 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
   return file && file.Write(text) == text.size();
 }
 
+void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
+  const std::string native = Native(path);
+  const OpenFile file(native, O_RDWR);
+  // Those who wait here find afterwards that the name is another file's.
+  if (file && file.LockAlone() && file.Size() > maxBytes && file.IsNamed(native)) {
+    Rename(native, native + ".bak");
+  }
+}
+
 void MakeFolder(const std::wstring& path) {
   const std::string native = Native(path);
   std::error_code ignored;
@@ -247,7 +266,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
       LOG_E << "Can't open file: " << path;
       return false;
     case WriteOutcome::kShort:
-      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      LOG_E << "Try to write " << content.size() << ", really - " << TextBytesIn(content, written);
       return false;
   }
   return false;

@@ -2,8 +2,11 @@
 #include "util/win/unique.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 #include <new>
+#include <vector>
 
 #include "util/append_file.h"
 #include "util/diag_log.h"
@@ -146,6 +149,27 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
          written == bytes.size();
 }
 
+// By a handle: what another process has moved aside meanwhile is renamed to the name that it has, and the
+// new file is not taken for it.
+void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
+  const UniqueFile file(::CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, kShareAll,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  LARGE_INTEGER size;
+  if (!file || !::GetFileSizeEx(file.get(), &size) ||
+      static_cast<std::uint64_t>(size.QuadPart) <= maxBytes) {
+    return;
+  }
+  const std::wstring backup = path + L".bak";
+  const std::size_t nameBytes = backup.size() * sizeof(wchar_t);
+  std::vector<std::byte> buffer(sizeof(FILE_RENAME_INFO) + nameBytes);  // and an ending zero
+  auto* const rename = new (buffer.data()) FILE_RENAME_INFO{};
+  rename->ReplaceIfExists = TRUE;
+  rename->FileNameLength = static_cast<DWORD>(nameBytes);
+  std::memcpy(rename->FileName, backup.c_str(), nameBytes);
+  ::SetFileInformationByHandle(file.get(), FileRenameInfo, rename,
+                               static_cast<DWORD>(buffer.size()));
+}
+
 namespace JustUtil {
 
 bool IsPathExist(const std::wstring& path) {
@@ -239,7 +263,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
       LOG_E << "Can't open file: " << path;
       return false;
     case WriteOutcome::kShort:
-      LOG_E << "Try to write " << bytes.size() << ", really - " << written;
+      LOG_E << "Try to write " << content.size() << ", really - " << TextBytesIn(content, written);
       return false;
   }
   return false;

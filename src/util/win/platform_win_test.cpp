@@ -8,6 +8,7 @@
 
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
+#include "testing/table.h"
 #include "util/event.h"
 #include "util/files.h"
 #include "util/folder_content.h"
@@ -17,6 +18,7 @@
 #include "util/registry.h"
 #include "util/system.h"
 #include "util/text.h"
+#include "util/win/security.h"
 #include "util/win/unique.h"
 
 namespace {
@@ -158,6 +160,72 @@ TEST(Process, RunsInTheSystemFolderAndTellsItsEnd) {
   EXPECT_NE(OwnRunId(), "");
   EXPECT_NE(run, OwnRunId());
   EXPECT_EQ(RunIdOf(UniqueHandle()), "");
+}
+
+TEST(Security, NobodyElseMayReplaceTheProgramOrAPartOfItsPath) {
+  struct Judged {
+    const wchar_t* descriptor;
+    Part part;
+  };
+  constexpr Part kProgram = Part::kProgram;
+  constexpr Part kFolder = Part::kItsFolder;
+  constexpr Part kAbove = Part::kFolderAbove;
+  const Table<Judged, bool> table = {
+      {"installed for all", {L"O:SYD:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x1200a9;;;BU)", kProgram}, false},
+      {"the installer's",
+       {L"O:S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464D:(A;;FA;;;BA)", kFolder},
+       false},
+      {"a user owns it", {L"O:S-1-5-21-1-2-3-1000D:(A;;FA;;;BA)", kProgram}, true},
+      {"another service owns it", {L"O:S-1-5-80-956008885-1-1-1-1D:(A;;FA;;;BA)", kAbove}, true},
+      {"no owner", {L"D:(A;;FA;;;BA)", kProgram}, true},
+      {"no list", {L"O:BA", kProgram}, true},
+      {"an empty list", {L"O:BAD:", kProgram}, false},
+      {"everybody writes", {L"O:BAD:(A;;FA;;;BA)(A;;GW;;;WD)", kProgram}, true},
+      {"users write data", {L"O:BAD:(A;;0x2;;;BU)", kProgram}, true},
+      {"users append", {L"O:BAD:(A;;0x4;;;BU)", kProgram}, true},
+      {"users write attributes", {L"O:BAD:(A;;0x100;;;BU)", kProgram}, true},
+      {"users change rights", {L"O:BAD:(A;;0x40000;;;BU)", kProgram}, true},
+      {"users take it over", {L"O:BAD:(A;;0x80000;;;BU)", kAbove}, true},
+      {"what denies is no help", {L"O:BAD:(D;;FA;;;BU)(A;;FA;;;BU)", kProgram}, true},
+      {"denied only", {L"O:BAD:(D;;FA;;;BU)", kProgram}, false},
+      {"for what is made below", {L"O:BAD:(A;OICIIO;GA;;;CO)(A;CIIO;FA;;;AU)", kFolder}, false},
+      {"the owner's rights", {L"O:BAD:(A;;FA;;;S-1-3-4)", kFolder}, false},
+      {"folders beside the program", {L"O:BAD:(A;;0x4;;;AU)", kFolder}, true},
+      {"folders in the root", {L"O:BAD:(A;;0x4;;;AU)", kAbove}, false},
+      {"files above", {L"O:BAD:(A;;0x2;;;AU)", kAbove}, false},
+      {"a folder above is renamed", {L"O:BAD:(A;;SD;;;AU)", kAbove}, true},
+      {"what is in a folder above goes", {L"O:BAD:(A;;0x40;;;AU)", kAbove}, true},
+      {"all above", {L"O:BAD:(A;;GA;;;AU)", kAbove}, true},
+  };
+  table.Expect([](const Judged& judged) {
+    const UniqueDescriptor descriptor = DescriptorOf(judged.descriptor);
+    EXPECT_TRUE(static_cast<bool>(descriptor));
+    return LetsOthersReplace(descriptor.get(), judged.part);
+  });
+  EXPECT_TRUE(LetsOthersReplace(nullptr, Part::kProgram));
+}
+
+TEST(Security, EveryPartOfAPathIsJudged) {
+  const Table<const wchar_t*, std::string> table = {
+      {"folders", L"C:\\a\\b\\c/x.exe", "0C:\\a\\b\\c\\x.exe 1C:\\a\\b\\c 2C:\\a\\b 2C:\\a 2C:\\ "},
+      {"in the root", L"C:\\x.exe", "0C:\\x.exe 1C:\\ "},
+      {"relative", L"a\\x.exe", ""},
+      {"of the current folder", L"C:x.exe", ""},
+      {"another machine's", L"\\\\m\\a\\x.exe", ""},
+      {"a device's", L"\\\\?\\C:\\x.exe", ""},
+      {"parent", L"C:\\a\\..\\x.exe", ""},
+      {"stream", L"C:\\a\\x:y.exe", ""},
+      {"folder", L"C:\\a\\", ""},
+      {"root", L"C:\\", ""},
+      {"empty", L"", ""},
+  };
+  table.Expect([](const wchar_t* program) {
+    std::string told;
+    for (const PathPart& part : PartsOf(program)) {
+      told += DecimalText(static_cast<int>(part.part)) + NarrowUtf8(part.path) + " ";
+    }
+    return told;
+  });
 }
 
 TEST(System, TextsAreReadable) {

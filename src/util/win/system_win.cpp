@@ -64,6 +64,15 @@ std::string MessageFrom(DWORD source, HMODULE module, std::uint32_t code) {
   return std::string(text, length);
 }
 
+template <class Answer>
+bool AskOwnToken(TOKEN_INFORMATION_CLASS question, Answer* answer) {
+  HANDLE token = nullptr;
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
+  const UniqueHandle owner(token);
+  DWORD size = 0;
+  return ::GetTokenInformation(token, question, answer, sizeof *answer, &size) != 0;
+}
+
 }  // namespace
 
 std::string OsDisplayName() {
@@ -77,14 +86,14 @@ std::string OsDisplayName() {
 bool IsVistaOrLater() { return GetOsVersion().major >= 6; }
 
 bool IsElevated() {
-  HANDLE token = nullptr;
-  if (!IsVistaOrLater() || !::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
-    return false;
-  const UniqueHandle owner(token);
   TOKEN_ELEVATION elevation = {};
-  DWORD size = 0;
-  return ::GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size) &&
+  return IsVistaOrLater() && AskOwnToken(TokenElevation, &elevation) &&
          elevation.TokenIsElevated != 0;
+}
+
+bool IsElevatedUnderUac() {
+  TOKEN_ELEVATION_TYPE type = TokenElevationTypeDefault;
+  return AskOwnToken(TokenElevationType, &type) && type == TokenElevationTypeFull && IsUacEnabled();
 }
 
 bool IsUacEnabled() {
