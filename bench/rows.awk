@@ -33,7 +33,7 @@ END {
   for (i = 1; i <= count; ++i) {
     n = sizes[i]
     ratio("parse " n " items, speed / tinyxml2's", "ParseTinyxml2/" n, "ParseKupdate/" n, 2, 0)
-    ratio("parse " n " items, speed / pugixml's", "ParsePugixml/" n, "ParseKupdate/" n, 0.5, 0)
+    ratio("parse " n " items, speed / pugixml's", "ParsePugixml/" n, "ParseKupdate/" n, 1, 0)
     ratio("parse " n " items, speed / expat's (which builds no tree)", "ParseExpat/" n,
           "ParseKupdate/" n, 0, 0)
     ratio("write " n " items, speed / pugixml's", "WritePugixml/" n, "WriteKupdate/" n, 1, 0)
@@ -44,14 +44,15 @@ END {
     row("parse, bytes a second at 100000 items / at 1000", many / few, "at least 0.8",
         spread("ParseKupdate/1000", "ParseKupdate/100000"), many / few >= 0.8 ? "yes" : "no")
   }
-  parse = "ParseKupdate/100000"
-  ratio("decide, 100000 items, half of them for others / parse", "fresh Decide/HalfOurs/100000",
-        "fresh " parse, 0, 0.1)
+  # Beside a parser of others: beside our own each gain of its speed would look like a slower decision.
+  parse = "ParsePugixml/100000"
+  ratio("decide, 100000 items, half of them for others / pugixml parses them",
+        "fresh Decide/HalfOurs/100000", "fresh " parse, 0, 0.1)
   ratio("the same, none for others", "fresh Decide/AllOurs/100000", "fresh " parse, 0, 0.1)
   ratio("the same, half for others, with memory that the process kept", "Decide/HalfOurs/100000",
         parse, 0, 0)
-  ratio("read a value of a store / bare system calls", "StoreRead", "StoreReadBare", 0, 1.3, 1.7,
-        "the rest is the parse of its 24 values (docs/benchmarks.md)")
+  ratio("read a value of a store / bare system calls", "StoreRead", "StoreReadBare", 0, 1.3, 1.6,
+        "the rest is the library's own work (docs/benchmarks.md)")
   ratio("write a value of a store / bare system calls", "StoreWrite", "StoreWriteBare", 0, 1.3)
   exit missed
 }

@@ -1,4 +1,5 @@
-// Needs no fuzzer: replays the corpora, and measures the worst inputs of two sizes. Prints rows.
+// Needs no fuzzer: replays the corpora, and measures the worst inputs of two sizes and the worst
+// feeds of the largest. Prints rows.
 #include <malloc.h>
 
 #include <algorithm>
@@ -43,6 +44,11 @@ constexpr double kMostTimes = 8;
 // What takes less of a byte is hardly more than the copy of a text, and caches decide its time.
 constexpr double kCopySeconds = 1e-9;
 constexpr int kRuns = 3;  // the fastest counts
+
+// The largest feed that is accepted, and how much of a host's memory it may take: with the process
+// itself, of 8 MB, that makes less than 60 MB.
+constexpr std::size_t kLargestFeedBytes = 8 << 20;
+constexpr std::size_t kMostFeedMemory = 52'000'000;
 
 // Memory that was used once is used again: else the system's work for new pages would be measured.
 void KeepMemory() {
@@ -132,6 +138,18 @@ bool MeasureShape(const Shape& shape, std::size_t size) {
   return result == std::string_view("ok");
 }
 
+bool MeasureLargestFeed(const Shape& shape) {
+  const std::string text = Text(shape, kLargestFeedBytes);
+  const Cost cost = Measure([&] { shape.run(text); });
+  const bool isSmall = cost.peakBytes < kMostFeedMemory;
+  std::printf("| largest %s | 1 | %.1f | %.1f | %.1f ms for %zu bytes, %.1f MB | %s |\n",
+              shape.label, cost.seconds,
+              static_cast<double>(cost.peakBytes) / static_cast<double>(text.size()),
+              cost.seconds * 1e3, text.size(), static_cast<double>(cost.peakBytes) * 1e-6,
+              isSmall ? "ok" : "too much memory");
+  return isSmall;
+}
+
 void Replay(const FuzzTarget& target, const std::filesystem::path& corpora) {
   Costs costs;
   for (const auto& entry : std::filesystem::directory_iterator(corpora / target.name)) {
@@ -155,6 +173,7 @@ int main(int argc, char** argv) {
     KeepMemory();
     for (const Shape& shape : kShapes) {
       failures += MeasureShape(shape, std::strtoul(argv[2], nullptr, 10)) ? 0 : 1;
+      if (shape.run != CutStatistics) failures += MeasureLargestFeed(shape) ? 0 : 1;
     }
   } else {
     std::fputs("usage: fuzz_check replay FOLDER | fuzz_check limits BYTES\n", stderr);

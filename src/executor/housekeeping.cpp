@@ -9,6 +9,7 @@
 #include "executor/job_policy.h"
 #include "executor/ping_action.h"
 #include "executor/self_removal.h"
+#include "install/private_file.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
 #include "util/clock.h"
@@ -72,5 +73,6 @@ void KeepHouse() noexcept {
   } catch (...) {
     LOG_E << "Housekeeping was not finished.";
   }
+  RemoveInstallLeftovers();
   FollowSelfRemovalWish();
 }

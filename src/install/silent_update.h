@@ -18,7 +18,6 @@ enum InstallCode : int {
   kInstallCannotStart = -1007,     ///< the system did not start the installer
   kInstallBadAddress = -1008,      ///< the file's address is none that is fetched
   kInstallFailed = -1009,          ///< something unforeseen; the log has it
-  kInstallBusy = -1010,            ///< another check or installation of the application is running
 };
 
 /// Whether a code says that the new version is there: success, and success that wants a restart.

@@ -168,36 +168,6 @@ XmlNode& XmlNode::NewSpecial() {
   return special;
 }
 
-void XmlNode::HoldName(std::string_view text) {
-  name_ = text.data();
-  nameSize_ = text.size() & kMaxTextBytes;
-}
-
-void XmlNode::HoldValue(std::string_view text) {
-  value_ = text.data();
-  valueSize_ = text.size() & kMaxTextBytes;
-}
-
-XmlNode& XmlNode::LastSpecial() {
-  XmlNode* last = this;
-  while (XmlNode* special = last->isLast_ ? nullptr : last->next_) {
-    if (!special->isSpecial_) break;
-    last = special;
-  }
-  return *last;
-}
-
-void XmlNode::Append(XmlNode& child) {
-  XmlNode& last = child.LastSpecial();
-  if (lastChild_) {
-    last.next_ = std::exchange(lastChild_->next_, &child);
-    lastChild_->isLast_ = false;
-  } else {
-    last.next_ = &child;
-  }
-  lastChild_ = &last;
-}
-
 void XmlNode::AppendSpecial(XmlNode& last, XmlNode& special) {
   last.next_ = &special;
   last.isLast_ = false;

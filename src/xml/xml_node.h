@@ -71,7 +71,8 @@ class XmlNode {
   /// @param listener  may be null
   /// Throws exXML; then the tree holds the children of the root that were read whole. Errors are also
   /// more than 256 nested elements, more than 4096 attributes of one, and a tree that takes more than
-  /// six times the input and 512 KB ("out of memory"): only text made for that is so dense.
+  /// six times the input and 512 KB, or than three times a large input and 4 MB ("out of memory"): only
+  /// text made for that is so dense.
   void Parse(std::string text, XmlListener* listener = nullptr);
 
   /// The text of the tree, with the specials first and two blanks of indent a level.

@@ -53,6 +53,24 @@ TEST(XmlParser, ReadsDocuments) {
   table.Expect([](const std::string& text) { return Parsed(text).Serialise(); });
 }
 
+TEST(XmlParser, TakesTheseBytesIntoNames) {
+  for (const int behind : {0, 40}) {  // bytes near the end are looked at one by one
+    const auto isRead = [&](const std::string& element) {
+      const std::string text = element + Times(behind, " ");
+      return Fault(text) == "none" && Parsed(text).Serialise() == element + "\n";
+    };
+    std::string inNodes;
+    std::string inAttributes;
+    for (int code = 0; code < 256; ++code) {
+      const std::string byte(1, static_cast<char>(code));
+      if (isRead("<n" + byte + "/>")) inNodes += byte;
+      if (isRead("<n k" + byte + "=\"\"/>")) inAttributes += byte;
+    }
+    EXPECT_EQ(inNodes, "!-.0123456789:?ABCDEFGHIJKLMNOPQRSTUVWXYZ[_abcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(inAttributes, "-.0123456789:ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
+  }
+}
+
 TEST(XmlParser, NamesTheFault) {
   const std::string inA = " while parsing node \"a\"";
   const std::string end = "unexpected end of file";
@@ -74,6 +92,8 @@ TEST(XmlParser, NamesTheFault) {
       {"<a>0123456789012345678901234567890123</b>",
        closing + " with value \"01234567890123456789012345678901...\" at 39"},
       {"<a>x&copy;</a>", entity + "\"copy\"" + inA + " with value \"x\" at 10"},
+      // The message ends at the zero.
+      {std::string("<a>&\0gt;</a>", 12), entity + "\" at 8"},
       {"<a>&#;</a>", entity + "\"#\"" + inA + " at 6"},
       {"<a>&#x4G;</a>", entity + "\"#x4G\"" + inA + " at 9"},
       {"<a b='&amp'/>", end + inA + " at 13"},
@@ -82,9 +102,10 @@ TEST(XmlParser, NamesTheFault) {
   };
   table.Expect(Fault);
   EXPECT_EQ(Fault(Times(256, "<a>") + Times(256, "</a>")), "none");
-  // Ten thousand nodes are always allowed; more need some text.
+  // Ten thousand nodes are always allowed; more need some text, and very many need more of it.
   EXPECT_EQ(Fault("<a>" + Times(10000, "<!>") + "</a>"), "none");
   EXPECT_EQ(Fault("<a>" + Times(40000, "<!>")), "out of memory at 66650");
+  EXPECT_EQ(Fault("<a>" + Times(1'000'000, "<!>")), "out of memory at 706811");
 }
 
 TEST(XmlNode, CopiesDeep) {

@@ -1,43 +1,41 @@
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "xml/xml_node.h"
+#include "xml/xml_scan.h"
 #include "xml/xml_tree.h"
 
 namespace {
 
 constexpr std::size_t kMaxDepth = 256;
 constexpr std::size_t kMaxAttributes = 4096;
+constexpr std::ptrdiff_t kFewAttributes = 8;
 constexpr std::size_t kMaxValueShown = 32;
 constexpr std::size_t kMaxNameShown = 256;
 
-enum CharClass : unsigned char { kBlank = 1, kNodeName = 2, kAttributeName = 4 };
+constexpr std::string_view kEndOfInput = "unexpected end of file";
+constexpr std::string_view kBadClosingTag = "missing or incomplete closing tag";
+constexpr std::string_view kBadInstruction = "invalid character in PI";
 
-constexpr std::array<unsigned char, 256> MakeCharClasses() {
-  std::array<unsigned char, 256> classes{};
-  const auto add = [&classes](std::string_view chars, int mask) {
-    for (const char c : chars)
-      classes[static_cast<unsigned char>(c)] |= static_cast<unsigned char>(mask);
-  };
-  add(std::string_view(" \t\r\n\0", 5), kBlank);
-  add("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_:-.",
-      kNodeName | kAttributeName);
-  add("?![", kNodeName);
-  return classes;
+constexpr bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
 }
 
-constexpr std::array<unsigned char, 256> kCharClasses = MakeCharClasses();
-
-bool Is(char c, CharClass wanted) {
-  return (kCharClasses[static_cast<unsigned char>(c)] & wanted) != 0;
-}
+constexpr auto kEndsAttributeName = [](auto c) {
+  const auto lower = c | ' ';
+  return ((lower < 'a') | (lower > 'z')) & ((c < '-') | (c > ':') | (c == '/')) & (c != '_');
+};
+// The names of nodes have these too, though seldom.
+constexpr bool IsNodeNameMark(char c) { return c == '?' || c == '!' || c == '['; }
 
 std::string Quoted(std::string_view text, std::size_t maxShown) {
   std::string quoted = "\"";
@@ -46,11 +44,18 @@ std::string Quoted(std::string_view text, std::size_t maxShown) {
   return quoted.append("\"");
 }
 
+// A name of at most four bytes as a number. The one in front tells names that begin with zeros apart.
+constexpr std::uint64_t Packed(std::string_view name) {
+  std::uint64_t number = 1;
+  for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
+  return number;
+}
+
 constexpr struct {
-  std::string_view name;
+  std::uint64_t name;
   char byte;
-} kEntities[] = {{"quot", '"'},  {"gt", '>'},  {"lt", '<'},
-                 {"apos", '\''}, {"amp", '&'}, {"nbsp", '\xA0'}};
+} kEntities[] = {{Packed("quot"), '"'},  {Packed("gt"), '>'},  {Packed("lt"), '<'},
+                 {Packed("apos"), '\''}, {Packed("amp"), '&'}, {Packed("nbsp"), '\xA0'}};
 
 // The value of a digit, or 16 and more.
 unsigned DigitValue(char c) {
@@ -62,8 +67,9 @@ unsigned DigitValue(char c) {
 
 // Finds the byte that the reference "&name;" stands for. False when there is none.
 bool DecodeEntity(std::string_view name, char* byte) {
+  const std::uint64_t packed = name.size() <= 4 ? Packed(name) : 0;
   for (const auto& entity : kEntities) {
-    if (entity.name != name) continue;
+    if (entity.name != packed) continue;
     *byte = entity.byte;
     return true;
   }
@@ -81,8 +87,10 @@ bool DecodeEntity(std::string_view name, char* byte) {
 
 }  // namespace
 
-/// One parse: a cursor over the tree's input. Views into the input become the names and values;
-/// entities are decoded in place, which only ever shrinks a text.
+/// One parse. Views into the input become the names and values; entities are decoded in place, which
+/// only ever shrinks a text. A function that reads a part gets the cursor and returns where the part
+/// ends: kept in the object, the cursor would go through memory at each step. Functions that read each
+/// element are inline.
 class XmlParser {
  public:
   XmlParser(XmlNode& root, XmlListener* listener)
@@ -90,8 +98,7 @@ class XmlParser {
         tree_(root.Tree()),
         listener_(listener),
         node_(&root),
-        pos_(tree_.input.data()),
-        end_(pos_ + tree_.input.size()) {}
+        end_(tree_.input.data() + tree_.input.size()) {}
 
   void Run();
 
@@ -102,44 +109,50 @@ class XmlParser {
     kWhole,       // an empty element or a CDATA section
     kOpen         // an element; its content follows
   };
+  struct Cursor {
+    char* at;
+    Start start;
+  };
 
   void ReadDocument();
-  void ReadChild();
-  Start ReadStart();
-  Start ReadElementHead();
-  void ReadCdata();
-  XmlNode& ReadSpecial(std::string_view name);
-  void ReadInstruction();
+  char* ReadContent(char* at);
+  Cursor ReadStart(char* at);
+  Cursor ReadElementHead(char* at);
+  char* ReadCdata(char* at);
+  char* ReadSpecial(char* at, XmlNode& special);
   void ReadCodePage(const XmlNode& declaration);
-  void ReadAttributes();
-  std::string_view ReadAttributeValue();
+  char* ReadAttributes(char* at);
+  char* ReadAttributeValue(char* at, std::string_view* value);
   void StoreAttributes();
-  void ReadValue();
-  std::string_view ReadText(char stop, const char* endOfInputMessage, XmlNode* valueOf);
-  char ReadEntity();
-  void ReadClosingTag();
+  char* ReadValue(char* at);
+  char* ReadText(char* at, char stop, XmlNode* valueOf, const char** end);
+  char* ReadEntity(char* at, char* byte);
+  char* ReadClosingTag(char* at);
   void FinishNode();
-  [[noreturn]] void Fail(const std::string& message) const;
+  [[noreturn]] void Fail(const char* at, std::string_view message) const;
 
-  bool AtEnd() const { return pos_ == end_; }
-  bool Skip(char c) {
-    if (AtEnd() || *pos_ != c) return false;
-    ++pos_;
-    return true;
+  // Notes where the parse stands, for the case that there is no memory.
+  XmlNode& NewNode(const char* at) {
+    pos_ = at;
+    return *new (tree_.Allocate(sizeof(XmlNode))) XmlNode(&tree_);
   }
-  void SkipBlanks() {
-    while (!AtEnd() && Is(*pos_, kBlank)) ++pos_;
+  bool IsAt(const char* at, char c) const { return at != end_ && *at == c; }
+  char* SkipBlanks(char* at) const {
+    // Mostly there are none, or one and spaces behind it.
+    while (at != end_ && IsBlank(*at)) {
+      at = FindFirst(at + 1, end_, [](auto c) { return c != ' '; });
+    }
+    return at;
   }
-  // The zero behind the input is of no name class and ends the loop.
-  std::string_view ReadWhile(CharClass wanted) {
-    const char* begin = pos_;
-    while (Is(*pos_, wanted)) ++pos_;
-    return From(begin, pos_);
+  char* SkipNodeName(char* at) const {
+    for (;;) {
+      at = FindFirst(at, end_, kEndsAttributeName);
+      if (at == end_ || !IsNodeNameMark(*at)) return at;
+      ++at;
+    }
   }
-  // The first `c` from the cursor on; the end of input when there is none.
-  char* Find(char c) const {
-    void* found = std::memchr(pos_, c, static_cast<std::size_t>(end_ - pos_));
-    return found ? static_cast<char*>(found) : end_;
+  char* Find(char* at, char wanted) const {
+    return FindFirst(at, end_, [wanted](auto c) { return c == wanted; });
   }
   static std::string_view From(const char* begin, const char* end) {
     return {begin, static_cast<std::size_t>(end - begin)};
@@ -148,10 +161,10 @@ class XmlParser {
   XmlNode& root_;
   XmlTree& tree_;
   XmlListener* listener_;
-  XmlNode* node_;                           // the node being read
-  std::array<XmlNode*, kMaxDepth> open_{};  // the open elements, each in the one before
-  std::size_t depth_ = 0;                   // how many there are
-  char* pos_;
+  XmlNode* node_;                         // the node being read
+  std::array<XmlNode*, kMaxDepth> open_;  // the open elements, each in the one before
+  std::size_t depth_ = 0;                 // how many there are
+  const char* pos_ = nullptr;             // where memory was asked for last
   char* end_;
   std::vector<XmlAttribute> attributes_;  // of the node being read
 };
@@ -160,123 +173,114 @@ void XmlParser::Run() {
   try {
     ReadDocument();
   } catch (const std::bad_alloc&) {
-    Fail("out of memory");
+    Fail(pos_, "out of memory");
   }
 }
 
 void XmlParser::ReadDocument() {
-  switch (ReadStart()) {
-    case Start::kOpen:
-      open_[depth_++] = node_;
-      break;
-    case Start::kWhole:
-      FinishNode();
-      return;
-    default:
-      return;
+  char* at = tree_.input.data();
+  for (;;) {
+    const Cursor next = ReadStart(at);
+    at = next.at;
+    switch (next.start) {
+      case Start::kOpen:
+        open_[depth_++] = node_;
+        break;
+      case Start::kWhole:
+        FinishNode();
+        break;
+      default:
+        if (depth_ == 0) return;
+        node_ = open_[depth_ - 1];
+        if (next.start == Start::kClosingTag) at = ReadClosingTag(at);
+    }
+    at = ReadContent(at);
+    if (depth_ == 0) return;
+    node_ = &NewNode(at);
   }
+}
+
+// Reads texts and closing tags up to the next child, or to the end of the root.
+inline char* XmlParser::ReadContent(char* at) {
   while (depth_ > 0) {
-    SkipBlanks();
-    if (AtEnd()) Fail("unexpected end of file");
-    if (*pos_ != '<') {
-      ReadValue();
-    } else if (pos_[1] == '/') {
-      pos_ += 2;
-      ReadClosingTag();
+    at = SkipBlanks(at);
+    if (at == end_) Fail(at, kEndOfInput);
+    if (*at != '<') {
+      at = ReadValue(at);
+    } else if (at[1] == '/') {
+      at = ReadClosingTag(at + 2);
     } else {
-      ReadChild();
+      break;
     }
   }
+  return at;
 }
 
-// Goes down into the next child when it is an element with content; else the parent goes on.
-void XmlParser::ReadChild() {
-  XmlNode* parent = node_;
-  node_ = &parent->NewNode();
-  switch (ReadStart()) {
-    case Start::kOpen:
-      open_[depth_++] = node_;
-      return;
-    case Start::kWhole:
-      FinishNode();
-      return;
-    case Start::kClosingTag:
-      node_ = parent;
-      ReadClosingTag();
-      return;
-    case Start::kNothing:
-      node_ = parent;
-      return;
-  }
-}
-
-XmlParser::Start XmlParser::ReadStart() {
+inline XmlParser::Cursor XmlParser::ReadStart(char* at) {
   XmlNode* last = node_;
   for (;;) {
-    SkipBlanks();
-    if (!Skip('<')) return Start::kNothing;
-    if (Skip('/')) return Start::kClosingTag;
-    const char* begin = pos_;
-    const std::string_view name = ReadWhile(kNodeName);
-    if (name.empty()) Fail("unnamed node");
+    at = SkipBlanks(at);
+    if (!IsAt(at, '<')) return {at, Start::kNothing};
+    ++at;
+    if (IsAt(at, '/')) return {at + 1, Start::kClosingTag};
+    const char* begin = at;
+    at = SkipNodeName(at);
+    const std::string_view name = From(begin, at);
+    if (name.empty()) Fail(at, "unnamed node");
     if (name.front() != '!' && name.front() != '?') {
       node_->HoldName(name);
-      return ReadElementHead();
+      return ReadElementHead(at);
     }
     if (name.starts_with(kCdataNode)) {
-      pos_ -= name.size() - kCdataNode.size();
-      node_->HoldName(From(begin, pos_));
-      ReadCdata();
-      return Start::kWhole;
+      at -= name.size() - kCdataNode.size();
+      node_->HoldName(From(begin, at));
+      return {ReadCdata(at), Start::kWhole};
     }
-    XmlNode& special = ReadSpecial(name);
+    XmlNode& special = NewNode(at);
+    special.isSpecial_ = true;
+    special.HoldName(name);
+    at = ReadSpecial(at, special);
     XmlNode::AppendSpecial(*last, special);
     last = &special;
   }
 }
 
-XmlParser::Start XmlParser::ReadElementHead() {
-  if (depth_ == kMaxDepth) Fail("elements nested too deeply");
-  ReadAttributes();
-  SkipBlanks();
-  if (AtEnd()) Fail("unexpected end of file");
-  if (Skip('/')) {
-    if (!Skip('>')) Fail("no closing angle brace for empty node");
-    return Start::kWhole;
+inline XmlParser::Cursor XmlParser::ReadElementHead(char* at) {
+  if (depth_ == kMaxDepth) Fail(at, "elements nested too deeply");
+  if (!IsAt(at, '>')) at = ReadAttributes(at);
+  at = SkipBlanks(at);
+  if (at == end_) Fail(at, kEndOfInput);
+  if (*at == '/') {
+    if (!IsAt(++at, '>')) Fail(at, "no closing angle brace for empty node");
+    return {at + 1, Start::kWhole};
   }
-  if (!Skip('>')) Fail("no closing angle brace");
-  return Start::kOpen;
+  if (*at != '>') Fail(at, "no closing angle brace");
+  return {at + 1, Start::kOpen};
 }
 
-void XmlParser::ReadCdata() {
+char* XmlParser::ReadCdata(char* at) {
   constexpr std::string_view kTerminator = "]]>";
-  const std::string_view rest = From(pos_, end_);
+  const std::string_view rest = From(at, end_);
   const std::size_t length = rest.find(kTerminator);
   node_->HoldValue(rest.substr(0, length));
-  pos_ = length == rest.npos ? end_ : pos_ + length + kTerminator.size();
+  return length == rest.npos ? end_ : at + length + kTerminator.size();
 }
 
-XmlNode& XmlParser::ReadSpecial(std::string_view name) {
-  XmlNode* owner = node_;
-  XmlNode& special = owner->NewSpecial();
-  special.HoldName(name);
-  node_ = &special;
-  if (name.front() == '?') {
-    ReadInstruction();
-    if (owner == &root_ && name == kXmlDeclaration) ReadCodePage(special);
+char* XmlParser::ReadSpecial(char* at, XmlNode& special) {
+  XmlNode* owner = std::exchange(node_, &special);
+  if (special.Name().front() == '?') {
+    at = ReadAttributes(at);
+    if (!IsAt(at, '?')) Fail(at, kBadInstruction);
+    if (!IsAt(++at, '>')) Fail(at, kBadInstruction);
+    if (owner == &root_ && special.Name() == kXmlDeclaration) ReadCodePage(special);
   } else {
-    const char* begin = pos_;
-    pos_ = Find('>');
-    special.HoldValue(From(begin, pos_));
-    if (!Skip('>')) Fail("unexpected end of file");
+    const char* begin = at;
+    at = Find(at, '>');
+    special.HoldValue(From(begin, at));
+    if (at == end_) Fail(at, kEndOfInput);
   }
   node_ = owner;
-  return special;
-}
-
-void XmlParser::ReadInstruction() {
-  ReadAttributes();
-  if (!Skip('?') || !Skip('>')) Fail("invalid character in PI");
+  return at + 1;
 }
 
 void XmlParser::ReadCodePage(const XmlNode& declaration) {
@@ -287,42 +291,59 @@ void XmlParser::ReadCodePage(const XmlNode& declaration) {
   }
 }
 
-void XmlParser::ReadAttributes() {
+char* XmlParser::ReadAttributes(char* at) {
   for (;;) {
-    SkipBlanks();
-    const std::string_view name = ReadWhile(kAttributeName);
-    SkipBlanks();
-    if (!Skip('=')) break;
-    const std::string_view value = ReadAttributeValue();
+    const char* begin = at = SkipBlanks(at);
+    at = FindFirst(at, end_, kEndsAttributeName);
+    const std::string_view name = From(begin, at);
+    at = SkipBlanks(at);
+    if (!IsAt(at, '=')) break;
+    std::string_view value;
+    at = ReadAttributeValue(at + 1, &value);
     if (listener_) listener_->OnAttribute(*node_, name, value);
     if (name.empty()) continue;
-    if (attributes_.size() == kMaxAttributes) Fail("too many attributes");
+    if (attributes_.size() == kMaxAttributes) Fail(at, "too many attributes");
+    pos_ = at;
     attributes_.emplace_back(name, value);
   }
+  pos_ = at;
   if (!attributes_.empty()) StoreAttributes();
+  return at;
 }
 
-std::string_view XmlParser::ReadAttributeValue() {
-  SkipBlanks();
-  if (AtEnd() || (*pos_ != '"' && *pos_ != '\'')) {
-    Fail("attribute value must be enclosed in double quotes");
+char* XmlParser::ReadAttributeValue(char* at, std::string_view* value) {
+  at = SkipBlanks(at);
+  if (!IsAt(at, '"') && !IsAt(at, '\'')) {
+    Fail(at, "attribute value must be enclosed in double quotes");
   }
-  const char quote = *pos_++;
-  const std::string_view value =
-      ReadText(quote, "unexpected EOF while parsing attribute value: no closing quote", nullptr);
-  ++pos_;
-  return value;
+  const char quote = *at++;
+  const char* begin = at;
+  const char* end = nullptr;
+  at = ReadText(at, quote, nullptr, &end);
+  if (at == end_) Fail(at, "unexpected EOF while parsing attribute value: no closing quote");
+  *value = From(begin, end);
+  return at + 1;
 }
 
-// Sorts once, however many there are; by heap, because it is the sort of least code. Values lie in
-// the input in the order they were read, so that of equal names the last one read comes last.
+// Values lie in the input in the order they were read, so that of equal names the last one read comes
+// last. Many are sorted by heap, because it is the sort of least code.
 void XmlParser::StoreAttributes() {
   const auto isBefore = [](const XmlAttribute& a, const XmlAttribute& b) {
     const int order = a.Name().compare(b.Name());
     return order != 0 ? order < 0 : std::less<>()(a.valueBegin, b.valueBegin);
   };
-  std::make_heap(attributes_.begin(), attributes_.end(), isBefore);
-  std::sort_heap(attributes_.begin(), attributes_.end(), isBefore);
+  XmlAttribute* const first = attributes_.data();
+  XmlAttribute* const end = first + attributes_.size();
+  if (end - first <= kFewAttributes) {
+    for (XmlAttribute* each = first; each != end; ++each) {
+      for (XmlAttribute* at = each; at != first && isBefore(*at, at[-1]); --at) {
+        std::swap(*at, at[-1]);
+      }
+    }
+  } else {
+    std::make_heap(first, end, isBefore);
+    std::sort_heap(first, end, isBefore);
+  }
   XmlAttributes* stored = tree_.AllocateAttributes(attributes_.size());
   for (const XmlAttribute& attribute : attributes_) {
     const bool isRepeated = stored->count > 0 && stored->end()[-1].Name() == attribute.Name();
@@ -334,74 +355,72 @@ void XmlParser::StoreAttributes() {
   attributes_.clear();
 }
 
-void XmlParser::ReadValue() {
-  ReadText('<', "unexpected EOF while looking for value or closing tag", node_);
+inline char* XmlParser::ReadValue(char* at) {
+  const char* begin = at;
+  const char* end = nullptr;
+  at = ReadText(at, '<', node_, &end);
+  node_->HoldValue(From(begin, end));
+  if (at == end_) Fail(at, "unexpected EOF while looking for value or closing tag");
   if (listener_ && node_->HasChildren()) listener_->OnTextAfterChildren(*node_);
-  ++pos_;
-  if (!Skip('/')) Fail("missing or incomplete closing tag");
-  ReadClosingTag();
+  if (!IsAt(++at, '/')) Fail(at, kBadClosingTag);
+  return ReadClosingTag(at + 1);
 }
 
-// Reads up to `stop`, which is left. No reference that decodes contains a quote or a "<", so `stop`
-// is searched for once. The text becomes the value of `valueOf` piece by piece, for the message
-// about a bad reference.
-std::string_view XmlParser::ReadText(char stop, const char* endOfInputMessage, XmlNode* valueOf) {
-  const char* begin = pos_;
-  char* out = pos_;
-  char* textEnd = Find(stop);
-  for (;;) {
-    const auto length = static_cast<std::size_t>(textEnd - pos_);
-    auto* runEnd = static_cast<char*>(std::memchr(pos_, '&', length));
-    if (!runEnd) runEnd = textEnd;
-    const auto runLength = static_cast<std::size_t>(runEnd - pos_);
-    if (out != pos_) std::memmove(out, pos_, runLength);
-    out += runLength;
-    pos_ = runEnd;
+// Reads up to `stop`, which is left, or to the end of input, and decodes what it reads. What comes
+// before a reference becomes the value of `valueOf`, for the message about a bad one.
+inline char* XmlParser::ReadText(char* at, char stop, XmlNode* valueOf, const char** end) {
+  const auto isEnd = [stop](auto c) { return (c == stop) | (c == '&'); };
+  const char* const begin = at;
+  at = FindFirst(at, end_, isEnd);
+  char* out = at;
+  while (IsAt(at, '&')) {
     if (valueOf) valueOf->HoldValue(From(begin, out));
-    if (pos_ == textEnd) break;
-    ++pos_;
-    *out++ = ReadEntity();
+    char* const run = ReadEntity(at + 1, out++);
+    at = FindFirst(run, end_, isEnd);
+    const auto length = static_cast<std::size_t>(at - run);
+    std::memmove(out, run, length);
+    out += length;
   }
-  if (AtEnd()) Fail(endOfInputMessage);
-  return From(begin, out);
+  *end = out;
+  return at;
 }
 
-char XmlParser::ReadEntity() {
-  const char* begin = pos_;
-  pos_ = Find(';');
-  const std::string_view name = From(begin, pos_);
-  if (!Skip(';')) Fail("unexpected end of file");
-  char byte = 0;
-  if (!DecodeEntity(name, &byte)) {
-    Fail("invalid entity reference: " + Quoted(name, kMaxNameShown));
+char* XmlParser::ReadEntity(char* at, char* byte) {
+  const char* begin = at;
+  at = Find(at, ';');
+  const std::string_view name = From(begin, at);
+  if (at == end_) Fail(at, kEndOfInput);
+  if (!DecodeEntity(name, byte)) {
+    Fail(at + 1, "invalid entity reference: " + Quoted(name, kMaxNameShown));
   }
-  return byte;
+  return at + 1;
 }
 
-void XmlParser::ReadClosingTag() {
+inline char* XmlParser::ReadClosingTag(char* at) {
   const std::string_view name = node_->Name();
-  if (!From(pos_, end_).starts_with(name)) Fail("missing or incomplete closing tag");
-  pos_ += name.size();
-  if (!Skip('>')) Fail("missing or incomplete closing tag");
+  if (!StandsAt(at, end_, name)) Fail(at, kBadClosingTag);
+  at += name.size();
+  if (!IsAt(at, '>')) Fail(at, kBadClosingTag);
   --depth_;
   FinishNode();
+  return at + 1;
 }
 
 // Only whole nodes are hung into the tree: a failed parse leaves no half of a child behind.
-void XmlParser::FinishNode() {
+inline void XmlParser::FinishNode() {
   XmlNode* parent = depth_ > 0 ? open_[depth_ - 1] : nullptr;
   if (parent) parent->Append(*node_);
   if (listener_) listener_->OnFinished(*node_);
   if (parent) node_ = parent;
 }
 
-void XmlParser::Fail(const std::string& message) const {
-  std::string text = message;
+void XmlParser::Fail(const char* at, std::string_view message) const {
+  std::string text(message);
   if (node_->Name() != kUnnamedNode) {
     text += " while parsing node " + Quoted(node_->Name(), kMaxNameShown);
   }
   if (node_->valueSize_ > 0) text += " with value " + Quoted(node_->Value(), kMaxValueShown);
-  throw exXML(text, static_cast<std::size_t>(pos_ - tree_.input.data()));
+  throw exXML(text, static_cast<std::size_t>(at - tree_.input.data()));
 }
 
 void XmlNode::Parse(std::string text, XmlListener* listener) {
@@ -423,8 +442,7 @@ bool LoadXml(std::string bytes, XmlNode* root) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   const std::size_t markSize = bytes.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   bytes.erase(0, markSize);
-  const bool isBlank =
-      std::all_of(bytes.begin(), bytes.end(), [](char c) { return Is(c, kBlank); });
+  const bool isBlank = std::all_of(bytes.begin(), bytes.end(), IsBlank);
   try {
     root->Parse(std::move(bytes));
     // The parser stops before what is no element; for a file that is a fault like any other.

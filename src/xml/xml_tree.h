@@ -10,6 +10,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "xml/xml_node.h"
@@ -48,10 +49,12 @@ struct XmlTree {
   int codePage = kCodePage1251;
   bool codePageDeclared = false;
 
-  /// From now on blocks take at most six times the input and 512 KB. An honest file comes nowhere near
-  /// that (a feed takes as much as its input, statistics three times); with the input, and with what its
-  /// reader makes of it, a hostile one takes less than ten times its size and 1 MB.
-  void BoundByInput() { mostBytes_ = 6 * input.size() + (1 << 19); }
+  /// From now on blocks take at most six times the input and 512 KB, and of a large input three times
+  /// and 4 MB. An honest feed takes as much as its input, statistics take three times as much. A hostile
+  /// feed of 8 MiB takes 29 MB, so that in a host of 60 MB there is room for its text and its reader.
+  void BoundByInput() {
+    mostBytes_ = std::min(6 * input.size() + (1 << 19), 3 * input.size() + (1 << 22));
+  }
   void Unbound() { mostBytes_ = kNoBound; }
 
   /// Memory aligned for nodes and attributes. Throws std::bad_alloc.
@@ -96,6 +99,38 @@ struct XmlTree {
   std::size_t heldBytes_ = 0;
   std::size_t mostBytes_ = kNoBound;
 };
+
+// What the parser does for each node.
+
+inline void XmlNode::HoldName(std::string_view text) {
+  name_ = text.data();
+  nameSize_ = text.size() & kMaxTextBytes;
+}
+
+inline void XmlNode::HoldValue(std::string_view text) {
+  value_ = text.data();
+  valueSize_ = text.size() & kMaxTextBytes;
+}
+
+inline XmlNode& XmlNode::LastSpecial() {
+  XmlNode* last = this;
+  while (XmlNode* special = last->isLast_ ? nullptr : last->next_) {
+    if (!special->isSpecial_) break;
+    last = special;
+  }
+  return *last;
+}
+
+inline void XmlNode::Append(XmlNode& child) {
+  XmlNode& last = child.LastSpecial();
+  if (lastChild_) {
+    last.next_ = std::exchange(lastChild_->next_, &child);
+    lastChild_->isLast_ = false;
+  } else {
+    last.next_ = &child;
+  }
+  lastChild_ = &last;
+}
 
 /// The two code pages that a declaration can name, and their names.
 struct XmlCodePage {

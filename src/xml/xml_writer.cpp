@@ -1,13 +1,12 @@
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "xml/xml_node.h"
+#include "xml/xml_scan.h"
 #include "xml/xml_tree.h"
 
 namespace {
@@ -31,21 +30,10 @@ constexpr std::array<unsigned char, 256> MakeEscapeNumbers() {
 
 constexpr std::array<unsigned char, 256> kEscapeNumbers = MakeEscapeNumbers();
 
-// The same byte eight times.
-constexpr std::uint64_t Eight(unsigned char byte) { return byte * 0x0101010101010101u; }
-
-constexpr bool HasZero(std::uint64_t bytes) {
-  return ((bytes - Eight(1)) & ~bytes & Eight(0x80)) != 0;
-}
-
-// Whether one of eight bytes has an escape. But for two bits " # & and ' are the same, but for one bit
-// < and >.
-bool HasEscaped(const char* text) {
-  std::uint64_t bytes = 0;
-  std::memcpy(&bytes, text, sizeof bytes);
-  return HasZero((bytes & Eight(0xFA)) ^ Eight(0x22)) ||
-         HasZero((bytes & Eight(0xFD)) ^ Eight(0x3C)) || HasZero(bytes ^ Eight('\r'));
-}
+// Whether the byte has an escape. But for two bits " # & and ' are the same, but for one bit < and >.
+constexpr auto kHasEscape = [](auto c) {
+  return ((c & '\xFA') == '"') | ((c & '\xFD') == '<') | (c == '\r');
+};
 
 }  // namespace
 
@@ -179,15 +167,13 @@ void XmlWriter::WriteAttribute(const XmlAttribute& attribute) {
 void XmlWriter::AddEscaped(std::string_view text) {
   const char* written = text.data();
   const char* const end = written + text.size();
-  for (const char* at = written; at != end; ++at) {
-    while (end - at > 8 && !HasEscaped(at)) at += 8;
-    const unsigned number = kEscapeNumbers[static_cast<unsigned char>(*at)];
-    if (number == 0) continue;
+  for (;;) {
+    const char* const at = FindFirst(written, end, kHasEscape);
     Add({written, static_cast<std::size_t>(at - written)});
-    Add(kEscapes[number - 1].text);
+    if (at == end) return;
+    Add(kEscapes[kEscapeNumbers[static_cast<unsigned char>(*at)] - 1].text);
     written = at + 1;
   }
-  Add({written, static_cast<std::size_t>(end - written)});
 }
 
 std::string XmlNode::Serialise() const { return XmlWriter().Write(*this); }
