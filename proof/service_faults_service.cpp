@@ -83,7 +83,7 @@ std::vector<Fault> ServiceFaults() {
        .files = kUntold,
        .jobs = "bare SUSPENDED",
        .log = {"E:TBitsTransfer::Work: job == NULL!!",
-               "E:TBitsTransfer::SetNotifyFlags: Error in job->SetNotifyFlags. Maybe used BITS "
+               "E:TBitsTransfer::Work: Error in job->SetNotifyFlags. Maybe used BITS "
                "version < 1.5."}},
       {.label = "AddFile fails (check)",
        .route = kCheck,
@@ -109,7 +109,7 @@ std::vector<Fault> ServiceFaults() {
        .route = kCheck,
        .control = "fail SetNotifyFlags 0x80070005",
        .files = kFound,
-       .log = {"E:TBitsTransfer::SetNotifyFlags: Error in job->SetNotifyFlags. Maybe used BITS "
+       .log = {"E:TBitsTransfer::Work: Error in job->SetNotifyFlags. Maybe used BITS "
                "version < 1.5."}},
       {.label = "SetNotifyFlags fails (ping)",
        .route = kPing,
@@ -187,7 +187,7 @@ std::vector<Fault> ServiceFaults() {
        .host = "failure",
        .files = "appinfo.xml",
        .log = {"E:hrcheck::operator=: HR= 0x80070070.",
-               "E:TUpdaterController::Check: Error in StopJob."}},
+               "E:TUpdaterController::IsUpdateAvailable: Error in StopJob."}},
       {.label = "Complete and Cancel fail (check)",
        .route = kCheck,
        .control = "fail Complete 0x80004005\nfail Cancel 0x80004005",
@@ -238,7 +238,7 @@ std::vector<Fault> ServiceFaults() {
        .files = "BIT.tmp appinfo.xml",
        .jobs = "bare TRANSFERRED",
        .log = {"E:hrcheck::operator=: HR= 0x80200001.",
-               "E:TUpdaterController::Check: Job failed."}},
+               "E:TUpdaterController::IsUpdateAvailable: Job failed."}},
       {.label = "EnumJobs fails (check)",
        .route = kCheck,
        .control = "fail EnumJobs 0x80004005",
@@ -298,7 +298,7 @@ std::vector<Fault> ServiceFaults() {
        .strike = Strike::kRestart,
        .host = "update found",
        .files = "ID-version.rss appinfo.xml updinfo.xml(2.0) version.rss",
-       .log = {"D:TUpdaterController::EvaluateFeed: Update available."}},
+       .log = {"D:TUpdaterController::IsUpdateAvailable: Update available."}},
       {.label = "the service is restarted before the executor could be started (check)",
        .route = kCheck,
        .program = Program::kMissing,
