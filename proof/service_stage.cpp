@@ -125,7 +125,13 @@ void CleanUserFolders() {
 
 std::string FilesOf(const std::string& appId) {
   std::vector<fs::path> files = FilesIn(DataFolder() / appId);
-  for (const fs::path& file : FilesIn(LocalFolder() / appId)) files.push_back(file);
+  for (const fs::path& file : FilesIn(LocalFolder() / appId)) {
+    // Each application has its record there, its answers and their locks.
+    const std::string name = NameOf(file);
+    if (name != "local.xml" && name != "answer.xml" && !name.ends_with(".lock")) {
+      files.push_back(file);
+    }
+  }
   for (const fs::path& file : FilesIn(TempFolder())) {
     const std::string name = NameOf(file);
     if (IsOfTransfer(name) && (name.starts_with("BIT") || name.find(appId) != name.npos)) {

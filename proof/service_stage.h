@@ -22,7 +22,8 @@ void RemoveExecutor();
 /// Deletes every log, and what transfers left in the temporary folder and beside the data.
 void CleanUserFolders();
 
-/// All files of an application but its logs, in alphabetical order, with the values that tell how
+/// All files of an application but its logs and those that each one has in the local folder, in
+/// alphabetical order, with the values that tell how
 /// things stand: "appinfo.xml(1) in_work_0.xml(install p=1) statistics.xml(confirmed)". Of names
 /// the application's id is left out.
 std::string FilesOf(const std::string& appId);
