@@ -83,7 +83,7 @@ std::vector<Fault> ServiceFaults() {
        .files = kUntold,
        .jobs = "bare SUSPENDED",
        .log = {"E:TBitsTransfer::Work: job == NULL!!",
-               "E:TBitsTransfer::SetNotifyFlags: Error in job->SetNotifyFlags. Maybe used BITS "
+               "E:TBitsTransfer::Work: Error in job->SetNotifyFlags. Maybe used BITS "
                "version < 1.5."}},
       {.label = "AddFile fails (check)",
        .route = kCheck,
@@ -109,7 +109,7 @@ std::vector<Fault> ServiceFaults() {
        .route = kCheck,
        .control = "fail SetNotifyFlags 0x80070005",
        .files = kFound,
-       .log = {"E:TBitsTransfer::SetNotifyFlags: Error in job->SetNotifyFlags. Maybe used BITS "
+       .log = {"E:TBitsTransfer::Work: Error in job->SetNotifyFlags. Maybe used BITS "
                "version < 1.5."}},
       {.label = "SetNotifyFlags fails (ping)",
        .route = kPing,
