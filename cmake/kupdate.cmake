@@ -17,6 +17,7 @@ target_compile_options(kupdate_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Wsuggest-override>
   $<$<BOOL:${KUPDATE_WERROR}>:-Werror>)
+target_compile_definitions(kupdate_settings INTERFACE $<$<BOOL:${KUPDATE_TEST_BUILD}>:KUPDATE_TEST_BUILD>)
 if(KUPDATE_SANITIZE)
   target_compile_options(kupdate_settings INTERFACE
     -fsanitize=${KUPDATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -31,11 +32,15 @@ if(KUPDATE_COVERAGE)
   target_link_options(kupdate_settings INTERFACE --coverage)
 endif()
 if(WIN32)
-  # Windows 7 is the oldest system served; nothing of the runtime may be left to install.
+  # Windows 7 is the oldest system served; nothing of the runtime may be left to install. FORTIFY needs the
+  # optimizer.
   target_compile_definitions(kupdate_settings INTERFACE _WIN32_WINNT=0x0601 UNICODE _UNICODE)
-  target_compile_options(kupdate_settings INTERFACE -ffunction-sections -fdata-sections)
+  target_compile_options(kupdate_settings INTERFACE
+    -ffunction-sections -fdata-sections -fstack-protector-strong)
+  target_compile_definitions(kupdate_settings INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
   target_link_options(kupdate_settings INTERFACE
-    -static -Wl,--gc-sections,--no-insert-timestamp
+    -static -fstack-protector-strong -Wl,--gc-sections,--no-insert-timestamp
+    -Wl,--major-os-version,6,--minor-os-version,1,--major-subsystem-version,6,--minor-subsystem-version,1
     $<$<CONFIG:Release>:-s>)
 endif()
 

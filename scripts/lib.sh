@@ -51,7 +51,7 @@ build() {
   make_publisher_key
   {
     flock 9
-    cmake --preset "$preset" -DKUPDATE_WERROR=ON \
+    cmake --preset "$preset" -DKUPDATE_WERROR=ON -DKUPDATE_TEST_BUILD=ON \
       -DKUPDATE_PUBLIC_KEYS="$BUILD/keys/publisher.pub.pem" &&
       cmake --build --preset "$preset" --target "$@"
   } >"$log" 2>&1 </dev/null 9>"$BUILD/$preset.lock" || {

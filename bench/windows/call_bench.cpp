@@ -59,11 +59,24 @@ bool Same(const Call& call, const char* who, const std::string& want, const std:
   return false;
 }
 
+// How much of a call has to wait for the disk.
+bool PrintWrites(const Call& call, const std::string& operations) {
+  const auto flushes = std::count(operations.begin(), operations.end(), 'f');
+  const auto replacements = std::count(operations.begin(), operations.end(), 'v');
+  const bool met = call.mostWrites < 0 || std::max(flushes, replacements) <= call.mostWrites;
+  std::printf("| %s: files flushed, files replaced | %d, %d | | | | %s | %s |\n", call.name,
+              static_cast<int>(flushes), static_cast<int>(replacements),
+              call.mostWrites < 0 ? "" : std::to_string(call.mostWrites).c_str(),
+              met ? "yes" : "no");
+  return met;
+}
+
 int Trace() {
   Recorder recorder(testing_dll::DllModule());
   const Fixture fixture;
   Bare bare = MakeBare();
   int differing = 0;
+  bool held = true;
   for (const Call& call : Calls()) {
     fixture.Restore(call);
     if (call.ready) call.ready();
@@ -80,10 +93,11 @@ int Trace() {
     bare.Meet(call.demand);
     same &= Same(call, "the bare program of the service", call.demand.service, ServiceCalls(start));
     differing += !same;
+    held &= PrintWrites(call, operations);
   }
   std::printf("| calls whose trace differs from the table, of %zu | %d | | | | 0 | %s |\n",
               Calls().size(), differing, differing == 0 ? "yes" : "no");
-  return differing == 0 ? 0 : 1;
+  return differing == 0 && held ? 0 : 1;
 }
 
 // What the system counts as this process's own, in kilobytes.

@@ -54,9 +54,14 @@ void CheckRuns() {
   StepOf("start");
 }
 
+std::string FeedUrl() {
+  static const std::string url = Publish("bench.rss", kFeed);
+  return url;
+}
+
 // A check whose feed has arrived and waits to be judged.
 void FeedArrived() {
-  const std::string url = Publish("bench.rss", kFeed);
+  const std::string url = FeedUrl();
   StepOf("stop");
   const TransferService service;
   Step(url.c_str(), "start", nullptr);
@@ -89,9 +94,8 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      NoBlockInWork,
      [](int) { Dll().forceUpdateCheck(kAppId, false); },
-     {"lmamolcl marwfvz arwfvz arwfvz arwfvz arwfvz llarz arz arz arz arz arz arz arz "
-      "arz llxllxllxllxllrlxlllarz arwfvz arwfvz arz lrlllwfv lrlpollwfv llwfv ldlilllC "
-      "llllllllllu lrlarz larz arz darwfvz llarz arz illlC llllllllllu lclzc",
+     {"lmamolcmlarz llprlllxlxlxlxlrlxllarwfvz "
+      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllullczc",
       kTwoJobs}},
     {"DLLGetApplicationState",
      Start::kNothingDue,
@@ -100,7 +104,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getApplicationState(kAppId, text, &size);
      },
-     {"lmamolcl lrllzc", ""}},
+     {"lmamolcmllrllczc", ""}},
     {"DLLGetOptionalParam",
      Start::kNothingDue,
      nullptr,
@@ -108,7 +112,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getOptionalParam(kAppId, text, &size);
      },
-     {"lmamolcl lrllzc", ""}},
+     {"lmamolcmllrllczc", ""}},
     {"DLLIsUpgradeAvailable",
      Start::kNothingDue,
      NoBlockInWork,
@@ -116,57 +120,61 @@ const std::vector<Call> kCalls = {
        bool available = false;
        Dll().isUpgradeAvailable(kAppId, 0, &available);
      },
-     {"lmamolcl mearwfvz arwfvz arwfvz arwfvz llarz arz arz arz arz arz arz arz arz "
-      "llxllxllxllxllrlxlllarz arwfvz arwfvz arz lrlllwfv lrlpollwfv llwfv ldlilllC "
-      "llllllllllu lrlarz larz arz darwfvz llarz arz illlC llllllllllu llsllclzc",
+     {"lmamolcmlearz llprlllxlxlxlxlrlxllarwfvz "
+      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllullsxlllczc",
       kTwoJobs}},
     {"DLLOnApplicationStartup",
      Start::kNothingDue,
      nullptr,
      Startup,
-     {"lmamolcl marwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz "
-      "arwfvz llarz arz arz arz llcllzc",
-      ""}},
+     {"lmamolcmlarz prllprllllczc", ""},
+     false,
+     1},
     {"DLLOnApplicationStartup, all due",
      Start::kAllDue,
      nullptr,
      Startup,
-     {"lmamolcl marwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz "
-      "arwfvz llarz arz arz arz arz arz arz arz arz llxllxllxllxllrlxlllarz arwfvz "
-      "arwfvz arz lrlllwfv lrlpollwfv llwfv ldlilllC llllllllllu lrlarz larz arz "
-      "darwfvz llarz arz illlC llllllllllu lcllzc",
+     {"lmamolcmlarz prllprlllxlxlxlxlrlxllarwfvz "
+      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllulllczc",
       kTwoJobs},
      true},
+    {"DLLOnApplicationStartup, the first",
+     Start::kUnknown,
+     nullptr,
+     Startup,
+     {"lmamxlllxllwfvllcmlaxzpopxxwfvllprlllxlxlxlxlrlxllaxwfvzlrlpllwfvldxld "
+      "lkkilllCllllllllllulxdlkklilllCllllllllllulllczc",
+      kTwoJobs},
+     true,
+     4},
     {"DLLOnApplicationUninstall",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcl marwfvz llarz arz arz arz arz arz arz llxllxllxllxllrlxlllarz arwfvz "
-      "arwfvz arz lrlllwfv lrlpollwfv llwfv ldlpmxcmoarzcilllC llllllllllu lrlclzc",
+     {"lmamolcmlarz proprrrwfvllprllxlxlxlxlrlxllarwfvz "
+      "lrlpollwfvllwfvldlkkpprppmpcmparz cmpcilllCllllllllllulrllczc",
       kJob},
      true},
     {"DLLOnApplicationUninstall, again",
      Start::kRemoved,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcl marwfvz llarz arz arz arz arz arz arz llxllxllxllxllrlxlllarz arwfvz "
-      "arwfvz arz lrlllrlclzc",
-      ""}},
+     {"lmamolcmlarz prllprllxlxlxlxlrlxllarwfvz lrlllczc", ""}},
     {"DLLSetApplicationState",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().setApplicationState(kAppId, "dayuse"); },
-     {"lmamolcl lrlllwfv llzc", ""}},
+     {"lmamolcmllrlllwfvllczc", ""}},
     {"DLLSetOptionalParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setOptionalParam(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcl lrlllwfv lzc", ""}},
+     {"lmamolcmllrlllwfvlczc", ""}},
     {"DLLUsageReport",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().usageReport(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcl marwfvz lrlllwfv llarz arz arz arz llclzc", ""}},
+     {"lmamolcmlarz lrlllwfvllprlllarwfvz czc", ""}},
     {"DLLGetLocale",
      Start::kNothingDue,
      nullptr,
@@ -174,7 +182,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getLocale(kAppId, text, &size);
      },
-     {"lmamolcl marzclzc", ""}},
+     {"lmamolcmlarz lczc", ""}},
     {"DLLGetUniqUserId",
      Start::kNothingDue,
      nullptr,
@@ -187,46 +195,47 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof wideText / sizeof *wideText;
        Dll().getUniqueParam(kAppId, "name", wideText, &size);
      },
-     {"lmamolcl lrllzc", ""}},
+     {"lmamolcmllrllczc", ""}},
     {"DLLIsUpdateAvailable, start",
      Start::kNothingDue,
      NoCheckRuns,
      [](int) { StepOf("start"); },
-     {"lmarwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arz arz llllidllC "
-      "lllllllllllu cl",
-      "CreateInstance CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags Resume"}},
+     {"lmarz prllllidllClllllllllllucl",
+      "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags "
+      "Resume"}},
     {"DLLIsUpdateAvailable, check",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("check"); },
-     {"lmarwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arz arz lllliC llu cl",
-      "CreateInstance GetJob GetState"}},
+     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState GetProgress"},
+     false,
+     0},
     {"DLLIsUpdateAvailable, stop",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("stop"); },
-     {"lmarwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arz arz lllliC llu cl",
-      "CreateInstance GetJob GetState Cancel"}},
+     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState Cancel"}},
     {"DLLIsUpdateAvailable, update found",
      Start::kNothingDue,
      FeedArrived,
-     [](int) { StepOf("check"); },
-     {"lmarwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arz arz lllliC lC "
-      "llmrarz arz arz arz larz arz llllarz axlwfvz arwfvz arwfvz arwfvz arwfvz arwfvz "
-      "arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz arwfvz "
-      "arwfvz arwfvz arwfvz arwfvz arwfvz arwfvzclylu cl",
+     [](int) {
+       std::int32_t status = 0;
+       Step(FeedUrl().c_str(), "check", &status);
+     },
+     {"lmarz prlllliClCllmrlllllaxzaxwfvzclyluarwfvz cl",
       "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
-     true},
+     true,
+     2},
     {"DLLSetLocale",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setLocale(kAppId, std::to_string(number).c_str()); },
-     {"lmamolcl marwfvzclzc", ""}},
+     {"lmamolcmlarz larwfvz czc", ""}},
     {"DLLSetUniqueParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setUniqueParam(kAppId, "name", std::to_wstring(number).c_str()); },
-     {"lmamolcl lrlllwfv lzc", ""}},
+     {"lmamolcmllrlllwfvlczc", ""}},
     {"DLLDownloadAndInstallSilentUpdate",
      Start::kNothingDue,
      UpdateFound,
@@ -234,7 +243,7 @@ const std::vector<Call> kCalls = {
        std::int32_t code = 0;
        Dll().downloadAndInstallSilentUpdate(&code);
      },
-     {"lellmarwfvz Plarz larz lcll", ""},
+     {"lelkklPlssrllll", ""},
      true},
     {"DLLSetExecutorPath",
      Start::kNothingDue,
@@ -254,7 +263,7 @@ std::string Without(std::string record, const std::string& key) {
 
 const std::vector<Call>& Calls() { return kCalls; }
 
-Fixture::Fixture() : folder_(AppFolder()) {
+Fixture::Fixture() : folder_(AppFolder()), localRecord_(LocalFolder() / kAppId / "local.xml") {
   const fs::path record = folder_ / "appinfo.xml";
   const fs::path statistics = folder_ / "statistics.xml";
   Startup(0);
@@ -263,11 +272,13 @@ Fixture::Fixture() : folder_(AppFolder()) {
   Dll().setOptionalParam(kAppId, "a=1");
   record_ = ReadBytes(record);
   statistics_ = ReadBytes(statistics);
+  local_ = ReadBytes(localRecord_);
   recordDue_ = Without(Without(record_, "LastPingTime"), "LastCheckTime");
   Dll().onApplicationUninstall(kAppId);
   recordRemoved_ = ReadBytes(record);
   statisticsRemoved_ = ReadBytes(statistics);
-  if (record_.empty() || statistics_.empty() || statisticsRemoved_.empty()) {
+  localRemoved_ = ReadBytes(localRecord_);
+  if (record_.empty() || statistics_.empty() || statisticsRemoved_.empty() || local_.empty()) {
     Fail("the library writes no files");
   }
 }
@@ -275,10 +286,17 @@ Fixture::Fixture() : folder_(AppFolder()) {
 void Fixture::Restore(const Call& call) const {
   if (*call.demand.service) CancelAllJobs();
   NoBlockInWork();
+  if (call.start == Start::kUnknown) {
+    fs::remove(folder_ / "appinfo.xml");
+    fs::remove(folder_ / "statistics.xml");
+    fs::remove(localRecord_);
+    return;
+  }
   const bool removed = call.start == Start::kRemoved;
   WriteBytes(folder_ / "appinfo.xml", removed                        ? recordRemoved_
                                       : call.start == Start::kAllDue ? recordDue_
                                                                      : record_);
+  WriteBytes(localRecord_, removed ? localRemoved_ : local_);
   WriteBytes(folder_ / "statistics.xml", removed ? statisticsRemoved_ : statistics_);
 }
 

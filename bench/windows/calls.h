@@ -15,6 +15,7 @@ enum class Start {
   kNothingDue,  ///< registered, report and check done a moment ago
   kAllDue,      ///< registered, neither done yet
   kRemoved,     ///< its removal reported
+  kUnknown,     ///< never registered, for a user who has an id
 };
 
 struct Call {
@@ -25,6 +26,8 @@ struct Call {
   Demand demand;            ///< what it asks for, to the letter: `call_bench trace` compares
   /// Its second call would ask for something else, so eight processes could not all do the same.
   bool once = false;
+  /// How many files it may flush and replace, the same number for both; below zero: no bar.
+  int mostWrites = -1;
 };
 
 /// In an order that must be kept: a path once given to DLLSetExecutorPath is written by all later
@@ -42,7 +45,9 @@ class Fixture {
 
  private:
   std::filesystem::path folder_;
+  std::filesystem::path localRecord_;
   std::string record_, statistics_, recordDue_, recordRemoved_, statisticsRemoved_;
+  std::string local_, localRemoved_;
 };
 
 /// The bare program beside them, the same for all processes.

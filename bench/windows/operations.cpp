@@ -107,6 +107,11 @@ void Bare::Operation(char letter) {
       return;
     case 'u':
       return ::CoUninitialize();
+    case 'k': {
+      UniqueKey key;
+      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft", 0, KEY_READ, key.put());
+      return;
+    }
     case 'C':
       return UseService();
     default:
@@ -243,6 +248,10 @@ HRESULT Bare::ServiceCall(std::string_view call) {
   if (call == "Resume") return s.job->Resume();
   if (call == "Cancel") return s.job->Cancel();
   if (call == "Complete") return s.job->Complete();
+  if (call == "GetProgress") {
+    BG_JOB_PROGRESS progress = {};
+    return s.job->GetProgress(&progress);
+  }
   BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
   return call == "GetState" ? s.job->GetState(&state) : E_NOTIMPL;
 }

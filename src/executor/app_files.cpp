@@ -1,5 +1,6 @@
 #include "executor/app_files.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "appinfo/app_info2.h"

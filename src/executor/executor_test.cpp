@@ -100,7 +100,7 @@ TEST_F(Executor, TellsPeople) {
   } cases[] = {
       {L"--help", "--silent-update-check"},
       {L"--version", "kupdate-exec 1."},
-      {L"--status", "need a manifest signed with a publisher's key; this build knows 1."},
+      {L"--status", "TEST BUILD. Updates need a manifest signed with one of these keys: "},
       {L"--status", "Application \"status app\""},
       {L"--status", "check of status app"},
       {L"--status --appid status app --json", "{\"program\":"},

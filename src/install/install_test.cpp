@@ -23,6 +23,7 @@
 #include "update/upd_info.h"
 #include "util/folders.h"
 #include "util/text.h"
+#include "util/win/security.h"
 
 namespace {
 
@@ -53,14 +54,6 @@ std::vector<fs::path> PrivateFolders() {
     if (entry.is_directory()) folders.push_back(entry.path());
   }
   return folders;
-}
-
-// Whether a line of the log begins and ends like that.
-bool Has(const LogCapture& log, std::string_view begin, std::string_view end = {}) {
-  const std::vector<std::string> lines = log.Lines();
-  return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-    return line.starts_with(begin) && line.ends_with(end);
-  });
 }
 
 // A published update, and a client that found it.
@@ -130,9 +123,12 @@ TEST(Install, ThePublishersFileIsRunAsItDeclares) {
 TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
   const LogCapture log;
   EXPECT_GT(Update("msi").Install(), 0);
-  EXPECT_TRUE(
-      Has(log, "I:RunInstaller: Run: C:\\windows\\system32\\msiexec.exe /i \"C:", ".msi\" /qn"))
-      << testing::PrintToString(log.Lines());
+  const std::vector<std::string> lines = log.Lines();
+  const auto run = std::find_if(lines.begin(), lines.end(), [](const std::string& line) {
+    return line.starts_with("I:RunInstaller: Run: C:\\windows\\system32\\msiexec.exe /i \"C:");
+  });
+  ASSERT_NE(run, lines.end()) << testing::PrintToString(lines);
+  EXPECT_TRUE(run->ends_with(".msi\" /qn")) << *run;
 }
 
 TEST(Install, AnInstallerThatGoesOnIsLeftAloneUntilItEnds) {
@@ -160,19 +156,12 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
   } rows[] = {
       {"no trust", "good", [](Update& u) { u.settings.trust = {}; }, kInstallNotTrusted,
        "CodeOf: No update is ever run: this build knows no publisher's key."},
-      {"other key", "other-key",
-       [](Update& u) {
-         u.settings.trust.publicKeys.erase(u.settings.trust.publicKeys.begin() + 1);
-       },
+      {"other key", "good", [](Update& u) { u.settings.trust.publicKeys.pop_back(); },
        kInstallNotTrusted, "Refuse: The manifest is refused: no key of this build signed it."},
       {"key of other applications", "other-key", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: the key that signed it is bound to other applications."},
       {"a digit", "good", [](Update& u) { ++u.manifest[u.manifest.find("2099")]; },
        kInstallNotTrusted, "Refuse: The manifest is refused: no key of this build signed it."},
-      {"other application", "other-app", nothing, kInstallNotTrusted,
-       "Refuse: The manifest is refused: it is for another application."},
-      {"older version replayed", "older", nothing, kInstallNotTrusted,
-       "Refuse: The manifest is refused: it is for another version."},
       {"expired", "expired", nothing, kInstallNotTrusted,
        "Refuse: The manifest is refused: it has expired."},
       {"other platform", "good", [](Update& u) { u.record.platform = "mac"; }, kInstallNotTrusted,
@@ -218,8 +207,14 @@ TEST(Install, WhatHappensDuringTheDownloadCounts) {
     int want;
     const char* line;
   } rows[] = {
-      {[] { WriteBytes(PrivateFolders().front() / "version.dll", "evil"); }, kInstallNotTrusted,
-       "E:Verify: The file is not alone in its folder."},
+      {[] {
+         const fs::path folder = PrivateFolders().front();
+         // Wine allows the owner that, Windows nobody.
+         ::SetFileSecurityW(folder.c_str(), DACL_SECURITY_INFORMATION,
+                            DescriptorOf(L"D:(A;;FA;;;WD)").get());
+         WriteBytes(folder / "version.dll", "evil");
+       },
+       kInstallNotTrusted, "E:Verify: The file is not alone in its folder."},
       {[] { ChangeLocalRecord("app", [](LocalRecord& record) { record.removed = true; }); },
        kInstallNothing, "E:MayUpdate: The application is removed."},
   };
@@ -241,35 +236,27 @@ TEST(Install, WhatHappensDuringTheDownloadCounts) {
   }
 }
 
-// Makes the test's authority one that the user trusts, in Wine's prefix.
-void TrustTestAuthority() {
-  const std::string certificate = Prepared("root.der");
+TEST(Install, AnotherServersCertificateIsRefused) {
+  // The user trusts the tests' authority, in Wine's prefix.
+  const std::string root = Prepared("root.der");
   HCERTSTORE const store =
       ::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"Root");
   EXPECT_TRUE(::CertAddEncodedCertificateToStore(
-      store, X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(certificate.data()),
-      static_cast<DWORD>(certificate.size()), CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+      store, X509_ASN_ENCODING, reinterpret_cast<const BYTE*>(root.data()),
+      static_cast<DWORD>(root.size()), CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
   ::CertCloseStore(store, 0);
-}
-
-TEST(Install, AnotherServersCertificateIsRefused) {
-  TrustTestAuthority();
   for (const bool isItsOwn : {true, false}) {
-    const LogCapture log;
     Update update("good");
     std::string url = NarrowUtf8(Setting(L"KUPDATE_HTTPS")) + "/update";
     if (!isItsOwn) url.replace(url.find("localhost"), 9, "127.0.0.1");
     update.values["DistroUrl"] = url;
-    EXPECT_EQ(update.Install(), isItsOwn ? 7 : kInstallDownloadFailed)
-        << testing::PrintToString(log.Lines());
+    EXPECT_EQ(update.Install(), isItsOwn ? 7 : kInstallDownloadFailed);
   }
 }
 
-// As openssl computes it for the key that stands here.
+// As openssl computes them.
 TEST(Trust, KeysAreNamedByTheirFingerprints) {
-  const std::string text = Prepared("publisher.fingerprint");
-  const std::string fingerprint = text.substr(0, 16);
-  ASSERT_EQ(fingerprint.size(), 16u);
+  const std::string fingerprint = Prepared("publisher.fingerprint").substr(0, 16);
   const PublisherKey key{PublicKey("publisher"), {}};
   const PublisherKey bound{PublicKey("publisher"), {"a", "b c"}};
   EXPECT_EQ(Describe({{key, bound}}), "Updates need a manifest signed with one of these keys: " +

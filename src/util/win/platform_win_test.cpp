@@ -1,7 +1,8 @@
-// What only Windows can show: the registry, names of kernel objects, files held by others.
+// What only Windows can show: the registry, names of kernel objects, files held by others, the system's DLLs.
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,13 +20,20 @@
 #include "util/system.h"
 #include "util/text.h"
 #include "util/win/security.h"
-#include "util/win/unique.h"
+#include "util/win/system_library.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr wchar_t kKey[] = L"Software\\Krelix\\UnitTest";
+
+// Writes behind the end of an array. Nothing of it is known to the compiler, which would say so or leave it out.
+[[gnu::noinline]] void Overrun(std::size_t length) {
+  char room[16];
+  volatile char* volatile at = room;
+  for (std::size_t i = 0; i < length; ++i) at[i] = 'x';
+}
 
 }  // namespace
 
@@ -97,6 +105,39 @@ TEST(FilesHeldByOthers, AreReplacedWhenTheyAreLetGoAndElseWrittenInPlace) {
   EXPECT_FALSE(fs::exists(path.wstring() + L".new"));
 }
 
+// Each loads another one, which lies in a folder that is searched before the system's.
+TEST(SystemLibrary, ComesFromTheSystemWithAllThatItLoads) {
+  const fs::path planted = ProcessTempFolder() / "dnsapi.dll";
+  wchar_t self[MAX_PATH] = {};
+  wchar_t system[MAX_PATH] = {};
+  wchar_t loaded[MAX_PATH] = {};
+  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  fs::copy_file(self, planted);
+  ::SetDllDirectoryW(ProcessTempFolder().c_str());
+  ASSERT_EQ(::GetModuleHandleW(L"dnsapi.dll"), nullptr);
+  const UniqueModule library = LoadSystemLibrary(L"netapi32.dll");
+  ::SetDllDirectoryW(nullptr);
+  ASSERT_TRUE(library);
+  ::GetModuleFileNameW(::GetModuleHandleW(L"dnsapi.dll"), loaded, MAX_PATH);
+  EXPECT_TRUE(fs::equivalent(fs::path(loaded).parent_path(), system)) << fs::path(loaded);
+}
+
+TEST(SystemLibrary, MissingFunctionsAreErrors) {
+  const LogCapture capture;
+  for (const wchar_t* dll : {L"kernel32.dll", L"kupdate-missing.dll"}) {
+    SystemFunction<int (*)()> missing(dll, "KupdateMissing");
+    EXPECT_EQ(missing.Find(), nullptr);
+    EXPECT_THROW(missing(), std::runtime_error);
+  }
+  EXPECT_EQ(capture.Lines().size(), 4u);
+}
+
+TEST(StackGuard, EndsAFunctionThatWroteBehindItsArray) {
+  constexpr int kFailFast = static_cast<int>(0xC0000602);
+  EXPECT_EXIT(Overrun(64), testing::ExitedWithCode(kFailFast), "");
+}
+
 TEST(FilesHeldByOthers, AreReadWhenTheyAreLetGo) {
   const fs::path path = ProcessTempFolder() / "held.xml";
   WriteBytes(path, "content");
@@ -128,7 +169,6 @@ TEST(FolderContent, OnlyOurFilesGoAndLinksAreLeftAlone) {
   EXPECT_TRUE(fs::exists(folder / "a.xml"));
   EXPECT_TRUE(capture.Has(
       "E:FileSystem::DeleteFilesIn: Folder left alone, it is a link:  " + link.string() + "\\"));
-  EXPECT_FALSE(FileSystem::RemoveEmptyFolder(link.string() + "\\"));
   FileSystem::DeleteFilesIn(folder.string() + "\\", isOurs);
   FileSystem::DeleteFilesIn(folder.string() + "\\missing\\", isOurs);
   EXPECT_EQ(capture.Lines().size(), 1u);
@@ -136,6 +176,7 @@ TEST(FolderContent, OnlyOurFilesGoAndLinksAreLeftAlone) {
   EXPECT_FALSE(FileSystem::RemoveEmptyFolder(folder.string() + "\\"));
   fs::remove(folder / "c.txt");
   fs::remove(folder / "sub.xml");
+  EXPECT_FALSE(FileSystem::RemoveEmptyFolder(link.string() + "\\"));
   EXPECT_NE(::GetFileAttributesW(link.c_str()), INVALID_FILE_ATTRIBUTES);
   EXPECT_TRUE(FileSystem::RemoveEmptyFolder(folder.string() + "\\"));
 }
