@@ -45,6 +45,7 @@ VersionNumber CheckUpdate(bool wantUnstable) {
   Check(wantUnstable || update.ReadNumber("VersionStatus") >= VS_RELEASE, "it is a release");
   for (const char* key : {"DistroStarter", "MSIArgs", "Title", "Description"}) {
     Check(IsValidUtf8(update.Read(key)), "texts are UTF-8");
+    Check(update.Read(key).size() <= 65536, "and bounded");
   }
   const auto offer = ReadOffer(kApp);
   Check(offer.has_value() == !update.Read("DistroUrl").empty(),
