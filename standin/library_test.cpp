@@ -100,7 +100,7 @@ class OwnService {
 
 TEST(Library, LeavesRoomForOthersAndForChecks) {
   const State queued = State::kQueued, error = State::kError;
-  const std::uint64_t now = 60, day = kDay + 60, week = 7 * kDay + 60;
+  const std::uint64_t now = 60, day = kDay + 60, month = 30 * kDay + 60;
   const struct {
     const char* label;
     std::vector<Group> groups;
@@ -108,13 +108,13 @@ TEST(Library, LeavesRoomForOthersAndForChecks) {
     std::size_t ended;
     std::size_t asked;  // for their programs
   } cases[] = {
-      {"room for all", {{18, queued, week, kProgram}}, "hcr", 0, 0},
-      {"the place for a check", {{19, queued, week, kProgram}}, "hc-", 0, 19},
-      {"none", {{20, queued, week, kProgram}}, "h--", 0, 40},
+      {"room for all", {{18, queued, month, kProgram}}, "hcr", 0, 0},
+      {"the place for a check", {{19, queued, month, kProgram}}, "hc-", 0, 19},
+      {"none", {{20, queued, month, kProgram}}, "h--", 0, 40},
       {"hosts take none", {{18, queued, now, kProgram}, {19, queued, now}}, "hcr", 0, 74},
       {"40 of all kinds", {{19, error, now, kProgram}, {21, queued, now}}, "---", 0, 63},
       {"39 of all kinds", {{20, error, now, kProgram}, {19, queued, now}}, "hcr", 0, 19},
-      {"failed a week ago", {{30, error, week, kProgram}, {10, error, now}}, "hcr", 90, 90},
+      {"failed a month ago", {{30, error, month, kProgram}, {10, error, now}}, "hcr", 90, 90},
       {"failed a day ago", {{30, error, day, kProgram}, {10, error, day}}, "hcr", 30, 120},
       {"of yesterday", {{19, queued, now, kProgram}, {21, queued, day}}, "hc-", 63, 120},
   };

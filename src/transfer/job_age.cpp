@@ -5,7 +5,7 @@ namespace {
 
 constexpr std::uint64_t kDay = 86400;
 constexpr std::uint64_t kMaxSecondsOfHostJob = kDay;
-constexpr std::uint64_t kMaxSecondsUntouched = 7 * kDay;
+constexpr std::uint64_t kMaxSecondsUntouched = 30 * kDay;
 
 std::uint64_t Between(std::uint64_t a, std::uint64_t b) { return a > b ? a - b : b - a; }
 

@@ -50,8 +50,8 @@ struct JobFacts {
 
 /// Whether nobody will come for a job any more, so that it may be ended to make room: one without a
 /// notify program after a day, whatever its state, for hosts do not live that long; another one that has
-/// ended or was never started after 7 days, for the service starts its program again and again.
-/// A time as far in the future counts as long ago: the clock was set back.
+/// ended or was never started after 30 days: until then its program may come back and act on it. A time
+/// as far in the future counts as long ago: the clock was set back.
 /// @param now  seconds since 1970-01-01 UTC
 bool IsAbandoned(const JobFacts& job, std::uint64_t now);
 
