@@ -22,6 +22,7 @@ bool WaitBehindStarts(int starts) {
   int wrong = 0;
   std::int64_t longest = 0;
   for (int i = 0; i < starts; ++i) {
+    const TransferService service;  // counts from here
     SetTimesBack(kAppId, 2 * kSecondsPerDay);
     Dll().onApplicationStartup(kAppId, "win64", feed.c_str(), report.c_str(), 3600, 1, 0, 0, 0,
                                true);
@@ -30,12 +31,17 @@ bool WaitBehindStarts(int starts) {
     const kupdate_status status = Dll().isUpgradeAvailable(kAppId, kWaitMilliseconds, &found);
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Steady::now() - begin);
     longest = std::max<std::int64_t>(longest, took.count());
+    // The files are set back by hand: nobody else may be at work on them.
+    Eventually([&] {
+      return LiveJobs().empty() &&
+             service.Count("\"event\":\"notify\"") == service.Count("\"event\":\"notify_exit\"");
+    });
     if (status == KUPDATE_S_OK && found) continue;
     ++wrong;
     std::fprintf(stderr, "  start %d: status %d, \"no\" after %lld ms\n", i, status,
                  static_cast<long long>(took.count()));
   }
-  const bool held = Eventually([] { return LiveJobs().empty(); }) && wrong == 0;
+  const bool held = wrong == 0;
   std::printf(
       "| a host that waits for a check right behind its start learns of a published update | "
       "%d starts with reports on | %d wrong answers, longest wait %lld ms | %s |\n",
