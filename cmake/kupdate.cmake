@@ -36,10 +36,10 @@ if(WIN32)
   # optimizer.
   target_compile_definitions(kupdate_settings INTERFACE _WIN32_WINNT=0x0601 UNICODE _UNICODE)
   target_compile_options(kupdate_settings INTERFACE
-    -ffunction-sections -fdata-sections -fstack-protector)
+    -ffunction-sections -fdata-sections -fstack-protector-strong)
   target_compile_definitions(kupdate_settings INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
   target_link_options(kupdate_settings INTERFACE
-    -static -fstack-protector -Wl,--gc-sections,--no-insert-timestamp
+    -static -fstack-protector-strong -Wl,--gc-sections,--no-insert-timestamp
     -Wl,--major-os-version,6,--minor-os-version,1,--major-subsystem-version,6,--minor-subsystem-version,1
     $<$<CONFIG:Release>:-s>)
 endif()

@@ -3,7 +3,10 @@
 
 #include "util/win/windows_lean.h"
 
+#include <algorithm>
 #include <regex>
+#include <thread>
+#include <vector>
 
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
@@ -46,6 +49,21 @@ TEST(Exports, NullPointersEndInAStatus) {
   for (const kupdate_status& status : done) EXPECT_EQ(status, KUPDATE_S_OK) << &status - done;
   EXPECT_TRUE(log.Has("E:DLLSetLocale: AppId is empty."));
   EXPECT_TRUE(log.Has("D:DLLSetExecutorPath: NULL!!!"));
+}
+
+TEST(Exports, FailuresOnManyThreadsStayInside) {
+  const DllLog log;
+  std::vector<std::thread> hosts;
+  for (int host = 0; host < 8; ++host) {
+    hosts.emplace_back([host] {
+      const std::string id = "thread" + std::to_string(host);
+      for (int call = 0; call < 25; ++call) Dll().setApplicationState(id.c_str(), "no such state");
+    });
+  }
+  for (std::thread& host : hosts) host.join();
+  EXPECT_EQ(std::ranges::count(log.Lines(),
+                               "D:TUpdaterController::SetApplicationState: Unhandled exception."),
+            8 * 25);
 }
 
 TEST(Exports, OddIdsHarmNothing) {

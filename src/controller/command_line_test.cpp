@@ -18,6 +18,27 @@ TEST(CommandLine, ExactTexts) {
   EXPECT_EQ(ResultEventName(L"a"), L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-a");
 }
 
+TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
+  const Table<std::wstring, std::string> table = {
+      {L"my app -x", "written"},   {L"a--b", "written"},      {L"a\" --suicide", "refused"},
+      {L"a --suicide", "refused"}, {L"--suicide", "refused"},
+  };
+  table.Expect([](const std::wstring& id) -> std::string {
+    int refused = 0;
+    for (const auto& write :
+         {+[](const std::wstring& appId) { UpdateCheckArguments(appId, L"f"); },
+          +[](const std::wstring& appId) { PingArguments(appId, 1, false); },
+          +[](const std::wstring& appId) { SilentUpdateCommandLine(L"e", appId); }}) {
+      try {
+        write(id);
+      } catch (const std::invalid_argument&) {
+        ++refused;
+      }
+    }
+    return refused == 0 ? "written" : refused == 3 ? "refused" : "only some refuse it";
+  });
+}
+
 TEST(CopyOut, CopiesOrAsksForMore) {
   using Buffer = std::pair<bool, std::int32_t>;  // whether there is one, and its size
   const Table<Buffer, std::string> table = {

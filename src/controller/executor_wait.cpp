@@ -1,29 +1,25 @@
 #include "controller/executor_wait.h"
 
-#include <algorithm>
-#include <chrono>
-
 #include "appinfo/local_record.h"
 #include "update/upd_info.h"
+#include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/process.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Milliseconds = std::chrono::milliseconds;
-
 // The event wakes one waiting host only; a host that was not woken looks after this time.
-constexpr Milliseconds kLookAgain(1000);
+constexpr std::uint32_t kLookAgain = 1000;
 // How long an executor may keep house after its answer.
 constexpr std::uint32_t kEndMilliseconds = 10'000;
 // How long an answer may lag behind the end of its executor.
-constexpr Milliseconds kLateAnswer(30'000);
+constexpr std::uint32_t kLateAnswer = 30'000;
 
-std::uint32_t Count(Clock::duration time) {
-  return static_cast<std::uint32_t>(
-      std::max<std::int64_t>(std::chrono::duration_cast<Milliseconds>(time).count(), 0));
+// What is left of a wait of `milliseconds` that began at `begin`.
+std::uint32_t LeftOf(std::uint32_t milliseconds, std::uint64_t begin) {
+  const std::uint64_t waited = SteadyMilliseconds() - begin;
+  return waited < milliseconds ? milliseconds - static_cast<std::uint32_t>(waited) : 0;
 }
 
 constexpr char kExitCode[] = "DistroExitCode";
@@ -38,8 +34,8 @@ std::optional<std::int32_t> StoredCode(const std::string& appId) {
 
 // The executor has ended well, before a signal came.
 std::optional<std::int32_t> LateCode(const std::string& appId, const UniqueHandle& event) {
-  const auto end = Clock::now() + kLateAnswer;
-  while (JustUtil::WaitFor(event, Count(end - Clock::now())) == kWaitSignalled) {
+  const std::uint64_t begin = SteadyMilliseconds();
+  while (JustUtil::WaitFor(event, LeftOf(kLateAnswer, begin)) == kWaitSignalled) {
     if (const std::optional<std::int32_t> code = StoredCode(appId)) return code;
   }
   return {};
@@ -49,12 +45,12 @@ std::optional<std::int32_t> LateCode(const std::string& appId, const UniqueHandl
 
 CheckWait WaitForCheck(const std::string& appId, const std::string& job, const UniqueHandle& event,
                        std::int32_t milliseconds) {
-  const auto begin = Clock::now();
+  const std::uint64_t begin = SteadyMilliseconds();
   for (;;) {
-    const Clock::duration left = begin + Milliseconds(milliseconds) - Clock::now();
-    const bool isLast = milliseconds >= 0 && left <= kLookAgain;
-    const std::uint32_t result =
-        JustUtil::WaitFor(event, Count(isLast ? left : Clock::duration(kLookAgain)));
+    const std::uint32_t left =
+        milliseconds < 0 ? kWaitForever : LeftOf(static_cast<std::uint32_t>(milliseconds), begin);
+    const bool isLast = left <= kLookAgain;
+    const std::uint32_t result = JustUtil::WaitFor(event, isLast ? left : kLookAgain);
     const std::optional<bool> found = ReadCheckAnswer(appId, job);
     if (found) return {kWaitSignalled, *found};
     if (result == kWaitSignalled) {

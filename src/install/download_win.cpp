@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "install/update_offer.h"
+#include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/handle.h"
 #include "util/log_line.h"
@@ -55,7 +56,7 @@ using UniqueInternet = Unique<InternetTraits>;
 class Patience {
  public:
   explicit Patience(const DownloadRules& rules)
-      : rules_(rules), endTick_(::GetTickCount64() + Milliseconds(rules.timeoutSeconds)) {}
+      : rules_(rules), endTick_(SteadyMilliseconds() + Milliseconds(rules.timeoutSeconds)) {}
 
   void BeginHead() { BeginPace(kHeadPaces * rules_.paceSeconds, 1); }
   void BeginContent() { BeginPace(rules_.paceSeconds, kLeastBytesPerSecond * rules_.paceSeconds); }
@@ -64,7 +65,7 @@ class Patience {
   /// Waits for an event. False, and a line in the log, when the server has had its time.
   bool WaitFor(const UniqueHandle& event) {
     for (;;) {
-      const std::uint64_t now = ::GetTickCount64();
+      const std::uint64_t now = SteadyMilliseconds();
       if (now >= endTick_) {
         LOG_E << "The download is too slow: given up after" << rules_.timeoutSeconds << "seconds.";
         return false;
@@ -88,7 +89,7 @@ class Patience {
 
   void BeginPace(unsigned seconds, std::uint64_t leastBytes) {
     paceSeconds_ = seconds;
-    paceEndTick_ = ::GetTickCount64() + Milliseconds(seconds);
+    paceEndTick_ = SteadyMilliseconds() + Milliseconds(seconds);
     leastBytes_ = leastBytes;
     bytes_ = 0;
   }

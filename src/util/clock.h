@@ -8,6 +8,9 @@
 /// Whole seconds since 1970-01-01 UTC. Callers read it once per operation and hand it on.
 std::uint64_t NowSeconds();
 
+/// Milliseconds since some moment before the process began; no change of the clock moves it.
+std::uint64_t SteadyMilliseconds();
+
 /// A local time, or a date and time of a file converted to local time.
 struct LocalTime {
   int year;

@@ -42,6 +42,13 @@ void CriticalSection::unlock() { static_cast<std::recursive_mutex*>(impl_)->unlo
 
 std::uint64_t NowSeconds() { return static_cast<std::uint64_t>(time(nullptr)); }
 
+std::uint64_t SteadyMilliseconds() {
+  timespec time = {};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * 1000 +
+         static_cast<std::uint64_t>(time.tv_nsec) / 1'000'000;
+}
+
 std::optional<LocalTime> LocalNow() {
   const time_t now = time(nullptr);
   tm local;

@@ -52,6 +52,8 @@ std::uint64_t NowSeconds() {
   return SecondsOf(time);
 }
 
+std::uint64_t SteadyMilliseconds() { return ::GetTickCount64(); }
+
 std::optional<LocalTime> LocalNow() {
   SYSTEMTIME now;
   ::GetLocalTime(&now);
