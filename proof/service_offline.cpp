@@ -194,6 +194,7 @@ bool GoOffline(const Weeks& weeks) {
       for (int start = 0; start < StartsADay(number); ++start) {
         Start(number);
         Dll().usageReport(AppId(number).c_str(), Value(number, day, start).c_str());
+        Dll().forceUpdateCheck(AppId(number).c_str(), false);
       }
     }
     held &= Require(Eventually([] { return AllStalled() && ExecutorsRest(); }),
@@ -228,7 +229,8 @@ bool ComeOnline(const Weeks& weeks) {
           reported.dayuses >= weeks.applications * days &&
           reported.dayuses <= weeks.applications * (days + 1);
   std::printf(
-      "| %d days offline, %d applications started 1 to 3 times a day (a day: stored times set "
+      "| %d days offline, %d applications started 1 to 3 times a day, each with a report and a "
+      "forced check (a day: stored times set "
       "back, "
       "the service's clock set forward) | at most %d jobs; in the end no job, no block in work; "
       "install once, at most one dayuse from before the network is back and one a day "

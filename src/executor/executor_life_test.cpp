@@ -13,9 +13,14 @@ namespace {
 
 using ExecutorLife = ExecutorTest;
 
-bool IsEmptyOrGone(const fs::path& folder) {
+// The paths of all that is below a folder.
+std::string ContentOf(const fs::path& folder) {
+  std::string paths;
   std::error_code ignored;
-  return fs::directory_iterator(folder, ignored) == fs::directory_iterator();
+  for (const auto& entry : fs::recursive_directory_iterator(folder, ignored)) {
+    paths += entry.path().string() + "\n";
+  }
+  return paths;
 }
 
 constexpr wchar_t kNoJob[] = L"--job {00000000-0000-0000-0000-000000000001}";
@@ -112,8 +117,7 @@ TEST_F(ExecutorLife, TheLastUninstallRemovesTheProgramItself) {
   EXPECT_TRUE(fs::exists(program));
   EXPECT_EQ(service.Count("--suicide"), 0);
   other.Uninstall();
-  EXPECT_TRUE(Eventually([&] { return IsEmptyOrGone(program.parent_path()); }))
+  EXPECT_TRUE(Eventually([&] { return ContentOf(program.parent_path()).empty(); }))
       << "the program, which was renamed, and the wish";
-  EXPECT_TRUE(IsEmptyOrGone(testing_dll::DataFolder()));
-  EXPECT_TRUE(IsEmptyOrGone(LocalFolder()));
+  EXPECT_EQ(ContentOf(testing_dll::DataFolder()) + ContentOf(LocalFolder()), "");
 }

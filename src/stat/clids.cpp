@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::string_view kClid = "clid";
 constexpr std::size_t kMaxVendorChars = 254;
+// A longer one, which any user of the machine can write, would leave no room for the report itself.
+constexpr std::size_t kMaxCommonChars = 254;
 // Real files have a few hundred bytes; the tree of one many times this size could take all memory
 // of the host.
 constexpr std::size_t kMaxFileBytes = 1 << 20;
@@ -78,7 +80,10 @@ std::string TClids::ReadClids() {
     const Clid& clid = slots_[0];
     if (clid.text.empty()) continue;
     const std::string identifier = clid.vid.empty() ? clid.text : clid.text + "-" + clid.vid;
-    return isOfAllUsers ? PercentEncoded(identifier) : identifier;
+    if (!isOfAllUsers) return identifier;
+    std::string encoded = PercentEncoded(identifier);
+    if (encoded.size() <= kMaxCommonChars) return encoded;
+    LOG_W << "The identifier is too long:" << path;
   }
   return {};
 }

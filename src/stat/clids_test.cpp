@@ -57,6 +57,8 @@ TEST(TClids, FilesWithoutAnIdentifierArePassedOver) {
   WriteBytes(home.File("vendor.xml"), "");
   WriteBytes(home.CommonFile("vendor.xml"), odd);
   EXPECT_EQ(TClids("app").ReadClids(), "1%26x%3D%D1%8F-._~%25-a%20b") << "made by any user";
+  WriteBytes(home.CommonFile("vendor.xml"), Clid1(std::string(85, '+')));
+  EXPECT_EQ(TClids("app").ReadClids(), "") << "three characters for each";
 }
 
 TEST(TClids, VendorParam) {
