@@ -95,7 +95,7 @@ const std::vector<Call> kCalls = {
      NoBlockInWork,
      [](int) { Dll().forceUpdateCheck(kAppId, false); },
      {"lmamolcmlarz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllullczc",
+      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullczc",
       kTwoJobs}},
     {"DLLGetApplicationState",
      Start::kNothingDue,
@@ -121,7 +121,7 @@ const std::vector<Call> kCalls = {
        Dll().isUpgradeAvailable(kAppId, 0, &available);
      },
      {"lmamolcmlearz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllullsxlllczc",
+      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullsxlllczc",
       kTwoJobs}},
     {"DLLOnApplicationStartup",
      Start::kNothingDue,
@@ -135,7 +135,7 @@ const std::vector<Call> kCalls = {
      nullptr,
      Startup,
      {"lmamolcmlarz prllprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlkkilllCllllllllllulrldlkklilllCllllllllllulllczc",
+      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllulllczc",
       kTwoJobs},
      true},
     {"DLLOnApplicationStartup, the first",
@@ -143,7 +143,7 @@ const std::vector<Call> kCalls = {
      nullptr,
      Startup,
      {"lmamxlllxllwfvllcmlaxzpopxxwfvllprlllxlxlxlxlrlxllaxwfvzlrlpllwfvldxld "
-      "lkkilllCllllllllllulxdlkklilllCllllllllllulllczc",
+      "lilllCllllllllllulxdllilllCllllllllllulllczc",
       kTwoJobs},
      true,
      4},
@@ -152,7 +152,7 @@ const std::vector<Call> kCalls = {
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
      {"lmamolcmlarz proprrrwfvllprllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlkkpprppmpcmparz cmpcilllCllllllllllulrllczc",
+      "lrlpollwfvllwfvldlpprppmpcmparz cmpcilllCllllllllllulrllczc",
       kJob},
      true},
     {"DLLOnApplicationUninstall, again",
@@ -243,7 +243,7 @@ const std::vector<Call> kCalls = {
        std::int32_t code = 0;
        Dll().downloadAndInstallSilentUpdate(&code);
      },
-     {"lelkklPlssrllll", ""},
+     {"lellPlssrllll", ""},
      true},
     {"DLLSetExecutorPath",
      Start::kNothingDue,

@@ -107,11 +107,6 @@ void Bare::Operation(char letter) {
       return;
     case 'u':
       return ::CoUninitialize();
-    case 'k': {
-      UniqueKey key;
-      ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft", 0, KEY_READ, key.put());
-      return;
-    }
     case 'C':
       return UseService();
     default:

@@ -15,7 +15,6 @@ struct Demand {
   ///   x  an open of a file that is not there       p  a name looked up in a folder
   ///   w  a new file opened, written                f  flushed         v  renamed over another
   ///   d  a file deleted                            y  a file copied
-  ///   k  a registry key opened
   ///   m  a mutex created   a  waited for   z  released   c  closed
   ///   e  an event created  s  waited for           P  a program started, event or end waited for
   ///   i  COM entered       u  left                 C  the calls of the next service object made

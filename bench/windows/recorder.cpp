@@ -105,7 +105,7 @@ BOOL WINAPI OnCreateProcess(LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES 
 }
 
 LSTATUS WINAPI OnOpenKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-  Log().operations += 'k';
+  Log().besides += 'K';
   return ::RegOpenKeyExW(root, path, options, access, key);
 }
 

@@ -14,7 +14,8 @@ class Recorder {
   void Start();
   /// The letters of Demand::operations since Start.
   const std::string& Operations() const;
-  /// What was asked for besides: D a folder made, S a shell folder looked up, T the temporary one.
+  /// What was asked for besides: D a folder made, S a shell folder looked up, T the temporary one,
+  /// K a registry key opened (by hosts with an administrator's rights).
   const std::string& Besides() const;
 };
 
