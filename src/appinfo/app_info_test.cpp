@@ -8,6 +8,7 @@
 
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "testing/fake_locker.h"
 #include "testing/log_capture.h"

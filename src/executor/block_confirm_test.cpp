@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "layout/file_names.h"
 #include "stat/stat_holder.h"
 #include "testing/data_home.h"
 #include "testing/fake_locker.h"

@@ -4,7 +4,8 @@
 
 #include <regex>
 
-#include "controller/command_line.h"
+#include "layout/command_line.h"
+#include "layout/names.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -53,7 +54,7 @@ ExecutorTest::~ExecutorTest() {
 }
 
 ResultEvent::ResultEvent(const std::string& appId)
-    : event_(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(WidenUtf8(appId)).c_str())) {}
+    : event_(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(appId).c_str())) {}
 ResultEvent::~ResultEvent() { ::CloseHandle(event_); }
 bool ResultEvent::IsSignalled() const { return ::WaitForSingleObject(event_, 0) == WAIT_OBJECT_0; }
 

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"

@@ -7,13 +7,13 @@
 #include <thread>
 #include <vector>
 
+#include "layout/log_start.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"
 #include "util/event.h"
 #include "util/files.h"
 #include "util/folder_content.h"
-#include "util/log_start.h"
 #include "util/mutex.h"
 #include "util/process.h"
 #include "util/registry.h"

@@ -1,4 +1,4 @@
-#include "executor/executor_command.h"
+#include "layout/command_line.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "controller/command_line.h"
+#include "layout/command_line.h"
 
 #include <gtest/gtest.h>
 
-#include "controller/copy_out.h"
+#include "layout/names.h"
 #include "testing/table.h"
 
 TEST(CommandLine, ExactTexts) {
@@ -15,7 +15,7 @@ TEST(CommandLine, ExactTexts) {
   EXPECT_EQ(SilentUpdateCommandLine(L"C:\\x y\\e.exe", L"a"),
             L"C:\\x y\\e.exe --appid a --silent-update-check");
   EXPECT_EQ(QuotedPath(L""), L"\"\"");
-  EXPECT_EQ(ResultEventName(L"a"), L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-a");
+  EXPECT_EQ(ResultEventName("a"), L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-a");
 }
 
 TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
@@ -36,21 +36,5 @@ TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
       }
     }
     return refused == 0 ? "written" : refused == 3 ? "refused" : "only some refuse it";
-  });
-}
-
-TEST(CopyOut, CopiesOrAsksForMore) {
-  using Buffer = std::pair<bool, std::int32_t>;  // whether there is one, and its size
-  const Table<Buffer, std::string> table = {
-      {"fits exactly", {true, 6}, "6 value"}, {"room left", {true, 8}, "8 value"},
-      {"one too small", {true, 5}, "6 "},     {"no buffer", {false, 100}, "6 ?"},
-      {"size zero", {true, 0}, "6 ?"},        {"negative size", {true, -1}, "6 ?"},
-  };
-  table.Expect([](Buffer given) {
-    char buffer[16] = "?";
-    const CopyOutBuffer<char> out{given.first ? buffer : nullptr, &given.second};
-    out.Clear();
-    out.Deliver("value");
-    return std::to_string(given.second) + " " + buffer;
   });
 }
