@@ -1,7 +1,7 @@
 #include <stdexcept>
 
+#include "appinfo/version_number.h"
 #include "fuzz/fuzz.h"
-#include "update/version_number.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "proof/storm_row.h"
 #include "proof/storm_stores.h"
 #include "testing/dll_client.h"
-#include "transfer/com_apartment.h"
+#include "transfer/transfer.h"
 #include "util/handle.h"
 
 namespace storm {
@@ -76,7 +76,6 @@ bool AllJobsEnd() {
 }  // namespace
 
 std::vector<JobFacts> Jobs() {
-  const ComApartment apartment;
   for (int tries = 0;; ++tries) {
     try {
       return ListOwnJobs();

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "transfer/job_list.h"
+#include "transfer/transfer.h"
 
 namespace storm {
 

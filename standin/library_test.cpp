@@ -12,6 +12,7 @@
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
 #include "transfer/bits_transfer.h"
+#include "transfer/transfer.h"
 #include "util/clock.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
@@ -173,10 +174,9 @@ TEST(Library, EndsWhatGrowsTooLarge) {
   const RawServer web([&](const std::string&) { return endless; });
   const OwnService service("any-server");
   ASSERT_TRUE(service.Transfer(JobPurpose::kReport, web.Url("/")));
-  const auto worker = TBitsTransferCompletion::CreateWorker(ListOwnJobs().at(0).id);
-  EXPECT_TRUE(
-      Eventually([&] { return IsTooLarge(JobPurpose::kReport, worker->BytesTransferred()); }));
+  const std::string id = ListOwnJobs().at(0).id;
+  EXPECT_TRUE(Eventually([&] { return IsTooLarge(JobPurpose::kReport, AskJob(id).bytes); }));
   EXPECT_TRUE(IsTooLarge(JobPurpose::kReport, ListOwnJobs().at(0).bytesTransferred));
-  worker->Finish();
+  FinishJob(id);
   EXPECT_TRUE(ListOwnJobs().empty());
 }

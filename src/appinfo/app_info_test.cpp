@@ -170,11 +170,11 @@ TEST_F(TAppInfoTest, ShouldPingAndRecordPing) {
     return store_.ShouldPing(kNow);
   });
   store_.Write("PingStatPeriod", "60");
-  EXPECT_EQ(store_.RecordPing(kNow), 2);
+  EXPECT_EQ(store_.RecordPing(kNow), AppState::kDayuse);
   EXPECT_EQ(store_.Read("LastPingTime") + " " + store_.Read("NextPingTime"),
             "1700000000 1700003600");
   store_.WriteFlag("Remove", true);
-  EXPECT_EQ(store_.RecordPing(kNow), 1);
+  EXPECT_EQ(store_.RecordPing(kNow), AppState::kUninstall);
 }
 
 TEST_F(TAppInfoTest, IsApplicationListEmpty) {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "stat/app_state.h"
+#include "appinfo/app_state.h"
 
 class TLocker;
 

@@ -4,35 +4,29 @@
 #include <functional>
 #include <optional>
 
+#include "appinfo/check_schedule.h"
 #include "appinfo/local_record.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
 #include "executor/run.h"
 #include "layout/command_line.h"
 #include "layout/keys.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/guid.h"
 #include "util/log_line.h"
+#include "util/system.h"
 #include "util/text.h"
 
 namespace {
 
-constexpr std::uint64_t kSecondsBetweenChecks = 86400;
-// Clients that were installed together must not come together for ever.
-constexpr std::uint64_t kMaxSpreadSeconds = 3600;
-
 enum class Outcome { kFound, kNone, kFailed };
 
 // A new GUID is random enough, and at hand.
-std::uint64_t SpreadSeconds() {
-  return std::hash<std::string>()(NewGuidText()) % (kMaxSpreadSeconds + 1);
-}
+std::uint64_t RandomNumber() { return std::hash<std::string>()(NewGuidText()); }
 
 Outcome JudgeFeed(TAppInfo2& app, const std::string& file, std::uint64_t now) {
   try {
@@ -59,7 +53,7 @@ void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std
   app.WriteFlag(key::kUpgradeAvailable, outcome == Outcome::kFound);
   if (outcome != Outcome::kFailed) {
     app.WriteNumber(key::kNextCheckTime,
-                    static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
+                    static_cast<std::int64_t>(NextCheckAfter(now, RandomNumber())));
   }
   DropDialog(app, outcome);
   app.SaveChanges();
@@ -109,7 +103,6 @@ int EndForgottenCheck(const ExecutorCommand& command) {
 }  // namespace
 
 int RunCheckAction(const ExecutorCommand& command) {
-  const ComApartment apartment;
   if (!IsLiving(command.appId)) return EndForgottenCheck(command);
   FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);

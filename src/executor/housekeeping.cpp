@@ -4,7 +4,6 @@
 #include <optional>
 #include <string_view>
 
-#include "executor/age.h"
 #include "executor/block_confirm.h"
 #include "executor/job_policy.h"
 #include "executor/ping_action.h"
@@ -13,8 +12,7 @@
 #include "layout/command_line.h"
 #include "layout/file_names.h"
 #include "layout/folders.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
@@ -62,7 +60,6 @@ void TakeBackOldBlocks(const std::string& appId, const std::vector<JobFacts>& jo
 
 void KeepHouse() noexcept {
   try {
-    const ComApartment apartment;
     const std::uint64_t now = NowSeconds();
     // Without the list no block can be told to be without a job: asking throws then. A job that is ended
     // here has its block settled here, so the same list serves for both.

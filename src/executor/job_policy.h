@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "layout/command_line.h"
-#include "transfer/job_list.h"
+#include "transfer/job.h"
 
 /// A job and what its notify command line asks for; kNone for a job without one.
 struct OwnJob {

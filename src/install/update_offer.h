@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "appinfo/local_record.h"
-#include "update/version_number.h"
+#include "appinfo/version_number.h"
 
 /// How an update is started.
 enum class Starter {

@@ -2,10 +2,17 @@
 // version comes with a second string class and a source of random numbers, a tenth of the library's size.
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
+
+// The runtime's own prints a readable type name to a terminal that hosts
+// do not have, and brings a demangler of 45 KB for it.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() { std::abort(); }
+}  // namespace __gnu_cxx
 
 namespace std {
 

@@ -215,7 +215,7 @@ void TStatCtrl::SendStat(TAppInfo2& app, TLocker* lock, std::uint64_t now, const
     return;
   }
   TStatCtrl statistics(app.AppId(), lock);
-  std::optional<AppState> state = AppState{app.RecordPing(now)};
+  std::optional<AppState> state = app.RecordPing(now);
   app.SaveChanges();
   while (const std::optional<PingBlock> block =
              statistics.NextBlock(baseUrl, std::exchange(state, std::nullopt))) {

@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "appinfo/app_state.h"
 #include "layout/file_names.h"
 #include "layout/folders.h"
-#include "stat/app_state.h"
 #include "stat/stat_holder.h"
 #include "util/locker.h"
 

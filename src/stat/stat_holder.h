@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "stat/app_state.h"
+#include "appinfo/app_state.h"
 
 class XmlNode;
 

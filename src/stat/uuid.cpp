@@ -4,11 +4,9 @@
 #include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/guid.h"
 #include "util/log_line.h"
 #include "util/registry.h"
 #include "util/system.h"
-#include "util/user.h"
 
 namespace {
 

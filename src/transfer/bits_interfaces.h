@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "transfer/job_list.h"
+#include "transfer/transfer.h"
 
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob, __uuidof(IBackgroundCopyJob));
@@ -25,6 +25,17 @@ IBackgroundCopyManagerPtr ConnectToService();
 /// when there is no room, for as long as there is, these are asked for nothing but name and state.
 /// True when the jobs cannot be listed.
 bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager, JobPurpose purpose);
+
+/// The state of a job, which is logged. Throws _com_error.
+JobState StateOf(IBackgroundCopyJob& job);
+
+/// Completes a job that has transferred; where that fails, and in every other state, cancels it. Throws
+/// _com_error when the job cannot be asked.
+/// @param fault  receives the first result that failed; S_OK when none did
+EndedJob EndOpenedJob(IBackgroundCopyJob& job, HRESULT* fault);
+
+/// As ListOwnJobs, inside an apartment. Throws _com_error.
+std::vector<JobFacts> ListJobs();
 
 /// A job's id in registry form, with braces.
 std::wstring GuidText(const GUID& id);

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "transfer/job_list.h"
+#include "transfer/job.h"
 
 struct IBackgroundCopyJob;
 struct IBackgroundCopyJob2;

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "appinfo/app_info2.h"
-#include "update/version_number.h"
+#include "appinfo/version_number.h"
 #include "xml/xml_node.h"
 
 /// A version that an item of the feed offers. Without an item it is "none". The texts and the item

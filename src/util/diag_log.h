@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "util/critical_section.h"
+#include "util/mutex.h"
 
 /// A log file is moved to its name with ".bak" when it has more bytes than this: when a process starts its log,
 /// and again after each `kLogBytesPerCheck` that the process wrote.

@@ -1,4 +1,4 @@
-// What the log's banner says of the system, and COM and system error texts.
+// The system and its user: what the log's banner says of them, rights, error texts, the last error, new GUIDs.
 #ifndef KUPDATE_UTIL_SYSTEM_H_
 #define KUPDATE_UTIL_SYSTEM_H_
 
@@ -27,5 +27,34 @@ std::string FileVersionText(const std::wstring& path);
 /// The system's message for a Win32 or HRESULT code, else "unknown error 0x...". Narrow text in the
 /// system's ANSI code page.
 std::string ErrorCodeText(std::uint32_t code);
+
+std::uint32_t LastErrorCode();
+void SetLastErrorCode(std::uint32_t code);
+
+/// Keeps the thread's last error over a scope, whatever the scope's own calls do to it.
+class LastErrorKeeper {
+ public:
+  LastErrorKeeper() : code_(LastErrorCode()) {}
+  ~LastErrorKeeper() { SetLastErrorCode(code_); }
+  LastErrorKeeper(const LastErrorKeeper&) = delete;
+  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+ private:
+  std::uint32_t code_;
+};
+
+/// A new GUID in registry form with braces, 38 characters; empty when the system gives none.
+std::string NewGuidText();
+
+/// The user's logon name, up to 1023 characters; empty when the system does not tell it.
+std::wstring LogonName();
+
+namespace JustUtil {
+
+/// Whether this process is a browser's in protected mode. Only a system that says so counts:
+/// without the browser's library or its function, or when the call fails, it is not.
+bool CheckPMIE8();
+
+}  // namespace JustUtil
 
 #endif  // KUPDATE_UTIL_SYSTEM_H_

@@ -4,10 +4,10 @@
 #include <objbase.h>
 #include <shlobj.h>
 
-#include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
+#include "util/mutex.h"
 
 namespace {
 

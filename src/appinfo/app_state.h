@@ -1,6 +1,6 @@
 // The states that an application reports, and their words.
-#ifndef KUPDATE_STAT_APP_STATE_H_
-#define KUPDATE_STAT_APP_STATE_H_
+#ifndef KUPDATE_APPINFO_APP_STATE_H_
+#define KUPDATE_APPINFO_APP_STATE_H_
 
 #include <cstdint>
 #include <string_view>
@@ -16,4 +16,4 @@ struct TAppStateHolder {
   static std::string_view Text(AppState state);
 };
 
-#endif  // KUPDATE_STAT_APP_STATE_H_
+#endif  // KUPDATE_APPINFO_APP_STATE_H_

@@ -1,16 +1,8 @@
-// Users, GUIDs and the registry on other systems, for tests: what the environment says, a random
-// number, and a map that lives as long as the process.
-#include "util/user.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <map>
-#include <random>
-#include <utility>
-
-#include "util/guid.h"
+// The registry on other systems, for tests: a map that lives as long as the process.
 #include "util/registry.h"
-#include "util/system.h"
+
+#include <map>
+#include <utility>
 
 namespace {
 
@@ -23,26 +15,7 @@ Values& CurrentUser() {
 
 }  // namespace
 
-std::wstring LogonName() { return L"user"; }
-
-std::string NewGuidText() {
-  std::random_device random;
-  const unsigned a = random();
-  const unsigned b = random();
-  const unsigned c = random();
-  const unsigned d = random();
-  char text[40];
-  static_cast<void>(std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%04X-%04X%08X}", a,
-                                  b & 0xFFFF, b >> 16, c & 0xFFFF, c >> 16, d));
-  return text;
-}
-
-bool IsVistaOrLater() { return true; }
-
 namespace JustUtil {
-
-// NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
-bool CheckPMIE8() { return std::getenv("KUPDATE_PROTECTED_MODE") != nullptr; }
 
 bool WriteIntToRegistry(const std::wstring& keyPath, const std::wstring& valueName,
                         std::uint32_t value) {

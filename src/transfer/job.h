@@ -1,14 +1,44 @@
-// The jobs that this program's family has in the transfer service, and how many and how large they may be.
-#ifndef KUPDATE_TRANSFER_JOB_LIST_H_
-#define KUPDATE_TRANSFER_JOB_LIST_H_
+// Jobs of the transfer service: their states, and how many, how large and how old ours may be.
+#ifndef KUPDATE_TRANSFER_JOB_H_
+#define KUPDATE_TRANSFER_JOB_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "transfer/bits_completion.h"
 #include "util/limits.h"
+
+/// The service's states of a job, by its numbers.
+enum class JobState {
+  kQueued = 0,
+  kConnecting = 1,
+  kTransferring = 2,
+  kSuspended = 3,
+  kError = 4,
+  kTransientError = 5,
+  kTransferred = 6,
+  kAcknowledged = 7,
+  kCancelled = 8,
+};
+
+/// The state's name for the log, "unknown state" for a number that is none.
+const char* JobStateName(JobState state);
+
+/// Whether it still waits for data, or for somebody to resume it.
+constexpr bool IsInWork(JobState state) {
+  return state == JobState::kQueued || state == JobState::kConnecting ||
+         state == JobState::kTransferring || state == JobState::kSuspended ||
+         state == JobState::kTransientError;
+}
+/// Whether the service works on it.
+constexpr bool IsOnItsWay(JobState state) {
+  return IsInWork(state) && state != JobState::kSuspended;
+}
+/// Whether it was completed or cancelled.
+constexpr bool IsEnded(JobState state) {
+  return state == JobState::kAcknowledged || state == JobState::kCancelled;
+}
 
 /// What a job is for.
 enum class JobPurpose {
@@ -55,9 +85,4 @@ struct JobFacts {
 /// @param now  seconds since 1970-01-01 UTC
 bool IsAbandoned(const JobFacts& job, std::uint64_t now);
 
-/// The current user's jobs with our display name. A job that cannot be asked, as one that ends
-/// meanwhile, is left out. COM must be initialised on the thread. Throws _com_error when the
-/// service cannot be asked at all.
-std::vector<JobFacts> ListOwnJobs();
-
-#endif  // KUPDATE_TRANSFER_JOB_LIST_H_
+#endif  // KUPDATE_TRANSFER_JOB_H_

@@ -1,4 +1,4 @@
-#include "stat/app_state.h"
+#include "appinfo/app_state.h"
 
 #include <stdexcept>
 

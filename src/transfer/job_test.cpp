@@ -1,4 +1,4 @@
-#include "transfer/job_list.h"
+#include "transfer/job.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Versions as one integer each, and the masks of the feed.
-#ifndef KUPDATE_UPDATE_VERSION_NUMBER_H_
-#define KUPDATE_UPDATE_VERSION_NUMBER_H_
+#ifndef KUPDATE_APPINFO_VERSION_NUMBER_H_
+#define KUPDATE_APPINFO_VERSION_NUMBER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -34,4 +34,4 @@ void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts,
 /// and combined as ParseVersion does it.
 VersionNumber MaskToVersion(const std::vector<std::string>& parts, std::uint16_t fill);
 
-#endif  // KUPDATE_UPDATE_VERSION_NUMBER_H_
+#endif  // KUPDATE_APPINFO_VERSION_NUMBER_H_

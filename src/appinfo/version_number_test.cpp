@@ -1,4 +1,4 @@
-#include "update/version_number.h"
+#include "appinfo/version_number.h"
 
 #include <gtest/gtest.h>
 
