@@ -200,14 +200,14 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      NoCheckRuns,
      [](int) { StepOf("start"); },
-     {"lmarz prllllidllClllllllllllucl",
+     {"lmarz prlllldillCllllllllllulcl",
       "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags "
       "Resume"}},
     {"DLLIsUpdateAvailable, check",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("check"); },
-     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState GetProgress"},
+     {"lmarz prlllliClulcl", "CreateInstance GetJob GetState GetProgress"},
      false,
      0},
     {"DLLIsUpdateAvailable, stop",
@@ -222,7 +222,7 @@ const std::vector<Call> kCalls = {
        std::int32_t status = 0;
        Step(FeedUrl().c_str(), "check", &status);
      },
-     {"lmarz prlllliClCllmrlllllaxzaxwfvzclyluarwfvz cl",
+     {"lmarz prlllliCluiCllumrlllllaxzaxwfvzclylarwfvz cl",
       "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
      true,
      2},
