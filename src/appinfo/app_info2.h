@@ -27,8 +27,8 @@ class TAppInfo2 : public TAppInfo {
   /// user may have written it here, but not there.
   std::string VersionUrl() const;
 
-  /// "VersionStatus" read as a word; one that is none is VS_BETA, which is logged. Hosts' start-up
-  /// stores a number there: that is what files in the field hold.
+  /// "VersionStatus" read as a word; any other text counts as VS_BETA, which is logged. Hosts'
+  /// start-up stores a number there: that is what files in the field hold.
   VersionStatus GetVersionStatus() const;
   /// Stores the number.
   void SetVersionStatus(VersionStatus status);
@@ -49,9 +49,9 @@ class TAppInfo2 : public TAppInfo {
   AppState RecordPing(std::uint64_t now);
 
   /// Whether no registered application needs an executor any more, so that it may remove itself.
-  /// Both lists are asked, that of the local records and that of the stores. Removed applications do
-  /// not count; of the others those count that name this executor or none, and all of them when it is
-  /// the default one. In doubt the list is not empty.
+  /// Both lists are asked, that of the local records and that of the stores. Removed applications
+  /// do not count; of the others those count that name this executor or none, and all of them when
+  /// it is the default one. In doubt the list is not empty.
   static bool IsApplicationListEmpty(const std::wstring& executor,
                                      const std::wstring& defaultExecutor);
 

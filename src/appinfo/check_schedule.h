@@ -1,5 +1,5 @@
-// When an application's next check for updates is due: the one rule for hosts, the executor and its status. Times are
-// whole seconds since 1970-01-01 UTC. Nothing here reads a clock or a file.
+// When an application's next check for updates is due: the one rule for hosts, the executor and its
+// status. Times are whole seconds since 1970-01-01 UTC. Nothing here reads a clock or a file.
 #ifndef KUPDATE_APPINFO_CHECK_SCHEDULE_H_
 #define KUPDATE_APPINFO_CHECK_SCHEDULE_H_
 
@@ -16,8 +16,8 @@ struct CheckTimes {
   std::uint64_t next = 0;  ///< no check before this
 };
 
-/// Whole hours since the last check. One in the future (the clock was set back) gives a huge number, so
-/// that it does not hold checks back.
+/// Whole hours since the last check. One in the future (the clock was set back) gives a huge
+/// number, so that it does not hold checks back.
 std::uint64_t HoursSinceCheck(const CheckTimes& times, std::uint64_t now);
 
 /// Whether the last check still holds the next one back, whatever `next` says.

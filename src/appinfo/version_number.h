@@ -14,7 +14,8 @@ using VersionNumber = std::uint64_t;
 /// Reads "1.2.3.4"; blanks before a number are skipped and what follows the fourth is ignored.
 /// Parts are not cut to 16 bits: a part above 65535 spills into the next higher one, a negative one
 /// sets all higher bits. A number that does not fit 32 bits counts as the nearest one that does.
-/// Throws std::invalid_argument, with the start of the text, when there are fewer than four numbers.
+/// Throws std::invalid_argument, with the start of the text, when there are fewer than four
+/// numbers.
 VersionNumber ParseVersion(std::string_view text);
 
 /// The four parts in decimal, joined by dots.

@@ -4,8 +4,9 @@
 
 #include <string>
 
-/// The executor, as TUpdaterController::GetExecutorPath names it. Empty, and logged, when this process
-/// is elevated and programs that are not could replace it: it would run with rights that they lack.
+/// The executor, as TUpdaterController::GetExecutorPath names it. Empty, and logged, when this
+/// process is elevated and programs that are not could replace it: it would run with rights that
+/// they lack.
 std::wstring ExecutorToStart();
 
 /// Whether no application needs that executor any more.

@@ -11,8 +11,8 @@ class TAppInfo2;
 /// How a check is, by the numbers that hosts get.
 enum class CheckStatus : std::int32_t { kInWork = 0, kFound = 1, kNoUpdate = 2, kJobFailed = 3 };
 
-/// Knows the feed's download, the file it goes to, and what the last check found. Lives as long as the
-/// process. Used by one thread at a time. Steps that fail log why.
+/// Knows the feed's download, the file it goes to, and what the last check found. Lives as long as
+/// the process. Used by one thread at a time. Steps that fail log why.
 class HostCheck {
  public:
   /// Forgets what the last check found.
@@ -23,12 +23,13 @@ class HostCheck {
   /// Starts the download of the feed, unless one runs. False without an address; throws when the
   /// download does not start.
   bool Start();
-  /// Gives the download up. False when there is none, or when it cannot be ended; it is forgotten then.
+  /// Gives the download up. False when there is none, or when it cannot be ended; it is forgotten
+  /// then.
   bool Stop();
   /// Looks at the download and, once it is there, evaluates the feed.
   /// @param store  the application's record
-  /// @return nothing when no download for this application runs, or when its file is lost. Throws for a
-  ///         feed that cannot be read.
+  /// @return nothing when no download for this application runs, or when its file is lost. Throws
+  ///         for a feed that cannot be read.
   std::optional<CheckStatus> Check(TAppInfo2& store);
 
   /// Whether a download for the chosen application was started and not ended.

@@ -46,8 +46,8 @@ bool Launch(const std::string& appId, const PingBlock& block, Removal removal) n
   }
 }
 
-// Whether the application is removed: its local record says so, where it has one, for any process of
-// the user may write the mark in the store.
+// Whether the application is removed: its local record says so, where it has one, for any process
+// of the user may write the mark in the store.
 bool IsRemoved(const TAppInfo2& store) {
   const std::optional<LocalRecord> record = ReadLocalRecord(store.AppId());
   return record ? record->removed : store.IsRemoved();

@@ -10,8 +10,8 @@ class TAppInfo2;
 class TLocker;
 struct PingBlock;
 
-/// Full path of a file in the temporary folder, any old one of that name deleted. Empty when there is no
-/// such folder, or when the name (made with an application id) would lead out of it.
+/// Full path of a file in the temporary folder, any old one of that name deleted. Empty when there
+/// is no such folder, or when the name (made with an application id) would lead out of it.
 std::wstring FreshTempFile(const std::wstring& name);
 
 /// Queues the download of the application's feed; when it ends, the transfer service starts the

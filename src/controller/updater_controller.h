@@ -67,16 +67,16 @@ class TUpdaterController {
   /// @return whether a newer version was found.
   bool IsUpgradeAvailable(const char* appId, std::int32_t waitMilliseconds);
   /// Makes check and ping due and runs them.
-  /// @param needDialog  what the executor is told to show
+  /// @param needDialog  whether the executor should show the result
   void ForceUpdateCheck(const char* appId, bool needDialog);
   /// Starts the executor for the application of the last IsUpdateAvailable and waits until it is
   /// done, without limit.
   /// @param exitCode  receives the installer's exit code; may be null
   bool DownloadAndInstallSilentUpdate(std::int32_t* exitCode);
 
-  /// The record of the application that this call is for. What is written there is gathered and saved in
-  /// one step, at the latest when the controller is destroyed: one call costs one replacement of the
-  /// file, or none.
+  /// The record of the application that this call is for. What is written there is gathered and
+  /// saved in one step, at the latest when the controller is destroyed: one call costs one
+  /// replacement of the file, or none.
   /// @param appId  not null, else std::invalid_argument; the same in each call of one controller
   TAppInfo2& Record(const char* appId);
 

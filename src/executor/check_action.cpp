@@ -61,8 +61,8 @@ void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std
   WriteAnswer(app.AppId(), CheckAnswer{jobId, outcome == Outcome::kFound});
 }
 
-// What is compared with the feed is what the application itself said, and not what a process without
-// rights may have written into the store since.
+// What is compared with the feed is what the application itself said, and not what a process
+// without rights may have written into the store since.
 void RestoreRecord(TAppInfo2& app) {
   const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
   if (!record) return;
@@ -88,7 +88,7 @@ void Answer(const ExecutorCommand& command, const EndedJob& job) {
     RestoreRecord(app);
     WriteOutcome(app, command.jobId, JudgeFeed(app, file, now), now);
   }
-  // The feed goes last: whoever comes after a kill finds it and judges it again.
+  // The feed goes last: the executor that comes after a kill finds it and judges it again.
   FileSystem::DeleteFile(file);
 }
 

@@ -63,7 +63,8 @@ int RunPingAction(const ExecutorCommand& command) {
     return 1;
   }
   if (job.end == JobEnd::kGone) {
-    // Whoever ended it settled its block; that may be in use for another ping by now.
+    // The process that ended it took care of its block, which may be in use for another report by
+    // now.
     LOG_I << "The job is gone:" << command.jobId;
     return 0;
   }

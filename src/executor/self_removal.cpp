@@ -65,7 +65,7 @@ void FollowSelfRemovalWish() noexcept {
     FileSystem::RemoveEmptyFolder(GetUpdaterDataPath({}));
     FileSystem::RemoveEmptyFolder(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)));
     // The note goes last: after a kill in between, the next run does all this again.
-    LOG_I << "Nobody needs the program any more: it removes itself.";
+    LOG_I << "No application needs the program any more: it removes itself.";
     if (RemoveRunningProgram(ModulePath())) FileSystem::DeleteFile(NarrowUtf8(NotePath()));
   } catch (...) {
     LOG_E << "Can't remove the program.";

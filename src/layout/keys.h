@@ -1,5 +1,5 @@
-// The keys of state files that two programs, or two folders of the sources, use. docs/file-formats.md describes
-// all keys.
+// The keys of state files that two programs, or two folders of the sources, use.
+// docs/file-formats.md describes all keys.
 #ifndef KUPDATE_LAYOUT_KEYS_H_
 #define KUPDATE_LAYOUT_KEYS_H_
 

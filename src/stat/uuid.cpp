@@ -43,7 +43,7 @@ std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
   }
   LOG_D << "Try to generate new guid...";
   if (ProtectValueAlreadyExist()) return kNoId;
-  // Before the id is made: one that fails half-way must not be made anew at every start.
+  // Before the id is made: one that fails half-way must not be made again at every start.
   WriteProtectValue();
   id = NewGuid();
   FileSystem::WriteFile(path, id);

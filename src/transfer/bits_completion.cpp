@@ -31,7 +31,8 @@ EndedJob EndOpenedJob(IBackgroundCopyJob& job, HRESULT* fault) {
   }
   const bool transferred = state == JobState::kTransferred;
   if (transferred && !IsLogged(job.Complete(), fault)) return {JobEnd::kCompleted, true};
-  // Where another host has the file open, the job would stay, and its id is known to no one any more.
+  // Where another host has the file open, the job would stay, and its id is known to no one any
+  // more.
   if (!IsLogged(job.Cancel(), fault)) return {JobEnd::kCancelled, transferred};
   // Both are refused when another process was faster.
   return {IsEnded(StateOf(job)) ? JobEnd::kGone : JobEnd::kAlive};

@@ -22,7 +22,7 @@ enum class JobState {
   kCancelled = 8,
 };
 
-/// The state's name for the log, "unknown state" for a number that is none.
+/// The state's name for the log, "unknown state" for any other number.
 const char* JobStateName(JobState state);
 
 /// Whether it still waits for data, or for somebody to resume it.
@@ -44,15 +44,15 @@ constexpr bool IsEnded(JobState state) {
 enum class JobPurpose {
   kHostFeed,  ///< the feed of a host, which comes back for it; no program is started
   kCheck,     ///< a feed for the executor
-  kReport,    ///< a block of statistics; nobody reads the answer
+  kReport,    ///< a block of statistics; no program reads the answer
 };
 
 /// How many jobs that start the executor may be on their way, checks and reports together.
 inline constexpr std::size_t kMaxOwnJobs = 20;
 /// The last place of these is kept for a check.
 inline constexpr std::size_t kMaxReports = kMaxOwnJobs - 1;
-/// How many of the 60 jobs that the service grants a user are ours at most, whatever they are for and
-/// whatever became of them.
+/// How many of the 60 jobs that the service grants a user are ours at most, whatever they are for
+/// and whatever became of them.
 inline constexpr std::size_t kMaxJobsOfAllKinds = 40;
 
 /// How many bytes a job may transfer.
@@ -60,8 +60,8 @@ constexpr std::uint64_t MaxBytesOf(JobPurpose purpose) {
   return purpose == JobPurpose::kReport ? kMaxAnswerBytes : kMaxFeedBytes;
 }
 
-/// Whether a job has transferred more than it may, so that it is to be ended. A service that knows the
-/// limit ends it itself; for the others those who look at the job do.
+/// Whether a job has transferred more than it may, so that it is to be ended. A service that knows
+/// the limit ends it itself; for the others those who look at the job do.
 constexpr bool IsTooLarge(JobPurpose purpose, std::uint64_t bytesTransferred) {
   return bytesTransferred > MaxBytesOf(purpose);
 }
@@ -78,10 +78,10 @@ struct JobFacts {
   std::uint64_t bytesTransferred = 0;  ///< so far
 };
 
-/// Whether nobody will come for a job any more, so that it may be ended to make room: one without a
-/// notify program after a day, whatever its state, for hosts do not live that long; another one that has
-/// ended or was never started after 30 days: until then its program may come back and act on it. A time
-/// as far in the future counts as long ago: the clock was set back.
+/// Whether no program will come for a job any more, so that it may be ended to make room: one
+/// without a notify program after a day, whatever its state, for hosts do not live that long;
+/// another one that has ended or was never started after 30 days: until then its program may come
+/// back and act on it. A time as far in the future counts as long ago: the clock was set back.
 /// @param now  seconds since 1970-01-01 UTC
 bool IsAbandoned(const JobFacts& job, std::uint64_t now);
 

@@ -138,7 +138,7 @@ class Census {
       if (!IsAbandoned(*facts, now_)) return false;
       GUID id = {};
       hrcheck() = job->GetId(&id);
-      WorkLine(__LINE__) << "A job that nobody ends is ended:" << GuidText(id);
+      WorkLine(__LINE__) << "Ending abandoned job:" << GuidText(id);
       hrcheck() = job->Cancel();
       return true;
     } catch (const _com_error&) {

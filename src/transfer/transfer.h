@@ -1,5 +1,6 @@
-// What the rest of the library and the executor ask of the transfer service. Each function enters COM on the calling
-// thread and leaves it again; none waits for a transfer. A failing call is in the log.
+// What the rest of the library and the executor ask of the transfer service. Each function enters
+// COM on the calling thread and leaves it again; none waits for a transfer. A failing call is in
+// the log.
 #ifndef KUPDATE_TRANSFER_TRANSFER_H_
 #define KUPDATE_TRANSFER_TRANSFER_H_
 
@@ -26,9 +27,10 @@ struct JobOrder {
   std::wstring arguments = {};       ///< its arguments; the job's id is added
 };
 
-/// Creates, configures and starts a job. Ends jobs of ours that no program will end any more.
-/// @return the job's id, with braces; empty, and logged, when the service cannot be reached, as from a
-///         process of low integrity, and when there are as many jobs of ours as there may be.
+/// Creates, configures and starts a job. Ends abandoned jobs of ours.
+/// @return the job's id, with braces; empty, and logged, when the service cannot be reached, as
+///         from a process of low integrity, and when there are as many jobs of ours as there may
+///         be.
 /// Throws TransferError.
 std::string StartJob(JobOrder order);
 
@@ -41,8 +43,8 @@ struct JobProgress {
 /// @param jobId  with braces
 JobProgress AskJob(const std::string& jobId);
 
-/// Completes a job that has transferred, which hands its file over; cancels any other one, and one whose
-/// file cannot be handed over. Throws TransferError when the job is gone or the file is lost.
+/// Completes a job that has transferred, which hands its file over; cancels any other one, and one
+/// whose file cannot be handed over. Throws TransferError when the job is gone or the file is lost.
 void FinishJob(const std::string& jobId);
 
 enum class JobEnd {

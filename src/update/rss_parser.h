@@ -43,8 +43,8 @@ struct Candidate {
   }
 };
 
-/// Which lines are written about the items of one feed, which can have a million of them: of each kind
-/// the first of an item, and of all of them no more than kMaxLines.
+/// Which lines are written about the items of one feed, which can have a million of them: of each
+/// kind the first of an item, and of all of them no more than kMaxLines.
 class ItemLog {
  public:
   enum Line : unsigned {

@@ -1,4 +1,5 @@
-// The system and its user: what the log's banner says of them, rights, error texts, the last error, new GUIDs.
+// The system and its user: what the log's banner says of them, rights, error texts, the last error,
+// new GUIDs.
 #ifndef KUPDATE_UTIL_SYSTEM_H_
 #define KUPDATE_UTIL_SYSTEM_H_
 
@@ -13,12 +14,12 @@ bool IsVistaOrLater();
 bool IsElevated();
 /// Whether user account control is on.
 bool IsUacEnabled();
-/// Whether this process has rights that other programs of its user lack: elevated, with user account
-/// control on.
+/// Whether this process has rights that other programs of its user lack: elevated, with user
+/// account control on.
 bool IsElevatedUnderUac();
 /// Whether programs without this process's elevation could change the file at `path` or put another
-/// one in its place: they may write to the file, to its folder or to one above, or one of these is a
-/// link. In doubt they can.
+/// one in its place: they may write to the file, to its folder or to one above, or one of these is
+/// a link. In doubt they can.
 /// @param path  full path of a file
 bool CanOthersReplace(const std::wstring& path);
 /// The file version from the version resource, "1.2.3.4"; empty when it has none.

@@ -29,7 +29,7 @@ UniqueHandle::~UniqueHandle() {
 
 // A lock file: like a mutex it is shared by processes and freed when its owner dies.
 Mutex::Mutex(std::wstring name) : name_(std::move(name)) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment stays while threads run
   const char* const home = std::getenv("KUPDATE_HOME");
   const std::string path = std::string(home ? home : "/tmp") + "/" + NarrowUtf8(name_) + ".lock";
   const int descriptor =

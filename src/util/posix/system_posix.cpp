@@ -1,4 +1,5 @@
-// The user and new GUIDs on other systems, for tests: what the environment says, and random numbers.
+// The user and new GUIDs on other systems, for tests: what the environment says, and random
+// numbers.
 #include "util/system.h"
 
 #include <cerrno>
@@ -25,5 +26,5 @@ std::string NewGuidText() {
 
 bool IsVistaOrLater() { return true; }
 
-// NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
+// NOLINTNEXTLINE(concurrency-mt-unsafe): the environment stays while threads run
 bool JustUtil::CheckPMIE8() { return std::getenv("KUPDATE_PROTECTED_MODE") != nullptr; }

@@ -56,8 +56,8 @@ std::wstring FindLowFolder() {
   return path;
 }
 
-// Folders do not change while the process lives; every operation asks for some, and the system looks into
-// its registry each time.
+// Folders do not change while the process lives; every operation asks for some, and the system
+// looks into its registry each time.
 struct KnownFolders {
   CriticalSection guard;
   std::wstring low;
