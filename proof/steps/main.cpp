@@ -1,15 +1,15 @@
 // Hinders every operation of the library's stores in every way of a mode, and judges what is left.
-// Usage: steps LOG MODE [BLOCKS]
-//   LOG     a file outside of the user's data
-//   MODE    stop      the process ends before its n-th file operation, for every n
-//           fail      the n-th file operation fails, for every n; fail-all: with every code
-//           full      the small file system of the user's data has k free blocks, from 0 to BLOCKS,
-//                     with and without a free file
-//           denied    files and folders may not be written; not for root, who may all the same
-//           held      another program has a state file open
-// "stop" and "fail" are of the native build, "held" is of Windows. The data folders of the user are
-// emptied: for a private prefix or home only. Prints a row of a table; exit code 0 when the promise
-// held.
+// Usage: steps FOLDER LOG MODE [MOST]
+//   FOLDER  of the user's data; what it holds below "Krelix" is lost
+//   LOG     a file elsewhere
+//   MODE    stop    the process ends before its n-th file operation, for every n (native)
+//           fail    the n-th file operation fails, for every n, with MOST codes (native)
+//           full    the small file system of FOLDER has k free blocks, from 0 to MOST, with and
+//                   without a free file
+//           denied  files and folders may not be written; not for root, who may all the same
+//           held    another program has a state file open (Windows)
+// Prints the columns tried, found and held of a table; exit code 0 when nothing was lost.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -20,59 +20,34 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
-struct Mode {
-  const char* name;
-  const char* promise;
-  int exitCode = 0;
-  bool leavesSiblings = false;
-};
-
-constexpr Mode kModes[] = {
-    {"stop", "A process killed before any of its file operations loses nothing", kStopped, true},
-    {"fail", "A file operation that fails loses nothing and is logged", 0, true},
-    {"fail-all", "A file operation that fails loses nothing and is logged", 0, true},
-    {"full", "A full disk costs nothing that was stored"},
-    {"denied", "A missing right to write costs nothing that was stored"},
-    {"held", "A file that another program has open costs nothing that was stored"}};
-
-const Mode& ModeNamed(const std::string& name) {
-  for (const Mode& mode : kModes) {
-    if (mode.name == name) return mode;
-  }
-  throw std::runtime_error("no such mode: " + name);
-}
-
-fs::path Filler() { return StateFolders()[0].parent_path() / "filler"; }
-
 // Writes blocks until there are so many or the disk is full. Returns how many there are.
-unsigned WriteBlocks(const fs::path& path, unsigned most) {
+int WriteBlocks(const fs::path& path, int most) {
   std::ofstream file(path, std::ios::binary);
-  unsigned blocks = 0;
+  int blocks = 0;
   while (blocks < most && (file << std::string(4096, 'f')).flush()) ++blocks;
   return blocks;
 }
 
 // Takes the free room of the file system but for so many blocks, and its free files on demand.
-void Fill(unsigned freeBlocks, bool takesFiles) {
-  constexpr unsigned kMany = 2048;
-  fs::create_directories(Filler());
-  const unsigned reserved = WriteBlocks(Filler() / "reserve", freeBlocks);
-  if (reserved != freeBlocks || WriteBlocks(Filler() / "bytes", kMany) == kMany) {
+void Fill(const fs::path& folder, int freeBlocks, bool takesFiles) {
+  constexpr int kMany = 2048;
+  fs::create_directory(folder);
+  const int reserved = WriteBlocks(folder / "reserve", freeBlocks);
+  if (reserved != freeBlocks || WriteBlocks(folder / "bytes", kMany) == kMany) {
     throw std::runtime_error("the user's data is not on a small file system");
   }
-  fs::remove(Filler() / "reserve");
-  for (int i = 0; takesFiles && std::ofstream(Filler() / std::to_string(i)); ++i) {
+  fs::remove(folder / "reserve");
+  for (int i = 0; takesFiles && std::ofstream(folder / std::to_string(i)); ++i) {
   }
 }
 
-std::vector<Hindrance> FullDisks(unsigned mostBlocks) {
+std::vector<Hindrance> FullDisks(int mostBlocks) {
+  const fs::path filler = userFolder / "filler";
   std::vector<Hindrance> all;
-  for (unsigned blocks = 0; blocks <= mostBlocks; ++blocks) {
+  for (int blocks = 0; blocks <= mostBlocks; ++blocks) {
     for (const bool takesFiles : {false, true}) {
       all.push_back({std::to_string(blocks) + " blocks free" + (takesFiles ? ", no file" : ""),
-                     [=] { Fill(blocks, takesFiles); }, [] { fs::remove_all(Filler()); }});
+                     [=] { Fill(filler, blocks, takesFiles); }, [=] { fs::remove_all(filler); }});
     }
   }
   return all;
@@ -87,7 +62,7 @@ std::vector<Passage> Live() {
     ClearLog();
     Run(operation);
     passage.after = ReadState();
-    passage.errors = ErrorsInLog();
+    passage.errors = ReadLog().errors;
     passages.push_back(std::move(passage));
   }
   return passages;
@@ -95,7 +70,7 @@ std::vector<Passage> Live() {
 
 using Counts = std::map<std::string, int>;
 
-std::string Try(const Mode& mode, const Passage& passage, const Hindrance& hindrance,
+std::string Try(const std::string& mode, const Passage& passage, const Hindrance& hindrance,
                 Counts* found) {
   WriteState(passage.before);
   ClearLog();
@@ -103,39 +78,38 @@ std::string Try(const Mode& mode, const Passage& passage, const Hindrance& hindr
   const int code = RunApart(passage.operation);
   hindrance.end();
   int siblings = 0;
-  const Files left = ReadState(&siblings);
-  const Progress progress = ProgressOf(passage, left);
-  ++(*found)[progress == Progress::kDone     ? "done"
-             : progress == Progress::kUndone ? "left as before"
-                                             : "in between"];
-  if (IsInTwoFiles(left)) ++(*found)["with a block in two files"];
-  if (code != mode.exitCode) return "the process ended with " + std::to_string(code);
-  if (siblings != 0 && !mode.leavesSiblings) return "a sibling is left";
-  const std::string fault = FaultOfFiles(passage, left, code == 0);
-  return fault.empty() ? FaultOfNextCalls(passage, left, code == 0) : fault;
+  const std::set<std::string> errors = ReadLog().errors;
+  const Outcome outcome{
+      ReadState(&siblings), code == 0,
+      !std::includes(passage.errors.begin(), passage.errors.end(), errors.begin(), errors.end())};
+  ++(*found)[ProgressOf(passage, outcome.left)];
+  if (IsInTwoFiles(outcome.left)) ++(*found)["with a block in two files"];
+  if (code != (mode == "stop" ? kStopped : 0)) return "exit code " + std::to_string(code);
+  if (siblings != 0 && mode != "stop" && mode != "fail") return "a sibling is left";
+  const std::string fault = FaultOfFiles(passage, outcome);
+  return fault.empty() ? FaultOfNextCalls(passage, outcome) : fault;
 }
 
-bool Prove(const Mode& mode, unsigned mostBlocks) {
-  const std::vector<Passage> passages = Live();
+bool Prove(const std::string& mode, int most) {
   Counts found;
   int tried = 0;
   int faults = 0;
+  const std::vector<Passage> passages = Live();
   for (const Passage& passage : passages) {
-    const bool isFull = mode.name == std::string("full");
+    const bool isFull = mode == "full";
     for (const Hindrance& hindrance :
-         isFull ? FullDisks(mostBlocks) : HindrancesOf(mode.name, passage)) {
+         isFull ? FullDisks(most) : HindrancesOf(mode, most, passage)) {
       ++tried;
       const std::string fault = Try(mode, passage, hindrance, &found);
       if (fault.empty()) continue;
       ++faults;
-      std::fprintf(stderr, "  FAULT  %s, %s: %s\n", passage.operation.name, hindrance.label.c_str(),
-                   fault.c_str());
+      std::fprintf(stderr, "  FAULT  %s, %s: %s\n", passage.operation.verb.name,
+                   hindrance.label.c_str(), fault.c_str());
     }
   }
   // Where all is done nothing was hindered.
-  const bool held = faults == 0 && found["done"] < tried;
-  std::printf("| %s%s | %d tries, %zu operations | %d faults", kSystem, mode.promise, tried,
-              passages.size(), faults);
+  const bool held = faults == 0 && found[kDone] < tried;
+  std::printf("%d tries, %zu operations | %d faults", tried, passages.size(), faults);
   for (const auto& [what, count] : found) std::printf("; %d %s", count, what.c_str());
   std::printf(" | %s |\n", held ? "yes" : "no");
   return held;
@@ -144,14 +118,13 @@ bool Prove(const Mode& mode, unsigned mostBlocks) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  const bool isPrivate = std::getenv("KUPDATE_HOME") || std::getenv("KUPDATE_TEST_PREFIX");
-  if (count < 3 || !isPrivate) return 2;
+  if (count < 4) return 2;
   try {
-    StartLog(arguments[1]);
-    const unsigned mostBlocks = count > 3 ? static_cast<unsigned>(std::atoi(arguments[3])) : 0;
-    return Prove(ModeNamed(arguments[2]), mostBlocks) ? 0 : 1;
+    userFolder = arguments[1];
+    StartLog(arguments[2]);
+    return Prove(arguments[3], count > 4 ? std::atoi(arguments[4]) : 0) ? 0 : 1;
   } catch (const std::exception& error) {
-    std::printf("| %s%s | %s | not tried | no |\n", kSystem, arguments[2], error.what());
+    std::printf("%s | not tried | no |\n", error.what());
     return 1;
   }
 }

@@ -15,17 +15,19 @@ struct Host {
   explicit Host(const std::string& id)
       : app(id), lock(StatisticsMutexName(id)), record(id), statistics(id, &lock) {}
 
-  void NoteSent(const PingBlock& block) const { Note(kSentNote + app + '\t' + block.url); }
-  // Sends until the `refused`th block is refused.
-  void Send(int refused) {
-    TStatCtrl::SendStat(record, &lock, kNow, [&](const std::string&, const PingBlock& block) {
+  std::string Token(const std::string& name) const { return '[' + app + ": " + name + ']'; }
+  // Sends blocks until the `refused`th is refused. Returns their ids.
+  std::vector<int> Send(std::uint64_t now, int refused) {
+    std::vector<int> ids;
+    TStatCtrl::SendStat(record, &lock, now, [&](const std::string&, const PingBlock& block) {
       if (--refused == 0) return false;
-      NoteSent(block);
+      NoteSent(block.url);
+      ids.push_back(block.id);
       return true;
     });
+    return ids;
   }
 
-  static constexpr std::uint64_t kNow = 1'800'000'000;
   const std::string app;
   Mutex lock;
   TAppInfo2 record;
@@ -34,90 +36,11 @@ struct Host {
 
 namespace {
 
-using enum Operation::Kind;
+using enum Kind;
+using Text = const std::string&;
 
-std::vector<Operation> WriteRecord() {
-  return {
-      {"first value", kOneStep, [](Host& h) { h.record.Write("ReportUrl", "http://h/report"); }},
-      {"longer value", kOneStep, [](Host& h) { h.record.Write("Locale", std::string(6000, 'l')); }},
-      {"shorter value", kOneStep, [](Host& h) { h.record.Write("Locale", "en"); }}};
-}
-
-std::vector<Operation> ChangeRecord() {
-  const auto readValues = [](Host& h) {
-    h.record.Read("Locale");
-    h.record.ShouldCheck(Host::kNow);
-  };
-  const auto makeUserId = [](Host&) {
-    // Of a user for whom none was made yet.
-    JustUtil::RemoveValue(L"Software\\AppDataLow\\Krelix", TUuid::ProtectValueName());
-    TUuid::ReadUniqUserId();
-  };
-  return {{"version", kRepeatable, [](Host& h) { h.record.SetVersion(1, 0, 0, 0); }},
-          {"remove value", kOneStep, [](Host& h) { h.record.RemoveValue("Locale"); }},
-          {"read values", kOneStep, readValues},
-          {"user id", kOneStep, makeUserId}};
-}
-
-Operation State(AppState state) {
-  return {"state", kOneStep, [state](Host& h) { h.statistics.AddState(state); }};
-}
-
-// Two of them fill a block, and a few a page of the disk.
-Operation Parameter(const char* token) {
-  return {"parameter", kOneStep, [token](Host& h) {
-            h.statistics.AddOptionalParam('[' + std::string(token) + ']' + std::string(700, 'x'));
-          }};
-}
-
-Operation Unique(const char* text) {
-  return {"unique parameter", kOneStep, [text](Host& h) { h.statistics.SetUniqueParam(text); }};
-}
-
-Operation Cut() {
-  return {"cut a block", kMoves, [](Host& h) {
-            const auto block = h.statistics.GetPingUrl("http://h/?os=win");
-            if (block) h.NoteSent(*block);
-          }};
-}
-
-Operation TakeBack(int block) {
-  return {"take a block back", kTakesBack, [block](Host& h) { h.statistics.Rollback(block); }};
-}
-
-Operation Confirm(int block) {
-  return {"confirm a block", kRepeatable,
-          [block](Host& h) { ConfirmBlock(h.app, block, &h.lock); }};
-}
-
-std::vector<Operation> ChangeStatistics() {
-  const auto readStatistics = [](Host& h) {
-    h.statistics.LastState();
-    h.statistics.LastParam();
-    h.statistics.GetUniqueParam("n");
-  };
-  return {State(AppState::kInstall),
-          Parameter("p1"),
-          Parameter("p2"),
-          Parameter("p3"),
-          Unique("n=[u1]"),
-          {"action", kOneStep, [](Host& h) { h.statistics.AddAction("[a1]"); }},
-          {"read statistics", kOneStep, readStatistics},
-          Cut(),
-          TakeBack(0),
-          Cut(),
-          Confirm(0),
-          State(AppState::kUninstall),
-          Unique("n=[u2]"),
-          Parameter("p4"),
-          Parameter("p5"),
-          {"send, the second block refused", kMoves, [](Host& h) { h.Send(2); }},
-          Parameter("p6"),
-          Parameter("p7"),
-          {"send all", kMoves, [](Host& h) { h.Send(0); }},
-          Confirm(0),
-          TakeBack(1)};
-}
+constexpr std::uint64_t kNow = 1'800'000'000;
+constexpr std::uint64_t kLater = 1'900'000'000;
 
 std::string FeedPath() {
   return NarrowUtf8(GetUpdaterLocalFolder("app", CreateFolder::kYes)) + "version.rss";
@@ -131,70 +54,115 @@ std::string Feed(const std::string& version) {
          "</version:distsize><link>http://h/</link></item></channel></rss>";
 }
 
-Operation Receive(const char* version) {
-  return {"receive a feed", kOneStep,
-          [version](Host&) { FileSystem::WriteFile(FeedPath(), Feed(version)); }};
-}
+constexpr Verb kAddress{"first value", kOneStep,
+                        [](Host& h, Text) { h.record.Write("ReportUrl", "http://h/report"); }};
+constexpr Verb kLocale{"value", kOneStep,
+                       [](Host& h, Text text) { h.record.Write("Locale", text); }};
+constexpr Verb kNoLocale{"remove value", kOneStep,
+                         [](Host& h, Text) { h.record.RemoveValue("Locale"); }};
+constexpr Verb kVersion{"version", kRepeatable,
+                        [](Host& h, Text) { h.record.SetVersion(1, 0, 0, 0); }};
+constexpr Verb kReadRecord{"read values", kOneStep, [](Host& h, Text) {
+                             h.record.Read("Locale");
+                             h.record.ShouldCheck(kNow);
+                           }};
+constexpr Verb kUserId{"user id", kOneStep, [](Host&, Text) {
+                         // Of a user for whom none was made yet.
+                         JustUtil::RemoveValue(L"Software\\AppDataLow\\Krelix",
+                                               TUuid::ProtectValueName());
+                         TUuid::ReadUniqUserId();
+                       }};
 
-Operation Judge() {
-  return {"judge the feed", kRepeatable,
-          [](Host& h) { TUpdInfo(h.app).Evaluate(h.record, LoadFeed(FeedPath()), Host::kNow); }};
-}
+constexpr Verb kInstall{"install", kOneStep,
+                        [](Host& h, Text) { h.statistics.AddState(AppState::kInstall); }};
+constexpr Verb kUninstall{"uninstall", kOneStep,
+                          [](Host& h, Text) { h.statistics.AddState(AppState::kUninstall); }};
+// Two of them fill a block, and a few a page of the disk.
+constexpr Verb kParameter{"parameter", kOneStep, [](Host& h, Text text) {
+                            h.statistics.AddOptionalParam(h.Token(text) + std::string(700, 'x'));
+                          }};
+constexpr Verb kUnique{"unique parameter", kOneStep, [](Host& h, Text text) {
+                         h.statistics.SetUniqueParam("n=" + h.Token(text));
+                       }};
+constexpr Verb kAction{"action", kOneStep,
+                       [](Host& h, Text text) { h.statistics.AddAction(h.Token(text)); }};
+constexpr Verb kReadStatistics{"read statistics", kOneStep, [](Host& h, Text) {
+                                 h.statistics.LastState();
+                                 h.statistics.LastParam();
+                                 h.statistics.GetUniqueParam("n");
+                               }};
+constexpr Verb kCut{"cut a block", kMoves, [](Host& h, Text) {
+                      if (const auto block = h.statistics.GetPingUrl("http://h/?os=win"))
+                        NoteSent(block->url);
+                    }};
+constexpr Verb kTakeBack{"take a block back", kTakesBack,
+                         [](Host& h, Text id) { h.statistics.Rollback(std::stoi(id)); }};
+constexpr Verb kConfirm{"confirm a block", kRepeatable,
+                        [](Host& h, Text id) { ConfirmBlock(h.app, std::stoi(id), &h.lock); }};
+constexpr Verb kSend{"send", kMoves,
+                     [](Host& h, Text refused) { h.Send(kNow, std::stoi(refused)); }};
 
-std::vector<Operation> FindUpdates() {
-  return {Receive("2.0.0.0"),
-          Judge(),
-          {"delete the feed", kQuiet, [](Host&) { FileSystem::DeleteFile(FeedPath()); }},
-          Receive("10.20.30.40"),
-          Judge()};
-}
+constexpr Verb kReceive{"receive a feed", kOneStep, [](Host&, Text version) {
+                          FileSystem::WriteFile(FeedPath(), Feed(version));
+                        }};
+constexpr Verb kJudge{"judge the feed", kRepeatable, [](Host& h, Text) {
+                        TUpdInfo(h.app).Evaluate(h.record, LoadFeed(FeedPath()), kNow);
+                      }};
+constexpr Verb kForget{"delete the feed", kQuiet,
+                       [](Host&, Text) { FileSystem::DeleteFile(FeedPath()); }};
 
 }  // namespace
 
 std::vector<Operation> Operations() {
+  const std::vector<Operation> firstValues = {
+      {kAddress}, {kLocale, std::string(6000, 'l')}, {kLocale, "en"}};
+  const std::vector<Operation> moreValues = {{kVersion}, {kNoLocale}, {kReadRecord}, {kUserId}};
+  const std::vector<Operation> statistics = {{kInstall},         {kParameter, "p1"},
+                                             {kParameter, "p2"}, {kParameter, "p3"},
+                                             {kUnique, "u1"},    {kAction, "a1"},
+                                             {kReadStatistics},  {kCut},
+                                             {kTakeBack, "0"},   {kCut},
+                                             {kConfirm, "0"},    {kUninstall},
+                                             {kUnique, "u2"},    {kParameter, "p4"},
+                                             {kParameter, "p5"}, {kSend, "2"},
+                                             {kParameter, "p6"}, {kParameter, "p7"},
+                                             {kSend, "0"},       {kConfirm, "0"},
+                                             {kTakeBack, "1"}};
+  const std::vector<Operation> updates = {
+      {kReceive, "2.0.0.0"}, {kJudge}, {kForget}, {kReceive, "10.20.30.40"}, {kJudge}};
   std::vector<Operation> all;
-  const auto add = [&](std::vector<Operation> (*make)(), const char* app) {
-    for (Operation& operation : make()) {
-      operation.app = app;
-      all.push_back(std::move(operation));
-    }
+  const auto add = [&](const std::vector<Operation>& part, const std::string& app) {
+    for (const Operation& each : part) all.push_back({each.verb, each.text, app});
   };
-  for (const char* app : kApplications) add(WriteRecord, app);
-  add(ChangeRecord, "app");
-  for (const char* app : kApplications) add(ChangeStatistics, app);
-  add(FindUpdates, "app");
+  for (const std::string& app : kApplications) add(firstValues, app);
+  add(moreValues, "app");
+  for (const std::string& app : kApplications) add(statistics, app);
+  add(updates, "app");
   return all;
 }
 
 void Run(const Operation& operation) {
   Host host(operation.app);
   try {
-    operation.work(host);
+    operation.verb.work(host, operation.text);
   } catch (const std::exception&) {
     // The refusal of a feed that cannot be read.
   }
 }
 
-std::string FaultOfGoingOn(const std::string& app) {
-  constexpr std::uint64_t kLater = 1'900'000'000;
-  constexpr int kMostReports = 20;
+std::string FaultOfStores(const std::string& app) {
   Host host(app);
   host.record.Write("ReportUrl", "http://h/report");
   host.record.Write("Probe", "1");
-  if (host.record.Read("Probe") != "1") return "a value does not come back: " + app;
-  host.statistics.AddOptionalParam("[probe]");
-  if (host.statistics.LastParam() != "[probe]") return "a parameter does not come back: " + app;
-  std::vector<int> blocks;
-  const auto send = [&](const std::string&, const PingBlock& block) {
-    host.NoteSent(block);
-    blocks.push_back(block.id);
-    return true;
-  };
-  // A block needs a state, and each report adds one.
-  for (int reports = 0; reports == 0 || (reports < kMostReports && IsWaiting(app)); ++reports) {
-    TStatCtrl::SendStat(host.record, &host.lock, kLater, send);
-  }
-  for (const int block : blocks) {
+  host.statistics.AddOptionalParam(host.Token("probe"));
+  const bool areBack =
+      host.record.Read("Probe") == "1" && host.statistics.LastParam() == host.Token("probe");
+  return areBack ? "" : "values do not come back: " + app;
+}
+
+std::string FaultOfReport(const std::string& app) {
+  Host host(app);
+  for (const int block : host.Send(kLater, 0)) {
     if (!ConfirmBlock(app, block, &host.lock)) return "a block cannot be confirmed: " + app;
   }
   return {};

@@ -1,54 +1,38 @@
-#include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <system_error>
 
 #include "proof/steps/steps.h"
 #include "util/diag_log.h"
-#include "util/folders.h"
-#include "util/text.h"
+
+fs::path userFolder;
 
 namespace {
 
-namespace fs = std::filesystem;
-
+constexpr std::size_t kTimeChars = 8;
 fs::path logFile;
-
-fs::path ToPath(std::string text) {
-#ifndef _WIN32
-  std::replace(text.begin(), text.end(), '\\', '/');
-#endif
-  while (text.ends_with('/') || text.ends_with('\\')) text.pop_back();
-  return std::u8string(text.begin(), text.end());
-}
-
-std::string BytesOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
+constexpr std::string_view kSent = "--- sent ";
 
 }  // namespace
 
-const std::vector<fs::path>& StateFolders() {
-  static const std::vector<fs::path> folders = {
-      ToPath(GetUpdaterDataPath({})), ToPath(GetMakerFolder()),
-      ToPath(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kYes)))};
-  return folders;
+std::vector<fs::path> StateFolders() {
+  return {userFolder / "Local/Krelix", userFolder / "LocalLow/Krelix",
+          userFolder / "Roaming/Krelix"};
 }
 
 Files ReadState(int* siblings) {
   Files files;
   for (const fs::path& folder : StateFolders()) {
-    std::error_code missing;
-    if (fs::exists(folder)) files[folder / ""];
-    for (const auto& entry : fs::recursive_directory_iterator(folder, missing)) {
+    if (!fs::exists(folder)) continue;
+    files[folder / ""];
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
       const fs::path extension = entry.path().extension();
       if (entry.is_directory()) {
         files[entry.path() / ""];
       } else if (extension == ".new") {
         if (siblings) ++*siblings;
-      } else if (extension != ".bak" && extension != ".log") {
-        files[entry.path()] = BytesOf(entry.path());
+      } else if (extension != ".bak") {
+        std::ifstream file(entry.path(), std::ios::binary);
+        files[entry.path()].assign(std::istreambuf_iterator<char>(file), {});
       }
     }
   }
@@ -56,8 +40,7 @@ Files ReadState(int* siblings) {
 }
 
 void WriteState(const Files& files) {
-  std::error_code missing;
-  for (const fs::path& folder : StateFolders()) fs::remove_all(folder, missing);
+  for (const fs::path& folder : StateFolders()) fs::remove_all(folder);
   for (const auto& [path, bytes] : files) {
     fs::create_directories(path.parent_path());
     if (path.has_filename()) std::ofstream(path, std::ios::binary) << bytes;
@@ -71,11 +54,16 @@ void StartLog(const fs::path& file) {
 
 void ClearLog() { std::ofstream(logFile, std::ios::trunc); }
 
-void Note(const std::string& line) { std::ofstream(logFile, std::ios::app) << line + '\n'; }
+void NoteSent(const std::string& address) {
+  std::ofstream(logFile, std::ios::app) << kSent << address << '\n';
+}
 
-std::vector<std::string> LogLines() {
+Log ReadLog() {
+  Log log;
   std::ifstream file(logFile);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) lines.push_back(line);
-  return lines;
+  for (std::string line; std::getline(file, line);) {
+    if (line.find(" E:") == kTimeChars) log.errors.insert(line.substr(kTimeChars));
+    if (line.starts_with(kSent)) log.sent += line;
+  }
+  return log;
 }

@@ -6,11 +6,7 @@
 
 #include "proof/steps/steps.h"
 
-const char kSystem[] = "Windows: ";
-
 namespace {
-
-namespace fs = std::filesystem;
 
 // The files that an operation changes; they are hindered one at a time.
 std::vector<fs::path> FilesOf(const Passage& passage) {
@@ -27,14 +23,15 @@ void Check(bool isHindered) {
   if (!isHindered) throw std::runtime_error("a file cannot be hindered");
 }
 
-Hindrance Held(const fs::path& path, const char* label, DWORD share) {
+Hindrance Held(const fs::path& path, DWORD share) {
   static UniqueFile holder;
   const auto hold = [=] {
     holder = UniqueFile(::CreateFileW(path.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
     Check(static_cast<bool>(holder));
   };
-  return {path.string() + " held, shared for " + label, hold, [] { holder.reset(); }};
+  return {path.string() + " held with share mode " + std::to_string(share), hold,
+          [] { holder.reset(); }};
 }
 
 // Gives the rights to the file or folder, "FA": all, "FRFX": all but writing.
@@ -49,37 +46,30 @@ void Allow(const fs::path& path, const std::wstring& rights) {
 }
 
 Hindrance ReadOnly(const fs::path& path) {
-  return {path.string() + " read-only",
-          [=] { ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY); },
-          [=] { ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL); }};
+  const auto set = [path](DWORD attributes) { ::SetFileAttributesW(path.c_str(), attributes); };
+  return {path.string() + " read-only", [=] { set(FILE_ATTRIBUTE_READONLY); },
+          [=] { set(FILE_ATTRIBUTE_NORMAL); }};
 }
 
-// The folder is the last to be denied and the first to be allowed: it is the way to the file.
-Hindrance Denied(const fs::path& path, bool withFile) {
-  const fs::path folder = path.parent_path();
-  return {"folder of " + path.string() + (withFile ? " and itself denied" : " denied"),
-          [=] {
-            if (withFile) Allow(path, L"FRFX");
-            Allow(folder, L"FRFX");
-          },
-          [=] {
-            Allow(folder, L"FA");
-            if (withFile) Allow(path, L"FA");
-          }};
+Hindrance Denied(const std::vector<fs::path>& paths) {
+  const auto allow = [paths](const wchar_t* rights) {
+    for (const fs::path& path : paths) Allow(path, rights);
+  };
+  return {paths.front().string() + " denied", [=] { allow(L"FRFX"); }, [=] { allow(L"FA"); }};
 }
 
 }  // namespace
 
-std::vector<Hindrance> HindrancesOf(const std::string& mode, const Passage& passage) {
+std::vector<Hindrance> HindrancesOf(const std::string& mode, int, const Passage& passage) {
   std::vector<Hindrance> all;
   for (const fs::path& path : FilesOf(passage)) {
-    if (mode == "denied") {
-      all.insert(all.end(), {ReadOnly(path), Denied(path, false), Denied(path, true)});
-    } else if (mode == "held") {
-      all.insert(all.end(),
-                 {Held(path, "nothing", 0), Held(path, "reading", FILE_SHARE_READ),
-                  Held(path, "reading and deleting", FILE_SHARE_READ | FILE_SHARE_DELETE),
-                  Held(path, "reading and writing", FILE_SHARE_READ | FILE_SHARE_WRITE)});
+    const fs::path folder = path.parent_path();
+    if (mode == "denied")
+      all.insert(all.end(), {ReadOnly(path), Denied({folder}), Denied({folder, path})});
+    if (mode != "held") continue;
+    for (const DWORD share : {0, FILE_SHARE_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE}) {
+      all.push_back(Held(path, share));
     }
   }
   return all;
