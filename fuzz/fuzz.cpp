@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <new>
+#include <stdexcept>
 
 #include "util/diag_log.h"
 #include "util/folders.h"
@@ -74,6 +75,20 @@ void Check(bool holds, const char* property) {
   if (holds) return;
   std::fprintf(stderr, "property broken: %s\n", property);
   std::abort();
+}
+
+bool IsTaken(std::string_view message, const std::function<void()>& read) {
+  std::string thrown;
+  try {
+    read();
+    return true;
+  } catch (const std::invalid_argument& error) {
+    thrown = error.what();
+  } catch (const char* text) {
+    thrown = text;
+  }
+  Check(thrown.starts_with(message), "the message is the known one");
+  return false;
 }
 
 std::string AppFile(std::string_view name) {

@@ -17,6 +17,9 @@ extern const std::map<std::string, FuzzTarget> kFuzzTargets;
 /// Ends the process, with the property's name on stderr, unless it holds.
 void Check(bool holds, const char* property);
 
+/// Whether `read` takes its input. It may throw a refusal that begins with the message.
+bool IsTaken(std::string_view message, const std::function<void()>& read);
+
 /// The files of the process: path, as the code under test names it, to bytes. They are all there
 /// is: nothing reaches the disk.
 std::map<std::string, std::string>& Files();

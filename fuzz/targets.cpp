@@ -1,6 +1,5 @@
 // What must hold for any input, by what reads it.
 #include <algorithm>
-#include <stdexcept>
 
 #include "controller/command_line.h"
 #include "executor/executor_command.h"
@@ -22,21 +21,6 @@ std::string_view TakeLine(std::string_view* text) {
   const std::string_view line = text->substr(0, text->find('\n'));
   text->remove_prefix(std::min(line.size() + 1, text->size()));
   return line;
-}
-
-// Whether `read` takes its input. It may refuse it with a message that begins so.
-bool IsTaken(std::string_view message, const std::function<void()>& read) {
-  std::string thrown;
-  try {
-    read();
-    return true;
-  } catch (const std::invalid_argument& error) {
-    thrown = error.what();
-  } catch (const char* text) {
-    thrown = text;
-  }
-  Check(thrown.starts_with(message), "the message is the known one");
-  return false;
 }
 
 // --- identifiers: an application's file, and its vendor file ---

@@ -59,7 +59,7 @@ bool IsInTwoFiles(const Files& files) {
 }
 
 std::string FaultOfFiles(const Passage& passage, const Outcome& outcome) {
-  const Kind kind = passage.operation.verb.kind;
+  const Kind kind = passage.operation.kind;
   const std::string progress = ProgressOf(passage, outcome.left);
   if (progress == kDone) return {};
   const bool mustLog = outcome.returned && kind != Kind::kQuiet;
@@ -86,17 +86,17 @@ std::string FaultOfFiles(const Passage& passage, const Outcome& outcome) {
 
 std::string FaultOfNextCalls(const Passage& passage, const Outcome& outcome) {
   constexpr int kMostReports = 20;
-  const Kind kind = passage.operation.verb.kind;
+  const Kind kind = passage.operation.kind;
   const std::string progress = ProgressOf(passage, outcome.left);
   if (kind == Kind::kRepeatable || progress == kUndone) {
     Run(passage.operation);
     if (ProgressOf(passage, ReadState()) != kDone) return "a second call is not done";
   }
   std::string fault;
-  for (const std::string& app : kApplications) fault += FaultOfStores(app);
+  for (const char* app : kApplications) fault += FaultOfStores(app);
   Files end = ReadState();
   for (int i = 0; i < kMostReports && !TokensIn(end, IsStatistics).empty(); ++i) {
-    for (const std::string& app : kApplications) fault += FaultOfReport(app);
+    for (const char* app : kApplications) fault += FaultOfReport(app);
     end = ReadState();
   }
   Tokens sent;
@@ -106,13 +106,13 @@ std::string FaultOfNextCalls(const Passage& passage, const Outcome& outcome) {
   const bool isKept = progress == kDone || (outcome.returned && !outcome.isFailureLogged);
   for (const auto& [token, count] : TokensIn(passage.after, IsReport)) {
     const bool isDue = isKept || before.contains(token);
-    if (isDue && !sent.contains(token) && !inWork.contains(token)) fault += "lost: " + token;
+    if (isDue && !sent.contains(token) && !inWork.contains(token)) fault += " lost: " + token;
   }
   const Tokens sentBefore = TokensIn(passage.before, IsBlock);
   for (const auto& [token, count] : sent) {
     const bool isSentAgain = kind != Kind::kTakesBack && sentBefore.contains(token);
-    if (count > 1 || isSentAgain) fault += "sent twice: " + token;
+    if (count > 1 || isSentAgain) fault += " sent twice: " + token;
   }
-  for (const auto& [token, count] : TokensIn(end, IsStatistics)) fault += "still waits: " + token;
+  for (const auto& [token, count] : TokensIn(end, IsStatistics)) fault += " still waits: " + token;
   return fault;
 }

@@ -57,10 +57,10 @@ std::vector<Hindrance> HindrancesOf(const std::string& mode, int most, const Pas
   return all;
 }
 
-int RunApart(const Operation& operation) {
+int RunApart(const std::function<void()>& work) {
   const pid_t child = fork();
   if (child == 0) {
-    Run(operation);
+    work();
     _exit(0);
   }
   int status = 0;

@@ -1,3 +1,6 @@
+#include <sstream>
+#include <stdexcept>
+
 #include "appinfo/app_info2.h"
 #include "executor/block_confirm.h"
 #include "executor/executor_names.h"
@@ -10,37 +13,24 @@
 #include "util/mutex.h"
 #include "util/registry.h"
 
-/// One application, as hosts and executors reach it.
-struct Host {
-  explicit Host(const std::string& id)
-      : app(id), lock(StatisticsMutexName(id)), record(id), statistics(id, &lock) {}
-
-  std::string Token(const std::string& name) const { return '[' + app + ": " + name + ']'; }
-  // Sends blocks until the `refused`th is refused. Returns their ids.
-  std::vector<int> Send(std::uint64_t now, int refused) {
-    std::vector<int> ids;
-    TStatCtrl::SendStat(record, &lock, now, [&](const std::string&, const PingBlock& block) {
-      if (--refused == 0) return false;
-      NoteSent(block.url);
-      ids.push_back(block.id);
-      return true;
-    });
-    return ids;
-  }
-
-  const std::string app;
-  Mutex lock;
-  TAppInfo2 record;
-  TStatCtrl statistics;
-};
-
 namespace {
-
-using enum Kind;
-using Text = const std::string&;
 
 constexpr std::uint64_t kNow = 1'800'000'000;
 constexpr std::uint64_t kLater = 1'900'000'000;
+
+// The words are verbs of `Host`, some with a text: "verb:text".
+constexpr char kFirstValues[] = "address long-locale locale";
+constexpr char kMoreValues[] = "version no-locale read-locale should-check user-id";
+constexpr char kStatistics[] =
+    "install parameter:p1 parameter:p2 parameter:p3 unique:u1 action:a1 read-statistics cut "
+    "take-back:0 cut confirm:0 uninstall unique:u2 parameter:p4 parameter:p5 send:2 parameter:p6 "
+    "parameter:p7 send:0 confirm:0 take-back:1";
+constexpr char kUpdates[] = "receive:2.0.0.0 judge forget receive:10.20.30.40 judge";
+
+const std::map<std::string, Kind> kKinds = {
+    {"version", Kind::kRepeatable}, {"confirm", Kind::kRepeatable}, {"judge", Kind::kRepeatable},
+    {"cut", Kind::kMoves},          {"send", Kind::kMoves},         {"take-back", Kind::kTakesBack},
+    {"forget", Kind::kQuiet}};
 
 std::string FeedPath() {
   return NarrowUtf8(GetUpdaterLocalFolder("app", CreateFolder::kYes)) + "version.rss";
@@ -54,101 +44,99 @@ std::string Feed(const std::string& version) {
          "</version:distsize><link>http://h/</link></item></channel></rss>";
 }
 
-constexpr Verb kAddress{"first value", kOneStep,
-                        [](Host& h, Text) { h.record.Write("ReportUrl", "http://h/report"); }};
-constexpr Verb kLocale{"value", kOneStep,
-                       [](Host& h, Text text) { h.record.Write("Locale", text); }};
-constexpr Verb kNoLocale{"remove value", kOneStep,
-                         [](Host& h, Text) { h.record.RemoveValue("Locale"); }};
-constexpr Verb kVersion{"version", kRepeatable,
-                        [](Host& h, Text) { h.record.SetVersion(1, 0, 0, 0); }};
-constexpr Verb kReadRecord{"read values", kOneStep, [](Host& h, Text) {
-                             h.record.Read("Locale");
-                             h.record.ShouldCheck(kNow);
-                           }};
-constexpr Verb kUserId{"user id", kOneStep, [](Host&, Text) {
-                         // Of a user for whom none was made yet.
-                         JustUtil::RemoveValue(L"Software\\AppDataLow\\Krelix",
-                                               TUuid::ProtectValueName());
-                         TUuid::ReadUniqUserId();
-                       }};
+// One application, as hosts and executors reach it.
+struct Host {
+  explicit Host(const std::string& id)
+      : app(id), lock(StatisticsMutexName(id)), record(id), statistics(id, &lock) {}
 
-constexpr Verb kInstall{"install", kOneStep,
-                        [](Host& h, Text) { h.statistics.AddState(AppState::kInstall); }};
-constexpr Verb kUninstall{"uninstall", kOneStep,
-                          [](Host& h, Text) { h.statistics.AddState(AppState::kUninstall); }};
-// Two of them fill a block, and a few a page of the disk.
-constexpr Verb kParameter{"parameter", kOneStep, [](Host& h, Text text) {
-                            h.statistics.AddOptionalParam(h.Token(text) + std::string(700, 'x'));
-                          }};
-constexpr Verb kUnique{"unique parameter", kOneStep, [](Host& h, Text text) {
-                         h.statistics.SetUniqueParam("n=" + h.Token(text));
-                       }};
-constexpr Verb kAction{"action", kOneStep,
-                       [](Host& h, Text text) { h.statistics.AddAction(h.Token(text)); }};
-constexpr Verb kReadStatistics{"read statistics", kOneStep, [](Host& h, Text) {
-                                 h.statistics.LastState();
-                                 h.statistics.LastParam();
-                                 h.statistics.GetUniqueParam("n");
-                               }};
-constexpr Verb kCut{"cut a block", kMoves, [](Host& h, Text) {
-                      if (const auto block = h.statistics.GetPingUrl("http://h/?os=win"))
-                        NoteSent(block->url);
-                    }};
-constexpr Verb kTakeBack{"take a block back", kTakesBack,
-                         [](Host& h, Text id) { h.statistics.Rollback(std::stoi(id)); }};
-constexpr Verb kConfirm{"confirm a block", kRepeatable,
-                        [](Host& h, Text id) { ConfirmBlock(h.app, std::stoi(id), &h.lock); }};
-constexpr Verb kSend{"send", kMoves,
-                     [](Host& h, Text refused) { h.Send(kNow, std::stoi(refused)); }};
+  std::string Token(const std::string& name) const { return '[' + app + ": " + name + ']'; }
+  std::vector<int> Send(std::uint64_t now, int refused);
+  void ReadStatistics();
+  void Do(const std::string& verb, const std::string& text);
 
-constexpr Verb kReceive{"receive a feed", kOneStep, [](Host&, Text version) {
-                          FileSystem::WriteFile(FeedPath(), Feed(version));
-                        }};
-constexpr Verb kJudge{"judge the feed", kRepeatable, [](Host& h, Text) {
-                        TUpdInfo(h.app).Evaluate(h.record, LoadFeed(FeedPath()), kNow);
-                      }};
-constexpr Verb kForget{"delete the feed", kQuiet,
-                       [](Host&, Text) { FileSystem::DeleteFile(FeedPath()); }};
+  const std::string app;
+  Mutex lock;
+  TAppInfo2 record;
+  TStatCtrl statistics;
+};
+
+// Sends blocks until the `refused`th is refused. Returns their ids.
+std::vector<int> Host::Send(std::uint64_t now, int refused) {
+  std::vector<int> ids;
+  TStatCtrl::SendStat(record, &lock, now, [&](const std::string&, const PingBlock& block) {
+    if (--refused == 0) return false;
+    NoteSent(block.url);
+    ids.push_back(block.id);
+    return true;
+  });
+  return ids;
+}
+
+void Host::ReadStatistics() {
+  statistics.LastState();
+  statistics.LastParam();
+  statistics.GetUniqueParam("n");
+}
+
+void Cut(TStatCtrl* statistics) {
+  const auto block = statistics->GetPingUrl("http://h/?os=win");
+  if (block) NoteSent(block->url);
+}
+
+// Of a user for whom none was made yet.
+void MakeUserId() {
+  JustUtil::RemoveValue(L"Software\\AppDataLow\\Krelix", TUuid::ProtectValueName());
+  TUuid::ReadUniqUserId();
+}
+
+void Host::Do(const std::string& verb, const std::string& text) {
+  if (verb == "address") return record.Write("ReportUrl", "http://h/report");
+  if (verb == "long-locale") return record.Write("Locale", std::string(6000, 'l'));
+  if (verb == "locale") return record.Write("Locale", "en");
+  if (verb == "version") return record.SetVersion(1, 0, 0, 0);
+  if (verb == "no-locale") return record.RemoveValue("Locale");
+  if (verb == "read-locale") return void(record.Read("Locale"));
+  if (verb == "should-check") return void(record.ShouldCheck(kNow));
+  if (verb == "user-id") return MakeUserId();
+  if (verb == "install") return statistics.AddState(AppState::kInstall);
+  if (verb == "uninstall") return statistics.AddState(AppState::kUninstall);
+  // Two of them fill a block, and a few a page of the disk.
+  if (verb == "parameter") return statistics.AddOptionalParam(Token(text) + std::string(700, 'x'));
+  if (verb == "unique") return statistics.SetUniqueParam("n=" + Token(text));
+  if (verb == "action") return statistics.AddAction(Token(text));
+  if (verb == "read-statistics") return ReadStatistics();
+  if (verb == "cut") return Cut(&statistics);
+  if (verb == "take-back") return statistics.Rollback(std::stoi(text));
+  if (verb == "confirm") return void(ConfirmBlock(app, std::stoi(text), &lock));
+  if (verb == "send") return void(Send(kNow, std::stoi(text)));
+  if (verb == "receive") return void(FileSystem::WriteFile(FeedPath(), Feed(text)));
+  if (verb == "judge") return void(TUpdInfo(app).Evaluate(record, LoadFeed(FeedPath()), kNow));
+  if (verb == "forget") return FileSystem::DeleteFile(FeedPath());
+  throw std::logic_error("no such verb: " + verb);
+}
+
+void Add(const std::string& app, const char* words, std::vector<Operation>* all) {
+  std::istringstream stream(words);
+  for (std::string word; stream >> word;) {
+    const std::size_t end = std::min(word.find(':'), word.size());
+    const auto kind = kKinds.find(word.substr(0, end));
+    all->push_back({app, word.substr(0, end), word.substr(std::min(end + 1, word.size())),
+                    kind == kKinds.end() ? Kind::kOneStep : kind->second});
+  }
+}
 
 }  // namespace
 
 std::vector<Operation> Operations() {
-  const std::vector<Operation> firstValues = {
-      {kAddress}, {kLocale, std::string(6000, 'l')}, {kLocale, "en"}};
-  const std::vector<Operation> moreValues = {{kVersion}, {kNoLocale}, {kReadRecord}, {kUserId}};
-  const std::vector<Operation> statistics = {{kInstall},         {kParameter, "p1"},
-                                             {kParameter, "p2"}, {kParameter, "p3"},
-                                             {kUnique, "u1"},    {kAction, "a1"},
-                                             {kReadStatistics},  {kCut},
-                                             {kTakeBack, "0"},   {kCut},
-                                             {kConfirm, "0"},    {kUninstall},
-                                             {kUnique, "u2"},    {kParameter, "p4"},
-                                             {kParameter, "p5"}, {kSend, "2"},
-                                             {kParameter, "p6"}, {kParameter, "p7"},
-                                             {kSend, "0"},       {kConfirm, "0"},
-                                             {kTakeBack, "1"}};
-  const std::vector<Operation> updates = {
-      {kReceive, "2.0.0.0"}, {kJudge}, {kForget}, {kReceive, "10.20.30.40"}, {kJudge}};
   std::vector<Operation> all;
-  const auto add = [&](const std::vector<Operation>& part, const std::string& app) {
-    for (const Operation& each : part) all.push_back({each.verb, each.text, app});
-  };
-  for (const std::string& app : kApplications) add(firstValues, app);
-  add(moreValues, "app");
-  for (const std::string& app : kApplications) add(statistics, app);
-  add(updates, "app");
+  for (const char* app : kApplications) Add(app, kFirstValues, &all);
+  Add("app", kMoreValues, &all);
+  for (const char* app : kApplications) Add(app, kStatistics, &all);
+  Add("app", kUpdates, &all);
   return all;
 }
 
-void Run(const Operation& operation) {
-  Host host(operation.app);
-  try {
-    operation.verb.work(host, operation.text);
-  } catch (const std::exception&) {
-    // The refusal of a feed that cannot be read.
-  }
-}
+void Run(const Operation& operation) { Host(operation.app).Do(operation.verb, operation.text); }
 
 std::string FaultOfStores(const std::string& app) {
   Host host(app);

@@ -32,8 +32,6 @@ void ClearLog();
 void NoteSent(const std::string& address);
 Log ReadLog();
 
-struct Host;
-
 enum class Kind {
   kOneStep,     ///< leaves the state before or the one behind it, nothing between
   kQuiet,       ///< the same, and logs no failure
@@ -42,19 +40,14 @@ enum class Kind {
   kTakesBack,   ///< the same, and what was sent before may be sent again
 };
 
-struct Verb {
-  const char* name;
-  Kind kind;
-  void (*work)(Host& host, const std::string& text);
-};
-
 struct Operation {
-  Verb verb;
-  std::string text = {};
-  std::string app = "app";
+  std::string app;
+  std::string verb;
+  std::string text;
+  Kind kind;
 };
 
-inline const std::vector<std::string> kApplications = {"app", "Other app"};
+inline constexpr const char* kApplications[] = {"app", "Other app"};
 
 /// One life of both applications, from no file at all.
 std::vector<Operation> Operations();
@@ -102,6 +95,6 @@ struct Hindrance {
 std::vector<Hindrance> HindrancesOf(const std::string& mode, int most, const Passage& passage);
 inline constexpr int kStopped = 77;
 /// Natively in a process of its own. Returns its exit code, `kStopped` when the hindrance ends it.
-int RunApart(const Operation& operation);
+int RunApart(const std::function<void()>& work);
 
 #endif  // KUPDATE_PROOF_STEPS_STEPS_H_

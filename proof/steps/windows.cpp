@@ -75,7 +75,7 @@ std::vector<Hindrance> HindrancesOf(const std::string& mode, int, const Passage&
   return all;
 }
 
-int RunApart(const Operation& operation) {
-  Run(operation);
+int RunApart(const std::function<void()>& work) {
+  work();
   return 0;
 }
