@@ -22,9 +22,10 @@ constexpr std::uint64_t kLater = 1'900'000'000;
 constexpr char kFirstValues[] = "address long-locale locale";
 constexpr char kMoreValues[] = "version no-locale read-locale should-check user-id";
 constexpr char kStatistics[] =
-    "install parameter:p1 parameter:p2 parameter:p3 unique:u1 action:a1 read-statistics cut "
-    "take-back:0 cut confirm:0 uninstall unique:u2 parameter:p4 parameter:p5 send:2 parameter:p6 "
-    "parameter:p7 send:0 confirm:0 take-back:1";
+    "install parameter:p1 parameter:p2 parameter:p3 unique:u1 action:a1 last-state last-parameter "
+    "read-unique cut take-back:0 cut confirm:0 uninstall unique:u2 parameter:p4 parameter:p5 "
+    "send:2 "
+    "parameter:p6 parameter:p7 send:0 confirm:0 take-back:1";
 constexpr char kUpdates[] = "receive:2.0.0.0 judge forget receive:10.20.30.40 judge";
 
 const std::map<std::string, Kind> kKinds = {
@@ -50,8 +51,17 @@ struct Host {
       : app(id), lock(StatisticsMutexName(id)), record(id), statistics(id, &lock) {}
 
   std::string Token(const std::string& name) const { return '[' + app + ": " + name + ']'; }
-  std::vector<int> Send(std::uint64_t now, int refused);
-  void ReadStatistics();
+  // Sends blocks until the `refused`th is refused. Returns their ids.
+  std::vector<int> Send(std::uint64_t now, int refused) {
+    std::vector<int> ids;
+    TStatCtrl::SendStat(record, &lock, now, [&](const std::string&, const PingBlock& block) {
+      if (--refused == 0) return false;
+      NoteSent(block.url);
+      ids.push_back(block.id);
+      return true;
+    });
+    return ids;
+  }
   void Do(const std::string& verb, const std::string& text);
 
   const std::string app;
@@ -59,24 +69,6 @@ struct Host {
   TAppInfo2 record;
   TStatCtrl statistics;
 };
-
-// Sends blocks until the `refused`th is refused. Returns their ids.
-std::vector<int> Host::Send(std::uint64_t now, int refused) {
-  std::vector<int> ids;
-  TStatCtrl::SendStat(record, &lock, now, [&](const std::string&, const PingBlock& block) {
-    if (--refused == 0) return false;
-    NoteSent(block.url);
-    ids.push_back(block.id);
-    return true;
-  });
-  return ids;
-}
-
-void Host::ReadStatistics() {
-  statistics.LastState();
-  statistics.LastParam();
-  statistics.GetUniqueParam("n");
-}
 
 void Cut(TStatCtrl* statistics) {
   const auto block = statistics->GetPingUrl("http://h/?os=win");
@@ -104,7 +96,9 @@ void Host::Do(const std::string& verb, const std::string& text) {
   if (verb == "parameter") return statistics.AddOptionalParam(Token(text) + std::string(700, 'x'));
   if (verb == "unique") return statistics.SetUniqueParam("n=" + Token(text));
   if (verb == "action") return statistics.AddAction(Token(text));
-  if (verb == "read-statistics") return ReadStatistics();
+  if (verb == "last-state") return void(statistics.LastState());
+  if (verb == "last-parameter") return void(statistics.LastParam());
+  if (verb == "read-unique") return void(statistics.GetUniqueParam("n"));
   if (verb == "cut") return Cut(&statistics);
   if (verb == "take-back") return statistics.Rollback(std::stoi(text));
   if (verb == "confirm") return void(ConfirmBlock(app, std::stoi(text), &lock));
@@ -118,10 +112,10 @@ void Host::Do(const std::string& verb, const std::string& text) {
 void Add(const std::string& app, const char* words, std::vector<Operation>* all) {
   std::istringstream stream(words);
   for (std::string word; stream >> word;) {
-    const std::size_t end = std::min(word.find(':'), word.size());
-    const auto kind = kKinds.find(word.substr(0, end));
-    all->push_back({app, word.substr(0, end), word.substr(std::min(end + 1, word.size())),
-                    kind == kKinds.end() ? Kind::kOneStep : kind->second});
+    const std::string verb = word.substr(0, word.find(':'));
+    const std::string text = word == verb ? "" : word.substr(verb.size() + 1);
+    const Kind kind = kKinds.contains(verb) ? kKinds.at(verb) : Kind::kOneStep;
+    all->push_back({app, verb, text, kind});
   }
 }
 
