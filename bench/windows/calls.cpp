@@ -88,14 +88,16 @@ void NoBlockInWork() {
 char text[256];
 wchar_t wideText[256];
 
-// The letters are explained in operations.h.
 const std::vector<Call> kCalls = {
     {"DLLForceUpdateCheck",
      Start::kNothingDue,
      NoBlockInWork,
      [](int) { Dll().forceUpdateCheck(kAppId, false); },
-     {"lmamolcmlarz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullczc",
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log*2 look "
+            "read log*3 miss log miss log miss log miss log read log miss log*2 acquire read "
+            "save release log read log look open log*2 save log*2 save log delete log enter-com "
+            "log*3 service log*10 leave-com log read log delete log*2 enter-com log*3 service "
+            "log*10 leave-com log*2 close release close"),
       kTwoJobs}},
     {"DLLGetApplicationState",
      Start::kNothingDue,
@@ -104,7 +106,8 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getApplicationState(kAppId, text, &size);
      },
-     {"lmamolcmllrllczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
+      ""}},
     {"DLLGetOptionalParam",
      Start::kNothingDue,
      nullptr,
@@ -112,7 +115,8 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getOptionalParam(kAppId, text, &size);
      },
-     {"lmamolcmllrllczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
+      ""}},
     {"DLLIsUpgradeAvailable",
      Start::kNothingDue,
      NoBlockInWork,
@@ -120,30 +124,42 @@ const std::vector<Call> kCalls = {
        bool available = false;
        Dll().isUpgradeAvailable(kAppId, 0, &available);
      },
-     {"lmamolcmlearz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullsxlllczc",
+     {OpsOf("log mutex acquire mutex open log close mutex log event acquire read release log*2 "
+            "look read log*3 miss log miss log miss log miss log read log miss log*2 acquire "
+            "read save release log read log look open log*2 save log*2 save log delete log "
+            "enter-com log*3 service log*10 leave-com log read log delete log*2 enter-com log*3 "
+            "service log*10 leave-com log*2 wait miss log*3 close release close"),
       kTwoJobs}},
     {"DLLOnApplicationStartup",
      Start::kNothingDue,
      nullptr,
      Startup,
-     {"lmamolcmlarz prllprllllczc", ""},
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
+            "log*2 look read log*4 close release close"),
+      ""},
      false,
      1},
     {"DLLOnApplicationStartup, all due",
      Start::kAllDue,
      nullptr,
      Startup,
-     {"lmamolcmlarz prllprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllulllczc",
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
+            "log*2 look read log*3 miss log miss log miss log miss log read log miss log*2 "
+            "acquire read save release log read log look open log*2 save log*2 save log delete "
+            "log enter-com log*3 service log*10 leave-com log read log delete log*2 enter-com "
+            "log*3 service log*10 leave-com log*3 close release close"),
       kTwoJobs},
      true},
     {"DLLOnApplicationStartup, the first",
      Start::kUnknown,
      nullptr,
      Startup,
-     {"lmamxlllxllwfvllcmlaxzpopxxwfvllprlllxlxlxlxlrlxllaxwfvzlrlpllwfvldxld "
-      "lilllCllllllllllulxdllilllCllllllllllulllczc",
+     {OpsOf("log mutex acquire mutex miss log*3 miss log*2 save log*2 close mutex log acquire "
+            "miss release look open look miss*2 save log*2 look read log*3 miss log miss log "
+            "miss log miss log read log miss log*2 acquire miss save release log read log look "
+            "log*2 save log delete miss log delete log enter-com log*3 service log*10 leave-com "
+            "log miss delete log*2 enter-com log*3 service log*10 leave-com log*3 close release "
+            "close"),
       kTwoJobs},
      true,
      4},
@@ -151,30 +167,43 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcmlarz proprrrwfvllprllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlpprppmpcmparz cmpcilllCllllllllllulrllczc",
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
+            "open look read*3 save log*2 look read log*2 miss log miss log miss log miss log "
+            "read log miss log*2 acquire read save release log read log look open log*2 save "
+            "log*2 save log delete log look*2 read look*2 mutex look close mutex look acquire "
+            "read release close mutex look close enter-com log*3 service log*10 leave-com log "
+            "read log*2 close release close"),
       kJob},
      true},
     {"DLLOnApplicationUninstall, again",
      Start::kRemoved,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcmlarz prllprllxlxlxlxlrlxllarwfvz lrlllczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
+            "log*2 look read log*2 miss log miss log miss log miss log read log miss log*2 "
+            "acquire read save release log read log*3 close release close"),
+      ""}},
     {"DLLSetApplicationState",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().setApplicationState(kAppId, "dayuse"); },
-     {"lmamolcmllrlllwfvllczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log*2 close "
+            "release close"),
+      ""}},
     {"DLLSetOptionalParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setOptionalParam(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcmllrlllwfvlczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log close "
+            "release close"),
+      ""}},
     {"DLLUsageReport",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().usageReport(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcmlarz lrlllwfvllprlllarwfvz czc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log read "
+            "log*3 save log*2 look read log*3 acquire read save release close release close"),
+      ""}},
     {"DLLGetLocale",
      Start::kNothingDue,
      nullptr,
@@ -182,12 +211,14 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getLocale(kAppId, text, &size);
      },
-     {"lmamolcmlarz lczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log close "
+            "release close"),
+      ""}},
     {"DLLGetUniqUserId",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().getUniqUserId(); },
-     {"rl", ""}},
+     {OpsOf("read log"), ""}},
     {"DLLGetUniqueParam",
      Start::kNothingDue,
      nullptr,
@@ -195,26 +226,32 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof wideText / sizeof *wideText;
        Dll().getUniqueParam(kAppId, "name", wideText, &size);
      },
-     {"lmamolcmllrllczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
+      ""}},
     {"DLLIsUpdateAvailable, start",
      Start::kNothingDue,
      NoCheckRuns,
      [](int) { StepOf("start"); },
-     {"lmarz prllllidllClllllllllllucl",
+     {OpsOf("log mutex acquire read release look read log*4 enter-com delete log*2 service "
+            "log*11 leave-com close log"),
       "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags "
       "Resume"}},
     {"DLLIsUpdateAvailable, check",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("check"); },
-     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState GetProgress"},
+     {OpsOf("log mutex acquire read release look read log*4 enter-com service log*2 leave-com "
+            "close log"),
+      "CreateInstance GetJob GetState GetProgress"},
      false,
      0},
     {"DLLIsUpdateAvailable, stop",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("stop"); },
-     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState Cancel"}},
+     {OpsOf("log mutex acquire read release look read log*4 enter-com service log*2 leave-com "
+            "close log"),
+      "CreateInstance GetJob GetState Cancel"}},
     {"DLLIsUpdateAvailable, update found",
      Start::kNothingDue,
      FeedArrived,
@@ -222,7 +259,9 @@ const std::vector<Call> kCalls = {
        std::int32_t status = 0;
        Step(FeedUrl().c_str(), "check", &status);
      },
-     {"lmarz prlllliClCllmrlllllaxzaxwfvzclyluarwfvz cl",
+     {OpsOf("log mutex acquire read release look read log*4 enter-com service log service log*2 "
+            "mutex read log*5 acquire miss release acquire miss save release close log copy log "
+            "leave-com acquire read save release close log"),
       "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
      true,
      2},
@@ -230,12 +269,16 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setLocale(kAppId, std::to_string(number).c_str()); },
-     {"lmamolcmlarz larwfvz czc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log acquire "
+            "read save release close release close"),
+      ""}},
     {"DLLSetUniqueParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setUniqueParam(kAppId, "name", std::to_wstring(number).c_str()); },
-     {"lmamolcmllrlllwfvlczc", ""}},
+     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log close "
+            "release close"),
+      ""}},
     {"DLLDownloadAndInstallSilentUpdate",
      Start::kNothingDue,
      UpdateFound,
@@ -243,13 +286,13 @@ const std::vector<Call> kCalls = {
        std::int32_t code = 0;
        Dll().downloadAndInstallSilentUpdate(&code);
      },
-     {"lellPlssrllll", ""},
+     {OpsOf("log event log*2 program log wait*2 read log*4"), ""},
      true},
     {"DLLSetExecutorPath",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().setExecutorPath(L"C:\\bench\\kupdate-exec.exe"); },
-     {"llmarwfvzcl", ""}},
+     {OpsOf("log*2 mutex acquire read save release close log"), ""}},
 };
 
 std::string Without(std::string record, const std::string& key) {
