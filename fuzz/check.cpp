@@ -106,7 +106,8 @@ Cost MeasureBest(const Shape& shape, std::size_t size) {
 
 const char* FaultOf(const Cost& part, const Cost& whole) {
   // Four times the bytes take 4 times as long, or 16 times when time is not linear; caches do the
-  // rest. What takes less of a byte is hardly more than the copy of a text, and caches decide its time.
+  // rest. What takes less of a byte is hardly more than the copy of a text, and caches decide its
+  // time.
   constexpr double kMostTimes = 8;
   constexpr double kCopySeconds = 1e-9;
   if (whole.peakBytes <= part.peakBytes) return "not read as a whole";
@@ -132,7 +133,7 @@ bool MeasureShape(const Shape& shape) {
 }
 
 bool MeasureLimits() {
-  // Memory that was used once is used again: else the system's work for new pages would be measured.
+  // Memory that was used once is used again, so that no work of the system for new pages counts.
   mallopt(M_MMAP_MAX, 0);
   mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
   const auto faults = std::count_if(std::begin(kShapes), std::end(kShapes),

@@ -157,7 +157,7 @@ void FuzzManifest(std::string_view input) {
   Check(!FaultOf(m, offer, record, 0).empty(), "and for no other version");
 }
 
-// --- offers: lines are an address, and where it redirects to; as a whole the record of an update ---
+// --- offers: lines are an address and its redirection; as a whole the record of an update ---
 
 void CheckAddress(std::string_view url) {
   if (!IsFetched(url)) return;

@@ -41,12 +41,13 @@ std::string TraceOf(const Ops& operations);
 /// What one call asks for, in its order.
 struct Demand {
   Ops operations;
-  /// What the transfer service is called for, by its journal: each "CreateInstance" is one `kService`.
+  /// What the transfer service is called for, by its journal. A `kService` is a
+  /// "CreateInstance" and what follows it.
   const char* service;
 };
 
-/// Meets demands with files, mutexes and jobs of its own; ends the program when the service refuses.
-/// Processes that are given the same folder share them, as hosts of one application do.
+/// Meets demands with files, mutexes and jobs of its own; ends the program when the service
+/// refuses. Processes that are given the same folder share them, as hosts of one application do.
 class Bare {
  public:
   /// @param folder       made when absent

@@ -79,8 +79,8 @@ std::string ProgressOf(const Passage& passage, const Files& left);
 /// Whether something to be reported is in two files.
 bool IsInTwoFiles(const Files& files);
 std::string FaultOfFiles(const Passage& passage, const Outcome& outcome);
-/// Repeats the operation where that is due, then lets both applications go on. Returns what fails, is
-/// lost or is sent twice.
+/// Repeats the operation where that is due, then lets both applications go on. Returns what fails,
+/// is lost or is sent twice.
 std::string FaultOfNextCalls(const Passage& passage, const Outcome& outcome);
 
 struct Hindrance {
