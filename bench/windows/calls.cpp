@@ -93,11 +93,8 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      NoBlockInWork,
      [](int) { Dll().forceUpdateCheck(kAppId, false); },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log*2 look "
-            "read log*3 miss log miss log miss log miss log read log miss log*2 acquire read "
-            "save release log read log look open log*2 save log*2 save log delete log enter-com "
-            "log*3 service log*10 leave-com log read log delete log*2 enter-com log*3 service "
-            "log*10 leave-com log*2 close release close"),
+     {OpsOf("enter log get log*2 look report log read log look open log*2 save log*2 save log "
+            "delete log submit log read log delete log*2 submit log*2 leave"),
       kTwoJobs}},
     {"DLLGetApplicationState",
      Start::kNothingDue,
@@ -106,8 +103,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getApplicationState(kAppId, text, &size);
      },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*2 leave"), ""}},
     {"DLLGetOptionalParam",
      Start::kNothingDue,
      nullptr,
@@ -115,8 +111,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getOptionalParam(kAppId, text, &size);
      },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*2 leave"), ""}},
     {"DLLIsUpgradeAvailable",
      Start::kNothingDue,
      NoBlockInWork,
@@ -124,30 +119,22 @@ const std::vector<Call> kCalls = {
        bool available = false;
        Dll().isUpgradeAvailable(kAppId, 0, &available);
      },
-     {OpsOf("log mutex acquire mutex open log close mutex log event acquire read release log*2 "
-            "look read log*3 miss log miss log miss log miss log read log miss log*2 acquire "
-            "read save release log read log look open log*2 save log*2 save log delete log "
-            "enter-com log*3 service log*10 leave-com log read log delete log*2 enter-com log*3 "
-            "service log*10 leave-com log*2 wait miss log*3 close release close"),
+     {OpsOf("enter log event get log*2 look report log read log look open log*2 save log*2 save "
+            "log delete log submit log read log delete log*2 submit log*2 wait miss log*3 leave"),
       kTwoJobs}},
     {"DLLOnApplicationStartup",
      Start::kNothingDue,
      nullptr,
      Startup,
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
-            "log*2 look read log*4 close release close"),
-      ""},
+     {OpsOf("enter log get look read log*2 look read log*4 leave"), ""},
      false,
      1},
     {"DLLOnApplicationStartup, all due",
      Start::kAllDue,
      nullptr,
      Startup,
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
-            "log*2 look read log*3 miss log miss log miss log miss log read log miss log*2 "
-            "acquire read save release log read log look open log*2 save log*2 save log delete "
-            "log enter-com log*3 service log*10 leave-com log read log delete log*2 enter-com "
-            "log*3 service log*10 leave-com log*3 close release close"),
+     {OpsOf("enter log get look read log*2 look report log read log look open log*2 save log*2 "
+            "save log delete log submit log read log delete log*2 submit log*3 leave"),
       kTwoJobs},
      true},
     {"DLLOnApplicationStartup, the first",
@@ -157,9 +144,8 @@ const std::vector<Call> kCalls = {
      {OpsOf("log mutex acquire mutex miss log*3 miss log*2 save log*2 close mutex log acquire "
             "miss release look open look miss*2 save log*2 look read log*3 miss log miss log "
             "miss log miss log read log miss log*2 acquire miss save release log read log look "
-            "log*2 save log delete miss log delete log enter-com log*3 service log*10 leave-com "
-            "log miss delete log*2 enter-com log*3 service log*10 leave-com log*3 close release "
-            "close"),
+            "log*2 save log delete miss log delete log submit log miss delete log*2 submit "
+            "log*3 leave"),
       kTwoJobs},
      true,
      4},
@@ -167,43 +153,34 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
-            "open look read*3 save log*2 look read log*2 miss log miss log miss log miss log "
-            "read log miss log*2 acquire read save release log read log look open log*2 save "
-            "log*2 save log delete log look*2 read look*2 mutex look close mutex look acquire "
-            "read release close mutex look close enter-com log*3 service log*10 leave-com log "
-            "read log*2 close release close"),
+     {OpsOf("enter log get look read open look read*3 save log*2 look read log*2 miss log miss "
+            "log miss log miss log read log miss log*2 change log read log look open log*2 save "
+            "log*2 save log delete log look*2 read look*2 mutex look close mutex look get close "
+            "mutex look close submit log read log*2 leave"),
       kJob},
      true},
     {"DLLOnApplicationUninstall, again",
      Start::kRemoved,
      nullptr,
      [](int) { Dll().onApplicationUninstall(kAppId); },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release look read "
-            "log*2 look read log*2 miss log miss log miss log miss log read log miss log*2 "
-            "acquire read save release log read log*3 close release close"),
+     {OpsOf("enter log get look read log*2 look read log*2 miss log miss log miss log miss log "
+            "read log miss log*2 change log read log*3 leave"),
       ""}},
     {"DLLSetApplicationState",
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().setApplicationState(kAppId, "dayuse"); },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log*2 close "
-            "release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*3 save log*2 leave"), ""}},
     {"DLLSetOptionalParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setOptionalParam(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log close "
-            "release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*3 save log leave"), ""}},
     {"DLLUsageReport",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().usageReport(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log read "
-            "log*3 save log*2 look read log*3 acquire read save release close release close"),
-      ""}},
+     {OpsOf("enter log get log read log*3 save log*2 look read log*3 change leave"), ""}},
     {"DLLGetLocale",
      Start::kNothingDue,
      nullptr,
@@ -211,9 +188,7 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof text;
        Dll().getLocale(kAppId, text, &size);
      },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log close "
-            "release close"),
-      ""}},
+     {OpsOf("enter log get log leave"), ""}},
     {"DLLGetUniqUserId",
      Start::kNothingDue,
      nullptr,
@@ -226,22 +201,20 @@ const std::vector<Call> kCalls = {
        std::int32_t size = sizeof wideText / sizeof *wideText;
        Dll().getUniqueParam(kAppId, "name", wideText, &size);
      },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*2 close release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*2 leave"), ""}},
     {"DLLIsUpdateAvailable, start",
      Start::kNothingDue,
      NoCheckRuns,
      [](int) { StepOf("start"); },
-     {OpsOf("log mutex acquire read release look read log*4 enter-com delete log*2 service "
-            "log*11 leave-com close log"),
+     {OpsOf("log mutex get look read log*4 enter-com delete log*2 service log*11 leave-com "
+            "close log"),
       "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags "
       "Resume"}},
     {"DLLIsUpdateAvailable, check",
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("check"); },
-     {OpsOf("log mutex acquire read release look read log*4 enter-com service log*2 leave-com "
-            "close log"),
+     {OpsOf("log mutex get look read log*4 enter-com service log*2 leave-com close log"),
       "CreateInstance GetJob GetState GetProgress"},
      false,
      0},
@@ -249,8 +222,7 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      CheckRuns,
      [](int) { StepOf("stop"); },
-     {OpsOf("log mutex acquire read release look read log*4 enter-com service log*2 leave-com "
-            "close log"),
+     {OpsOf("log mutex get look read log*4 enter-com service log*2 leave-com close log"),
       "CreateInstance GetJob GetState Cancel"}},
     {"DLLIsUpdateAvailable, update found",
      Start::kNothingDue,
@@ -259,9 +231,9 @@ const std::vector<Call> kCalls = {
        std::int32_t status = 0;
        Step(FeedUrl().c_str(), "check", &status);
      },
-     {OpsOf("log mutex acquire read release look read log*4 enter-com service log service log*2 "
-            "mutex read log*5 acquire miss release acquire miss save release close log copy log "
-            "leave-com acquire read save release close log"),
+     {OpsOf("log mutex get look read log*4 enter-com service log service log*2 mutex read log*5 "
+            "acquire miss release acquire miss save release close log copy log leave-com change "
+            "close log"),
       "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
      true,
      2},
@@ -269,16 +241,12 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setLocale(kAppId, std::to_string(number).c_str()); },
-     {OpsOf("log mutex acquire mutex open log close mutex log acquire read release log acquire "
-            "read save release close release close"),
-      ""}},
+     {OpsOf("enter log get log change leave"), ""}},
     {"DLLSetUniqueParam",
      Start::kNothingDue,
      nullptr,
      [](int number) { Dll().setUniqueParam(kAppId, "name", std::to_wstring(number).c_str()); },
-     {OpsOf("log mutex acquire mutex open log close mutex log*2 read log*3 save log close "
-            "release close"),
-      ""}},
+     {OpsOf("enter log*2 read log*3 save log leave"), ""}},
     {"DLLDownloadAndInstallSilentUpdate",
      Start::kNothingDue,
      UpdateFound,
@@ -292,7 +260,7 @@ const std::vector<Call> kCalls = {
      Start::kNothingDue,
      nullptr,
      [](int) { Dll().setExecutorPath(L"C:\\bench\\kupdate-exec.exe"); },
-     {OpsOf("log*2 mutex acquire read save release close log"), ""}},
+     {OpsOf("log*2 mutex change close log"), ""}},
 };
 
 std::string Without(std::string record, const std::string& key) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <sstream>
 #include <utility>
 
@@ -38,9 +39,23 @@ constexpr const char* kWords[] = {"log",   "read",    "open",      "miss",      
                                   "mutex", "acquire", "release",   "close",     "event",
                                   "wait",  "program", "enter-com", "leave-com", "service"};
 
+// Words that stand for a trace.
+const std::map<std::string, const char*>& Groups() {
+  static const std::map<std::string, const char*> groups = {
+      {"enter", "log mutex acquire mutex open log close mutex"},
+      {"leave", "close release close"},
+      {"get", "acquire read release"},
+      {"change", "acquire read save release"},
+      {"save", "write flush replace"},
+      {"report", "read log*3 miss log miss log miss log miss log read log miss log*2 change"},
+      {"submit", "enter-com log*3 service log*10 leave-com"}};
+  return groups;
+}
+
 void AddOps(const std::string& word, Ops* operations) {
-  if (word == "save") {
-    operations->insert(operations->end(), {Op::kWrite, Op::kFlush, Op::kReplace});
+  if (Groups().contains(word)) {
+    const Ops group = OpsOf(Groups().at(word));
+    operations->insert(operations->end(), group.begin(), group.end());
     return;
   }
   const std::size_t star = std::min(word.find('*'), word.size());

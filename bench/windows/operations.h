@@ -32,10 +32,10 @@ enum class Op {
 };
 using Ops = std::vector<Op>;
 
-/// Reads a trace, "log*3 mutex acquire": a word is one operation or "*" as many. "save" stands for
-/// "write flush replace". Ends the program for other words.
+/// Reads a trace, "log*3 mutex acquire": a word is one operation or "*" as many, or stands for a
+/// trace of its own, as "save" does for "write flush replace". Ends the program for other words.
 Ops OpsOf(const std::string& trace);
-/// The reverse, without "*" and "save".
+/// The reverse, in words for single operations.
 std::string TraceOf(const Ops& operations);
 
 /// What one call asks for, in its order.
