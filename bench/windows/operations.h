@@ -43,7 +43,7 @@ struct Demand {
   Ops operations;
   /// What the transfer service is called for, by its journal. A `kService` is a
   /// "CreateInstance" and what follows it.
-  const char* service;
+  const char* service = "";
 };
 
 /// Meets demands with files, mutexes and jobs of its own; ends the program when the service
