@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "layout/file_names.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
 #include "xml/xml_node.h"
