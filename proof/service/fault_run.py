@@ -1,0 +1,132 @@
+"""Runs one fault on a fresh application, from its beginning to its good end."""
+import dataclasses
+import itertools
+import tempfile
+
+import stage
+from fault_table import HOST_CHECK, REPORT, good_end
+from web import Answer, whole
+
+_numbers = itertools.count(1)
+
+
+def run_row(web, label, cause, want):
+    """Prints the row; returns whether the fault ended as it must."""
+    stage.say(f'  {label}')
+    with tempfile.TemporaryFile() as answers:
+        found = _Run(web, cause, want, answers).execute()
+    stage.row(label, f'{want.meaning}; then {good_end(want).meaning}', found,
+              '**no**' if found else 'yes')
+    return not found
+
+
+class _Run:
+    def __init__(self, web, cause, want, answers):
+        self.web, self.cause, self.answers = web, cause, answers
+        self.want = dataclasses.replace(want, log=want.log + ((cause.logs,) if cause.logs else ()))
+        self.app = f'app{next(_numbers)}'
+        self.good = Answer(whole(stage.FEED), delivers=True)
+        self.host = None  # one that drives its check
+        self.later = 0
+        self.parameter = ['param', 'p=1']
+        stage.replace_jobs('')
+        stage.clean_user_folders()
+        self.service = stage.Service()
+
+    def execute(self):
+        """Returns what was found instead of what must come; empty when it came."""
+        self._set_the_scene()
+        self._call('address')
+        self._let_it_strike()
+        found = self._reach(self.want)
+        self._repair()
+        for _ in range(self.cause.starts):
+            self._start_again()
+        found += self._reach(good_end(self.want))
+        if self.host:
+            self.host.kill()
+        return found
+
+    def _set_the_scene(self):
+        self.web.answers = {'good': self.good, 'address': self.cause.answer or self.good}
+        if self.cause.server_is_away:
+            self.web.go_away()
+        stage.place_executor(self.cause.executor)
+        if self.cause.quota_is_used_up:
+            stage.take_all_jobs()
+        if self.cause.clock_was_ahead:
+            # The application was there before, without the service, so that nothing was sent.
+            self.service.control('fail CreateInstance 0x80070422')
+            self._call('good')
+            stage.set_times_back(self.app, -self.cause.clock_was_ahead)
+        self.service.control(self.cause.control)  # last: it counts the calls from here
+
+    def _call(self, path):
+        """What the host does to have a transfer from there."""
+        url = self.web.url(path)
+        if self.want.route == HOST_CHECK:
+            self.host = stage.start_program(stage.HOST, self.app, 'drive', url, output=self.answers)
+        elif self.want.route == REPORT:
+            stage.run_host(self.app, *self.parameter, 'start', '', url, 3600)
+            self.parameter = []
+        else:
+            stage.run_host(self.app, 'start', url, '', 3600)
+
+    def _let_it_strike(self):
+        if self.cause.until:
+            stage.eventually(lambda: self.service.count(self.cause.until))
+        if self.cause.service_restarts:
+            if not self.cause.until:
+                stage.eventually(stage.is_fetching)
+            stage.stop_service()
+            stage.place_executor(stage.GOOD_EXECUTOR)
+            stage.wake_service()
+        self._pass(self.cause.lasts, self.cause.control)
+
+    def _pass(self, seconds, *control):
+        """Time passes for the service."""
+        if seconds:
+            self.later += seconds
+            self.service.control(*control, f'later {self.later}')
+
+    def _repair(self):
+        if self.cause.quota_is_used_up:
+            stage.replace_jobs('')
+        stage.place_executor(stage.GOOD_EXECUTOR)
+        self.web.answers['address'] = self.good
+        self.web.come_back()
+        self._pass(stage.RETRY)
+
+    def _start_again(self):
+        self._pass(self.cause.later)
+        stage.eventually(lambda: self.service.executors_rest() and not stage.any_job_moves())
+        stage.set_times_back(self.app, self.cause.later)
+        stage.set_job_times_back(self.cause.later)
+        if not self.host:
+            self._call('good')
+            return
+        if self._answer() != 'in work':
+            self._call('good')
+        self.host.wait(60)
+        # The executor of a check that the service makes cleans up after such a host.
+        stage.run_host(self.app, 'force')
+
+    def _answer(self):
+        self.answers.seek(0)
+        return (self.answers.read().decode().split('\n')[:-1] or [''])[-1].strip()
+
+    def _reach(self, want):
+        """Waits until things are as they must be; returns how they are otherwise."""
+        def reached():
+            return self._found(want) == want and self.service.executors_rest()
+        if stage.eventually(reached):
+            return ''
+        return f'wanted: {want}; found: {self._found(want)}. '
+
+    def _found(self, want):
+        arrived = sum('p=1' in report for report in stage.reports(self.web, self.app))
+        return dataclasses.replace(
+            want, files=stage.files_of(self.app), jobs=stage.jobs_text(),
+            log=tuple(line for line in want.log if stage.is_logged(line)),
+            host=self._answer() if self.host else '',
+            reports=arrived if want == good_end(self.want) and want.route == REPORT else want.reports)
