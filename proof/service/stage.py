@@ -72,11 +72,11 @@ def start_program(program, *arguments, output=subprocess.DEVNULL):
 
 
 def run_host(app, *steps):
-    start_program(HOST, app, *steps).wait()
+    start_program(HOST, app, *steps).wait(60)
 
 
 def place_executor(program):
-    """Puts a copy where the library looks for the executor when no host names one; None: nothing."""
+    """Puts a copy where the library looks for the executor; None leaves the place empty."""
     _EXECUTOR.unlink(missing_ok=True)
     if program:
         _EXECUTOR.parent.mkdir(parents=True, exist_ok=True)

@@ -12,7 +12,7 @@ def _start_and_wait(web):
     """Returns what the host learns: status, whether an update is there, after how long."""
     with tempfile.TemporaryFile() as output:
         stage.start_program(stage.HOST, APP, 'start', web.url('feed'), web.url('report'), 3600,
-                            'wait', WAIT, output=output).wait()
+                            'wait', WAIT, output=output).wait(60)
         output.seek(0)
         return map(int, output.read().split())
 
