@@ -72,7 +72,7 @@ def start_program(program, *arguments, output=subprocess.DEVNULL):
 
 
 def run_host(app, *steps):
-    start_program(HOST, app, *steps).wait(60)
+    start_program(HOST, app, *steps).wait(300)
 
 
 def place_executor(program):
@@ -181,7 +181,8 @@ def live_jobs():
     return jobs
 
 
-def _purpose(job):
+def purpose(job):
+    """Whose job it is; "bare" ones belong to hosts that drive a check."""
     if job['name'] != 'Kupdate-task':
         return "another program's"
     parameters = job.get('notify-parameters', '')
@@ -194,7 +195,7 @@ def jobs_text():
 
     One whose bytes come in shows as CONNECTING: the service's file does not follow that.
     """
-    counts = collections.Counter(f"{_purpose(job)} {job['state']}" for job in live_jobs())
+    counts = collections.Counter(f"{purpose(job)} {job['state']}" for job in live_jobs())
     return ', '.join(job + (f' x{count}' if count > 1 else '')
                      for job, count in sorted(counts.items())) or 'none'
 
@@ -206,7 +207,7 @@ def any_job_moves():
 
 
 def is_fetching():
-    return any(file.name.startswith('BIT') and file.stat().st_size for file in _temp_files())
+    return any(file.name.startswith('BIT') and _read(file) for file in _temp_files())
 
 
 def replace_jobs(text):
