@@ -12,11 +12,11 @@ class Answer:
     get: bytes
     head: bytes = b''       # empty: the head of `get`
     pause: float = 0        # seconds after each kilobyte
-    delivers: bool = False  # who receives it has what it asked for
+    delivers: bool = False  # the server notes who asked for it
 
 
-def raw(status, headers=(), body=b''):
-    lines = [f'HTTP/1.1 {status}', *headers, 'Connection: close', '', '']
+def raw(first, headers=(), body=b''):
+    lines = [f'HTTP/1.1 {first}', *headers, 'Connection: close', '', '']
     return '\r\n'.join(lines).encode() + body
 
 
@@ -42,7 +42,7 @@ class WebServer:
 
     def __init__(self):
         self.answers = {}
-        self.delivered = []  # the addresses whose answer delivers, in their order
+        self.delivered = []  # the noted addresses, in their order
         self._port = 0
         self._server = None
         self.come_back()
