@@ -35,6 +35,7 @@ class _Run:
         self.parameter = ['param', 'p=1']
         stage.replace_jobs('')
         stage.clean_user_folders()
+        stage.HOST_MAY_ASK.unlink(missing_ok=True)
         self.service = stage.Service()
 
     def execute(self):
@@ -69,7 +70,8 @@ class _Run:
         """What the host does to have a transfer from there."""
         url = self.web.url(path)
         if self.want.route == HOST_CHECK:
-            self.host = stage.start_program(stage.HOST, self.app, 'drive', url, output=self.answers)
+            self.host = stage.start_program(stage.HOST, self.app, 'drive', url,
+                                            f'Z:{stage.HOST_MAY_ASK}', output=self.answers)
         elif self.want.route == REPORT:
             stage.run_host(self.app, *self.parameter, 'start', '', url, 3600)
             self.parameter = []
@@ -86,6 +88,7 @@ class _Run:
             stage.place_executor(stage.GOOD_EXECUTOR)
             stage.wake_service()
         self._pass(self.cause.lasts, self.cause.control)
+        stage.HOST_MAY_ASK.touch()
 
     def _pass(self, seconds, *control):
         """Time passes for the service."""
@@ -102,18 +105,21 @@ class _Run:
         self._pass(stage.RETRY)
 
     def _start_again(self):
+        asks_on = self.want.host == 'in work'
         self._pass(self.cause.later)
-        stage.eventually(lambda: self.service.executors_rest() and not stage.any_job_moves())
+        stage.eventually(lambda: self.service.executors_rest() and not stage.any_job_moves()
+                         and not (asks_on and self._host_asks()))
         stage.set_times_back(self.app, self.cause.later)
         stage.set_job_times_back(self.cause.later)
-        if not self.host:
+        if not asks_on:
             self._call('good')
-            return
-        if self._answer() != 'in work':
-            self._call('good')
-        stage.eventually(lambda: self.host.poll() is not None)
-        # The executor of a check that the service makes cleans up after such a host.
-        stage.run_host(self.app, 'force')
+        if self.host:
+            stage.eventually(lambda: not self._host_asks())
+            # The executor of a check that the service makes cleans up after such a host.
+            stage.run_host(self.app, 'force')
+
+    def _host_asks(self):
+        return self.host.poll() is None
 
     def _answer(self):
         lines = os.pread(self.answers.fileno(), 10_000, 0).decode().split('\n')[:-1]

@@ -6,9 +6,11 @@
 //     usage TEXT                 an action for the next report
 //     force                      a check that does not wait for its time
 //     wait MILLISECONDS          waits for the check; prints status, answer, milliseconds
-//     drive FEED                 drives a check itself; prints each new answer
+//     drive FEED FILE            drives a check itself, and asks for its end once the file is there;
+//                                prints each new answer
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -40,9 +42,10 @@ std::string Ask(const char* id, const char* feed, const char* operation) {
   return status == KUPDATE_S_OK ? kAnswers[answer] : "failure";
 }
 
-void Drive(const char* id, const char* feed) {
+void Drive(const char* id, const char* feed, const char* file) {
   std::string last = Ask(id, feed, "start") == "in work" ? "" : "no check";
   if (!last.empty()) std::puts(last.c_str());
+  while (!std::filesystem::exists(file)) SleepMilliseconds(20);
   while (last.empty() || last == "in work") {
     const std::string answer = Ask(id, feed, "check");
     if (answer != last) std::puts(answer.c_str());
@@ -68,7 +71,10 @@ int main(int argc, char** argv) {
     if (what == "usage") Dll().usageReport(id, *++step);
     if (what == "force") Dll().forceUpdateCheck(id, false);
     if (what == "wait") Wait(id, number(*++step));
-    if (what == "drive") Drive(id, *++step);
+    if (what == "drive") {
+      Drive(id, step[1], step[2]);
+      step += 2;
+    }
     if (what == "start") {
       Dll().onApplicationStartup(id, "win64", step[1], step[2], number(step[3]), 1, 0, 0, 0, true);
       step += 3;

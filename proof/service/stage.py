@@ -22,6 +22,7 @@ STANDIN = BINARIES / 'standin/kupdate-standin.exe'
 
 _SERVICE = pathlib.Path(os.environ['SERVICE'])
 _JOBS = _SERVICE / 'jobs.txt'
+HOST_MAY_ASK = _SERVICE / 'host-may-ask'  # a file that hosts wait for
 _USERS = pathlib.Path(os.environ['WINEPREFIX'], 'drive_c/users')
 _APP_DATA = _USERS / os.environ['USER'] / 'AppData'
 _DATA, _LOCAL, _ROAMING = (_APP_DATA / kind / 'Krelix/Updater'
