@@ -2,15 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <winsock2.h>
-
-#include <atomic>
 #include <chrono>
-#include <thread>
 
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
-#include "testing/raw_socket.h"
 
 namespace {
 
@@ -71,39 +66,6 @@ TEST(Download, EveryAnswerHasItsOutcome) {
   }
 }
 
-// Answers one request: with `head`, and then with `drop` each 50 ms for as long as it lives.
-class DrippingServer {
- public:
-  DrippingServer(const std::string& head, const std::string& drop) {
-    WSADATA data;
-    ::WSAStartup(MAKEWORD(2, 2), &data);
-    listener_ = ListenLocally(&port_);
-    thread_ = std::thread([this, head, drop] {
-      const SOCKET socket = ::accept(listener_, nullptr, nullptr);
-      RequestLine(socket);
-      SendAll(socket, head);
-      while (!isOver_ && SendAll(socket, drop)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      }
-      ::closesocket(socket);
-    });
-  }
-  ~DrippingServer() {
-    isOver_ = true;
-    thread_.join();
-    ::closesocket(listener_);
-    ::WSACleanup();
-  }
-
-  std::string Url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
-
- private:
-  std::uintptr_t listener_;
-  unsigned short port_ = 0;
-  std::atomic<bool> isOver_ = false;
-  std::thread thread_;
-};
-
 TEST(Download, NoServerMakesItLast) {
   const std::string ok = Ok("Content-Length: 40960\r\n");
   const std::string drop(1024, 'x');
@@ -127,10 +89,11 @@ TEST(Download, NoServerMakesItLast) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    const DrippingServer server(row.head, row.drop);
+    const RawServer server(row.head, row.drop);
     const LogCapture log;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Download(server.Url(), row.rules, [](std::string_view) { return true; }), row.want);
+    EXPECT_EQ(Download(server.Url("/"), row.rules, [](std::string_view) { return true; }),
+              row.want);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
     const std::string lines = testing::PrintToString(log.Lines());
     EXPECT_NE(lines.find(row.line), lines.npos) << lines;
