@@ -168,14 +168,4 @@ TEST(Library, EndsWhatGrowsTooLarge) {
     EXPECT_EQ(job().error, c.error);
     EXPECT_FALSE(IsTooLarge(c.purpose, job().bytesTransferred));
   }
-  // A service without the limit goes on until somebody looks.
-  const RawServer web([&](const std::string&) { return endless; });
-  const OwnService service("any-server");
-  ASSERT_TRUE(service.Transfer(JobPurpose::kReport, web.Url("/")));
-  const auto worker = TBitsTransferCompletion::CreateWorker(ListOwnJobs().at(0).id);
-  EXPECT_TRUE(
-      Eventually([&] { return IsTooLarge(JobPurpose::kReport, worker->BytesTransferred()); }));
-  EXPECT_TRUE(IsTooLarge(JobPurpose::kReport, ListOwnJobs().at(0).bytesTransferred));
-  worker->Finish();
-  EXPECT_TRUE(ListOwnJobs().empty());
 }

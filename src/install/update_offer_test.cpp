@@ -62,11 +62,7 @@ TEST(UpdateOffer, ArgumentsAreThoseOfTheStarter) {
              "<DistroSize>-5</DistroSize><UACDlg>1</UACDlg></appinfo>");
   const auto offer = ReadOffer("app");
   ASSERT_TRUE(offer);
-  EXPECT_EQ(offer->version, MakeVersion(2, 0, 0, 0));
-  EXPECT_EQ(offer->starter, Starter::kMsi);
   EXPECT_EQ(offer->args, "/qn");
   EXPECT_EQ(offer->size, 0u);
   EXPECT_TRUE(offer->mayElevate);
-  EXPECT_EQ(ParseStarter("bat"), Starter::kUnknown);
-  EXPECT_EQ(ParseStarter(""), Starter::kProgram);
 }
