@@ -1,6 +1,5 @@
-#include "controller/command_line.h"
-#include "executor/executor_command.h"
 #include "fuzz/fuzz.h"
+#include "layout/command_line.h"
 #include "util/text.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <new>
 #include <utility>
 
+#include "layout/folders.h"
 #include "util/diag_log.h"
-#include "util/folders.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include "appinfo/app_info2.h"
 #include "executor/block_confirm.h"
 #include "executor/executor_names.h"
+#include "layout/names.h"
 #include "proof/steps_world.h"
 #include "stat/stat_ctrl.h"
 #include "util/mutex.h"

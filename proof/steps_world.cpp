@@ -8,9 +8,9 @@
 #include <iterator>
 #include <system_error>
 
+#include "layout/folders.h"
 #include "stat/stat_holder.h"
 #include "util/diag_log.h"
-#include "util/folders.h"
 #include "util/text.h"
 #include "util/text_mode.h"
 #include "xml/xml_node.h"

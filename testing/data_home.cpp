@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "util/folders.h"
+#include "layout/folders.h"
 #include "util/text.h"
 
 #ifdef _WIN32

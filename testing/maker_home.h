@@ -6,8 +6,8 @@
 #include <string>
 #include <system_error>
 
+#include "layout/folders.h"
 #include "testing/data_home.h"
-#include "util/folders.h"
 #include "util/registry.h"
 #include "util/text.h"
 #include "util/user.h"

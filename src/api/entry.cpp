@@ -8,13 +8,16 @@
 #include <utility>
 
 #include "appinfo/app_info.h"
+#include "layout/file_names.h"
+#include "layout/keys.h"
+#include "layout/log_start.h"
+#include "layout/names.h"
 #include "stat/uuid.h"
 #include "transfer/com_error.h"
 #include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
-#include "util/log_start.h"
 #include "util/process.h"
 
 namespace {
@@ -64,7 +67,7 @@ void StartLogOnce(const char* appId) {
     state.logStarted = true;
   }
   PinThisModule();
-  StartLog(L"kupdate-exec-" + WidenUtf8(appId ? appId : "") + L".log", {});
+  StartLog(LogFile(appId ? appId : ""), {});
   JustUtil::OutBanner();
 }
 
@@ -96,9 +99,7 @@ bool CheckAppId(const char* exportName, const char* appId) {
   return appId != nullptr;
 }
 
-Mutex ApplicationMutex(const std::string& appId) {
-  return Mutex(WidenUtf8("STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-" + appId));
-}
+Mutex ApplicationMutex(const std::string& appId) { return Mutex(StatisticsMutexName(appId)); }
 
 void InitAppId(const std::string& appId) {
   const TAppInfo store(appId);
@@ -123,7 +124,7 @@ void FixUpdaterPath(TAppInfo* store) {
   }
   if (appId.empty() || path.empty()) return;
   const std::string value = NarrowUtf8(path);
-  store ? store->Write("UpdaterPath", value) : TAppInfo(appId).Write("UpdaterPath", value);
+  store ? store->Write(key::kUpdaterPath, value) : TAppInfo(appId).Write(key::kUpdaterPath, value);
   LOG_D << "Fix" << appId << "with" << path;
 }
 

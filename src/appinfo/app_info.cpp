@@ -3,6 +3,9 @@
 #include <new>
 #include <utility>
 
+#include "layout/file_names.h"
+#include "layout/keys.h"
+#include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
@@ -56,12 +59,11 @@ TAppInfo::TAppInfo(std::string appId, std::unique_ptr<TLocker> locker)
     : appId_(std::move(appId)), folder_(appId_), locker_(std::move(locker)) {}
 
 TAppInfo::TAppInfo(const std::string& appId)
-    : TAppInfo(appId, std::make_unique<Mutex>(
-                          WidenUtf8("APPINFO{65438470-A93E-4c32-83C0-33BFC5DDD428}-" + appId))) {}
+    : TAppInfo(appId, std::make_unique<Mutex>(RecordMutexName(appId))) {}
 
 TAppInfo::~TAppInfo() = default;
 
-std::string TAppInfo::Path() const { return PathOf("appinfo.xml"); }
+std::string TAppInfo::Path() const { return PathOf(kRecordFile); }
 
 bool TAppInfo::Apply(const Edit& edit, XmlNode* root) {
   XmlNode* const child = root->FindChild(edit.key);
@@ -199,6 +201,6 @@ void TAppInfo::SetVersion(std::uint16_t major, std::uint16_t minor, std::uint16_
   WriteNumber("VerBuild", build);
 }
 
-bool TAppInfo::IsRemoved() const { return ReadFlag("Remove"); }
-std::string TAppInfo::Platform() const { return Read("Platform"); }
-std::string TAppInfo::Locale() const { return Read("Locale"); }
+bool TAppInfo::IsRemoved() const { return ReadFlag(key::kRemove); }
+std::string TAppInfo::Platform() const { return Read(key::kPlatform); }
+std::string TAppInfo::Locale() const { return Read(key::kLocale); }

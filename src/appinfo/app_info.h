@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "util/folders.h"
+#include "layout/folders.h"
 #include "util/locker.h"
 
 class XmlNode;

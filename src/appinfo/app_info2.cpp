@@ -5,9 +5,11 @@
 #include <vector>
 
 #include "appinfo/local_record.h"
+#include "layout/folders.h"
+#include "layout/keys.h"
+#include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/registry.h"
 #include "util/text.h"
@@ -21,13 +23,12 @@ constexpr std::uint64_t kMaxSecondsAhead = kMaxDaysAhead * 24 * kSecondsPerHour;
 constexpr std::int64_t kMinPingPeriod = 3600;
 constexpr std::int64_t kDefaultPingPeriod = 86400;
 
-constexpr wchar_t kSettings[] = L"Software\\Krelix";
 constexpr wchar_t kAllowDebugFeed[] = L"AllowDebugFeed";
 
 bool IsDebugFeedAllowed() {
   std::uint32_t allowed = 0;
-  return !JustUtil::IsValueNotExist(kSettings, kAllowDebugFeed) &&
-         JustUtil::ReadIntFromRegistry(RegistryRoot::kCurrentUser, kSettings, kAllowDebugFeed,
+  return !JustUtil::IsValueNotExist(kSettingsKey, kAllowDebugFeed) &&
+         JustUtil::ReadIntFromRegistry(RegistryRoot::kCurrentUser, kSettingsKey, kAllowDebugFeed,
                                        &allowed) &&
          allowed == 1;
 }
@@ -53,7 +54,7 @@ bool IsNeededByStore(const std::string& appId, const Executors& executors) {
   const TAppInfo2 app(appId);
   // A record that cannot be looked at is not one that is gone.
   return !FileSystem::IsNameFree(app.Path()) && !app.IsRemoved() &&
-         executors.IsNeededWith(app.Read("UpdaterPath"));
+         executors.IsNeededWith(app.Read(key::kUpdaterPath));
 }
 
 }  // namespace
@@ -74,7 +75,7 @@ void TAppInfo2::WriteTime(std::string_view key, std::uint64_t seconds) {
 
 std::string TAppInfo2::VersionUrl() const {
   const std::string debugUrl = Read("Debug_VersionUrl");
-  return debugUrl.empty() || !IsDebugFeedAllowed() ? Read("VersionUrl") : debugUrl;
+  return debugUrl.empty() || !IsDebugFeedAllowed() ? Read(key::kVersionUrl) : debugUrl;
 }
 
 VersionStatus TAppInfo2::GetVersionStatus() const {
@@ -86,32 +87,32 @@ VersionStatus TAppInfo2::GetVersionStatus() const {
 void TAppInfo2::SetVersionStatus(VersionStatus status) { WriteNumber("VersionStatus", status); }
 bool TAppInfo2::WantUnstableToo() const { return ReadFlag("WantUnstableToo"); }
 
-void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag("NeedDialogArterCheck", needed); }
+void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag(key::kNeedDialog, needed); }
 
-void TAppInfo2::UpdateLastCheckTime(std::uint64_t now) { WriteTime("LastCheckTime", now); }
+void TAppInfo2::UpdateLastCheckTime(std::uint64_t now) { WriteTime(key::kLastCheckTime, now); }
 
 bool TAppInfo2::ShouldCheck(std::uint64_t now) {
   // Unsigned on purpose: a last check in the future (the clock was set back) gives a huge number of
   // hours and does not hold the check back.
-  const std::uint64_t hours = (now - ReadTime("LastCheckTime")) / kSecondsPerHour;
+  const std::uint64_t hours = (now - ReadTime(key::kLastCheckTime)) / kSecondsPerHour;
   if (hours < kHoursBetweenChecks) {
     LOG_D << "Last checked " << hours << " hours ago, postponed.";
     return false;
   }
   LOG_D << "hours_passed=" << hours;
   SanityCheck(now);
-  return ReadTime("NextCheckTime") < now;
+  return ReadTime(key::kNextCheckTime) < now;
 }
 
 void TAppInfo2::SanityCheck(std::uint64_t now) {
-  const std::uint64_t next = ReadTime("NextCheckTime");
+  const std::uint64_t next = ReadTime(key::kNextCheckTime);
   if (next <= now || (next - now) / kSecondsPerHour / 24 <= kMaxDaysAhead) return;
-  WriteTime("NextCheckTime", now + kMaxSecondsAhead);
+  WriteTime(key::kNextCheckTime, now + kMaxSecondsAhead);
   LOG_I << "sanity check in work...";
 }
 
 std::int64_t TAppInfo2::PingStatPeriod() const {
-  const std::optional<std::string> period = Find("PingStatPeriod", "TAppInfo::Read");
+  const std::optional<std::string> period = Find(key::kPingStatPeriod, "TAppInfo::Read");
   return period ? ParseInt64(*period) : kDefaultPingPeriod;
 }
 
@@ -144,8 +145,8 @@ bool TAppInfo2::IsApplicationListEmpty(const std::wstring& executor,
 }
 
 void TAppInfo2::ForgetCheckTimes() {
-  RemoveValue("LastCheckTime");
-  RemoveValue("NextCheckTime");
+  RemoveValue(key::kLastCheckTime);
+  RemoveValue(key::kNextCheckTime);
 }
 
 void TAppInfo2::ForgetPingTimes() {

@@ -4,6 +4,7 @@
 
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/table.h"

@@ -3,20 +3,18 @@
 #include <utility>
 
 #include "appinfo/app_info.h"
+#include "layout/file_names.h"
+#include "layout/folders.h"
+#include "layout/keys.h"
 #include "util/diag_log.h"
 #include "util/file_lock.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
 namespace {
 
 constexpr unsigned kLockWaitMilliseconds = 5000;
-
-constexpr char kRecordFile[] = "local.xml";
-constexpr char kAnswerFile[] = "answer.xml";
-constexpr char kLockFile[] = "local.lock";
 
 std::string LocalPath(const std::string& appId, CreateFolder create, std::string_view name) {
   const std::wstring folder = GetUpdaterLocalFolder(appId, create);
@@ -38,7 +36,7 @@ class LocalStore final : public TAppInfo {
 enum class Found { kRecord, kNothing, kUnreadable };
 
 Found Load(const std::string& appId, LocalRecord* record) {
-  LocalStore store(appId, kRecordFile);
+  LocalStore store(appId, kLocalRecordFile);
   if (store.Path().empty()) return Found::kUnreadable;
   if (FileSystem::IsNameFree(store.Path())) return Found::kNothing;
   const StoreChanges one(store);
@@ -46,7 +44,7 @@ Found Load(const std::string& appId, LocalRecord* record) {
   record->version = std::uint64_t{store.VerMajor()} << 48 | std::uint64_t{store.VerMinor()} << 32 |
                     std::uint64_t{store.VerSubver()} << 16 | store.VerBuild();
   record->platform = store.Platform();
-  record->executor = store.Read("UpdaterPath");
+  record->executor = store.Read(key::kUpdaterPath);
   record->release = store.ReadFlag("Release");
   record->removed = store.IsRemoved();
   return Found::kRecord;
@@ -57,14 +55,14 @@ std::uint16_t PartOf(std::uint64_t version, int shift) {
 }
 
 bool Save(const std::string& appId, const LocalRecord& record) {
-  LocalStore store(appId, kRecordFile);
+  LocalStore store(appId, kLocalRecordFile);
   const StoreChanges one(store);
   store.SetVersion(PartOf(record.version, 48), PartOf(record.version, 32),
                    PartOf(record.version, 16), PartOf(record.version, 0));
-  store.Write("Platform", record.platform);
-  store.Write("UpdaterPath", record.executor);
+  store.Write(key::kPlatform, record.platform);
+  store.Write(key::kUpdaterPath, record.executor);
   store.WriteFlag("Release", record.release);
-  store.WriteFlag("Remove", record.removed);
+  store.WriteFlag(key::kRemove, record.removed);
   return store.SaveChanges();
 }
 
@@ -105,7 +103,7 @@ bool ChangeLocalRecord(const std::string& appId, const std::function<void(LocalR
   LocalRecord record;
   // The usual start changes nothing, and takes no lock for that.
   if (isDone(&record)) return true;
-  FileLock lock(LocalPath(appId, CreateFolder::kYes, kLockFile), kLockWaitMilliseconds);
+  FileLock lock(LocalPath(appId, CreateFolder::kYes, kLocalLockFile), kLockWaitMilliseconds);
   const LockScope scope(&lock);
   if (scope && (isDone(&record) || Save(appId, record))) return true;
   LOG_E << "The local record was not written:" << appId;
@@ -119,19 +117,19 @@ bool IsLiving(const std::string& appId) {
 }
 
 bool WriteAnswer(const std::string& appId, const CheckAnswer& answer) {
-  return WritePair(appId, "CheckJob", answer.job, "UpgradeAvailable", answer.found ? 1 : 0);
+  return WritePair(appId, "CheckJob", answer.job, key::kUpgradeAvailable, answer.found ? 1 : 0);
 }
 
 bool WriteAnswer(const std::string& appId, const InstallAnswer& answer) {
-  return WritePair(appId, "InstallRun", answer.run, "DistroExitCode", answer.code);
+  return WritePair(appId, "InstallRun", answer.run, key::kDistroExitCode, answer.code);
 }
 
 std::optional<bool> ReadCheckAnswer(const std::string& appId, const std::string& job) {
-  const auto value = ReadPair(appId, "CheckJob", job, "UpgradeAvailable");
+  const auto value = ReadPair(appId, "CheckJob", job, key::kUpgradeAvailable);
   return value ? std::optional<bool>(*value != 0) : std::nullopt;
 }
 
 std::optional<std::int32_t> ReadInstallAnswer(const std::string& appId, const std::string& run) {
-  const auto value = ReadPair(appId, "InstallRun", run, "DistroExitCode");
+  const auto value = ReadPair(appId, "InstallRun", run, key::kDistroExitCode);
   return value ? std::optional<std::int32_t>(static_cast<std::int32_t>(*value)) : std::nullopt;
 }

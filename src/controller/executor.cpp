@@ -3,15 +3,16 @@
 #include <string>
 
 #include "appinfo/app_info2.h"
-#include "controller/command_line.h"
 #include "controller/updater_controller.h"
+#include "layout/command_line.h"
+#include "layout/file_names.h"
+#include "layout/folders.h"
 #include "stat/stat_ctrl.h"
 #include "transfer/bits_transfer.h"
 #include "transfer/com_apartment.h"
 #include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/system.h"
 #include "util/text.h"
@@ -31,8 +32,7 @@ struct ExecutorPaths {
 const std::wstring& LegacyExecName(ExecutorPaths& paths) {
   if (paths.legacyExecName.empty()) {
     // Without its folder it would be looked for in the host's current directory.
-    const std::wstring folder = GetAppDataFolder(L"Krelix\\Updater");
-    if (!folder.empty()) paths.legacyExecName = folder + L"kupdate-exec.exe";
+    paths.legacyExecName = DefaultExecutorPath();
   }
   return paths.legacyExecName;
 }
@@ -57,7 +57,7 @@ enum class Removal { kNo, kWhenUnused };
 bool Launch(const std::string& appId, const PingBlock& block, Removal removal) noexcept {
   try {
     const std::wstring id = WidenUtf8(appId);
-    const std::wstring resultFile = FreshTempFile(L"kupdate-ping-" + id + L".temp");
+    const std::wstring resultFile = FreshTempFile(ReportAnswerFile(appId));
     const std::wstring executor = ExecutorToStart();
     if (resultFile.empty() || executor.empty()) {
       LOG_E << "No folder for the ping.";
@@ -119,8 +119,7 @@ std::wstring ExecutorToStart() {
 }
 
 std::string CheckUpdate(TAppInfo2& store) {
-  const std::wstring appId = WidenUtf8(store.AppId());
-  const std::wstring resultFile = FreshTempFile(L"kupdate-versioninfo-" + appId + L".xml");
+  const std::wstring resultFile = FreshTempFile(ScheduledFeedFile(store.AppId()));
   const std::wstring executor = ExecutorToStart();
   LOG_I << "KupdateExecutablePath: " << executor;
   const std::string url = store.VersionUrl();
@@ -135,7 +134,7 @@ std::string CheckUpdate(TAppInfo2& store) {
   const ComApartment apartment;
   TBitsTransfer transfer(url, resultFile, JobPurpose::kCheck);
   transfer.SetTimeout(kCheckTimeoutSeconds);
-  transfer.NotifyCmdLine(executor, UpdateCheckArguments(appId, resultFile));
+  transfer.NotifyCmdLine(executor, UpdateCheckArguments(WidenUtf8(store.AppId()), resultFile));
   store.SaveChanges();
   transfer.Work();
   return transfer.JobId();

@@ -1,6 +1,7 @@
 #include "controller/executor_wait.h"
 
 #include "appinfo/local_record.h"
+#include "layout/keys.h"
 #include "update/upd_info.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
@@ -22,14 +23,12 @@ std::uint32_t LeftOf(std::uint32_t milliseconds, std::uint64_t begin) {
   return waited < milliseconds ? milliseconds - static_cast<std::uint32_t>(waited) : 0;
 }
 
-constexpr char kExitCode[] = "DistroExitCode";
-
 // What the store in LocalLow says, where any process of the user can write.
 std::optional<std::int32_t> StoredCode(const std::string& appId) {
   TUpdInfo update(appId);
   const StoreChanges one(update);
-  if (!update.IsValueExist(kExitCode)) return {};
-  return static_cast<std::int32_t>(update.ReadNumber(kExitCode));
+  if (!update.IsValueExist(key::kDistroExitCode)) return {};
+  return static_cast<std::int32_t>(update.ReadNumber(key::kDistroExitCode));
 }
 
 // The executor has ended well, before a signal came.

@@ -6,6 +6,7 @@
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
 #include "controller/updater_controller.h"
+#include "layout/keys.h"
 #include "update/version_number.h"
 #include "util/text.h"
 
@@ -30,8 +31,8 @@ void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool is
 }
 
 void WriteRelease(TAppInfo2& store, const HostRelease& host) {
-  store.Write("Platform", OrEmpty(host.platform));
-  store.Write("VersionUrl", OrEmpty(host.versionUrl));
+  store.Write(key::kPlatform, OrEmpty(host.platform));
+  store.Write(key::kVersionUrl, OrEmpty(host.versionUrl));
   store.SetVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
 }
 

@@ -5,12 +5,15 @@
 #include <utility>
 
 #include "appinfo/app_info2.h"
-#include "controller/command_line.h"
 #include "controller/executor.h"
 #include "controller/executor_wait.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
 #include "controller/updater_controller.h"
+#include "layout/command_line.h"
+#include "layout/file_names.h"
+#include "layout/folders.h"
+#include "layout/names.h"
 #include "transfer/bits_completion.h"
 #include "transfer/bits_transfer.h"
 #include "transfer/com_apartment.h"
@@ -19,7 +22,6 @@
 #include "util/clock.h"
 #include "util/event.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/process.h"
 #include "util/text.h"
 
@@ -55,7 +57,7 @@ void Deliver(std::int32_t value, std::int32_t* status) {
 
 bool KeepFeed(const std::string& appId, const std::string& feedFile) {
   const std::wstring folder = GetUpdaterLocalFolder(appId, CreateFolder::kYes);
-  return !folder.empty() && FileSystem::CopyFile(feedFile, NarrowUtf8(folder) + "version.rss");
+  return !folder.empty() && FileSystem::CopyFile(feedFile, NarrowUtf8(folder) + kFeedFile);
 }
 
 }  // namespace
@@ -164,7 +166,7 @@ bool TUpdaterController::EvaluateFeed(TAppInfo2& store, std::int32_t* status) {
 }
 
 void TUpdaterController::StartJob() {
-  const std::wstring feedFile = FreshTempFile(WidenUtf8(appId_) + L"-version.rss");
+  const std::wstring feedFile = FreshTempFile(HostFeedFile(appId_));
   if (feedFile.empty()) throw std::runtime_error("No folder for version.rss.");
   TBitsTransfer transfer(versionUrl_, feedFile);
   transfer.SetTimeout(kFeedTimeoutSeconds);
@@ -205,7 +207,7 @@ bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t wait
   bool available = false;
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
-    const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(WidenUtf8(store.AppId())));
+    const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(store.AppId()));
     if (!event) return Ended::kLeft;
     store.ForgetCheckTimes();
     store.ForgetPingTimes();
@@ -250,7 +252,7 @@ bool TUpdaterController::DownloadAndInstallSilentUpdate(std::int32_t* exitCode) 
       return Ended::kLeft;
     }
     const std::string appId = appId_;
-    const std::wstring eventName = ResultEventName(WidenUtf8(appId));
+    const std::wstring eventName = ResultEventName(appId);
     const UniqueHandle event = JustUtil::CreateEventW(eventName);
     if (!event) {
       LOG_E << "Can't create event with name: " << eventName;

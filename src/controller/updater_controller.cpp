@@ -10,6 +10,7 @@
 #include "controller/executor.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
+#include "layout/keys.h"
 #include "stat/stat_ctrl.h"
 #include "util/clock.h"
 #include "util/process.h"
@@ -47,7 +48,7 @@ ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std:
     TStatCtrl::SendStat(store, statisticsLock, now, LaunchLastPing);
     return {};
   }
-  const bool isPingDue = store.ShouldPing(now) && !store.Read("ReportUrl").empty();
+  const bool isPingDue = store.ShouldPing(now) && !store.Read(key::kReportUrl).empty();
   const bool isCheckDue = store.ShouldCheck(now);
   // Both are noted before the ping is sent, in the order in which they are done: the file is then
   // written once.
@@ -69,10 +70,10 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
                                               const char* reportUrl, std::int32_t pingStatPeriod) {
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
-    store.WriteFlag("Remove", false);
+    store.WriteFlag(key::kRemove, false);
     WriteRelease(store, host);
-    store.Write("ReportUrl", OrEmpty(reportUrl));
-    store.WriteNumber("PingStatPeriod", pingStatPeriod);
+    store.Write(key::kReportUrl, OrEmpty(reportUrl));
+    store.WriteNumber(key::kPingStatPeriod, pingStatPeriod);
     WriteChannel(store, host.release);
     WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
     RethrowIfAny(ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).pingFailure);
@@ -83,7 +84,7 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
 void TUpdaterController::OnApplicationUninstall(const char* appId) {
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
-    store.WriteFlag("Remove", true);
+    store.WriteFlag(key::kRemove, true);
     ChangeLocalRecord(store.AppId(), [](LocalRecord& record) { record.removed = true; });
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
     return Ended::kOut;
@@ -167,10 +168,10 @@ void TUpdaterController::SetLocale(const char* appId, const char* locale) {
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
     if (!locale) return Ended::kLeft;
-    store.Write("Locale", locale);
+    store.Write(key::kLocale, locale);
     const std::string& id = store.AppId();
     // These two and their sibling are one product with one language.
-    if (id == "zonie" || id == "zonie64") TAppInfo("vigilorian").Write("Locale", locale);
+    if (id == "zonie" || id == "zonie64") TAppInfo("vigilorian").Write(key::kLocale, locale);
     return Ended::kOut;
   });
 }

@@ -6,9 +6,10 @@
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
 #include "executor/block_confirm.h"
+#include "layout/file_names.h"
+#include "layout/folders.h"
 #include "util/diag_log.h"
 #include "util/folder_content.h"
-#include "util/folders.h"
 #include "util/locker.h"
 #include "util/log_line.h"
 #include "util/text.h"
@@ -27,17 +28,18 @@ bool IsAnyOf(std::string_view name, std::initializer_list<std::string_view> file
                      [&](std::string_view file) { return IsFamilyOf(name, file); });
 }
 
-bool IsRecord(std::string_view name) { return IsAnyOf(name, {"appinfo.xml", "updinfo.xml"}); }
+bool IsRecord(std::string_view name) { return IsAnyOf(name, {kRecordFile, kUpdateFile}); }
 
 bool IsStateFile(std::string_view name) {
   const std::size_t end = name.find(".xml");
-  return IsRecord(name) || IsFamilyOf(name, "statistics.xml") ||
+  return IsRecord(name) || IsFamilyOf(name, kStatisticsFile) ||
          (end != name.npos && BlockIdOfFile(name.substr(0, end + 4)) &&
           IsFamilyOf(name, name.substr(0, end + 4)));
 }
 
 bool IsLocalFile(std::string_view name) {
-  return IsAnyOf(name, {"local.xml", "answer.xml", "version.rss", "local.lock", "executor.lock"});
+  return IsAnyOf(name,
+                 {kLocalRecordFile, kAnswerFile, kFeedFile, kLocalLockFile, kExecutorLockFile});
 }
 
 void RemoveLocalFiles(const std::string& appId) {

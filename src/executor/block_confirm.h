@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "stat/app_state.h"
 
@@ -18,8 +17,5 @@ class TLocker;
 ///         read or written: then it was logged and the block is left for a later run.
 /// Throws std::invalid_argument for a file with a state that is none; it has been moved aside.
 std::optional<AppState> ConfirmBlock(const std::string& appId, int blockId, TLocker* lock);
-
-/// The block whose in-work file has this name, "in_work_7.xml"; nothing for other names.
-std::optional<int> BlockIdOfFile(std::string_view fileName);
 
 #endif  // KUPDATE_EXECUTOR_BLOCK_CONFIRM_H_

@@ -5,10 +5,11 @@
 #include <optional>
 
 #include "appinfo/local_record.h"
-#include "executor/executor_command.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
 #include "executor/run.h"
+#include "layout/command_line.h"
+#include "layout/keys.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
 #include "update/feed_file.h"
@@ -25,8 +26,6 @@ namespace {
 constexpr std::uint64_t kSecondsBetweenChecks = 86400;
 // Clients that were installed together must not come together for ever.
 constexpr std::uint64_t kMaxSpreadSeconds = 3600;
-
-constexpr char kUpgradeAvailable[] = "UpgradeAvailable";
 
 enum class Outcome { kFound, kNone, kFailed };
 
@@ -48,7 +47,7 @@ Outcome JudgeFeed(TAppInfo2& app, const std::string& file, std::uint64_t now) {
 }
 
 void DropDialog(TAppInfo2& app, Outcome outcome) {
-  if (!app.ReadFlag("NeedDialogArterCheck")) return;
+  if (!app.ReadFlag(key::kNeedDialog)) return;
   const char* const news = outcome == Outcome::kFound  ? "an update is available"
                            : outcome == Outcome::kNone ? "there is no update"
                                                        : "the check failed";
@@ -57,9 +56,9 @@ void DropDialog(TAppInfo2& app, Outcome outcome) {
 }
 
 void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std::uint64_t now) {
-  app.WriteFlag(kUpgradeAvailable, outcome == Outcome::kFound);
+  app.WriteFlag(key::kUpgradeAvailable, outcome == Outcome::kFound);
   if (outcome != Outcome::kFailed) {
-    app.WriteNumber("NextCheckTime",
+    app.WriteNumber(key::kNextCheckTime,
                     static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
   }
   DropDialog(app, outcome);
@@ -75,7 +74,7 @@ void RestoreRecord(TAppInfo2& app) {
   if (!record) return;
   const auto part = [&](int shift) { return static_cast<std::uint16_t>(record->version >> shift); };
   app.SetVersion(part(48), part(32), part(16), part(0));
-  app.Write("Platform", record->platform);
+  app.Write(key::kPlatform, record->platform);
 }
 
 void Answer(const ExecutorCommand& command, const EndedJob& job) {

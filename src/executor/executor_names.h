@@ -4,14 +4,10 @@
 
 #include <string>
 
+#include "layout/file_names.h"
+#include "layout/folders.h"
 #include "util/file_lock.h"
-#include "util/folders.h"
 #include "util/text.h"
-
-/// Held by a host for each of its calls, and by the executor while it changes the statistics.
-inline std::wstring StatisticsMutexName(const std::string& appId) {
-  return L"STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-" + WidenUtf8(appId);
-}
 
 /// How long an executor waits for another one that works for the same application. A check that has to
 /// give up is started again by the transfer service; a host that wants an installation learns that it is
@@ -23,7 +19,7 @@ constexpr unsigned kExecutorWaitMilliseconds = 60'000;
 /// while it waits for that.
 inline FileLock ExecutorLock(const std::string& appId) {
   const std::wstring folder = GetUpdaterLocalFolder(appId, CreateFolder::kYes);
-  return FileLock(folder.empty() ? std::string() : NarrowUtf8(folder) + "executor.lock",
+  return FileLock(folder.empty() ? std::string() : NarrowUtf8(folder) + kExecutorLockFile,
                   kExecutorWaitMilliseconds);
 }
 

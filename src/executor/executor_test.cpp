@@ -7,7 +7,7 @@
 #include <regex>
 
 #include "appinfo/app_info2.h"
-#include "controller/command_line.h"
+#include "layout/names.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
 #include "util/text.h"
@@ -46,7 +46,7 @@ struct Host {
 // Whether an application's result has been signalled since this was made.
 struct ResultEvent {
   explicit ResultEvent(const std::string& appId)
-      : event(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(WidenUtf8(appId)).c_str())) {}
+      : event(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(appId).c_str())) {}
   ~ResultEvent() { ::CloseHandle(event); }
   bool IsSignalled() const { return ::WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
 

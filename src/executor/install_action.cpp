@@ -1,11 +1,12 @@
 #include "executor/install_action.h"
 
 #include "appinfo/local_record.h"
-#include "executor/executor_command.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
 #include "executor/run.h"
 #include "install/silent_update.h"
+#include "layout/command_line.h"
+#include "layout/keys.h"
 #include "update/upd_info.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -13,13 +14,12 @@
 
 namespace {
 
-constexpr char kExitCode[] = "DistroExitCode";
-
 // What the stores say from now on.
 void WriteCode(const std::string& appId, int code) {
   LOG_I << "ExitCode: " << code;
-  TUpdInfo(appId).WriteNumber(kExitCode, code);
-  if (IsInstalled(code) && IsLiving(appId)) TAppInfo2(appId).WriteFlag("UpgradeAvailable", false);
+  TUpdInfo(appId).WriteNumber(key::kDistroExitCode, code);
+  if (IsInstalled(code) && IsLiving(appId))
+    TAppInfo2(appId).WriteFlag(key::kUpgradeAvailable, false);
   // Last: from here on the host that started this run takes the code for its own.
   WriteAnswer(appId, InstallAnswer{OwnRunId(), code});
 }
@@ -35,7 +35,7 @@ int RunInstallAction(const ExecutorCommand& command) {
     return kExitBusy;
   }
   // Should this process die, nobody takes an older code for its own.
-  TUpdInfo(command.appId).RemoveValue(kExitCode);
+  TUpdInfo(command.appId).RemoveValue(key::kDistroExitCode);
   FinishInstall(command.appId, RunSilentUpdate(command.appId));
   return kExitDone;
 }

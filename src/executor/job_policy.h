@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "executor/executor_command.h"
+#include "layout/command_line.h"
 #include "transfer/job_list.h"
 
 /// A job and what its notify command line asks for; kNone for a job without one.

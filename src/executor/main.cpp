@@ -3,9 +3,9 @@
 // Linked for the subsystem without a console: the transfer service decides how it starts a notify
 // program, and a console program would show a window to the user each time. Help and status still
 // reach the console, file or pipe of whoever asks for them.
-#include "executor/executor_command.h"
 #include "executor/run.h"
-#include "util/log_start.h"
+#include "layout/command_line.h"
+#include "layout/log_start.h"
 #include "util/process.h"
 #include "util/win/windows_lean.h"
 

@@ -7,9 +7,11 @@
 #include "controller/executor.h"
 #include "executor/app_files.h"
 #include "executor/block_confirm.h"
-#include "executor/executor_command.h"
 #include "executor/executor_names.h"
 #include "executor/self_removal.h"
+#include "layout/command_line.h"
+#include "layout/file_names.h"
+#include "layout/names.h"
 #include "stat/stat_ctrl.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
@@ -68,7 +70,7 @@ int RunPingAction(const ExecutorCommand& command) {
     return 0;
   }
   SettleBlock(command.appId, command.blockId, job.transferred);
-  FreshTempFile(L"kupdate-ping-" + WidenUtf8(command.appId) + L".temp");  // the answer says nothing
+  FreshTempFile(ReportAnswerFile(command.appId));  // the answer says nothing
   if (command.suicide) WishSelfRemoval(command.appId);
   return 0;
 }

@@ -1,6 +1,7 @@
 #include "executor/result_signal.h"
 
-#include "controller/command_line.h"
+#include "layout/command_line.h"
+#include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/event.h"
 #include "util/log_line.h"
@@ -8,7 +9,7 @@
 
 void SignalResult(const std::string& appId) noexcept {
   try {
-    const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(WidenUtf8(appId)));
+    const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(appId));
     if (event && JustUtil::Signal(event)) return;
     LOG_E << "Can't signal the result." << kLastError;
   } catch (...) {

@@ -3,18 +3,19 @@
 #include "controller/updater_controller.h"
 #include "executor/check_action.h"
 #include "executor/console.h"
-#include "executor/executor_command.h"
 #include "executor/housekeeping.h"
 #include "executor/install_action.h"
 #include "executor/ping_action.h"
 #include "executor/result_signal.h"
 #include "executor/status.h"
 #include "install/silent_update.h"
+#include "layout/command_line.h"
+#include "layout/file_names.h"
+#include "layout/log_start.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_end.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
-#include "util/log_start.h"
 #include "util/process.h"
 #include "util/system.h"
 #include "util/text.h"
@@ -68,7 +69,7 @@ int RescueFrom(const ExecutorCommand& command) noexcept {
 int RunLogged(const ExecutorCommand& command) noexcept {
   int code = kExitDone;
   try {
-    StartLog(L"kupdate-exec-" + WidenUtf8(command.appId) + L".log", {});
+    StartLog(LogFile(command.appId), {});
     JustUtil::OutBanner();
     // The jobs that are made here shall start this program, wherever it lies.
     TUpdaterController::SetExecutorPath(ModulePath().c_str());

@@ -7,13 +7,14 @@
 #include "executor/app_files.h"
 #include "executor/executor_names.h"
 #include "executor/program_removal.h"
+#include "layout/folders.h"
+#include "layout/names.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_list.h"
 #include "util/append_file.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/folder_content.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/process.h"
@@ -37,7 +38,7 @@ std::vector<std::string> NotedApplications() {
 
 bool IsNeeded() {
   const std::wstring program = ModulePath();
-  const std::wstring defaultProgram = GetAppDataFolder(L"Krelix\\Updater") + L"kupdate-exec.exe";
+  const std::wstring defaultProgram = DefaultExecutorPath();
   if (!TAppInfo2::IsApplicationListEmpty(program, defaultProgram)) return true;
   const ComApartment apartment;
   const std::vector<JobFacts> jobs = ListOwnJobs();

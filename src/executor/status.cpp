@@ -7,9 +7,12 @@
 #include "appinfo/app_info2.h"
 #include "executor/age.h"
 #include "executor/block_confirm.h"
-#include "executor/executor_command.h"
 #include "executor/status_report.h"
 #include "install/silent_update.h"
+#include "layout/command_line.h"
+#include "layout/file_names.h"
+#include "layout/folders.h"
+#include "layout/keys.h"
 #include "transfer/com_apartment.h"
 #include "transfer/job_list.h"
 #include "update/upd_info.h"
@@ -17,7 +20,6 @@
 #include "util/clock.h"
 #include "util/files.h"
 #include "util/folder_content.h"
-#include "util/folders.h"
 #include "util/process.h"
 #include "util/system.h"
 #include "util/text.h"
@@ -34,13 +36,12 @@ std::uint64_t TimeOf(const TAppInfo& store, std::string_view key) {
 }
 
 std::uint64_t NextCheck(const TAppInfo2& app) {
-  const std::uint64_t last = TimeOf(app, "LastCheckTime");
-  return std::max(last == 0 ? 0 : last + kSecondsPerDay, TimeOf(app, "NextCheckTime"));
+  const std::uint64_t last = TimeOf(app, key::kLastCheckTime);
+  return std::max(last == 0 ? 0 : last + kSecondsPerDay, TimeOf(app, key::kNextCheckTime));
 }
 
 std::string LogOf(const std::string& appId) {
-  return FileSystem::ReadFile(NarrowUtf8(GetAppDataFolder(L"Krelix\\Updater")) + "kupdate-exec-" +
-                              appId + ".log");
+  return FileSystem::ReadFile(NarrowUtf8(GetUpdaterRoamingFolder() + LogFile(appId)));
 }
 
 AppStatus StatusOf(const std::string& appId) {
@@ -49,12 +50,12 @@ AppStatus StatusOf(const std::string& appId) {
   status.id = appId;
   status.version = VersionText(app);
   status.removed = app.IsRemoved();
-  status.executor = app.Read("UpdaterPath");
+  status.executor = app.Read(key::kUpdaterPath);
   status.nextCheck = NextCheck(app);
   status.nextPing = TimeOf(app, "NextPingTime");
-  if (app.ReadNumber("UpgradeAvailable") != 0) status.update = VersionText(TUpdInfo(appId));
+  if (app.ReadNumber(key::kUpgradeAvailable) != 0) status.update = VersionText(TUpdInfo(appId));
   for (const FileSystem::FileEntry& file : FileSystem::ListFiles(GetUpdaterDataPath(appId))) {
-    if (file.name == "statistics.xml") status.statisticsWait = true;
+    if (file.name == kStatisticsFile) status.statisticsWait = true;
     if (const auto block = BlockIdOfFile(file.name)) status.blocksInWork.push_back(*block);
   }
   status.lastError = LastErrorIn(LogOf(appId));

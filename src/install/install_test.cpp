@@ -16,12 +16,12 @@
 #include "install/private_file.h"
 #include "install/silent_install.h"
 #include "install/silent_update.h"
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
 #include "update/upd_info.h"
-#include "util/folders.h"
 #include "util/text.h"
 #include "util/win/security.h"
 

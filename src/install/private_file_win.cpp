@@ -6,11 +6,12 @@
 #include <exception>
 #include <vector>
 
+#include "layout/file_names.h"
+#include "layout/folders.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/file_lock.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
@@ -126,7 +127,7 @@ std::wstring Base(CreateFolder create) { return GetUpdaterLocalFolder("Install",
 // Held while a folder is made or leftovers are removed, so that a folder that was just made is no
 // leftover.
 FileLock BaseLock(const std::wstring& base) {
-  return FileLock(NarrowUtf8(base) + "install.lock", kLockWaitMilliseconds);
+  return FileLock(NarrowUtf8(base) + kInstallLockFile, kLockWaitMilliseconds);
 }
 
 bool IsNameOfOurs(const std::wstring& name) {

@@ -1,5 +1,6 @@
 #include "install/update_offer.h"
 
+#include "layout/keys.h"
 #include "update/upd_info.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -12,13 +13,13 @@ UpdateOffer OfferOf(const TUpdInfo& update) {
   offer.appId = update.AppId();
   offer.version =
       MakeVersion(update.VerMajor(), update.VerMinor(), update.VerSubver(), update.VerBuild());
-  offer.url = update.Read("DistroUrl");
-  offer.md5 = update.Read("DistroMD5");
-  const std::int64_t size = update.ReadNumber("DistroSize");
+  offer.url = update.Read(key::kDistroUrl);
+  offer.md5 = update.Read(key::kDistroMd5);
+  const std::int64_t size = update.ReadNumber(key::kDistroSize);
   offer.size = size > 0 ? static_cast<std::uint64_t>(size) : 0;
-  offer.starter = ParseStarter(update.Read("DistroStarter"));
-  offer.args = update.Read(offer.starter == Starter::kMsi ? "MSIArgs" : "DistroArgs");
-  offer.mayElevate = update.ReadFlag("UACDlg");
+  offer.starter = ParseStarter(update.Read(key::kDistroStarter));
+  offer.args = update.Read(offer.starter == Starter::kMsi ? key::kMsiArgs : key::kDistroArgs);
+  offer.mayElevate = update.ReadFlag(key::kUacDialog);
   return offer;
 }
 

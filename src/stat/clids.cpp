@@ -3,10 +3,10 @@
 #include <charconv>
 #include <utility>
 
+#include "layout/folders.h"
 #include "stat/uuid.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 #include "xml/xml_node.h"
@@ -68,7 +68,7 @@ std::vector<TClids::Candidate> TClids::Candidates() const {
     files.push_back({folder + "vendor.xml", isOfAllUsers});
   };
   addFolder(GetMakerFolder(), false);
-  addFolder(NarrowUtf8(GetCommonAppDataFolder(L"Krelix")), true);
+  addFolder(GetCommonMakerFolder(), true);
   return files;
 }
 

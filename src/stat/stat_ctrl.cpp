@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "appinfo/app_info2.h"
+#include "layout/file_names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
@@ -13,7 +14,6 @@ namespace {
 
 constexpr int kMaxUrlChars = 1024;
 constexpr int kFirstDateChars = 10;  // "xx.xx.xxxx"
-constexpr int kLastBlockId = 100;
 
 // What the block's query may take. It is checked as a wide number: narrowed first, an address of
 // 64 KiB would look short again.
@@ -54,9 +54,7 @@ constexpr TStatCtrl::Operation TStatCtrl::kRollback{"TStatCtrl::Rollback",
 
 TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : folder_(std::move(appId)), lock_(lock) {}
 
-std::string TStatCtrl::InWorkPath(int blockId) const {
-  return folder_.PathOf("in_work_" + DecimalText(blockId) + ".xml");
-}
+std::string TStatCtrl::InWorkPath(int blockId) const { return folder_.PathOf(BlockFile(blockId)); }
 
 std::optional<int> TStatCtrl::FreeBlockId() const {
   // A file that cannot be opened at the moment holds a block all the same.

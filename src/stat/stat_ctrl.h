@@ -8,9 +8,10 @@
 #include <string>
 #include <string_view>
 
+#include "layout/file_names.h"
+#include "layout/folders.h"
 #include "stat/app_state.h"
 #include "stat/stat_holder.h"
-#include "util/folders.h"
 #include "util/locker.h"
 
 class TAppInfo2;
@@ -71,7 +72,7 @@ class TStatCtrl {
   static const Operation kGetPingUrl;
   static const Operation kRollback;
 
-  std::string StatisticsPath() const { return folder_.PathOf("statistics.xml"); }
+  std::string StatisticsPath() const { return folder_.PathOf(kStatisticsFile); }
   std::string InWorkPath(int blockId) const;
   /// The first id whose in-work file is not there; nothing when all are.
   std::optional<int> FreeBlockId() const;

@@ -6,10 +6,10 @@
 #include <utility>
 
 #include "appinfo/app_info.h"
+#include "layout/folders.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/text.h"
 

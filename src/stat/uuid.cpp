@@ -1,8 +1,9 @@
 #include "stat/uuid.h"
 
+#include "layout/folders.h"
+#include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/guid.h"
 #include "util/log_line.h"
 #include "util/registry.h"
@@ -14,7 +15,6 @@ namespace {
 constexpr std::size_t kIdChars = 38;
 constexpr std::uint64_t kMaxFileBytes = 4096;
 constexpr char kNoId[] = "{none}";
-constexpr wchar_t kKey[] = L"Software\\Krelix";
 // Low-integrity processes may write here.
 constexpr wchar_t kLowKey[] = L"Software\\AppDataLow\\Krelix";
 constexpr std::uint32_t kProtectData = 1;
@@ -60,7 +60,7 @@ std::wstring TUuid::ProtectValueName() {
 
 bool TUuid::ProtectValueAlreadyExist() {
   const std::wstring name = ProtectValueName();
-  if (!JustUtil::IsValueNotExist(kKey, name)) {
+  if (!JustUtil::IsValueNotExist(kSettingsKey, name)) {
     LOG_D << "The key in Software\\Krelix founded.";
     return true;
   }
@@ -76,7 +76,7 @@ bool TUuid::ProtectValueAlreadyExist() {
 }
 
 void TUuid::WriteProtectValue() {
-  const std::wstring key = IsVistaOrLater() ? kLowKey : kKey;
+  const std::wstring key = IsVistaOrLater() ? kLowKey : kSettingsKey;
   LOG_D << "Try to write to registry. Path: " << key;
   JustUtil::WriteIntToRegistry(key, ProtectValueName(), kProtectData);
 }

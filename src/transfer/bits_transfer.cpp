@@ -2,12 +2,12 @@
 
 #include <utility>
 
+#include "layout/command_line.h"
+#include "layout/names.h"
 #include "transfer/bits_interfaces.h"
 #include "util/text.h"
 
 namespace {
-
-constexpr char kDisplayName[] = "Kupdate-task";
 
 // The steps of a transfer log as the operation that is known.
 LogLine LogStep(const char* level, int line) { return LogAs("TBitsTransfer::Work", line, level); }
@@ -39,7 +39,7 @@ void TBitsTransfer::Work() {
   if (!IsRoomForJob(manager, purpose_)) return;
   GUID id = {};
   IBackgroundCopyJobPtr job;
-  hrcheck() = manager->CreateJob(WidenUtf8(kDisplayName).c_str(), BG_JOB_TYPE_DOWNLOAD, &id, &job);
+  hrcheck() = manager->CreateJob(kJobName, BG_JOB_TYPE_DOWNLOAD, &id, &job);
   LOG_D << "hrcheck() = manager->CreateJob(std::Widen(job_displayname).c_str(), "
            "BG_JOB_TYPE_DOWNLOAD, "
            "&job_id, &job1)";
@@ -94,7 +94,7 @@ void TBitsTransfer::SetNotifyFlags(IBackgroundCopyJob2* job) {
 
 void TBitsTransfer::Start(IBackgroundCopyJob2& job, const std::wstring& id) {
   // The service wants the command line to begin with the program itself.
-  const std::wstring commandLine = notifyProgram_ + L" " + notifyParameters_ + L" --job " + id;
+  const std::wstring commandLine = notifyProgram_ + L" " + notifyParameters_ + JobOption(id);
   if (!notifyProgram_.empty()) {
     hrcheck() = job.SetNotifyCmdLine(notifyProgram_.c_str(), commandLine.c_str());
   }

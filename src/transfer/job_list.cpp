@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "layout/names.h"
 #include "transfer/bits_interfaces.h"
 #include "transfer/com_functions.h"
 #include "util/clock.h"
@@ -13,8 +14,6 @@ _COM_SMARTPTR_TYPEDEF(IBackgroundCopyError, __uuidof(IBackgroundCopyError));
 
 namespace {
 
-constexpr wchar_t kDisplayName[] = L"Kupdate-task";
-
 // Takes over a text that the service allocated.
 std::wstring Taken(LPWSTR text) {
   std::wstring result = text ? text : L"";
@@ -24,7 +23,7 @@ std::wstring Taken(LPWSTR text) {
 
 bool IsOurs(const IBackgroundCopyJobPtr& job) {
   LPWSTR name = nullptr;
-  return SUCCEEDED(job->GetDisplayName(&name)) && Taken(name) == kDisplayName;
+  return SUCCEEDED(job->GetDisplayName(&name)) && Taken(name) == kJobName;
 }
 
 template <class Visit>

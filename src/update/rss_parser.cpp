@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "layout/keys.h"
 #include "update/item_parts.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -187,14 +188,14 @@ void RssParser::FillResult(const UpdateInfo& update, std::string_view locale) {
   const std::string_view prefix = Prefix(update);
   result_["upd_ver"] = update.version;
   result_["upd_stat"] = update.status;
-  result_["DistroUrl"] = TextOf(item.FindChild(update.isTarget ? "update:guid" : "guid"));
-  result_["DistroMD5"] = ChildText(item, prefix, "md5");
-  result_["DistroArgs"] = ChildText(item, prefix, "distargs");
-  result_["DistroStarter"] = ChildText(item, prefix, "diststart");
-  result_["MSIArgs"] = ChildText(item, prefix, "msiargs");
-  result_["DistroSize"] = ChildText(item, prefix, "distsize");
-  result_["UACDlg"] = ChildText(item, prefix, "uac_dlg");
-  result_["Platform"] = ChildText(item, kCommonPrefix, "platform");
+  result_[key::kDistroUrl] = TextOf(item.FindChild(update.isTarget ? "update:guid" : "guid"));
+  result_[key::kDistroMd5] = ChildText(item, prefix, "md5");
+  result_[key::kDistroArgs] = ChildText(item, prefix, "distargs");
+  result_[key::kDistroStarter] = ChildText(item, prefix, "diststart");
+  result_[key::kMsiArgs] = ChildText(item, prefix, "msiargs");
+  result_[key::kDistroSize] = ChildText(item, prefix, "distsize");
+  result_[key::kUacDialog] = ChildText(item, prefix, "uac_dlg");
+  result_[key::kPlatform] = ChildText(item, kCommonPrefix, "platform");
   result_["Favicon"] = ChildText(item, kCommonPrefix, "favicon");
   FillDialogs(update, locale);
   FillTexts(update);

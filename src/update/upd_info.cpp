@@ -4,6 +4,9 @@
 #include <string_view>
 #include <utility>
 
+#include "layout/file_names.h"
+#include "layout/keys.h"
+#include "layout/names.h"
 #include "update/rss_parser.h"
 #include "update/version_number.h"
 #include "util/log_line.h"
@@ -62,11 +65,11 @@ void Shorten(std::string_view key, std::string* text) {
 constexpr struct {
   std::string_view key;
   bool isDecoded;
-} kTexts[] = {{"DistroUrl", false},       {"DistroMD5", false},        {"DistroArgs", false},
-              {"DistroStarter", true},    {"MSIArgs", true},           {"DlgsArchiveUrl", false},
-              {"DlgsArchiveDate", false}, {"DlgsArchiveStyle", false}, {"Title", true},
-              {"Description", true},      {"Platform", false},         {"Favicon", false},
-              {"LocaleUrl", false},       {"LocaleDate", false},       {"UACDlg", false}};
+} kTexts[] = {{key::kDistroUrl, false},    {key::kDistroMd5, false},    {key::kDistroArgs, false},
+              {key::kDistroStarter, true}, {key::kMsiArgs, true},       {"DlgsArchiveUrl", false},
+              {"DlgsArchiveDate", false},  {"DlgsArchiveStyle", false}, {"Title", true},
+              {"Description", true},       {key::kPlatform, false},     {"Favicon", false},
+              {"LocaleUrl", false},        {"LocaleDate", false},       {key::kUacDialog, false}};
 
 std::uint16_t PartOf(VersionNumber version, int shift) {
   return static_cast<std::uint16_t>(version >> shift);
@@ -75,10 +78,9 @@ std::uint16_t PartOf(VersionNumber version, int shift) {
 }  // namespace
 
 TUpdInfo::TUpdInfo(const std::string& appId)
-    : TAppInfo2(appId, std::make_unique<Mutex>(
-                           WidenUtf8("UPDINFO{2E443525-B2F5-4833-893E-B4550BA6AF01}-" + appId))) {}
+    : TAppInfo2(appId, std::make_unique<Mutex>(UpdateMutexName(appId))) {}
 
-std::string TUpdInfo::Path() const { return PathOf("updinfo.xml"); }
+std::string TUpdInfo::Path() const { return PathOf(kUpdateFile); }
 
 bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
   RssParser parser;
@@ -97,7 +99,7 @@ bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
       const std::string_view value = result.at(key);
       writeText(key, isDecoded ? Utf8FromFeed(value, parser.Feed()) : std::string(value));
     }
-    WriteNumber("DistroSize", ParseInt64(result.at("DistroSize")));
+    WriteNumber(key::kDistroSize, ParseInt64(result.at(key::kDistroSize)));
     writeText("Homepage", std::string(result.at("Homepage")));
   }
   app.UpdateLastCheckTime(now);

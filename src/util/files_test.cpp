@@ -5,11 +5,11 @@
 #include <thread>
 #include <vector>
 
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "util/clock.h"
 #include "util/file_lock.h"
-#include "util/folders.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;

@@ -5,12 +5,12 @@
 #include <thread>
 #include <vector>
 
+#include "layout/log_start.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
 #include "util/event.h"
 #include "util/files.h"
 #include "util/folder_content.h"
-#include "util/log_start.h"
 #include "util/process.h"
 #include "util/registry.h"
 #include "util/system.h"

@@ -1,13 +1,44 @@
-#include "executor/executor_command.h"
+#include "layout/command_line.h"
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 
+#include "layout/file_names.h"
+#include "util/diag_log.h"
+#include "util/log_line.h"
 #include "util/text.h"
 
 namespace {
 
-constexpr int kLastBlockId = 100;
+namespace option {
+
+constexpr wchar_t kHelp[] = L"--help";
+constexpr wchar_t kVersion[] = L"--version";
+constexpr wchar_t kStatus[] = L"--status";
+constexpr wchar_t kUpdateCheck[] = L"--update-check";
+constexpr wchar_t kSilentUpdate[] = L"--silent-update-check";
+constexpr wchar_t kStatCallback[] = L"--stat-callback";
+constexpr wchar_t kSuicide[] = L"--suicide";
+constexpr wchar_t kJson[] = L"--json";
+constexpr wchar_t kAppId[] = L"--appid";
+constexpr wchar_t kFile[] = L"--file";
+constexpr wchar_t kJob[] = L"--job";
+
+}  // namespace option
+
+std::wstring Checked(const std::wstring& appId) {
+  if (IsPlainId(appId)) return appId;
+  LOG_E << "The application id cannot stand in a command line:" << appId;
+  throw std::invalid_argument("bad application id");
+}
+
+// An option as it stands behind something else; " " and its value follow.
+std::wstring Behind(const wchar_t* name) { return std::wstring(L" ") + name; }
+
+std::wstring AppIdOption(const std::wstring& appId) {
+  return Behind(option::kAppId) + L" " + Checked(appId);
+}
 
 bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
@@ -83,18 +114,18 @@ class CommandReader {
   }
 
   void Take() {
-    if (token_ == L"--help") Note(CommandKind::kHelp);
-    if (token_ == L"--version") Note(CommandKind::kVersion);
-    if (token_ == L"--status") Note(CommandKind::kStatus);
-    if (token_ == L"--update-check") Note(CommandKind::kUpdateCheck);
-    if (token_ == L"--silent-update-check") Note(CommandKind::kSilentUpdate);
-    if (token_ == L"--stat-callback") TakeBlock();
-    if (token_ == L"--suicide") command_.suicide = true;
-    if (token_ == L"--json") command_.json = true;
-    if (token_ == L"--appid") TakeAppId();
-    if (token_ == L"--file") TakeFile();
+    if (token_ == option::kHelp) Note(CommandKind::kHelp);
+    if (token_ == option::kVersion) Note(CommandKind::kVersion);
+    if (token_ == option::kStatus) Note(CommandKind::kStatus);
+    if (token_ == option::kUpdateCheck) Note(CommandKind::kUpdateCheck);
+    if (token_ == option::kSilentUpdate) Note(CommandKind::kSilentUpdate);
+    if (token_ == option::kStatCallback) TakeBlock();
+    if (token_ == option::kSuicide) command_.suicide = true;
+    if (token_ == option::kJson) command_.json = true;
+    if (token_ == option::kAppId) TakeAppId();
+    if (token_ == option::kFile) TakeFile();
     // The service puts it last: whatever an id holds, the last one is the true one.
-    if (token_ == L"--job" && Next()) command_.jobId = NarrowUtf8(token_);
+    if (token_ == option::kJob && Next()) command_.jobId = NarrowUtf8(token_);
   }
 
   void Note(CommandKind kind) {
@@ -157,6 +188,32 @@ class CommandReader {
 };
 
 }  // namespace
+
+bool IsPlainId(std::wstring_view appId) {
+  return appId.find(L'"') == appId.npos && appId.find(L" --") == appId.npos &&
+         !appId.starts_with(L"--");
+}
+
+std::wstring QuotedPath(const std::wstring& path) {
+  if (!path.empty() && path[0] == L'"') return path;
+  return L'"' + path + L'"';
+}
+
+std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring& resultFile) {
+  return AppIdOption(appId) + Behind(option::kUpdateCheck) + Behind(option::kFile) + L" " +
+         QuotedPath(resultFile);
+}
+
+std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suicide) {
+  return (suicide ? Behind(option::kSuicide) : std::wstring()) + Behind(option::kStatCallback) +
+         L" " + WidenUtf8(DecimalText(callbackId)) + AppIdOption(appId);
+}
+
+std::wstring SilentUpdateCommandLine(const std::wstring& executor, const std::wstring& appId) {
+  return executor + AppIdOption(appId) + Behind(option::kSilentUpdate);
+}
+
+std::wstring JobOption(const std::wstring& jobId) { return Behind(option::kJob) + L" " + jobId; }
 
 ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath) {
   return CommandReader(BehindProgram(commandLine, programPath)).Read();

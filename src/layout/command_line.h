@@ -1,9 +1,32 @@
-// What the executor was started for, read from its command line.
-#ifndef KUPDATE_EXECUTOR_EXECUTOR_COMMAND_H_
-#define KUPDATE_EXECUTOR_EXECUTOR_COMMAND_H_
+// The command lines of the executor: how hosts and jobs write them, and how it reads them.
+#ifndef KUPDATE_LAYOUT_COMMAND_LINE_H_
+#define KUPDATE_LAYOUT_COMMAND_LINE_H_
 
 #include <string>
 #include <string_view>
+
+/// Whether an id can stand in a command line, where nothing quotes it: one that holds a quote or
+/// " --", or begins with "--", would be read as switches of its own.
+bool IsPlainId(std::wstring_view appId);
+
+/// A path as an argument: in double quotes, unless it begins with one already.
+std::wstring QuotedPath(const std::wstring& path);
+
+// Each of the next three logs an id that is not plain, and throws std::invalid_argument.
+
+/// The executor's arguments after a feed was downloaded.
+std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring& resultFile);
+
+/// The executor's arguments after a ping was sent.
+/// @param callbackId  of the block that the ping carried
+/// @param suicide     whether the executor is to remove itself when nobody needs it any more
+std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suicide);
+
+/// What the transfer service adds to the arguments of the program that it starts for a job.
+std::wstring JobOption(const std::wstring& jobId);
+
+/// The whole command line of a silent install.
+std::wstring SilentUpdateCommandLine(const std::wstring& executor, const std::wstring& appId);
 
 enum class CommandKind {
   kNone,          ///< nothing that is understood, and no job that could be ended
@@ -35,4 +58,4 @@ struct ExecutorCommand {
 ///                     that nothing in the path is taken for a switch. May be empty.
 ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath);
 
-#endif  // KUPDATE_EXECUTOR_EXECUTOR_COMMAND_H_
+#endif  // KUPDATE_LAYOUT_COMMAND_LINE_H_

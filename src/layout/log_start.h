@@ -1,6 +1,6 @@
 // Starting the diagnostic log: its level, its file, its banner.
-#ifndef KUPDATE_UTIL_LOG_START_H_
-#define KUPDATE_UTIL_LOG_START_H_
+#ifndef KUPDATE_LAYOUT_LOG_START_H_
+#define KUPDATE_LAYOUT_LOG_START_H_
 
 #include <string>
 
@@ -22,4 +22,4 @@ void OutBanner();
 
 }  // namespace JustUtil
 
-#endif  // KUPDATE_UTIL_LOG_START_H_
+#endif  // KUPDATE_LAYOUT_LOG_START_H_

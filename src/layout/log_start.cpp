@@ -1,11 +1,12 @@
-#include "util/log_start.h"
+#include "layout/log_start.h"
 
 #include <string>
 
+#include "layout/folders.h"
+#include "layout/names.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/folders.h"
 #include "util/log_line.h"
 #include "util/process.h"
 #include "util/registry.h"
@@ -20,20 +21,12 @@ std::string LogHeading() {
          (today ? DateText(today->day, today->month, today->year) : "xx.xx.xxxx");
 }
 
-// An application id becomes part of the file's name; it must not become part of its folder.
-std::wstring OneComponent(std::wstring fileName) {
-  for (wchar_t& c : fileName) {
-    if (std::wstring_view(L"\\/:*?\"<>|").find(c) != std::wstring_view::npos) c = L'_';
-  }
-  return fileName;
-}
-
 std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
-  if (folder.empty()) folder = GetAppDataFolder(L"Krelix\\Updater");
+  if (folder.empty()) folder = GetUpdaterRoamingFolder();
   NormalizeFolder(folder);
   if (folder.empty()) return folder;
   MakeFolder(folder);
-  std::wstring path = folder + OneComponent(fileName);
+  std::wstring path = folder + fileName;
   if (JustUtil::IsPathExist(path) && JustUtil::GetFileSize(path) > std::int64_t{kMaxLogBytes}) {
     std::wstring moved = path;
     JustUtil::BackupFile(moved);
@@ -46,11 +39,10 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
 void LoadLogLevel() noexcept {
   try {
     DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
-    constexpr wchar_t kKey[] = L"Software\\Krelix";
     constexpr wchar_t kValue[] = L"Log";
-    if (JustUtil::IsValueNotExist(kKey, kValue)) return;
-    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, kKey, kValue) ==
-                    L"paranoiac");
+    if (JustUtil::IsValueNotExist(kSettingsKey, kValue)) return;
+    log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, kSettingsKey,
+                                                     kValue) == L"paranoiac");
   } catch (...) {
     return;  // a host is loading the library: no memory for a level, so it stays the usual one
   }

@@ -1,20 +1,10 @@
-#include "controller/command_line.h"
+#include "controller/copy_out.h"
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include <string>
 
-#include "controller/copy_out.h"
 #include "testing/table.h"
-
-TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
-  for (const wchar_t* id : {L"a\" --suicide", L"a --suicide", L"--suicide"}) {
-    EXPECT_THROW(UpdateCheckArguments(id, L"f"), std::invalid_argument);
-    EXPECT_THROW(PingArguments(id, 1, false), std::invalid_argument);
-    EXPECT_THROW(SilentUpdateCommandLine(L"e", id), std::invalid_argument);
-  }
-  EXPECT_EQ(PingArguments(L"a--b -x", 7, true), L" --suicide --stat-callback 7 --appid a--b -x");
-}
 
 TEST(CopyOut, CopiesOrAsksForMore) {
   using Buffer = std::pair<bool, std::int32_t>;  // whether there is one, and its size
