@@ -214,6 +214,19 @@ TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
   EXPECT_TRUE(isTakenBack(16, kNoJob));
 }
 
+TEST_F(Executor, LeavesTheNewestOfSeveralChecks) {
+  Publish("big.rss", std::string(200000, 'x'));
+  const Host host("many", HttpUrl("slow/big.rss"));
+  Dll().setExecutorPath(program_.c_str());
+  host.Start();
+  Dll().forceUpdateCheck(host.appId.c_str(), false);
+  EXPECT_EQ(Jobs(), 2);
+  for (int i = 0; i < 2; ++i) {
+    Run(kNoJob);
+    EXPECT_EQ(service_.Count("\"call\":\"Cancel\""), 1);
+  }
+}
+
 TEST_F(Executor, ForgetsAnApplicationWhoseUninstallIsDelivered) {
   for (const bool isReinstalled : {false, true}) {
     SCOPED_TRACE(isReinstalled);

@@ -30,6 +30,7 @@ TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
     EXPECT_THROW(PingArguments(id, 1, false), std::invalid_argument);
     EXPECT_THROW(SilentUpdateCommandLine(L"e", id), std::invalid_argument);
   }
+  EXPECT_EQ(QuotedPath(L"\"quoted\"") + QuotedPath(L""), L"\"quoted\"\"\"");
   EXPECT_EQ(PingArguments(L"a--b -x", 7, true), L" --suicide --stat-callback 7 --appid a--b -x");
 }
 
