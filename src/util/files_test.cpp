@@ -12,6 +12,12 @@
 #include "util/file_lock.h"
 #include "util/text.h"
 
+#ifndef _WIN32
+#include <cerrno>
+
+#include "util/posix/file_step.h"
+#endif
+
 namespace fs = std::filesystem;
 using enum FileSystem::ReadOutcome;
 
@@ -166,5 +172,19 @@ TEST(FileSystem, WritesNothingWhereALinkLeads) {
     EXPECT_EQ(ReadBytes(file.name + ".bak"), "written");
   }
   EXPECT_FALSE(FileLock(file.name + ".lock", 0).Lock());
+}
+
+TEST(FileSystem, AFullDiskLeavesTheOldContent) {
+  const TestFile file;
+  const std::string old(5000, 'o');
+  EXPECT_TRUE(FileSystem::WriteFile(file.name, old));
+  SetFileStepGuard([](const char* step, const std::string& path) {
+    return std::string_view(step) == "write on" && !path.ends_with(".log") ? ENOSPC : 0;
+  });
+  const LogCapture capture;
+  EXPECT_FALSE(FileSystem::WriteFile(file.name, std::string(4500, '\n')));
+  SetFileStepGuard(nullptr);
+  EXPECT_TRUE(capture.Has("Try to write  4500, really -  2250"));
+  EXPECT_EQ(ReadBytes(file.path), old);
 }
 #endif
