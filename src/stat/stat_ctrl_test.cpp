@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "appinfo/app_info.h"
+#include "appinfo/app_info2.h"
 #include "testing/log_capture.h"
 #include "testing/maker_home.h"
 #include "testing/table.h"
@@ -209,4 +209,26 @@ TEST_F(TStatCtrlTest, WaitingBlocksAreNeverOverwritten) {
   EXPECT_EQ(Statistics(), before);
   fs::remove(File("in_work_100.xml"));
   EXPECT_EQ(statistics_.GetPingUrl(kBase)->id, 100);
+}
+
+TEST_F(TStatCtrlTest, SendStatSendsAllThatWaits) {
+  TAppInfo2 app("app");
+  app.Write("ReportUrl", "http://h/report");
+  app.WriteFlag("Remove", true);
+  statistics_.AddState(AppState::kInstall);
+  // Nothing goes behind one of them.
+  for (const char* param : {"1", "2", "3"}) {
+    statistics_.AddOptionalParam(param + std::string(1000, 'x'));
+  }
+  std::string sent;
+  const PingSender send = [&](const std::string&, const PingBlock& block) {
+    const std::string query = block.url.substr(block.url.find("&stat=") + 6);
+    sent += query.substr(0, query.find('x')) + " ";
+    return sent != "install&1 uninstall&2 ";
+  };
+  // The second block is refused: it waits again and is sent the next time.
+  TStatCtrl::SendStat(app, nullptr, 1'700'000'000, send);
+  app.WriteFlag("Remove", false);
+  TStatCtrl::SendStat(app, nullptr, 1'700'000'000, send);
+  EXPECT_EQ(sent, "install&1 uninstall&2 uninstall&2 dayuse&3 ");
 }

@@ -122,6 +122,10 @@ TEST(XmlNode, IsCopiedDeepAndLosesChildrenAnywhere) {
     root.AddChild("x");
     return root.Serialise();
   });
+  XmlNode root;
+  root.Parse("<a><b/></a>");
+  root.RemoveChild(*root.FirstChild());
+  EXPECT_EQ(root.Serialise(), "<a/>\n");
 }
 
 TEST(LoadXml, LogsWhatDoesNotParseAndLeavesWhatWasReadWhole) {
