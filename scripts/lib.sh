@@ -178,3 +178,23 @@ stop_web_server() {
   kill "$pid" 2>/dev/null || return 0
   while kill -0 "$pid" 2>/dev/null; do sleep 0.05; done
 }
+
+# --- the stage of a Windows test ---
+
+# start_stage NAME [USER [KEYS]]: a fresh prefix for a user of that name, with a web server and a registered stand-in
+# of its own. Their settings, and the built files, are in the environment of the programs that run there.
+start_stage() {
+  start_prefix "$1" "${2:-tester}"
+  start_web_server "$1" "$BUILD/web/$1/www" "${3:-}"
+  register_standin "$BUILD/standin/$1"
+  at_exit "wine '$BUILD/win64/standin/kupdate-standin.exe' --stop </dev/null >/dev/null 2>&1"
+  KUPDATE_STANDIN_FOLDER=$(windows_path "$BUILD/standin/$1")
+  KUPDATE_WWW=$(windows_path "$BUILD/web/$1/www")
+  KUPDATE_ACCESS_LOG=$(windows_path "$WEB_ACCESS_LOG")
+  KUPDATE_DLL=$(windows_path "$BUILD/win64/src/api/dllkupdate.dll")
+  KUPDATE_EXEC=$(windows_path "$BUILD/win64/src/executor/kupdate-exec.exe")
+  KUPDATE_TEST_KEY=$(windows_path "$BUILD/keys/tests")
+  KUPDATE_TEST_INSTALLER=$(windows_path "$BUILD/win64/testing/installer/test_installer.exe")
+  export KUPDATE_STANDIN_FOLDER KUPDATE_WWW KUPDATE_ACCESS_LOG KUPDATE_DLL KUPDATE_EXEC KUPDATE_TEST_KEY
+  export KUPDATE_TEST_INSTALLER KUPDATE_HTTP=$WEB_URL KUPDATE_HTTPS=$WEB_HTTPS KUPDATE_TEST_PREFIX=1
+}

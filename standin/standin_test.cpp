@@ -1,4 +1,4 @@
-// The service as its clients meet it: transfers, notices, limits, faults, and the end of the server.
+// The service as its clients meet it: transfers, limits, faults, and the end of the server.
 #include <algorithm>
 #include <fstream>
 
@@ -6,7 +6,6 @@
 #include "testing/data_home.h"
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
-#include "util/handle.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
 // After the system's header, which they need.
@@ -16,7 +15,6 @@
 
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob, __uuidof(IBackgroundCopyJob));
-_COM_SMARTPTR_TYPEDEF(IBackgroundCopyJob2, __uuidof(IBackgroundCopyJob2));
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyError, __uuidof(IBackgroundCopyError));
 
 namespace {
@@ -37,10 +35,6 @@ std::string Ok(int size) {
 }
 
 struct Client {
-  IBackgroundCopyJobPtr job;
-  IBackgroundCopyJob2Ptr job2;
-  GUID id = {};
-
   BG_JOB_STATE State() const {
     BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
     EXPECT_EQ(S_OK, job->GetState(&state));
@@ -57,17 +51,15 @@ struct Client {
     if (job->GetError(&error) == S_OK) error->GetError(&context, &code);
     return code;
   }
-  // What journal lines of such an event hold.
-  std::string Event(const std::string& event) const {
-    wchar_t text[40] = L"";
-    ::StringFromGUID2(id, text, 40);
-    return "\"event\":\"" + event + "\",\"job\":\"" + NarrowUtf8(text) + "\"";
-  }
+
+  IBackgroundCopyJobPtr job;
+  GUID id = {};
 };
 
 class Standin : public testing::Test {
  protected:
   Standin() {
+    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     fs::remove_all(target_);
     fs::create_directories(target_);
     EXPECT_EQ(S_OK, manager_.CreateInstance(__uuidof(BackgroundCopyManager)));
@@ -75,77 +67,31 @@ class Standin : public testing::Test {
   ~Standin() override {
     service_.Control({});
     for (const Client& client : clients_) client.job->Cancel();
+    clients_.clear();
+    manager_ = nullptr;
+    ::CoUninitialize();
   }
 
   Client Create() {
     Client client;
     EXPECT_EQ(S_OK, manager_->CreateJob(L"job", BG_JOB_TYPE_DOWNLOAD, &client.id, &client.job));
-    client.job2 = client.job;
     return clients_.emplace_back(client);
   }
   // Resumes a job that gets `url` (a path on the web server, or a whole address) as `name`.
-  void Start(const Client& client, const std::string& url, const std::wstring& name) {
+  void Start(const Client& client, const std::string& url, const wchar_t* name = L"a") {
     const std::wstring address = WidenUtf8(url[0] == '/' ? HttpUrl(url.substr(1)) : url);
     EXPECT_EQ(S_OK, client.job->AddFile(address.c_str(), (target_ / name).c_str()));
     EXPECT_EQ(S_OK, client.job->Resume());
   }
-  Client Start(const std::string& url, const std::wstring& name) {
-    Client client = Create();
-    Start(client, url, name);
-    return client;
-  }
-  // What a new client gets for a job's id.
+  // The result of a new client's search for a job.
   HRESULT Find(const Client& client) {
     IBackgroundCopyJobPtr job;
     return manager_->GetJob(client.id, &job);
   }
-  std::vector<fs::path> TempFiles() {
-    std::vector<fs::path> found;
-    for (const fs::path& path : fs::directory_iterator(target_)) {
-      if (path.filename().wstring().starts_with(L"BIT")) found.push_back(path);
-    }
-    return found;
-  }
-
-  // Of a program that leaves this text in `name`.txt and ends with the code in `name`.code.
-  std::wstring Command(const std::wstring& name) {
-    return L"\"" + ThisProgram() + L"\" --notified \"" + (target_ / name).wstring() +
-           L"\"  a \"b  c\\\\\" \u0444 %PATH% ";
-  }
-  void SetCode(const char* name, const char* code) { WriteBytes(target_ / name, code); }
-  Client StartNotifying(const std::wstring& program, const std::wstring& name,
-                        const char* url = "/a.bin") {
-    Publish("a.bin", "aaa");
-    const Client client = Create();
-    EXPECT_EQ(S_OK, client.job2->SetNotifyCmdLine(program.c_str(), Command(name).c_str()));
-    Start(client, url, name);
-    return client;
-  }
-
-  void LetGo() {
-    manager_ = nullptr;
-    for (Client& client : clients_) client.job = client.job2 = nullptr;
-  }
-  // A server cannot be killed here: Wine would go on offering its class. But one that writes nothing
-  // at its end leaves what a killed one leaves.
-  void EndServer() {
-    const std::string jobs = ReadBytes(service_.File("jobs.txt"));
-    LetGo();
-    const auto hasEnded = [] {
-      const UniqueHandle stop(
-          ::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"Global\\kupdate-standin-stop"));
-      ::SetEvent(stop.get());
-      return !stop;  // it goes with the server
-    };
-    EXPECT_TRUE(Eventually(hasEnded));
-    EXPECT_EQ(jobs, ReadBytes(service_.File("jobs.txt")));
-  }
-  void StartServer() {
-    ASSERT_EQ(S_OK, manager_.CreateInstance(__uuidof(BackgroundCopyManager)));
-    for (Client& client : clients_) {
-      ASSERT_EQ(S_OK, manager_->GetJob(client.id, &client.job));
-      client.job2 = client.job;
-    }
+  auto TempFiles() const {
+    return std::count_if(fs::directory_iterator(target_), {}, [](const fs::path& path) {
+      return path.filename().wstring().starts_with(L"BIT");
+    });
   }
 
   const TransferService service_;
@@ -154,6 +100,8 @@ class Standin : public testing::Test {
   std::vector<Client> clients_;
 };
 
+}  // namespace
+
 TEST_F(Standin, HandsTransferredFilesOverAtComplete) {
   const std::string content = "one\r\ntwo\n" + std::string(70'000, '\0');
   Publish("a.bin", content);
@@ -161,10 +109,10 @@ TEST_F(Standin, HandsTransferredFilesOverAtComplete) {
   const Client client = Create();
   EXPECT_EQ(BG_JOB_STATE_SUSPENDED, client.State());
   EXPECT_EQ(Code(BG_E_EMPTY), client.job->Resume());
-  Start(client, "/a.bin", L"a");
+  Start(client, "/a.bin");
   ASSERT_TRUE(client.Reaches(BG_JOB_STATE_TRANSFERRED));
   EXPECT_EQ("old", ReadBytes(target_ / "a"));
-  EXPECT_EQ(1u, TempFiles().size());
+  EXPECT_EQ(1, TempFiles());
   {
     const std::ifstream holder(target_ / "a");
     EXPECT_EQ(E_ACCESSDENIED, client.job->Complete());
@@ -172,7 +120,7 @@ TEST_F(Standin, HandsTransferredFilesOverAtComplete) {
   EXPECT_EQ(BG_JOB_STATE_TRANSFERRED, client.State());
   EXPECT_EQ(S_OK, client.job->Complete());
   EXPECT_EQ(content, ReadBytes(target_ / "a"));
-  EXPECT_TRUE(TempFiles().empty());
+  EXPECT_EQ(0, TempFiles());
   EXPECT_EQ(BG_JOB_STATE_ACKNOWLEDGED, client.State());
   EXPECT_EQ(Code(BG_E_INVALID_STATE), client.job->Resume());
   EXPECT_EQ(Code(BG_E_NOT_FOUND), Find(client));
@@ -189,7 +137,7 @@ TEST_F(Standin, FailsAsTheServerDoes) {
     std::string url;
     BG_JOB_STATE state;
     HRESULT code;
-    std::wstring name = L"a";
+    const wchar_t* name = L"a";
   } cases[] = {
       {"/none", error, Code(BG_E_HTTP_ERROR_404)},
       {"/busy", transient, Code(BG_E_HTTP_ERROR_503)},
@@ -201,7 +149,8 @@ TEST_F(Standin, FailsAsTheServerDoes) {
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.url);
-    const Client client = Start(test.url, test.name);
+    const Client client = Create();
+    Start(client, test.url, test.name);
     ASSERT_TRUE(client.Reaches(test.state)) << client.State();
     EXPECT_EQ(test.code, client.Error()) << std::hex << client.Error();
   }
@@ -209,7 +158,9 @@ TEST_F(Standin, FailsAsTheServerDoes) {
 
 TEST_F(Standin, GivesUpAfterTheTimeoutOfAFastClock) {
   service_.Control("clock 10000000");
-  EXPECT_TRUE(Start("/busy", L"a").Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
+  const Client client = Create();
+  Start(client, "/busy");
+  EXPECT_TRUE(client.Reaches(BG_JOB_STATE_ERROR)) << "after two weeks";
 }
 
 // Each attempt comes 600 seconds after the one before. The second gets further, which starts the
@@ -229,31 +180,11 @@ TEST_F(Standin, TriesACutTransferAgain) {
   service_.Control("clock 10000");
   const Client client = Create();
   EXPECT_EQ(S_OK, client.job->SetNoProgressTimeout(1000));
-  Start(client, server.Url("/"), L"a");
+  Start(client, server.Url("/"));
   ASSERT_TRUE(client.Reaches(BG_JOB_STATE_TRANSFERRED));
   EXPECT_EQ(S_OK, client.job->Complete());
   EXPECT_EQ("9876543210", ReadBytes(target_ / "a"));
   EXPECT_EQ(3, done);
-}
-
-// Three starts of a program that is not content show how often others could have been started.
-TEST_F(Standin, StartsTheNotifyProgramUntilItIsContent) {
-  service_.Control("clock 10000");
-  SetCode("stubborn.code", "7");
-  const Client content = StartNotifying(ThisProgram(), L"content");
-  const Client failed = StartNotifying(ThisProgram(), L"failed", "/none");
-  const Client ended = StartNotifying(ThisProgram(), L"stubborn");
-  StartNotifying(L"C:\\none.exe", L"missing");
-  EXPECT_TRUE(service_.WaitFor("cannot be started, system error 2: C:\\\\none.exe", 2));
-  ASSERT_TRUE(service_.WaitFor(ended.Event("notify_exit")));
-  EXPECT_EQ(S_OK, ended.job->Complete());
-  const int runs = service_.Count(ended.Event("notify"));
-  const Client stubborn = StartNotifying(ThisProgram(), L"stubborn");
-  EXPECT_TRUE(service_.WaitFor(stubborn.Event("notify_exit") + ",\"exit_code\":7", 3));
-  EXPECT_EQ(runs, service_.Count(ended.Event("notify")));
-  EXPECT_EQ(1, service_.Count(content.Event("notify")));
-  EXPECT_EQ(1, service_.Count(failed.Event("notify")));
-  EXPECT_EQ(NarrowUtf8(Command(L"failed")), ReadBytes(target_ / "failed.txt"));
 }
 
 TEST_F(Standin, ObeysTheControlFile) {
@@ -265,71 +196,22 @@ TEST_F(Standin, ObeysTheControlFile) {
   EXPECT_EQ(1, service_.Count("control.txt, line 3 is not understood: bogus line"));
 }
 
-TEST_F(Standin, GoesOnWithItsJobsAfterARestart) {
-  enum { kLost, kNotified, kNew };
-  EXPECT_TRUE(StartNotifying(L"C:\\none", L"lost").Reaches(BG_JOB_STATE_TRANSFERRED));
-  const fs::path lost = TempFiles().at(0);
-  SetCode("notified.code", "7");
-  ASSERT_TRUE(service_.WaitFor(StartNotifying(ThisProgram(), L"notified").Event("notify_exit")));
-  const Client fresh = Create();
-  EXPECT_EQ(S_OK, fresh.job->SetDisplayName(L"\u0444 100%0A\t\n "));
-  EXPECT_EQ(S_OK, fresh.job->SetNoProgressTimeout(0xFFFFFFFF));
-  ASSERT_NO_FATAL_FAILURE(EndServer());
-  fs::remove(lost);
-  fs::remove(target_ / "notified.txt");
-  Publish("a.bin", "new");
-  SetCode("notified.code", "0");
-  ASSERT_NO_FATAL_FAILURE(StartServer());
-
-  wchar_t* name = nullptr;
-  ULONG seconds = 0;
-  EXPECT_EQ(BG_JOB_STATE_SUSPENDED, clients_[kNew].State());
-  EXPECT_EQ(S_OK, clients_[kNew].job->GetDisplayName(&name));
-  EXPECT_EQ(S_OK, clients_[kNew].job->GetNoProgressTimeout(&seconds));
-  EXPECT_STREQ(L"\u0444 100%0A\t\n ", name);
-  EXPECT_EQ(0xFFFFFFFF, seconds);
-  ::CoTaskMemFree(name);
-  EXPECT_TRUE(service_.WaitFor(clients_[kNotified].Event("notify_exit") + ",\"exit_code\":0"));
-  EXPECT_EQ(NarrowUtf8(Command(L"notified")), ReadBytes(target_ / "notified.txt"));
-  for (const int i : {kLost, kNotified}) {
-    EXPECT_TRUE(clients_[i].Reaches(BG_JOB_STATE_TRANSFERRED)) << i;
-    EXPECT_EQ(S_OK, clients_[i].job->Complete()) << i;
-  }
-  EXPECT_EQ("new", ReadBytes(target_ / "lost"));
-  EXPECT_EQ("aaa", ReadBytes(target_ / "notified"));
-  EXPECT_TRUE(TempFiles().empty());
-}
-
 TEST_F(Standin, EndsWhenNoJobAndNoClientIsLeft) {
   service_.Control("linger 0");
-  const auto hasEnded = [&] { return service_.Count("\"event\":\"stop\"") > 0; };
-  Create();
-  LetGo();
-  EXPECT_FALSE(Eventually(hasEnded, kAFewRoundsOfTheServer)) << "with a job";
-  ASSERT_NO_FATAL_FAILURE(StartServer());
-  EXPECT_EQ(S_OK, clients_[0].job->Cancel());
+  const auto ends = [&](int rounds = 1000) {
+    return Eventually([&] { return service_.Count("\"event\":\"stop\"") > 0; }, rounds);
+  };
+  const GUID id = Create().id;
   clients_.clear();
-  EXPECT_FALSE(Eventually(hasEnded, kAFewRoundsOfTheServer)) << "with a client";
   manager_ = nullptr;
-  EXPECT_TRUE(Eventually(hasEnded));
-}
-
-// What the tests have started: leaves the command line it was given in a file, and ends with the
-// code that another names (none: 0).
-int Notified(const std::wstring& name) {
-  WriteBytes(name + L".txt", NarrowUtf8(::GetCommandLineW()));
-  return static_cast<int>(ParseInt64(ReadBytes(name + L".code")));
-}
-
-}  // namespace
-
-int wmain(int argc, wchar_t** argv) {
-  if (argc > 2 && std::wstring_view(argv[1]) == L"--notified") {
-    return Notified(argv[2]);
+  EXPECT_FALSE(ends(kAFewRoundsOfTheServer)) << "with a job";
+  ASSERT_EQ(S_OK, manager_.CreateInstance(__uuidof(BackgroundCopyManager)));
+  {
+    IBackgroundCopyJobPtr job;
+    ASSERT_EQ(S_OK, manager_->GetJob(id, &job));
+    EXPECT_EQ(S_OK, job->Cancel());
   }
-  testing::InitGoogleTest(&argc, argv);
-  ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  const int result = RUN_ALL_TESTS();
-  ::CoUninitialize();
-  return result;
+  EXPECT_FALSE(ends(kAFewRoundsOfTheServer)) << "with a client";
+  manager_ = nullptr;
+  EXPECT_TRUE(ends());
 }

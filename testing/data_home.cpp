@@ -14,7 +14,8 @@
 #include "util/text.h"
 
 #ifdef _WIN32
-#include "util/handle.h"
+#include <process.h>
+
 #include "util/win/windows_lean.h"
 #endif
 
@@ -35,8 +36,10 @@ struct TempFolder {
 
 void RemoveData() {
   std::error_code ignored;
-  fs::remove_all(NativePath(GetUpdaterDataPath({})), ignored);
-  fs::remove_all(NativePath(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo))), ignored);
+  for (const std::string& folder :
+       {GetUpdaterDataPath({}), NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo))}) {
+    fs::remove_all(NativePath(folder), ignored);
+  }
 }
 
 }  // namespace
@@ -77,30 +80,20 @@ fs::path NativePath(std::string path) {
 #ifdef _WIN32
 namespace {
 
-std::string UnixPath(const fs::path& path) {
-  using GetUnixName = char*(CDECL*)(LPCWSTR);
-  const auto getUnixName = reinterpret_cast<GetUnixName>(reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
-  char* const name = getUnixName ? getUnixName(path.c_str()) : nullptr;
-  if (!name) throw std::runtime_error("links are made under Wine only");
-  const std::string copy = name;
-  ::HeapFree(::GetProcessHeap(), 0, name);
-  return copy;
-}
-
-// Wine's own calls make no links. The tool's end cannot be waited for: `isDone` tells.
-template <class IsDone>
-void RunUnixTool(const std::string& tool, const std::string& arguments, IsDone isDone) {
-  std::string command = tool + " " + arguments;
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION started = {};
-  ::CreateProcessA(("Z:\\bin\\" + tool).c_str(), command.data(), nullptr, nullptr, FALSE, 0,
-                   nullptr, nullptr, &startup, &started);
-  const UniqueHandle process(started.hProcess);
-  const UniqueHandle thread(started.hThread);
-  for (int tries = 0; !isDone(); ++tries) {
-    if (tries == 1000) throw std::runtime_error(command + " does nothing");
+// Wine's own calls make no links, so a tool of the host does, in the link's folder. Its end cannot be waited for.
+void RunUnixTool(const std::wstring& tool, const wchar_t* option, const std::wstring& argument,
+                 const fs::path& link) {
+  const auto isThere = [&] {
+    return ::GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES;
+  };
+  const bool wasThere = isThere();
+  const fs::path here = fs::current_path();
+  fs::current_path(link.parent_path());
+  ::_wspawnl(_P_NOWAIT, (L"Z:\\bin\\" + tool).c_str(), tool.c_str(), option, argument.c_str(),
+             link.filename().c_str(), nullptr);
+  fs::current_path(here);
+  for (int tries = 0; isThere() == wasThere; ++tries) {
+    if (tries == 1000) throw std::runtime_error("links are made under Wine only");
     ::Sleep(5);
   }
 }
@@ -108,14 +101,10 @@ void RunUnixTool(const std::string& tool, const std::string& arguments, IsDone i
 }  // namespace
 
 void LinkFolder(const fs::path& link, const fs::path& target) {
-  RunUnixTool("ln", "-sn \"" + UnixPath(target) + "\" \"" + UnixPath(link) + "\"",
-              [&] { return ::GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES; });
+  RunUnixTool(L"ln", L"-sn", fs::relative(target, link.parent_path()).generic_wstring(), link);
 }
 
-void UnlinkFolder(const fs::path& link) {
-  RunUnixTool("rm", "\"" + UnixPath(link) + "\"",
-              [&] { return ::GetFileAttributesW(link.c_str()) == INVALID_FILE_ATTRIBUTES; });
-}
+void UnlinkFolder(const fs::path& link) { RunUnixTool(L"rm", L"-f", L"--", link); }
 #else
 void LinkFolder(const fs::path& link, const fs::path& target) {
   fs::create_directory_symlink(target, link);

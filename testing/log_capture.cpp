@@ -35,7 +35,11 @@ std::vector<std::string> LogCapture::Lines() const {
   return lines;
 }
 
-bool LogCapture::Has(std::string_view line) const {
+testing::AssertionResult LogCapture::Has(std::string_view text) const {
   const std::vector<std::string> lines = Lines();
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
+  for (const std::string& line : lines) {
+    if (line.find(text) != line.npos) return testing::AssertionSuccess();
+  }
+  if (text.empty()) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << text << " is not in " << testing::PrintToString(lines);
 }

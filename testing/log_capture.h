@@ -2,7 +2,9 @@
 #ifndef KUPDATE_TESTING_LOG_CAPTURE_H_
 #define KUPDATE_TESTING_LOG_CAPTURE_H_
 
-#include <cstdint>
+#include <gtest/gtest.h>
+
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -16,8 +18,8 @@ class LogCapture {
   explicit LogCapture(std::filesystem::path file);
   /// The lines without time and source line: "E:TAppInfo::Write: Lock error, postpone file write.".
   std::vector<std::string> Lines() const;
-  /// Whether one of the lines is `line`.
-  bool Has(std::string_view line) const;
+  /// Whether one of the lines holds `text`; always for an empty one. A failure shows all lines.
+  testing::AssertionResult Has(std::string_view text) const;
 
  private:
   std::filesystem::path file_;

@@ -1,4 +1,4 @@
-// The exported functions over the stores, the log and the locks.
+// The exported functions over the stores, the log, the locks and the statistics.
 #include <gtest/gtest.h>
 
 #include "util/win/windows_lean.h"
@@ -10,15 +10,21 @@
 
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/text.h"
 
 namespace fs = std::filesystem;
 using namespace testing_dll;
 
 namespace {
 
-std::string LogOf(const char* appId) {
-  const std::string name = std::string("kupdate-exec-") + appId + ".log";
-  return std::regex_replace(ReadBytes(RoamingFolder() / name), std::regex("\r"), "");
+fs::path LogFile(const char* appId) {
+  return RoamingFolder() / (std::string("kupdate-exec-") + appId + ".log");
+}
+std::string Without(const char* pattern, const fs::path& file) {
+  return std::regex_replace(ReadBytes(file), std::regex(pattern), "");
+}
+std::string Record(const char* appId, const char* key) {
+  return ValueOf(DataFolder() / appId / "appinfo.xml", key);
 }
 
 }  // namespace
@@ -29,12 +35,12 @@ TEST(Exports, NullPointersEndInAStatus) {
   const char* const no = nullptr;
   std::int32_t size = 5;
   char buffer[5] = "";
-  EXPECT_EQ(dll.setLocale(no, no), KUPDATE_E_FAIL);
-  EXPECT_EQ(dll.downloadAndInstallSilentUpdate(nullptr), KUPDATE_E_FAIL);
-  for (const char* const id : {no, "null"}) {
-    EXPECT_EQ(dll.isUpdateAvailable(id, no, 0, 0, 0, 0, false, no, no, nullptr), KUPDATE_E_FAIL);
-  }
-  EXPECT_EQ(dll.isUpdateAvailable("null", "p", 0, 0, 0, 0, true, "", no, nullptr), KUPDATE_E_FAIL);
+  const kupdate_status failed[] = {
+      dll.setLocale(no, no), dll.downloadAndInstallSilentUpdate(nullptr),
+      dll.isUpdateAvailable(no, no, 0, 0, 0, 0, false, no, no, nullptr),
+      dll.isUpdateAvailable("null", no, 0, 0, 0, 0, false, no, no, nullptr),
+      dll.isUpdateAvailable("null", "p", 0, 0, 0, 0, true, "", no, nullptr)};
+  for (const kupdate_status& status : failed) EXPECT_EQ(status, KUPDATE_E_FAIL) << &status - failed;
   const kupdate_status done[] = {dll.onApplicationStartup("null", no, no, no, 0, 0, 0, 0, 0, true),
                                  dll.setExecutorPath(nullptr),
                                  dll.isUpgradeAvailable("null", 0, nullptr),
@@ -54,9 +60,8 @@ TEST(Exports, NullPointersEndInAStatus) {
 TEST(Exports, FailuresOnManyThreadsStayInside) {
   const DllLog log;
   std::vector<std::thread> hosts;
-  for (int host = 0; host < 8; ++host) {
-    hosts.emplace_back([host] {
-      const std::string id = "thread" + std::to_string(host);
+  for (char host = '0'; host < '8'; ++host) {
+    hosts.emplace_back([id = std::string("thread") + host] {
       for (int call = 0; call < 25; ++call) Dll().setApplicationState(id.c_str(), "no such state");
     });
   }
@@ -66,55 +71,47 @@ TEST(Exports, FailuresOnManyThreadsStayInside) {
             8 * 25);
 }
 
-TEST(Exports, OddIdsHarmNothing) {
+TEST(Exports, IdsChooseTheRecord) {
   EXPECT_EQ(Dll().setLocale("", "x"), KUPDATE_S_OK);
-  EXPECT_EQ(ValueOf(DataFolder() / "appinfo.xml", "Locale"), "x") << "the empty id's record";
+  EXPECT_EQ(Record("", "Locale"), "x");
   EXPECT_EQ(Dll().setLocale(std::string(300, 'x').c_str(), "x"), KUPDATE_S_OK);
   EXPECT_EQ(Dll().setLocale("a\\b", "x"), KUPDATE_E_FAIL) << "no name of a mutex";
   EXPECT_EQ(Dll().setLocale("a/../../b", "x"), KUPDATE_S_OK);
   EXPECT_FALSE(fs::exists(DataFolder().parent_path() / "b"));
-}
-
-TEST(Exports, LocaleIsMirrored) {
-  const struct {
-    const char* id;
-    const char* locale;
-    const char* want;
-  } cases[] = {{"zonie64", "de", "de"}, {"zonie", "fr", "fr"}, {"zonie32", "es", "fr"}};
-  for (const auto& c : cases) {
-    Dll().setLocale(c.id, c.locale);
-    EXPECT_EQ(TextFrom(Dll().getLocale, "vigilorian"), c.want) << c.id;
+  // A locale is mirrored.
+  for (const char* const id : {"zonie64", "zonie", "zonie32"}) {
+    Dll().setLocale(id, id);
+    EXPECT_EQ(TextFrom(Dll().getLocale, "vigilorian"), id == std::string("zonie32") ? "zonie" : id);
   }
 }
 
 TEST(Exports, TheRecordIsWrittenAndMarked) {
-  const fs::path file = DataFolder() / "record" / "appinfo.xml";
   const auto start = [](bool release) {
     Dll().onApplicationStartup("record", "win64", "", "r?a=1&b=2", 7200, 1, -1, 65536 + 3, 4,
                                release);
   };
+  Dll().setExecutorPath(L"C:\\none.exe");
   Dll().setLocale("record", "x");
   Dll().setExecutorPath(L"C:\\Ж & b\\exec.exe");
   start(true);
   EXPECT_EQ(
-      std::regex_replace(ReadBytes(file), std::regex("\\s*\n\\s*|</\\w+>|[0-9]{10,}"), ""),
+      Without("\\s*\n\\s*|</\\w+>|[0-9]{10,}", DataFolder() / "record" / "appinfo.xml"),
       "<?xml  version=\"1.0\" encoding=\"utf-8\"?><appinfo><UpdaterPath>C:\\Ж &amp; b\\exec.exe"
       "<Locale>x<Remove>0<Platform>win64<VersionUrl/><VerMajor>1<VerMinor>65535<VerSubver>3"
       "<VerBuild>4<ReportUrl>r?a=1&amp;b=2<PingStatPeriod>7200<VersionStatus>1"
       "<WantUnstableToo>0<LastPingTime><NextPingTime><LastCheckTime>");
   Dll().onApplicationUninstall("record");
-  EXPECT_EQ(ValueOf(file, "Remove"), "1");
+  EXPECT_EQ(Record("record", "Remove"), "1");
   start(false);
-  EXPECT_EQ(ValueOf(file, "Remove") + ValueOf(file, "VersionStatus"), "00");
+  EXPECT_EQ(Record("record", "Remove") + Record("record", "VersionStatus"), "00");
   Dll().setLocale("path2", "x");
   Dll().setExecutorPath(nullptr);
-  EXPECT_EQ(ValueOf(DataFolder() / "path2" / "appinfo.xml", "UpdaterPath"),
-            "C:\\Ж &amp; b\\exec.exe");
+  EXPECT_EQ(Record("path2", "UpdaterPath"), "C:\\Ж &amp; b\\exec.exe");
 }
 
 TEST(Log, FirstCallNamesItAndTheBannerFollows) {
   EXPECT_EQ(EndOf(StartChild(L"null later")), 0u);
-  const std::string text = std::regex_replace(LogOf(""), std::regex("\\([0-9]+\\)"), "");
+  const std::string text = Without("\r|\\([0-9]+\\)", LogFile(""));
   const std::string time = "\n..:..:.. ", banner = time + "I:JustUtil::OutBanner: ";
   const std::regex shape("Log started at: [0-9]{2}\\.[0-9]{2}\\.[0-9]{4}(" + time + "E:.*)*" +
                          time + "D:DLLSetLocale: in" + banner + "\\*{58}" + banner +
@@ -126,15 +123,73 @@ TEST(Log, FirstCallNamesItAndTheBannerFollows) {
 }
 
 TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
-  const fs::path file = RoamingFolder() / "kupdate-exec-large.log";
-  const std::string paranoid = " P:FileSystem::WriteFile(";
-  WriteBytes(file, std::string(0x100000, 'x'));
-  EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
-  EXPECT_FALSE(fs::exists(file.wstring() + L".bak")) << "exactly 1 MiB is kept";
-  EXPECT_EQ(LogOf("large").find(paranoid), std::string::npos);
-  ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
-  EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
+  WriteBytes(LogFile("large"), std::string(0x100000, 'x'));
+  for (const bool isParanoid : {false, true}) {
+    if (isParanoid) {
+      ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
+    }
+    EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
+    EXPECT_EQ(fs::exists(LogFile("large").wstring() + L".bak"), isParanoid) << "1 MiB is kept";
+    EXPECT_EQ(ReadBytes(LogFile("large")).find(" P:") != std::string::npos, isParanoid);
+  }
   ::RegDeleteKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log");
-  EXPECT_TRUE(fs::exists(file.wstring() + L".bak"));
-  EXPECT_NE(LogOf("large").find(paranoid), std::string::npos);
+}
+
+TEST(Statistics, TravelFromTheCallsToTheWebServer) {
+  const TransferService service;
+  const std::string program = R"("parameters":"C:\\none\\exec.exe  --stat-callback )";
+  const auto sent = [&](const std::string& query) {
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    return service.Count("&ver=1.2.3.4&os=win64&" + query +
+                         "&fd=" + DateText(now.wDay, now.wMonth, now.wYear) + "\"");
+  };
+  Dll().setExecutorPath(L"C:\\none\\exec.exe");
+  Dll().setOptionalParam("travel", "tool=1");
+  Dll().setUniqueParam("travel", "name", L"last #1");
+  const std::string url = HttpUrl("report");
+  Dll().onApplicationStartup("travel", "win64", "", url.c_str(), 0, 1, 2, 3, 4, true);
+  // A new application is an install; the day's use behind it says nothing more.
+  EXPECT_EQ(sent("stat=install&tool=1&name=last #1"), 1);
+  EXPECT_EQ(service.Count(program + "0 --appid travel --job {"), 1);
+  EXPECT_EQ(service.Count("\"seconds\":1209600"), 1);
+  EXPECT_TRUE(fs::exists(DataFolder() / "travel" / "in_work_0.xml"));
+  EXPECT_EQ(TextFrom(Dll().getApplicationState, "travel"), "dayuse");
+  EXPECT_EQ(Dll().usageReport("travel", "x=%20&y"), KUPDATE_S_OK);
+  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1) << "the next ping is due in a day";
+  EXPECT_EQ(Record("travel", "ShouldPing"), "1");
+  Dll().forceUpdateCheck("travel", false);
+  EXPECT_EQ(sent("stat=dayuse&x=%20&y"), 1);
+  EXPECT_EQ(service.Count(program + "1 --appid travel --job {"), 1);
+  EXPECT_EQ(service.Count("\"seconds\":86400"), 1);
+  // An address that is too long keeps no program from updating.
+  const std::string longUrl = HttpUrl("r?") + std::string(1100, 'a');
+  const std::string feed = HttpUrl("long.rss");
+  Dll().onApplicationStartup("long", "win64", feed.c_str(), longUrl.c_str(), 0, 1, 0, 0, 0, true);
+  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 3);
+}
+
+TEST(Statistics, GettersAndWrongWords) {
+  const auto state = [](const char* word) {
+    EXPECT_TRUE(!word || Dll().setApplicationState("words", word) == KUPDATE_S_OK);
+    return TextFrom(Dll().getApplicationState, "words");
+  };
+  EXPECT_EQ(state(nullptr), "install") << "the first call made the application known";
+  EXPECT_EQ(state("Uninstall"), "install");
+  EXPECT_EQ(state("uninstall"), "uninstall");
+  Dll().setOptionalParam("words", "a=\"<&>'");
+  EXPECT_EQ(TextFrom(Dll().getOptionalParam, "words"), "a=\"<&>'");
+  std::int32_t chars = 4;
+  const auto unique = [&](const char* name) -> std::wstring {
+    wchar_t value[8] = L"?";
+    EXPECT_EQ(Dll().getUniqueParam("words", name, value, &chars), KUPDATE_S_OK);
+    return value;
+  };
+  Dll().setUniqueParam("words", "key", L"Ж=\xD83D\xDE00 7");
+  EXPECT_EQ(unique("key"), L"");
+  EXPECT_EQ(chars, 7);
+  EXPECT_EQ(unique("key"), L"Ж=\xD83D\xDE00 7");
+  EXPECT_EQ(unique("none"), L"");
+  EXPECT_EQ(Dll().getUniqUserId(), ReadBytes(RoamingFolder().parent_path() / "ui"));
+  EXPECT_EQ(std::string(Dll().getUniqUserId()).size(), 38u);
 }

@@ -5,6 +5,7 @@
 
 #include <regex>
 #include <sstream>
+#include <vector>
 
 #include "appinfo/local_record.h"
 #include "testing/data_home.h"
@@ -28,18 +29,21 @@ int RunInstall(const std::string& appId, const std::string& commandLine) {
   std::istringstream script(NarrowUtf8(Setting(L"KUPDATE_TEST_EXECUTOR")));
   int number = 0;
   for (std::string word; script >> word;) {
-    if (word == "signal") SignalResult(appId);
-    if (word == "late") {
+    if (word == "signal") {
+      SignalResult(appId);
+    } else if (word == "late") {
       ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", L"wait 500 store 6 signal exit 0");
       ::CloseHandle(StartProgram(ThisProgram(), WidenUtf8(commandLine), nullptr));
+    } else if (script >> number; word == "wait") {
+      ::Sleep(static_cast<DWORD>(number));
+    } else if (word == "answer") {
+      WriteAnswer(appId, InstallAnswer{OwnRunId(), number});
+    } else if (word == "exit") {
+      ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(number));
+    } else {
+      Store(appId, "updinfo.xml",
+            "<DistroExitCode>" + std::to_string(number) + "</DistroExitCode>");
     }
-    if (word == "signal" || word == "late") continue;
-    script >> number;
-    if (word == "wait") ::Sleep(static_cast<DWORD>(number));
-    if (word == "answer") WriteAnswer(appId, InstallAnswer{OwnRunId(), number});
-    if (word == "exit") ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(number));
-    if (word != "store") continue;
-    Store(appId, "updinfo.xml", "<DistroExitCode>" + std::to_string(number) + "</DistroExitCode>");
   }
   return 0;
 }
@@ -48,8 +52,7 @@ int RunInstall(const std::string& appId, const std::string& commandLine) {
 int RunCheck(const std::string& appId, const std::string& job) {
   for (const bool isOwn : {false, true}) {
     Store(appId, "appinfo.xml",
-          isOwn ? "<UpgradeAvailable>1</UpgradeAvailable>"
-                : "<UpgradeAvailable>0</UpgradeAvailable>");
+          std::string("<UpgradeAvailable>") + (isOwn ? "1" : "0") + "</UpgradeAvailable>");
     WriteAnswer(appId, CheckAnswer{isOwn ? job : "{older}", isOwn});
     SignalResult(appId);
     ::Sleep(300);
@@ -66,19 +69,17 @@ int RunExecutor(const std::string& commandLine) {
   return 0;
 }
 
-// A host that sets the locale of these applications, to another one each time.
-int RunHost(const std::vector<std::string>& appIds) {
-  const std::string locale = std::to_string(::GetCurrentProcessId());
-  for (const std::string& id : appIds)
-    Dll().setLocale(id == "null" ? nullptr : id.c_str(), locale.c_str());
-  return 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string commandLine = NarrowUtf8(::GetCommandLineW());
-  if (argc > 2 && std::string(argv[1]) == "--child") return RunHost({argv + 2, argv + argc});
+  if (argc > 2 && std::string(argv[1]) == "--child") {
+    for (const std::string& id : std::vector<std::string>(argv + 2, argv + argc)) {
+      Dll().setLocale(id == "null" ? nullptr : id.c_str(),
+                      DecimalText(::GetCurrentProcessId()).c_str());
+    }
+    return 0;
+  }
   if (commandLine.find(" --appid ") != commandLine.npos) return RunExecutor(commandLine);
   testing::InitGoogleTest(&argc, argv);
   for (const fs::path& folder : {RoamingFolder(), LocalFolder(), DataFolder()}) {

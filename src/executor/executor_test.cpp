@@ -1,103 +1,186 @@
 // kupdate-exec.exe as the transfer service and hosts meet it: what it does with each outcome of a
-// job, and what it answers.
+// job, what it answers, what it tidies up over time, and its own end.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <ctime>
+#include <regex>
 
 #include "appinfo/app_info2.h"
-#include "executor/executor_test_client.h"
+#include "layout/names.h"
+#include "testing/data_home.h"
+#include "testing/dll_client.h"
 #include "util/text.h"
+#include "util/win/windows_lean.h"
 
 namespace fs = std::filesystem;
 using namespace testing_dll;
 
 namespace {
 
-using Executor = ExecutorTest;
+constexpr wchar_t kNoJob[] = L"--job {00000000-0000-0000-0000-000000000001}";
+
+// A host whose jobs name an executor that is not there, so that a test can run it itself.
+struct Host {
+  explicit Host(std::string id, std::string feed = {}, std::string report = {})
+      : appId(std::move(id)), feedUrl(std::move(feed)), reportUrl(std::move(report)) {
+    // The library notes a path in the record of the application that called it last: let it be this.
+    std::int32_t size = 0;
+    Dll().getLocale(appId.c_str(), nullptr, &size);
+    Dll().setExecutorPath(L"C:\\none\\kupdate-exec.exe");
+  }
+  // Registers, which starts what is due.
+  void Start() const {
+    Dll().onApplicationStartup(appId.c_str(), "win64", feedUrl.c_str(), reportUrl.c_str(), 3600, 1,
+                               0, 0, 0, true);
+  }
+  void Uninstall() const { Dll().onApplicationUninstall(appId.c_str()); }
+  fs::path File(std::string_view name) const {
+    return testing_dll::DataFolder() / WidenUtf8(appId) / std::string(name);
+  }
+  std::string Record(const char* key) const { return ValueOf(File("appinfo.xml"), key); }
+
+  std::string appId, feedUrl, reportUrl;
+};
+
+// Whether an application's result has been signalled since this was made.
+struct ResultEvent {
+  explicit ResultEvent(const std::string& appId)
+      : event(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(appId).c_str())) {}
+  ~ResultEvent() { ::CloseHandle(event); }
+  bool IsSignalled() const { return ::WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
+
+  const HANDLE event;
+};
+
+// Each test has an empty data folder and a copy of the program, which may remove itself, in a path with blanks.
+class Executor : public testing::Test {
+ protected:
+  Executor() {
+    static int copies = 0;
+    program_ = ProcessTempFolder() / ("copy " + std::to_string(++copies)) / "kupdate-exec.exe";
+    fs::create_directories(program_.parent_path());
+    fs::copy_file(Setting(L"KUPDATE_EXEC"), program_);
+  }
+  // Waits for the executors that the service has started: they work in the data folder.
+  ~Executor() override {
+    EXPECT_TRUE(Eventually([&] {
+      return service_.Count("\"event\":\"notify\"") <=
+             service_.Count("\"event\":\"notify_exit\"") + service_.Count("\"event\":\"problem\"");
+    }));
+  }
+
+  int Jobs() const { return service_.Count("\"call\":\"CreateJob\""); }
+  // The exit code. The path of the program is not quoted.
+  unsigned Run(const std::wstring& arguments, HANDLE output = nullptr) const {
+    return EndOf(StartProgram(program_, program_.wstring() + L" " + arguments, output));
+  }
+  std::string OutputOf(const std::wstring& arguments) const {
+    const fs::path file = ProcessTempFolder() / "output.txt";
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const HANDLE output = ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
+                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    Run(arguments, output);
+    ::CloseHandle(output);
+    return ReadBytes(file);
+  }
+  // Waits until all jobs have transferred or failed; returns the newest one's arguments of the executor.
+  std::wstring ArgumentsOfNewestJob() const {
+    EXPECT_TRUE(service_.WaitFor("\"event\":\"notify\"", Jobs()));
+    const std::regex notice("\"event\":\"notify\",.*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
+    std::string arguments;
+    for (const std::string& line : service_.Journal()) {
+      std::smatch match;
+      if (std::regex_search(line, match, notice)) arguments = match[1];
+    }
+    return WidenUtf8(std::regex_replace(arguments, std::regex("\\\\(.)"), "$1"));
+  }
+
+  const DataHome home_;
+  const TransferService service_;
+  fs::path program_;
+};
+
+// The paths of all that is below a folder.
+std::string ContentOf(const fs::path& folder) {
+  std::string paths;
+  std::error_code ignored;
+  for (const auto& entry : fs::recursive_directory_iterator(folder, ignored)) {
+    paths += entry.path().string() + "\n";
+  }
+  return paths;
+}
 
 fs::path FeedFile(const Host& host) {
   return TempFolder() / WidenUtf8("kupdate-versioninfo-" + host.appId + ".xml");
 }
 
-constexpr char kNoDialog[] = "I:DropDialog: Not shown, though a dialog was asked for:  ";
-
 }  // namespace
 
 TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
   const std::string newer = Publish("newer.rss", FeedWith("2.0.0.0"));
-  const std::string same = Publish("same.rss", FeedWith("1.0.0.0"));
   const struct {
-    const char* label;
     std::string feedUrl;
     const char* control;
     const char* upgrade;  // afterwards; it was not written before
     const char* news;     // of the dialog that is not shown
     bool isScheduled;
   } cases[] = {
-      {"newer", newer, "", "1", "an update is available", true},
-      {"none newer", same, "", "0", "there is no update", true},
-      {"bad version", Publish("bad.rss", FeedWith("two")), "", "0", "the check failed", false},
-      {"completion refused", newer, "fail Complete 0x80070005", "0", "the check failed", false},
-      {"job gone", newer, "vanish all", "", nullptr, false},
+      {newer, "", "1", "an update is available", true},
+      {Publish("same.rss", FeedWith("1.0.0.0")), "", "0", "there is no update", true},
+      {Publish("bad.rss", FeedWith("two")), "", "0", "the check failed", false},
+      {newer, "fail Complete 0x80070005", "0", "the check failed", false},
+      {newer, "vanish all", "", "", false},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
+    SCOPED_TRACE(c.feedUrl + c.control);
     const DataHome home;
-    TransferService service;
-    Host host("my app");
-    host.feedUrl = c.feedUrl;
+    const Host host("my app", c.feedUrl);
     host.Start();
-    const std::wstring arguments = ArgumentsOfNewestJob(service);
+    const std::wstring arguments = ArgumentsOfNewestJob();
     TAppInfo2(host.appId).SetNeedDialogArterCheck(true);
-    service.Control(c.control);
+    service_.Control(c.control);
     const ResultEvent result(host.appId);
     const LogCapture log(RoamingFolder() / "kupdate-exec-my app.log");
     const std::int64_t before = std::time(nullptr);
-    EXPECT_EQ(RunExecutor(arguments), 0u);
+    EXPECT_EQ(Run(arguments), 0u);
+    service_.Control({});
     EXPECT_TRUE(result.IsSignalled());
     EXPECT_EQ(host.Record("UpgradeAvailable"), c.upgrade);
     const std::int64_t next = ParseInt64(host.Record("NextCheckTime")) - before - 86400;
     EXPECT_EQ(next >= 0 && next <= 3700, c.isScheduled) << next;
     EXPECT_FALSE(fs::exists(FeedFile(host)));
-    EXPECT_EQ(host.Record("NeedDialogArterCheck"), c.news ? "0" : "1");
-    EXPECT_TRUE(!c.news || log.Has(kNoDialog + std::string(c.news)));
+    EXPECT_EQ(host.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
+    EXPECT_TRUE(log.Has(c.news));
   }
 }
 
 TEST_F(Executor, DoesNotBringARecordBackToLife) {
-  const TransferService service;
-  Host host("left");
-  host.feedUrl = Publish("newer.rss", FeedWith("2.0.0.0"));
+  const Host host("left", Publish("newer.rss", FeedWith("2.0.0.0")));
   host.Start();
-  const std::wstring arguments = ArgumentsOfNewestJob(service);
+  const std::wstring arguments = ArgumentsOfNewestJob();
   fs::remove(host.File("appinfo.xml"));
   fs::remove_all(LocalFolder() / host.appId);
-  EXPECT_EQ(RunExecutor(arguments), 0u);
-  EXPECT_FALSE(fs::exists(host.File("appinfo.xml")));
-  EXPECT_FALSE(fs::exists(LocalFolder() / host.appId));
-  EXPECT_FALSE(fs::exists(FeedFile(host)));
+  EXPECT_EQ(Run(arguments), 0u);
+  for (const fs::path& file :
+       {host.File("appinfo.xml"), LocalFolder() / host.appId, FeedFile(host)}) {
+    EXPECT_FALSE(fs::exists(file)) << file;
+  }
 }
 
 TEST_F(Executor, AnswersAnInstallWithoutAnUpdate) {
-  const Host host("app");
-  home_.AppFolder(host.appId);
-  WriteBytes(host.File("updinfo.xml"), "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
-  const ResultEvent result(host.appId);
-  EXPECT_EQ(RunExecutor(L" --appid app --silent-update-check"), 0u);
+  const fs::path file = home_.AppFolder("app") / "updinfo.xml";
+  WriteBytes(file, "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
+  const ResultEvent result("app");
+  EXPECT_EQ(Run(L" --appid app --silent-update-check"), 0u);
   EXPECT_TRUE(result.IsSignalled());
-  EXPECT_EQ(ValueOf(host.File("updinfo.xml"), "DistroExitCode"), "-1001");
+  EXPECT_EQ(ValueOf(file, "DistroExitCode"), "-1001");
 }
 
 TEST_F(Executor, TellsPeople) {
-  const TransferService service;
-  Host host("status app");
-  host.feedUrl = HttpUrl("slow/none");
-  host.Start();
-  ArgumentsOfNewestJob(service);
-  const struct {
-    const wchar_t* arguments;
-    const char* want;
-  } cases[] = {
+  Host("status app", HttpUrl("slow/none")).Start();
+  ArgumentsOfNewestJob();
+  const std::pair<const wchar_t*, const char*> cases[] = {
       {L"--help", "--silent-update-check"},
       {L"--version", "kupdate-exec 1."},
       {L"--status", "TEST BUILD. Updates need a manifest signed with one of these keys: "},
@@ -107,10 +190,92 @@ TEST_F(Executor, TellsPeople) {
       {L"--status --appid status app --json", "\"purpose\":\"check\",\"appId\":\"status app\""},
       {L"--status --appid other --json", "\"applications\":[],\"jobs\":[]"},
   };
-  for (const auto& c : cases) {
-    const std::string text = OutputOf(c.arguments);
-    EXPECT_NE(text.find(c.want), std::string::npos) << c.want << " is not in " << text;
+  for (const auto& [arguments, want] : cases) {
+    const std::string text = OutputOf(arguments);
+    EXPECT_NE(text.find(want), std::string::npos) << want << " is not in " << text;
   }
-  EXPECT_EQ(RunExecutor(L"--update-check"), 2u);
-  EXPECT_EQ(RunExecutor(L" --job {00000000-0000-0000-0000-000000000001}"), 0u);
+  EXPECT_EQ(Run(L"--update-check"), 2u);
+  EXPECT_EQ(Run(kNoJob), 0u);
+}
+
+TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
+  const Host host("old", {}, Publish("report", "ok"));
+  host.Start();
+  const std::wstring arguments = ArgumentsOfNewestJob();
+  const fs::path block = host.File("in_work_0.xml");
+  const auto made = fs::last_write_time(block);
+  const auto isTakenBack = [&](int ageDays, const std::wstring& command) {
+    fs::last_write_time(block, made - std::chrono::hours(24 * ageDays));
+    Run(command);
+    return !fs::exists(block);
+  };
+  EXPECT_FALSE(isTakenBack(16, kNoJob)) << "its job is alive";
+  EXPECT_FALSE(isTakenBack(14, arguments.substr(arguments.find(L"--job")))) << "it is gone now";
+  EXPECT_TRUE(isTakenBack(16, kNoJob));
+}
+
+TEST_F(Executor, LeavesTheNewestOfSeveralChecks) {
+  Publish("big.rss", std::string(200000, 'x'));
+  const Host host("many", HttpUrl("slow/big.rss"));
+  Dll().setExecutorPath(program_.c_str());
+  host.Start();
+  Dll().forceUpdateCheck(host.appId.c_str(), false);
+  EXPECT_EQ(Jobs(), 2);
+  for (int i = 0; i < 2; ++i) {
+    Run(kNoJob);
+    EXPECT_EQ(service_.Count("\"call\":\"Cancel\""), 1);
+  }
+}
+
+TEST_F(Executor, ForgetsAnApplicationWhoseUninstallIsDelivered) {
+  for (const bool isReinstalled : {false, true}) {
+    SCOPED_TRACE(isReinstalled);
+    const DataHome home;
+    Host("stayer").Start();  // else the program would go with its last application
+    const Host host("leaver", {}, Publish("report", "ok"));
+    host.Start();
+    Run(ArgumentsOfNewestJob());
+    host.Uninstall();
+    const std::wstring arguments = ArgumentsOfNewestJob();
+    if (isReinstalled) host.Start();
+    EXPECT_EQ(Run(arguments), 0u);
+    EXPECT_EQ(fs::exists(host.File("appinfo.xml")), isReinstalled);
+    EXPECT_TRUE(fs::exists(host.File("statistics.xml")));
+  }
+}
+
+TEST_F(Executor, ReportsAnUndeliveredUninstallOnceMore) {
+  Host("stayer").Start();
+  const Host host("unheard", {}, HttpUrl("missing"));
+  host.Start();
+  Run(ArgumentsOfNewestJob());
+  host.Uninstall();
+  for (const bool isPeriodOver : {false, true}) {
+    const std::wstring arguments = ArgumentsOfNewestJob();
+    if (isPeriodOver) TAppInfo2(host.appId).ForgetPingTimes();
+    const int sent = Jobs();
+    EXPECT_EQ(Run(arguments), 0u);
+    EXPECT_EQ(Jobs(), sent + isPeriodOver);
+    host.Uninstall();
+  }
+}
+
+TEST_F(Executor, IsRemovedByTheLastUninstall) {
+  const std::string report = Publish("report", "ok");
+  const Host host("last", {}, report), other("other", {}, report);
+  Dll().setExecutorPath(program_.c_str());
+  host.Start();
+  other.Start();
+  const auto isQuiet = [&] { return service_.Count("\"event\":\"notify_exit\"") == Jobs(); };
+  EXPECT_TRUE(Eventually(isQuiet));
+  // A wish from days ago; by now another application needs the program.
+  WriteBytes(program_.wstring() + L".remove", "last\n");
+  host.Uninstall();
+  EXPECT_TRUE(Eventually(isQuiet));
+  EXPECT_TRUE(fs::exists(program_));
+  EXPECT_EQ(service_.Count("--suicide"), 0);
+  other.Uninstall();
+  EXPECT_TRUE(Eventually([&] { return ContentOf(program_.parent_path()).empty(); }))
+      << "the program, which was renamed, and the wish";
+  EXPECT_EQ(ContentOf(testing_dll::DataFolder()) + ContentOf(LocalFolder()), "");
 }

@@ -49,28 +49,22 @@ TEST(PrivateFile, NobodySwapsWhatIsHeld) {
   EXPECT_FALSE(fs::exists(folder));
 }
 
-// The access list of a path as text.
-std::wstring RightsTo(const std::wstring& path) {
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  wchar_t* text = nullptr;
-  ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                          nullptr, nullptr, &descriptor);
-  ::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
-                                                         DACL_SECURITY_INFORMATION, &text, nullptr);
-  const std::wstring rights = text ? text : L"";
-  ::LocalFree(text);
-  ::LocalFree(descriptor);
-  return rights;
-}
-
 TEST(PrivateFile, NobodyMayAddToItsFolder) {
   const auto file = PrivateFile::Make(L".exe");
   ASSERT_TRUE(file);
   for (const std::wstring& path : {file->Folder(), file->Path()}) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    wchar_t* text = nullptr;
+    ::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                            nullptr, nullptr, nullptr, &descriptor);
+    ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
     // Whatever Wine adds for the system, the user's entry is not the one for everything any more.
-    const std::string rights = NarrowUtf8(RightsTo(path));
+    const std::string rights = NarrowUtf8(text);
     EXPECT_NE(rights.find(";;;S-1-5-21-"), rights.npos) << rights;
     EXPECT_EQ(rights.find(";FA;;;S-1-5-21-"), rights.npos) << rights;
+    ::LocalFree(text);
+    ::LocalFree(descriptor);
   }
 }
 
@@ -84,31 +78,28 @@ TEST(RemoveInstallLeftovers, TakesWhatNobodyUsesAndFollowsNoLink) {
   fs::path kept;
   {
     const auto file = PrivateFile::Make(L".msi");
-    ASSERT_TRUE(file);
     kept = file->Folder();
     file->Keep();
   }
-  const fs::path base = kept.parent_path().parent_path();
-  const fs::path file = kept / "below" / "it" / "file";
+  const fs::path base = kept.parent_path().parent_path(), below = kept / "below" / "it";
   Unseal(kept);
-  fs::create_directories(file.parent_path());
-  WriteBytes(file, "x");
-  ::SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
-  const fs::path links[] = {base / std::string(32, 'a'),
-                            base / std::string(32, 'b') / "below" / "link"};
+  fs::create_directories(below);
+  WriteBytes(below / "file", "x");
+  ::SetFileAttributesW((below / "file").c_str(), FILE_ATTRIBUTE_READONLY);
+  fs::create_directories(base / "not ours");
+  const fs::path links[] = {base / std::string(32, 'a'), base / std::string(32, 'b') / "link"};
   for (const fs::path& link : links) {
     fs::create_directories(link.parent_path());
     LinkFolder(link, precious);
   }
-  fs::create_directories(base / "not ours");
-  // As a program does that runs there.
+  // A program that runs there holds its folder.
   const fs::path here = fs::current_path();
-  fs::current_path(kept);
-  RemoveInstallLeftovers();
-  EXPECT_TRUE(fs::exists(file));
-  fs::current_path(here);
-  RemoveInstallLeftovers();
-  EXPECT_FALSE(fs::exists(kept));
+  for (const bool isHeld : {true, false}) {
+    fs::current_path(isHeld ? kept : here);
+    RemoveInstallLeftovers();
+    EXPECT_EQ(fs::exists(below / "file"), isHeld);
+    EXPECT_EQ(fs::exists(kept), isHeld);
+  }
   EXPECT_TRUE(fs::exists(used->Path()));
   EXPECT_TRUE(fs::exists(base / "not ours"));
   EXPECT_EQ(ReadBytes(precious / "file"), "x");

@@ -1,40 +1,64 @@
+// The command lines of the executor, as they are written and as they are read.
 #include "layout/command_line.h"
 
 #include <gtest/gtest.h>
 
-#include "layout/names.h"
+#include <stdexcept>
+
 #include "testing/table.h"
 
-TEST(CommandLine, ExactTexts) {
-  EXPECT_EQ(UpdateCheckArguments(L"my app", L"C:\\T\\f.xml"),
-            L" --appid my app --update-check --file \"C:\\T\\f.xml\"");
-  EXPECT_EQ(UpdateCheckArguments(L"", L"\"quoted\""),
-            L" --appid  --update-check --file \"quoted\"");
-  EXPECT_EQ(PingArguments(L"myapp", 7, true), L" --suicide --stat-callback 7 --appid myapp");
-  EXPECT_EQ(PingArguments(L"", 0, false), L" --stat-callback 0 --appid ");
-  EXPECT_EQ(SilentUpdateCommandLine(L"C:\\x y\\e.exe", L"a"),
-            L"C:\\x y\\e.exe --appid a --silent-update-check");
-  EXPECT_EQ(QuotedPath(L""), L"\"\"");
-  EXPECT_EQ(ResultEventName("a"), L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-a");
+namespace {
+
+// The result of a parse as one text.
+std::string Read(const std::wstring& line, const wchar_t* program) {
+  const ExecutorCommand c = ParseExecutorCommand(line, program);
+  static constexpr const char* kKinds[] = {"none", "help",  "version", "status",
+                                           "job",  "check", "ping",    "install"};
+  std::string text = kKinds[static_cast<int>(c.kind)];
+  if (c.hasAppId) text += " id=[" + c.appId + "]";
+  if (!c.file.empty()) text += " file=[" + std::string(c.file.begin(), c.file.end()) + "]";
+  if (!c.jobId.empty()) text += " job=[" + c.jobId + "]";
+  if (c.kind == CommandKind::kStatCallback) text += " block=" + std::to_string(c.blockId);
+  return text + (c.suicide ? " suicide" : "") + (c.json ? " json" : "");
 }
 
+}  // namespace
+
 TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
+  for (const wchar_t* id : {L"a\" --suicide", L"a --suicide", L"--suicide"}) {
+    EXPECT_THROW(UpdateCheckArguments(id, L"f"), std::invalid_argument);
+    EXPECT_THROW(PingArguments(id, 1, false), std::invalid_argument);
+    EXPECT_THROW(SilentUpdateCommandLine(L"e", id), std::invalid_argument);
+  }
+  EXPECT_EQ(QuotedPath(L"\"quoted\"") + QuotedPath(L""), L"\"quoted\"\"\"");
+  EXPECT_EQ(PingArguments(L"a--b -x", 7, true), L" --suicide --stat-callback 7 --appid a--b -x");
+}
+
+TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
   const Table<std::wstring, std::string> table = {
-      {L"my app -x", "written"},   {L"a--b", "written"},      {L"a\" --suicide", "refused"},
-      {L"a --suicide", "refused"}, {L"--suicide", "refused"},
+      {L"", "none"},
+      {L"exe --help", "help"},
+      {L"\"C:\\a --help\\exe\" --version", "version"},
+      {L"\"C:\\unclosed --help", "none"},
+      {L"exe --status --appid my app --json", "status id=[my app] json"},
+      {L"exe --status --appid \"my app\"", "status id=[my app]"},
+      {L"exe\t--status\t--json", "status json"},
+      {L"exe x--help --helpx", "none"},
+      {L"exe \"--help\"", "none"},
+      {L"exe --appid a --update-check --file f g --job {1}", "check id=[a] file=[f g] job=[{1}]"},
+      {L"exe --appid a --update-check --file \"f --job {1}", "none id=[a] file=[f --job {1}]"},
+      {L"exe --appid a --update-check --job {1}", "job id=[a] job=[{1}]"},
+      {L"exe --update-check --file f --job {1}", "job file=[f] job=[{1}]"},
+      {L"exe --appid a --stat-callback 101 --job {1}", "job id=[a] job=[{1}]"},
+      {L"exe --appid a --stat-callback 99999999999999999999 --job {1}", "job id=[a] job=[{1}]"},
+      {L"exe --suicide --stat-callback 100 --appid x --job {0} --job {1}",
+       "ping id=[x] job=[{1}] block=100 suicide"},
+      {L"exe --job {1}", "job job=[{1}]"},
+      {L"exe --silent-update-check", "none"},
+      {L"exe --appid a --update-check --silent-update-check --job {1}", "job id=[a] job=[{1}]"},
   };
-  table.Expect([](const std::wstring& id) -> std::string {
-    int refused = 0;
-    for (const auto& write :
-         {+[](const std::wstring& appId) { UpdateCheckArguments(appId, L"f"); },
-          +[](const std::wstring& appId) { PingArguments(appId, 1, false); },
-          +[](const std::wstring& appId) { SilentUpdateCommandLine(L"e", appId); }}) {
-      try {
-        write(id);
-      } catch (const std::invalid_argument&) {
-        ++refused;
-      }
-    }
-    return refused == 0 ? "written" : refused == 3 ? "refused" : "only some refuse it";
-  });
+  // The program's path may not be known.
+  for (const wchar_t* const program : {L"exe", L""}) {
+    table.Expect([&](const std::wstring& line) { return Read(line, program); });
+  }
 }

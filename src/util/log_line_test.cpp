@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <barrier>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,36 +14,42 @@
 #include "util/diag_log.h"
 #include "util/system.h"
 #include "util/text.h"
-#include "util/text_mode.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
-// What one line of a log of its own looks like, without its time.
+// A log in a file of its own.
+struct TestLog {
+  TestLog() {
+    fs::remove(file);
+    log.Start([&] { return file.wstring(); }, "heading");
+  }
+  const fs::path file = ProcessTempFolder() / "line.log";
+  DiagLog log;
+};
+
+// One line of a log, behind its time.
 template <class Append>
 std::string LineOf(Append append, std::string_view level = "D:") {
-  const auto file = ProcessTempFolder() / "line.log";
-  std::filesystem::remove(file);
-  DiagLog log;
-  log.Start([&] { return file.wstring(); }, "heading");
+  TestLog test;
   SetLastErrorCode(5);
   {
-    LogLine line(&log, "C::M", 7, level);
+    LogLine line(&test.log, "C::M", 7, level);
     append(line);
   }
   EXPECT_EQ(LastErrorCode(), 5u);
-  std::string text = ReadBytes(file);
-  DropCrBeforeLf(&text);
+  std::string text;
+  for (const std::string& line : LinesOf(ReadBytes(test.file))) text += line + '\n';
   const std::size_t begin = text.find(' ', text.find('\n'));
-  return begin == std::string::npos ? ""
-                                    : text.substr(begin + 1, text.find_last_not_of("\r\n") - begin);
+  return begin == text.npos ? "" : text.substr(begin + 1, text.size() - begin - 2);
 }
 
 }  // namespace
 
-TEST(QualifiedName, CutsEveryCompilersSpelling) {
+TEST(LogLine, NamesAreCutFromEveryCompilersSpelling) {
   const Table<const char*, std::string> table = {
-      {"auto TStatCtrl::AddState(int)::(anonymous class)::operator()() const",
-       "TStatCtrl::AddState"},
+      {"auto TStat::Add(int)::(anonymous class)::operator()() const", "TStat::Add"},
       {"bool {anonymous}::Replace(const std::wstring&)", "Replace"},
       {"bool (anonymous namespace)::Replace(const std::wstring &)", "Replace"},
       {"std::map<int, void (*)(int)> JustUtil::Table(char)", "JustUtil::Table"},
@@ -55,73 +60,55 @@ TEST(QualifiedName, CutsEveryCompilersSpelling) {
 
 TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
   using Line = LogLine;
-  const Table<void (*)(Line&), std::string> table = {
-      {"attached", [](Line& l) { l << 1 << ", b" << 2 << ".c" << 3 << ":d"; },
-       "D:C::M(7): 1, b 2.c 3:d"},
-      {"wide", [](Line& l) { l << L"\x43f" << L"b"; }, "D:C::M(7): \xD0\xBF b"},
-      {"null text", [](Line& l) { l << static_cast<const char*>(nullptr); }, "D:C::M(7):"},
-      {"numbers", [](Line& l) { l << "n " << -12 << 18446744073709551615u; },
-       "D:C::M(7): n  -12 18446744073709551615"},
-      {"last error", [](Line& l) { l << "x" << L"y" << kLastError << 12; },
-       "D:C::M(7): x y LastError: 0x5. 12"},
-      {"hresult", [](Line& l) { l << kHresult << static_cast<std::int32_t>(0x80070005); },
-       "D:C::M(7): HR= 0x80070005."},
-      {"other code", [](Line& l) { l << kOtherCode << 255; }, "D:C::M(7): Code: 0xff."},
-      {"nothing", [](Line&) {}, ""},
-      {"foreign line ends", [](Line& l) { l << "a\n12:00:00 E:b\r\nc\rd\r\n\n"; },
-       "D:C::M(7): a\n    12:00:00 E:b\n    c d"},
-  };
-  table.Expect([](void (*append)(Line&)) { return LineOf(append); });
+  const char* const none = nullptr;
+  EXPECT_EQ(LineOf([&](Line& l) { l << 1 << ", b" << 2 << ".c" << 3 << ":d" << L"\x43f" << none; }),
+            "D:C::M(7): 1, b 2.c 3:d \xD0\xBF");
+  EXPECT_EQ(LineOf([](Line& l) { l << "n " << -12 << 18446744073709551615u << kOtherCode << 255; }),
+            "D:C::M(7): n  -12 18446744073709551615 Code: 0xff.");
+  EXPECT_EQ(LineOf([](Line& l) { l << "x" << kLastError << 12 << kHresult << INT32_MIN; }),
+            "D:C::M(7): x LastError: 0x5. 12 HR= 0x80000000.");
+  EXPECT_EQ(LineOf([](Line& l) { l << "a\n12:00:00 E:b\r\nc\rd\r\n\n"; }),
+            "D:C::M(7): a\n    12:00:00 E:b\n    c d");
+  EXPECT_EQ(LineOf([&](Line& l) { l << none; }), "D:C::M(7):");
+  EXPECT_EQ(LineOf([](Line&) {}), "");
   EXPECT_EQ(LineOf([](Line& l) { l << "x"; }, "P:"), "") << "paranoid lines are off";
 }
 
 TEST(DiagLog, IsBoundedWhileItsProcessLives) {
-  const auto file = ProcessTempFolder() / "bounded.log";
-  const std::string line(150'000, 'x');  // so that it looks after every second one
-  constexpr int kLines = 12;
-  DiagLog log;
-  log.Start([&] { return file.wstring(); }, "heading");
-  for (int i = 0; i < kLines; ++i) log.Write(DecimalText(i) + line);
-  const std::string old = ReadBytes(file.string() + ".bak");
+  TestLog test;
+  const std::string line(150'000, 'x');  // so that every second one makes it look
   std::vector<std::string> written = {"heading"};
-  for (int i = 0; i < kLines; ++i) written.push_back(DecimalText(i) + line);
-  EXPECT_EQ(LinesOf(old + ReadBytes(file)), written);
+  for (int i = 0; i < 12; ++i) test.log.Write(written.emplace_back(DecimalText(i) + line));
+  const std::string old = ReadBytes(test.file.string() + ".bak");
+  EXPECT_EQ(LinesOf(old + ReadBytes(test.file)), written);
   EXPECT_EQ(LinesOf(old).size(), 1u + 8u);
 }
 
 TEST(DiagLog, OfManyWritersAtTheLimitOneMovesTheFileAside) {
-  constexpr int kWriters = 8;
-  constexpr int kRounds = 100;
-  const std::filesystem::path file = ProcessTempFolder() / "shared.log";
-  const std::filesystem::path backup = file.string() + ".bak";
+  const fs::path file = ProcessTempFolder() / "shared.log";
   const std::string old(10'000, 'o');
   std::mutex turn;  // Wine loses a line when two processes append at the same moment
   const auto append = [&] {
     const std::lock_guard scope(turn);
     EXPECT_TRUE(AppendToFile(file.wstring(), "y"));
   };
-  std::barrier round(kWriters);
-  std::vector<std::thread> writers;
-  for (int writer = 0; writer < kWriters; ++writer) {
-    writers.emplace_back([&, writer] {
-      for (int i = 0; i < kRounds; ++i) {
-        if (writer == 0) {
-          std::filesystem::remove(backup);
-          WriteBytes(file, old);
-        }
-        round.arrive_and_wait();
+  for (int rounds = 0; rounds < 100; ++rounds) {
+    fs::remove(file.string() + ".bak");
+    WriteBytes(file, old);
+    std::barrier together(8);
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 8; ++i) {
+      writers.emplace_back([&] {
         append();
-        round.arrive_and_wait();
+        together.arrive_and_wait();
         MoveAsideAbove(file.wstring(), old.size());
         append();
-        round.arrive_and_wait();
-        if (writer != 0) continue;
-        const std::string kept = ReadBytes(backup);
-        const std::string all = kept + ReadBytes(file);
-        EXPECT_TRUE(kept.starts_with(old));
-        EXPECT_EQ(std::count(all.begin(), all.end(), 'y'), 2 * kWriters);
-      }
-    });
+      });
+    }
+    for (std::thread& writer : writers) writer.join();
+    const std::string kept = ReadBytes(file.string() + ".bak");
+    const std::string all = kept + ReadBytes(file);
+    EXPECT_TRUE(kept.starts_with(old));
+    EXPECT_EQ(std::count(all.begin(), all.end(), 'y'), 16);
   }
-  for (std::thread& writer : writers) writer.join();
 }
