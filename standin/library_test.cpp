@@ -169,16 +169,4 @@ TEST(Library, EndsWhatGrowsTooLarge) {
     EXPECT_EQ(job().error, c.error);
     EXPECT_FALSE(IsTooLarge(c.purpose, job().bytesTransferred));
   }
-<<<<<<< HEAD
-  // A service without the limit goes on until somebody looks.
-  const RawServer web([&](const std::string&) { return endless; });
-  const OwnService service("any-server");
-  ASSERT_TRUE(service.Transfer(JobPurpose::kReport, web.Url("/")));
-  const std::string id = ListOwnJobs().at(0).id;
-  EXPECT_TRUE(Eventually([&] { return IsTooLarge(JobPurpose::kReport, AskJob(id).bytes); }));
-  EXPECT_TRUE(IsTooLarge(JobPurpose::kReport, ListOwnJobs().at(0).bytesTransferred));
-  FinishJob(id);
-  EXPECT_TRUE(ListOwnJobs().empty());
-=======
->>>>>>> tests
 }

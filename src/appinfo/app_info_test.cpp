@@ -153,12 +153,7 @@ TEST_F(TAppInfoTest, ShouldPingAndRecordPing) {
     store_.WriteNumber("LastPingTime", ping.second);
     return store_.ShouldPing(kNow);
   });
-<<<<<<< HEAD
-  store_.Write("PingStatPeriod", "60");
   EXPECT_EQ(store_.RecordPing(kNow), AppState::kDayuse);
-=======
-  EXPECT_EQ(store_.RecordPing(kNow), 2);
->>>>>>> tests
   EXPECT_EQ(store_.Read("LastPingTime") + " " + store_.Read("NextPingTime"),
             "1700000000 1700003600");
   store_.WriteFlag("Remove", true);

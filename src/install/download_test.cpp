@@ -3,11 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-<<<<<<< HEAD
-=======
 #include <map>
-#include <thread>
->>>>>>> tests
 
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
@@ -86,13 +82,8 @@ TEST(Download, NoServerMakesItLast) {
     const RawServer server(row.head, row.drop);
     const LogCapture log;
     const auto start = std::chrono::steady_clock::now();
-<<<<<<< HEAD
-    EXPECT_EQ(Download(server.Url("/"), row.rules, [](std::string_view) { return true; }),
-              row.want);
-=======
-    EXPECT_EQ(Get(server.Url(), row.rules),
+    EXPECT_EQ(Get(server.Url("/"), row.rules),
               *row.line ? DownloadOutcome::kFailed : DownloadOutcome::kDone);
->>>>>>> tests
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
     EXPECT_TRUE(log.Has(row.line));
   }

@@ -8,17 +8,9 @@
 #include "layout/log_start.h"
 #include "testing/data_home.h"
 #include "testing/log_capture.h"
-<<<<<<< HEAD
-#include "testing/table.h"
 #include "util/files.h"
 #include "util/folder_content.h"
 #include "util/handle.h"
-#include "util/mutex.h"
-=======
-#include "util/event.h"
-#include "util/files.h"
-#include "util/folder_content.h"
->>>>>>> tests
 #include "util/process.h"
 #include "util/registry.h"
 #include "util/system.h"
