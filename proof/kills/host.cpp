@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
+#include "layout/names.h"
 #include "stat/stat_ctrl.h"
 #include "testing/dll_client.h"
-#include "transfer/com_apartment.h"
 #include "transfer/transfer.h"
 #include "util/mutex.h"
 #include "util/text.h"
@@ -131,16 +131,15 @@ class Host {
   }
 
   std::int32_t AddAction(const std::string& item) {
-    Mutex mutex(L"STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-" + WidenUtf8(plan_.appId));
+    Mutex mutex(StatisticsMutexName(plan_.appId));
     TStatCtrl(plan_.appId, &mutex).AddAction(item);
     return KUPDATE_S_OK;
   }
 
   static std::int32_t AskService() try {
-    const ComApartment apartment;
     ListOwnJobs();
     return KUPDATE_S_OK;
-  } catch (const _com_error&) {
+  } catch (const std::exception&) {
     return KUPDATE_E_FAIL;
   }
 
