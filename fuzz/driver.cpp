@@ -1,28 +1,16 @@
 // The fuzzer's entry: KUPDATE_FUZZ_TARGET names the target. Prints a row when all went well.
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 
 #include "fuzz/fuzz.h"
 
-namespace {
-
-const FuzzTarget* target = nullptr;
-Costs costs;
-
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  const char* const name = std::getenv("KUPDATE_FUZZ_TARGET");
-  for (const FuzzTarget& each : kFuzzTargets) {
-    if (name && each.name == name) target = &each;
-  }
-  Check(target != nullptr, "KUPDATE_FUZZ_TARGET names a target");
-  DropLog();
-  std::atexit([] { costs.Print(stderr, target->name); });
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  costs.Run(*target, {reinterpret_cast<const char*>(data), size});
-  return 0;
+  static const std::string name = std::getenv("KUPDATE_FUZZ_TARGET");
+  static const FuzzTarget target = kFuzzTargets.at(name);
+  static Costs costs;
+  static const int atExit =
+      (DropLog(), std::atexit([] { std::fputs(costs.Row(name).c_str(), stderr); }));
+  costs.Run(target, {reinterpret_cast<const char*>(data), size});
+  return atExit;
 }

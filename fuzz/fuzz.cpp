@@ -1,42 +1,37 @@
 #include "fuzz/fuzz.h"
 
 #include <malloc.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <new>
-#include <utility>
+#include <stdexcept>
 
 #include "layout/folders.h"
 #include "util/diag_log.h"
 
+bool isCounting = false;
+
 namespace {
 
-bool counting = false;
 std::size_t heldBytes = 0;
 std::size_t peakBytes = 0;
-
-double ProcessorSeconds() {
-  timespec time;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 }  // namespace
 
 void* operator new(std::size_t size) {
   void* const memory = std::malloc(size);
   if (!memory) throw std::bad_alloc();
-  if (counting) heldBytes += malloc_usable_size(memory);
+  if (isCounting) heldBytes += malloc_usable_size(memory);
   peakBytes = std::max(peakBytes, heldBytes);
   return memory;
 }
 
 void operator delete(void* memory) noexcept {
   // What was allocated before the call and is freed in it counts as nothing.
-  if (counting) heldBytes -= std::min(heldBytes, malloc_usable_size(memory));
+  if (isCounting) heldBytes -= std::min(heldBytes, malloc_usable_size(memory));
   std::free(memory);
 }
 
@@ -49,38 +44,32 @@ void operator delete[](void* memory, std::size_t) noexcept { operator delete(mem
 
 Cost Measure(const std::function<void()>& call) {
   heldBytes = peakBytes = 0;
-  const double start = ProcessorSeconds();
-  counting = true;
+  const std::clock_t start = std::clock();
+  isCounting = true;
   call();
-  StopCounting();
-  return {ProcessorSeconds() - start, peakBytes};
+  isCounting = false;
+  return {static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, peakBytes};
 }
 
-void Costs::Run(const FuzzTarget& target, std::string_view input) {
-  const Cost cost = Measure([&] { target.run(input); });
+void Costs::Run(FuzzTarget target, std::string_view input) {
+  const Cost cost = Measure([&] { target(input); });
   Files().clear();  // now: what is left would be searched for leaks
-  Check(IsSmall(cost, input.size()), "memory is bounded by the input");
+  Check(cost.IsSmall(input.size()), "memory is bounded by the input");
   ++inputs;
   seconds += cost.seconds;
-  if (input.size() >= 1024) {
-    bytesPerByte = std::max(
-        bytesPerByte, static_cast<double>(cost.peakBytes) / static_cast<double>(input.size()));
-  }
+  const double ratio = static_cast<double>(cost.peakBytes) / static_cast<double>(input.size());
+  if (input.size() >= 1024) bytesPerByte = std::max(bytesPerByte, ratio);
   if (cost.seconds <= slowest) return;
   slowest = cost.seconds;
   slowestBytes = input.size();
 }
 
-void Costs::Print(std::FILE* file, std::string_view name) const {
-  std::fprintf(file, "| %s | %d | %.1f | %.1f | %.1f ms for %zu bytes | ok |\n",
-               std::string(name).c_str(), inputs, seconds, bytesPerByte, slowest * 1e3,
-               slowestBytes);
+std::string Costs::Row(const std::string& name) const {
+  char text[200];
+  std::snprintf(text, sizeof text, "| %s | %d | %.1f | %.1f | %.1f ms for %zu bytes | ok |\n",
+                name.c_str(), inputs, seconds, bytesPerByte, slowest * 1e3, slowestBytes);
+  return text;
 }
-
-void StopCounting() { counting = false; }
-
-Uncounted::Uncounted() : was_(std::exchange(counting, false)) {}
-Uncounted::~Uncounted() { counting = was_; }
 
 void Check(bool holds, const char* property) {
   if (holds) return;
@@ -88,17 +77,24 @@ void Check(bool holds, const char* property) {
   std::abort();
 }
 
-std::string_view TakeLine(std::string_view* text) {
-  const std::string_view line = text->substr(0, text->find('\n'));
-  text->remove_prefix(std::min(line.size() + 1, text->size()));
-  return line;
+bool IsTaken(std::string_view message, const std::function<void()>& read) {
+  std::string thrown;
+  try {
+    read();
+    return true;
+  } catch (const std::invalid_argument& error) {
+    thrown = error.what();
+  } catch (const char* text) {
+    thrown = text;
+  }
+  Check(thrown.starts_with(message), "the message is the known one");
+  return false;
 }
 
 std::string AppFile(std::string_view name) {
   static const DataFolder& folder = *new DataFolder(kApp);
   return folder.PathOf(name);
 }
-std::string MakerFile(std::string_view name) { return GetMakerFolder().append(name); }
 
 void DropLog() {
   DiagLog::Instance().Start([] { return std::wstring(); }, {});

@@ -1,5 +1,5 @@
-// The files of the process in a map, in the place of the system's: fast, and gone with it. What they
-// hold is not counted as memory.
+// The files of the process in a map, in the place of the system's: fast, and gone with it. What
+// they hold is not counted as memory.
 #include "fuzz/fuzz.h"
 #include "util/append_file.h"
 #include "util/files.h"

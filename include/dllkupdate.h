@@ -26,7 +26,7 @@
  *
  * Results
  *   KUPDATE_S_OK or KUPDATE_E_FAIL, nothing else. KUPDATE_S_OK of a function that records something
- *   means that the call was carried out; why a value was not recorded is told by the log,
+ *   means that the call was carried out; the log says why a value was not recorded,
  *   "Krelix\Updater\kupdate-exec-<id>.log" in the roaming per-user folder, named after the first id that
  *   the process used. No exception leaves the library, and null pointers end no process.
  *

@@ -12,7 +12,8 @@ struct IBackgroundCopyJob;
 namespace standin {
 
 /// The caller owns one reference to the result, which also offers IBackgroundCopyJob2 unless the
-/// control file withholds it, and IBackgroundCopyJob5 when that offers it, at the moment a client asks.
+/// control file withholds it, and IBackgroundCopyJob5 when that offers it, at the moment a client
+/// asks.
 IBackgroundCopyJob* NewJobObject(Service& service, std::shared_ptr<Job> job);
 
 }  // namespace standin

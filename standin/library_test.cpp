@@ -11,6 +11,7 @@
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
 #include "transfer/bits_transfer.h"
+#include "transfer/transfer.h"
 #include "util/clock.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"

@@ -9,8 +9,8 @@
 #include "layout/folders.h"
 #include "testing/data_home.h"
 #include "util/registry.h"
+#include "util/system.h"
 #include "util/text.h"
-#include "util/user.h"
 
 /// A DataHome whose maker's folders are empty too, of a user for whom no id was made yet.
 class MakerHome : public DataHome {

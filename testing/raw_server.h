@@ -2,6 +2,7 @@
 #ifndef KUPDATE_TESTING_RAW_SERVER_H_
 #define KUPDATE_TESTING_RAW_SERVER_H_
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -9,7 +10,7 @@
 #include <thread>
 
 /// Serves one connection after the other on a free port of 127.0.0.1, until it is destroyed. Each
-/// request gets the bytes of its answer, then the connection ends; where they end with "..." more
+/// request gets the bytes of its answer, then the connection ends. Where they end with "..." more
 /// and more follows.
 class RawServer {
  public:
@@ -18,6 +19,8 @@ class RawServer {
   explicit RawServer(Answer answer);
   /// One answer for each path.
   explicit RawServer(std::map<std::string, std::string> answers);
+  /// Answers each request with `head`, and then with `drop` every 50 ms for as long as it lives.
+  RawServer(std::string head, std::string drop);
   ~RawServer();
   RawServer(const RawServer&) = delete;
   RawServer& operator=(const RawServer&) = delete;
@@ -25,11 +28,15 @@ class RawServer {
   std::string Url(const std::string& path) const;
 
  private:
-  void Serve() const;
+  void Serve();
+  void Send(std::uintptr_t socket, std::string answer) const;
 
   Answer answer_;
+  std::string drop_ = std::string(4096, 'x');
+  unsigned pauseMilliseconds_ = 0;
+  std::atomic<bool> isOver_ = false;
   std::uintptr_t listener_;
-  unsigned short port_ = 0;
+  unsigned short port_;
   std::thread thread_;
 };
 

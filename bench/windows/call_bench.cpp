@@ -47,11 +47,6 @@ std::string ServiceCalls(std::size_t start) {
   return calls;
 }
 
-std::string WithoutBlanks(std::string letters) {
-  letters.erase(std::remove(letters.begin(), letters.end(), ' '), letters.end());
-  return letters;
-}
-
 bool Same(const Call& call, const char* who, const std::string& want, const std::string& found) {
   if (want == found) return true;
   std::fprintf(stderr, "%s: %s asks for\n  %s\nand the table says\n  %s\n", call.name, who,
@@ -60,9 +55,9 @@ bool Same(const Call& call, const char* who, const std::string& want, const std:
 }
 
 // How much of a call has to wait for the disk.
-bool PrintWrites(const Call& call, const std::string& operations) {
-  const auto flushes = std::count(operations.begin(), operations.end(), 'f');
-  const auto replacements = std::count(operations.begin(), operations.end(), 'v');
+bool PrintWrites(const Call& call, const Ops& operations) {
+  const auto flushes = std::count(operations.begin(), operations.end(), Op::kFlush);
+  const auto replacements = std::count(operations.begin(), operations.end(), Op::kReplace);
   const bool met = call.mostWrites < 0 || std::max(flushes, replacements) <= call.mostWrites;
   std::printf("| %s: files flushed, files replaced | %d, %d | | | | %s | %s |\n", call.name,
               static_cast<int>(flushes), static_cast<int>(replacements),
@@ -83,10 +78,10 @@ int Trace() {
     std::size_t start = ReadBytes(Journal()).size();
     recorder.Start();
     call.run(1);
-    const std::string operations = recorder.Operations();
-    std::fprintf(stderr, "%-36s %zu operations, besides %s\n", call.name, operations.size(),
+    const Ops operations = recorder.Operations();
+    std::fprintf(stderr, "%-36s %zu operations, besides%s\n", call.name, operations.size(),
                  recorder.Besides().c_str());
-    bool same = Same(call, "the library", WithoutBlanks(call.demand.operations), operations) &
+    bool same = Same(call, "the library", TraceOf(call.demand.operations), TraceOf(operations)) &
                 Same(call, "the library of the service", call.demand.service, ServiceCalls(start));
     bare.Prepare(call.demand);
     start = ReadBytes(Journal()).size();

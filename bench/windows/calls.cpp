@@ -88,168 +88,164 @@ void NoBlockInWork() {
 char text[256];
 wchar_t wideText[256];
 
-// The letters are explained in operations.h.
 const std::vector<Call> kCalls = {
-    {"DLLForceUpdateCheck",
-     Start::kNothingDue,
-     NoBlockInWork,
-     [](int) { Dll().forceUpdateCheck(kAppId, false); },
-     {"lmamolcmlarz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullczc",
-      kTwoJobs}},
-    {"DLLGetApplicationState",
-     Start::kNothingDue,
-     nullptr,
-     [](int) {
-       std::int32_t size = sizeof text;
-       Dll().getApplicationState(kAppId, text, &size);
-     },
-     {"lmamolcmllrllczc", ""}},
-    {"DLLGetOptionalParam",
-     Start::kNothingDue,
-     nullptr,
-     [](int) {
-       std::int32_t size = sizeof text;
-       Dll().getOptionalParam(kAppId, text, &size);
-     },
-     {"lmamolcmllrllczc", ""}},
-    {"DLLIsUpgradeAvailable",
-     Start::kNothingDue,
-     NoBlockInWork,
-     [](int) {
-       bool available = false;
-       Dll().isUpgradeAvailable(kAppId, 0, &available);
-     },
-     {"lmamolcmlearz llprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllullsxlllczc",
-      kTwoJobs}},
-    {"DLLOnApplicationStartup",
-     Start::kNothingDue,
-     nullptr,
-     Startup,
-     {"lmamolcmlarz prllprllllczc", ""},
-     false,
-     1},
-    {"DLLOnApplicationStartup, all due",
-     Start::kAllDue,
-     nullptr,
-     Startup,
-     {"lmamolcmlarz prllprlllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlilllCllllllllllulrldllilllCllllllllllulllczc",
-      kTwoJobs},
-     true},
-    {"DLLOnApplicationStartup, the first",
-     Start::kUnknown,
-     nullptr,
-     Startup,
-     {"lmamxlllxllwfvllcmlaxzpopxxwfvllprlllxlxlxlxlrlxllaxwfvzlrlpllwfvldxld "
-      "lilllCllllllllllulxdllilllCllllllllllulllczc",
-      kTwoJobs},
-     true,
-     4},
-    {"DLLOnApplicationUninstall",
-     Start::kNothingDue,
-     nullptr,
-     [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcmlarz proprrrwfvllprllxlxlxlxlrlxllarwfvz "
-      "lrlpollwfvllwfvldlpprppmpcmparz cmpcilllCllllllllllulrllczc",
-      kJob},
-     true},
-    {"DLLOnApplicationUninstall, again",
-     Start::kRemoved,
-     nullptr,
-     [](int) { Dll().onApplicationUninstall(kAppId); },
-     {"lmamolcmlarz prllprllxlxlxlxlrlxllarwfvz lrlllczc", ""}},
-    {"DLLSetApplicationState",
-     Start::kNothingDue,
-     nullptr,
-     [](int) { Dll().setApplicationState(kAppId, "dayuse"); },
-     {"lmamolcmllrlllwfvllczc", ""}},
-    {"DLLSetOptionalParam",
-     Start::kNothingDue,
-     nullptr,
-     [](int number) { Dll().setOptionalParam(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcmllrlllwfvlczc", ""}},
-    {"DLLUsageReport",
-     Start::kNothingDue,
-     nullptr,
-     [](int number) { Dll().usageReport(kAppId, ("a=" + std::to_string(number)).c_str()); },
-     {"lmamolcmlarz lrlllwfvllprlllarwfvz czc", ""}},
-    {"DLLGetLocale",
-     Start::kNothingDue,
-     nullptr,
-     [](int) {
-       std::int32_t size = sizeof text;
-       Dll().getLocale(kAppId, text, &size);
-     },
-     {"lmamolcmlarz lczc", ""}},
-    {"DLLGetUniqUserId",
-     Start::kNothingDue,
-     nullptr,
-     [](int) { Dll().getUniqUserId(); },
-     {"rl", ""}},
-    {"DLLGetUniqueParam",
-     Start::kNothingDue,
-     nullptr,
-     [](int) {
-       std::int32_t size = sizeof wideText / sizeof *wideText;
-       Dll().getUniqueParam(kAppId, "name", wideText, &size);
-     },
-     {"lmamolcmllrllczc", ""}},
-    {"DLLIsUpdateAvailable, start",
-     Start::kNothingDue,
-     NoCheckRuns,
-     [](int) { StepOf("start"); },
-     {"lmarz prllllidllClllllllllllucl",
-      "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags "
-      "Resume"}},
-    {"DLLIsUpdateAvailable, check",
-     Start::kNothingDue,
-     CheckRuns,
-     [](int) { StepOf("check"); },
-     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState GetProgress"},
-     false,
-     0},
-    {"DLLIsUpdateAvailable, stop",
-     Start::kNothingDue,
-     CheckRuns,
-     [](int) { StepOf("stop"); },
-     {"lmarz prlllliCllucl", "CreateInstance GetJob GetState Cancel"}},
-    {"DLLIsUpdateAvailable, update found",
-     Start::kNothingDue,
-     FeedArrived,
-     [](int) {
-       std::int32_t status = 0;
-       Step(FeedUrl().c_str(), "check", &status);
-     },
-     {"lmarz prlllliClCllmrlllllaxzaxwfvzclyluarwfvz cl",
-      "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
-     true,
-     2},
-    {"DLLSetLocale",
-     Start::kNothingDue,
-     nullptr,
-     [](int number) { Dll().setLocale(kAppId, std::to_string(number).c_str()); },
-     {"lmamolcmlarz larwfvz czc", ""}},
-    {"DLLSetUniqueParam",
-     Start::kNothingDue,
-     nullptr,
-     [](int number) { Dll().setUniqueParam(kAppId, "name", std::to_wstring(number).c_str()); },
-     {"lmamolcmllrlllwfvlczc", ""}},
-    {"DLLDownloadAndInstallSilentUpdate",
-     Start::kNothingDue,
-     UpdateFound,
-     [](int) {
-       std::int32_t code = 0;
-       Dll().downloadAndInstallSilentUpdate(&code);
-     },
-     {"lellPlssrllll", ""},
-     true},
-    {"DLLSetExecutorPath",
-     Start::kNothingDue,
-     nullptr,
-     [](int) { Dll().setExecutorPath(L"C:\\bench\\kupdate-exec.exe"); },
-     {"llmarwfvzcl", ""}},
+    {.name = "DLLForceUpdateCheck",
+     .ready = NoBlockInWork,
+     .run = [](int) { Dll().forceUpdateCheck(kAppId, false); },
+     .demand =
+         {OpsOf("enter log get log*2 look report log read log look open log*2 save log*2 save log "
+                "delete log submit log read log delete log*2 submit log*2 leave"),
+          kTwoJobs}},
+    {.name = "DLLGetApplicationState",
+     .run =
+         [](int) {
+           std::int32_t size = sizeof text;
+           Dll().getApplicationState(kAppId, text, &size);
+         },
+     .demand = {OpsOf("enter log*2 read log*2 leave")}},
+    {.name = "DLLGetOptionalParam",
+     .run =
+         [](int) {
+           std::int32_t size = sizeof text;
+           Dll().getOptionalParam(kAppId, text, &size);
+         },
+     .demand = {OpsOf("enter log*2 read log*2 leave")}},
+    {.name = "DLLIsUpgradeAvailable",
+     .ready = NoBlockInWork,
+     .run =
+         [](int) {
+           bool available = false;
+           Dll().isUpgradeAvailable(kAppId, 0, &available);
+         },
+     .demand =
+         {OpsOf(
+              "enter log event get log*2 look report log read log look open log*2 save log*2 save "
+              "log delete log submit log read log delete log*2 submit log*2 wait miss log*3 leave"),
+          kTwoJobs}},
+    {.name = "DLLOnApplicationStartup",
+     .run = Startup,
+     .demand = {OpsOf("enter log get look read log*2 look read log*4 leave")},
+     .mostWrites = 1},
+    {.name = "DLLOnApplicationStartup, all due",
+     .start = Start::kAllDue,
+     .run = Startup,
+     .demand =
+         {OpsOf("enter log get look read log*2 look report log read log look open log*2 save log*2 "
+                "save log delete log submit log read log delete log*2 submit log*3 leave"),
+          kTwoJobs},
+     .once = true},
+    {.name = "DLLOnApplicationStartup, the first",
+     .start = Start::kUnknown,
+     .run = Startup,
+     .demand =
+         {OpsOf("log mutex acquire mutex miss log*3 miss log*2 save log*2 close mutex log acquire "
+                "miss release look open look miss*2 save log*2 look read log*3 miss log miss log "
+                "miss log miss log read log miss log*2 acquire miss save release log read log look "
+                "log*2 save log delete miss log delete log submit log miss delete log*2 submit "
+                "log*3 leave"),
+          kTwoJobs},
+     .once = true,
+     .mostWrites = 4},
+    {.name = "DLLOnApplicationUninstall",
+     .run = [](int) { Dll().onApplicationUninstall(kAppId); },
+     .demand =
+         {OpsOf(
+              "enter log get look read open look read*3 save log*2 look read log*2 miss log miss "
+              "log miss log miss log read log miss log*2 change log read log look open log*2 save "
+              "log*2 save log delete log look*2 read look*2 mutex look close mutex look get close "
+              "mutex look close submit log read log*2 leave"),
+          kJob},
+     .once = true},
+    {.name = "DLLOnApplicationUninstall, again",
+     .start = Start::kRemoved,
+     .run = [](int) { Dll().onApplicationUninstall(kAppId); },
+     .demand = {OpsOf(
+         "enter log get look read log*2 look read log*2 miss log miss log miss log miss log "
+         "read log miss log*2 change log read log*3 leave")}},
+    {.name = "DLLSetApplicationState",
+     .run = [](int) { Dll().setApplicationState(kAppId, "dayuse"); },
+     .demand = {OpsOf("enter log*2 read log*3 save log*2 leave")}},
+    {.name = "DLLSetOptionalParam",
+     .run =
+         [](int number) {
+           Dll().setOptionalParam(kAppId, ("a=" + std::to_string(number)).c_str());
+         },
+     .demand = {OpsOf("enter log*2 read log*3 save log leave")}},
+    {.name = "DLLUsageReport",
+     .run = [](int number) { Dll().usageReport(kAppId, ("a=" + std::to_string(number)).c_str()); },
+     .demand = {OpsOf("enter log get log read log*3 save log*2 look read log*3 change leave")}},
+    {.name = "DLLGetLocale",
+     .run =
+         [](int) {
+           std::int32_t size = sizeof text;
+           Dll().getLocale(kAppId, text, &size);
+         },
+     .demand = {OpsOf("enter log get log leave")}},
+    {.name = "DLLGetUniqUserId",
+     .run = [](int) { Dll().getUniqUserId(); },
+     .demand = {OpsOf("read log")}},
+    {.name = "DLLGetUniqueParam",
+     .run =
+         [](int) {
+           std::int32_t size = sizeof wideText / sizeof *wideText;
+           Dll().getUniqueParam(kAppId, "name", wideText, &size);
+         },
+     .demand = {OpsOf("enter log*2 read log*2 leave")}},
+    {.name = "DLLIsUpdateAvailable, start",
+     .ready = NoCheckRuns,
+     .run = [](int) { StepOf("start"); },
+     .demand = {OpsOf(
+                    "log mutex get look read log*4 delete enter-com log*2 service log*10 leave-com "
+                    "log close log"),
+                "CreateInstance EnumJobs CreateJob AddFile SetNoProgressTimeout SetPriority "
+                "SetNotifyFlags "
+                "Resume"}},
+    {.name = "DLLIsUpdateAvailable, check",
+     .ready = CheckRuns,
+     .run = [](int) { StepOf("check"); },
+     .demand = {OpsOf(
+                    "log mutex get look read log*4 enter-com service log leave-com log close log"),
+                "CreateInstance GetJob GetState GetProgress"},
+     .mostWrites = 0},
+    {.name = "DLLIsUpdateAvailable, stop",
+     .ready = CheckRuns,
+     .run = [](int) { StepOf("stop"); },
+     .demand = {OpsOf("log mutex get look read log*4 enter-com service log*2 leave-com close log"),
+                "CreateInstance GetJob GetState Cancel"}},
+    {.name = "DLLIsUpdateAvailable, update found",
+     .ready = FeedArrived,
+     .run =
+         [](int) {
+           std::int32_t status = 0;
+           Step(FeedUrl().c_str(), "check", &status);
+         },
+     .demand =
+         {OpsOf("log mutex get look read log*4 enter-com service log leave-com enter-com service "
+                "log*2 leave-com mutex read log*5 acquire miss release acquire miss save release "
+                "close "
+                "log copy log change close log"),
+          "CreateInstance GetJob GetState CreateInstance GetJob GetState Complete"},
+     .once = true,
+     .mostWrites = 2},
+    {.name = "DLLSetLocale",
+     .run = [](int number) { Dll().setLocale(kAppId, std::to_string(number).c_str()); },
+     .demand = {OpsOf("enter log get log change leave")}},
+    {.name = "DLLSetUniqueParam",
+     .run =
+         [](int number) { Dll().setUniqueParam(kAppId, "name", std::to_wstring(number).c_str()); },
+     .demand = {OpsOf("enter log*2 read log*3 save log leave")}},
+    {.name = "DLLDownloadAndInstallSilentUpdate",
+     .ready = UpdateFound,
+     .run =
+         [](int) {
+           std::int32_t code = 0;
+           Dll().downloadAndInstallSilentUpdate(&code);
+         },
+     .demand = {OpsOf("log event log*2 program log wait*2 read log*4")},
+     .once = true},
+    {.name = "DLLSetExecutorPath",
+     .run = [](int) { Dll().setExecutorPath(L"C:\\bench\\kupdate-exec.exe"); },
+     .demand = {OpsOf("log*2 mutex change close log")}},
 };
 
 std::string Without(std::string record, const std::string& key) {

@@ -20,10 +20,10 @@ enum class Start {
 
 struct Call {
   const char* name;
-  Start start;
-  void (*ready)();          ///< not measured, before each call; null: nothing to do
-  void (*run)(int number);  ///< the call; the number differs from call to call
-  Demand demand;            ///< what it asks for, to the letter: `call_bench trace` compares
+  Start start = Start::kNothingDue;
+  void (*ready)() = nullptr;  ///< not measured, before each call; null: nothing to do
+  void (*run)(int number);    ///< the call; the number differs from call to call
+  Demand demand;              ///< what it asks for, to the word: `call_bench trace` compares
   /// Its second call would ask for something else, so eight processes could not all do the same.
   bool once = false;
   /// How many files it may flush and replace, the same number for both; below zero: no bar.

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <sstream>
 #include <utility>
 
 #include "testing/data_home.h"
@@ -31,12 +33,63 @@ UniqueFile Open(const std::wstring& path, DWORD access, DWORD disposition) {
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
+// In the order of Op.
+constexpr const char* kWords[] = {"log",   "read",    "open",      "miss",      "look",
+                                  "write", "flush",   "replace",   "delete",    "copy",
+                                  "mutex", "acquire", "release",   "close",     "event",
+                                  "wait",  "program", "enter-com", "leave-com", "service"};
+
+// Words that stand for a trace.
+const std::map<std::string, const char*>& Groups() {
+  static const std::map<std::string, const char*> groups = {
+      {"enter", "log mutex acquire mutex open log close mutex"},
+      {"leave", "close release close"},
+      {"get", "acquire read release"},
+      {"change", "acquire read save release"},
+      {"save", "write flush replace"},
+      {"report", "read log*3 miss log miss log miss log miss log read log miss log*2 change"},
+      {"submit", "enter-com log*3 service log*10 leave-com"}};
+  return groups;
+}
+
+void AddOps(const std::string& word, Ops* operations) {
+  if (Groups().contains(word)) {
+    const Ops group = OpsOf(Groups().at(word));
+    operations->insert(operations->end(), group.begin(), group.end());
+    return;
+  }
+  const std::size_t star = std::min(word.find('*'), word.size());
+  const auto* const known = std::find(std::begin(kWords), std::end(kWords), word.substr(0, star));
+  if (known == std::end(kWords)) {
+    std::fprintf(stderr, "no such operation: %s\n", word.c_str());
+    std::exit(2);
+  }
+  const int count = star < word.size() ? std::atoi(word.c_str() + star + 1) : 1;
+  operations->insert(operations->end(), static_cast<std::size_t>(count),
+                     static_cast<Op>(known - kWords));
+}
+
 void Put(const UniqueFile& file, const std::string& text) {
   DWORD written = 0;
   ::WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 }  // namespace
+
+Ops OpsOf(const std::string& trace) {
+  Ops operations;
+  std::istringstream words(trace);
+  for (std::string word; words >> word;) AddOps(word, &operations);
+  return operations;
+}
+
+std::string TraceOf(const Ops& operations) {
+  std::string trace;
+  for (const Op operation : operations) {
+    trace.append(kWords[static_cast<std::size_t>(operation)]).append(" ");
+  }
+  return trace;
+}
 
 struct Bare::Service {
   IBackgroundCopyManagerPtr manager;
@@ -75,51 +128,49 @@ Bare::~Bare() { delete service_; }
 
 void Bare::Prepare(const Demand& demand) {
   if (std::string_view(demand.service).find("GetJob") == std::string_view::npos) return;
-  const Demand job{"iCu", "CreateInstance CreateJob AddFile Resume"};
+  const Demand job{OpsOf("enter-com service leave-com"), "CreateInstance CreateJob AddFile Resume"};
   Meet(job);
 }
 
 void Bare::Meet(const Demand& demand) {
   calls_ = demand.service;
-  for (const char* letter = demand.operations; *letter; ++letter) Operation(*letter);
+  for (const Op operation : demand.operations) Operation(operation);
   if (event_) ::CloseHandle(std::exchange(event_, nullptr));
 }
 
-void Bare::Operation(char letter) {
-  switch (letter) {
-    case ' ':
-      return;
-    case 'm':
-    case 'a':
-    case 'z':
-    case 'c':
-      return MutexOperation(letter);
-    case 'e':
+void Bare::Operation(Op operation) {
+  switch (operation) {
+    case Op::kMutex:
+    case Op::kAcquire:
+    case Op::kRelease:
+    case Op::kClose:
+      return MutexOperation(operation);
+    case Op::kEvent:
       event_ = ::CreateEventW(nullptr, FALSE, FALSE, kAnswerEvent);
       return;
-    case 's':
+    case Op::kWait:
       ::WaitForSingleObject(event_, 0);
       return;
-    case 'P':
+    case Op::kProgram:
       return StartProgram();
-    case 'i':
+    case Op::kEnterCom:
       ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
       return;
-    case 'u':
+    case Op::kLeaveCom:
       return ::CoUninitialize();
-    case 'C':
+    case Op::kService:
       return UseService();
     default:
-      return FileOperation(letter);
+      return FileOperation(operation);
   }
 }
 
-void Bare::FileOperation(char letter) {
+void Bare::FileOperation(Op operation) {
   DWORD read = 0;
-  switch (letter) {
-    case 'l':
+  switch (operation) {
+    case Op::kLog:
       return Put(Open(log_, FILE_APPEND_DATA, OPEN_ALWAYS), line_);
-    case 'r': {
+    case Op::kRead: {
       const UniqueFile file = Open(present_, GENERIC_READ, OPEN_EXISTING);
       LARGE_INTEGER size;
       ::GetFileSizeEx(file.get(), &size);
@@ -127,52 +178,51 @@ void Bare::FileOperation(char letter) {
       ::ReadFile(file.get(), content_.data(), static_cast<DWORD>(content_.size()), &read, nullptr);
       return;
     }
-    case 'o':
+    case Op::kOpen:
       Open(present_, GENERIC_READ, OPEN_EXISTING);
       return;
-    case 'x':
+    case Op::kMiss:
       Open(missing_, GENERIC_READ, OPEN_EXISTING);
       return;
-    case 'p': {
+    case Op::kLook: {
       WIN32_FIND_DATAW data;
       const UniqueFind find(::FindFirstFileW(missing_.c_str(), &data));
       return;
     }
-    case 'w':
+    case Op::kWrite:
       replacement_ = Open(fresh_, GENERIC_WRITE, CREATE_ALWAYS).release();
       ::WriteFile(replacement_, state_.data(), static_cast<DWORD>(state_.size()), &read, nullptr);
       return;
-    case 'f':
+    case Op::kFlush:
       ::FlushFileBuffers(replacement_);
       return;
-    case 'v':
+    case Op::kReplace:
       ::CloseHandle(replacement_);
       ::MoveFileExW(fresh_.c_str(), target_.c_str(),
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
       return;
-    case 'd':
+    case Op::kDelete:
       ::DeleteFileW(missing_.c_str());
       return;
-    case 'y':
+    case Op::kCopy:
       ::CopyFileW(present_.c_str(), target_.c_str(), FALSE);
       return;
     default:
-      std::fprintf(stderr, "no such operation: %c\n", letter);
-      std::exit(2);
+      return;
   }
 }
 
-void Bare::MutexOperation(char letter) {
-  switch (letter) {
-    case 'm': {
+void Bare::MutexOperation(Op operation) {
+  switch (operation) {
+    case Op::kMutex: {
       const std::wstring name = L"kupdate-bench-" + std::to_wstring(mutexes_.size());
       mutexes_.push_back(::CreateMutexW(nullptr, FALSE, name.c_str()));
       return;
     }
-    case 'a':
+    case Op::kAcquire:
       ::WaitForSingleObject(mutexes_.back(), INFINITE);
       return;
-    case 'z':
+    case Op::kRelease:
       ::ReleaseMutex(mutexes_.back());
       return;
     default:

@@ -7,29 +7,52 @@
 #include <string_view>
 #include <vector>
 
+/// What is asked of the system. The comments say how traces call it.
+enum class Op {
+  kLog,       ///< "log": a line appended to the log; opened, written, closed
+  kRead,      ///< "read": a file opened, read whole, closed
+  kOpen,      ///< "open": opened and closed only
+  kMiss,      ///< "miss": an open of a file that is not there
+  kLook,      ///< "look": a name looked up in a folder
+  kWrite,     ///< "write": a new file opened, written
+  kFlush,     ///< "flush": that one
+  kReplace,   ///< "replace": renamed over another
+  kDelete,    ///< "delete"
+  kCopy,      ///< "copy"
+  kMutex,     ///< "mutex": made
+  kAcquire,   ///< "acquire"
+  kRelease,   ///< "release"
+  kClose,     ///< "close": the mutex
+  kEvent,     ///< "event": made
+  kWait,      ///< "wait": for the event
+  kProgram,   ///< "program": started, event or end waited for
+  kEnterCom,  ///< "enter-com"
+  kLeaveCom,  ///< "leave-com"
+  kService,   ///< "service": the calls of the next service object made
+};
+using Ops = std::vector<Op>;
+
+/// Reads a trace, "log*3 mutex acquire": a word is one operation or "*" as many, or stands for a
+/// trace of its own, as "save" does for "write flush replace". Ends the program for other words.
+Ops OpsOf(const std::string& trace);
+/// The reverse, in words for single operations.
+std::string TraceOf(const Ops& operations);
+
 /// What one call asks for, in its order.
 struct Demand {
-  /// One letter an operation; blanks mean nothing.
-  ///   l  a line appended to the log: opened, written, closed
-  ///   r  a file opened, read whole, closed         o  opened and closed only
-  ///   x  an open of a file that is not there       p  a name looked up in a folder
-  ///   w  a new file opened, written                f  flushed         v  renamed over another
-  ///   d  a file deleted                            y  a file copied
-  ///   m  a mutex created   a  waited for   z  released   c  closed
-  ///   e  an event created  s  waited for           P  a program started, event or end waited for
-  ///   i  COM entered       u  left                 C  the calls of the next service object made
-  const char* operations;
-  /// What the transfer service is called for, by its journal: each "CreateInstance" is one "C".
-  const char* service;
+  Ops operations;
+  /// What the transfer service is called for, by its journal. A `kService` is a
+  /// "CreateInstance" and what follows it.
+  const char* service = "";
 };
 
-/// Meets demands with files, mutexes and jobs of its own; ends the program when the service refuses.
-/// Processes that are given the same folder share them, as hosts of one application do.
+/// Meets demands with files, mutexes and jobs of its own; ends the program when the service
+/// refuses. Processes that are given the same folder share them, as hosts of one application do.
 class Bare {
  public:
   /// @param folder       made when absent
   /// @param state        the text of a state file
-  /// @param program      what "P" starts, and jobs are to start
+  /// @param program      what `kProgram` starts, and jobs are to start
   /// @param commandLine  its whole command line
   Bare(const std::filesystem::path& folder, std::string state, std::wstring program,
        std::wstring commandLine);
@@ -45,9 +68,9 @@ class Bare {
   struct Service;
   using Handle = void*;
 
-  void Operation(char letter);
-  void FileOperation(char letter);
-  void MutexOperation(char letter);
+  void Operation(Op operation);
+  void FileOperation(Op operation);
+  void MutexOperation(Op operation);
   void StartProgram();
   /// Makes the calls up to the next object of the service.
   void UseService();

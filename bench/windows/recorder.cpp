@@ -11,8 +11,9 @@
 namespace {
 
 struct Record {
-  std::string operations, besides;
-  std::map<HANDLE, char> objects;  // 'm' a mutex, 'e' an event
+  Ops operations;
+  std::string besides;
+  std::map<HANDLE, Op> objects;  // and what made them
 };
 
 Record& Log() {
@@ -24,73 +25,76 @@ HANDLE WINAPI OnCreateFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_A
                            DWORD disposition, DWORD flags, HANDLE like) {
   const HANDLE file = ::CreateFileW(path, access, share, security, disposition, flags, like);
   const DWORD error = ::GetLastError();
-  const char opened = access == FILE_APPEND_DATA ? 'l' : access == GENERIC_WRITE ? 'w' : 'o';
-  Log().operations += file == INVALID_HANDLE_VALUE ? 'x' : opened;
+  const Op opened = access == FILE_APPEND_DATA ? Op::kLog
+                    : access == GENERIC_WRITE  ? Op::kWrite
+                                               : Op::kOpen;
+  Log().operations.push_back(file == INVALID_HANDLE_VALUE ? Op::kMiss : opened);
   ::SetLastError(error);
   return file;
 }
 
 // The library reads what it has just opened.
 BOOL WINAPI OnReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
-  std::string& operations = Log().operations;
-  if (!operations.empty() && operations.back() == 'o') operations.back() = 'r';
+  Ops& operations = Log().operations;
+  if (!operations.empty() && operations.back() == Op::kOpen) operations.back() = Op::kRead;
   return ::ReadFile(file, buffer, size, read, overlapped);
 }
 
 BOOL WINAPI OnFlush(HANDLE file) {
-  Log().operations += 'f';
+  Log().operations.push_back(Op::kFlush);
   return ::FlushFileBuffers(file);
 }
 
 BOOL WINAPI OnMove(LPCWSTR from, LPCWSTR to, DWORD flags) {
-  Log().operations += 'v';
+  Log().operations.push_back(Op::kReplace);
   return ::MoveFileExW(from, to, flags);
 }
 
 BOOL WINAPI OnDelete(LPCWSTR path) {
-  Log().operations += 'd';
+  Log().operations.push_back(Op::kDelete);
   return ::DeleteFileW(path);
 }
 
 BOOL WINAPI OnCopy(LPCWSTR from, LPCWSTR to, BOOL fail) {
-  Log().operations += 'y';
+  Log().operations.push_back(Op::kCopy);
   return ::CopyFileW(from, to, fail);
 }
 
 HANDLE WINAPI OnFind(LPCWSTR path, WIN32_FIND_DATAW* data) {
-  Log().operations += 'p';
+  Log().operations.push_back(Op::kLook);
   return ::FindFirstFileW(path, data);
 }
 
 HANDLE WINAPI OnCreateMutex(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name) {
   const HANDLE mutex = ::CreateMutexW(security, owned, name);
-  Log().operations += 'm';
-  Log().objects[mutex] = 'm';
+  Log().operations.push_back(Op::kMutex);
+  Log().objects[mutex] = Op::kMutex;
   return mutex;
 }
 
 HANDLE WINAPI OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCWSTR name) {
   const HANDLE event = ::CreateEventW(security, manual, set, name);
-  Log().operations += 'e';
-  Log().objects[event] = 'e';
+  Log().operations.push_back(Op::kEvent);
+  Log().objects[event] = Op::kEvent;
   return event;
 }
 
 DWORD WINAPI OnWait(HANDLE object, DWORD milliseconds) {
   const auto known = Log().objects.find(object);
-  Log().operations += known != Log().objects.end() && known->second == 'm' ? 'a' : 's';
+  const bool isMutex = known != Log().objects.end() && known->second == Op::kMutex;
+  Log().operations.push_back(isMutex ? Op::kAcquire : Op::kWait);
   return ::WaitForSingleObject(object, milliseconds);
 }
 
 BOOL WINAPI OnRelease(HANDLE mutex) {
-  Log().operations += 'z';
+  Log().operations.push_back(Op::kRelease);
   return ::ReleaseMutex(mutex);
 }
 
 BOOL WINAPI OnClose(HANDLE object) {
   const auto known = Log().objects.find(object);
   if (known != Log().objects.end()) {
-    if (known->second == 'm') Log().operations += 'c';
+    if (known->second == Op::kMutex) Log().operations.push_back(Op::kClose);
     Log().objects.erase(known);
   }
   return ::CloseHandle(object);
@@ -99,44 +103,44 @@ BOOL WINAPI OnClose(HANDLE object) {
 BOOL WINAPI OnCreateProcess(LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES process,
                             LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags, LPVOID block,
                             LPCWSTR folder, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION started) {
-  Log().operations += 'P';
+  Log().operations.push_back(Op::kProgram);
   return ::CreateProcessW(program, line, process, thread, inherit, flags, block, folder, startup,
                           started);
 }
 
 LSTATUS WINAPI OnOpenKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-  Log().besides += 'K';
+  Log().besides += " key";
   return ::RegOpenKeyExW(root, path, options, access, key);
 }
 
 HRESULT WINAPI OnEnterCom(LPVOID reserved, DWORD kind) {
-  Log().operations += 'i';
+  Log().operations.push_back(Op::kEnterCom);
   return ::CoInitializeEx(reserved, kind);
 }
 
 void WINAPI OnLeaveCom() {
-  Log().operations += 'u';
+  Log().operations.push_back(Op::kLeaveCom);
   ::CoUninitialize();
 }
 
 HRESULT WINAPI OnCreateInstance(REFCLSID type, LPUNKNOWN outer, DWORD context, REFIID id,
                                 LPVOID* object) {
-  Log().operations += 'C';
+  Log().operations.push_back(Op::kService);
   return ::CoCreateInstance(type, outer, context, id, object);
 }
 
 BOOL WINAPI OnMakeFolder(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
-  Log().besides += 'D';
+  Log().besides += " folder";
   return ::CreateDirectoryW(path, security);
 }
 
 BOOL WINAPI OnShellFolder(HWND window, LPWSTR path, int folder, BOOL create) {
-  Log().besides += 'S';
+  Log().besides += " shell-folder";
   return ::SHGetSpecialFolderPathW(window, path, folder, create);
 }
 
 DWORD WINAPI OnTempPath(DWORD size, LPWSTR path) {
-  Log().besides += 'T';
+  Log().besides += " temporary-folder";
   return ::GetTempPathW(size, path);
 }
 
@@ -221,5 +225,5 @@ void Recorder::Start() {
   Log().besides.clear();
 }
 
-const std::string& Recorder::Operations() const { return Log().operations; }
+const Ops& Recorder::Operations() const { return Log().operations; }
 const std::string& Recorder::Besides() const { return Log().besides; }

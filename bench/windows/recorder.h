@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "bench/windows/operations.h"
+
 /// Puts itself between a loaded module and the system's functions that it imports, for the rest of
 /// the process. One thread, one module.
 class Recorder {
@@ -12,10 +14,10 @@ class Recorder {
   explicit Recorder(void* module);
 
   void Start();
-  /// The letters of Demand::operations since Start.
-  const std::string& Operations() const;
-  /// What was asked for besides: D a folder made, S a shell folder looked up, T the temporary one,
-  /// K a registry key opened (by hosts with an administrator's rights).
+  /// Since Start.
+  const Ops& Operations() const;
+  /// What was asked for besides: folders made or looked up, registry keys opened (by hosts with an
+  /// administrator's rights).
   const std::string& Besides() const;
 };
 

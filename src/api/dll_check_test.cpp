@@ -104,7 +104,7 @@ TEST(Check, EndsWellWhateverTheServiceDoes) {
       {"check", "states SUSPENDED", KUPDATE_IN_WORK, 0},
       {"check", "states TRANSIENT_ERROR", KUPDATE_IN_WORK, 0},
       {"check", "states ERROR", KUPDATE_JOB_FAILED, 1, "Job failed."},
-      {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 1},
+      {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 0},
       {"check", "states 9", KUPDATE_JOB_FAILED, 1},
       {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "Error in StopJob."},
       {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 1, "Error in StopJob."},

@@ -14,10 +14,10 @@
 #include "layout/names.h"
 #include "stat/uuid.h"
 #include "transfer/com_error.h"
-#include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
+#include "util/mutex.h"
 #include "util/process.h"
 
 namespace {

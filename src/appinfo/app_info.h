@@ -19,8 +19,8 @@ inline constexpr std::uint64_t kMaxStoreBytes = std::uint64_t{4} << 20;
 
 /// Reads and writes single named values of one application's file. Each operation is one locked
 /// load-change-save of the whole file, so that host processes and the executor can share it;
-/// nothing is cached in between, unless a StoreChanges gathers what one operation does. A value that
-/// stands there already is not written. Keys are XML element names. Keys and values are UTF-8.
+/// nothing is cached in between, unless a StoreChanges gathers what one operation does. A value
+/// that stands there already is not written. Keys are XML element names. Keys and values are UTF-8.
 ///
 /// No operation throws for a fault of file or lock: it is logged and the neutral result returned
 /// (no change, empty text, false). A file that is there but cannot be read is never written over.
@@ -36,7 +36,7 @@ class TAppInfo {
 
   const std::string& AppId() const { return appId_; }
 
-  /// Full path of the file, UTF-8; empty when its folder cannot be told.
+  /// Full path of the file, UTF-8; empty when the system does not name its folder.
   virtual std::string Path() const;
 
   void Write(std::string_view key, std::string_view value);
@@ -44,8 +44,8 @@ class TAppInfo {
   std::string Read(std::string_view key) const;
   bool IsValueExist(std::string_view key) const;
   void RemoveValue(std::string_view key);
-  /// Saves what a StoreChanges has gathered so far, at once and in the order in which it was written;
-  /// nothing when there is nothing. Others can then see it.
+  /// Saves what a StoreChanges has gathered so far, at once and in the order in which it was
+  /// written; nothing when there is nothing. Others can then see it.
   /// @return false when the file was not written: that was logged, and the next save tries again.
   bool SaveChanges();
 
@@ -76,7 +76,8 @@ class TAppInfo {
   /// For stores in another file under another lock.
   /// @param locker  null: no locking
   TAppInfo(std::string appId, std::unique_ptr<TLocker> locker);
-  /// Full path of a file in the application's folder, UTF-8; empty when the folder cannot be told.
+  /// Full path of a file in the application's folder, UTF-8; empty when the system does not name
+  /// the folder.
   std::string PathOf(std::string_view fileName) const { return folder_.PathOf(fileName); }
   /// The value, or nothing when the key or the file is absent or the lock is refused.
   /// @param operation  the name under which a refused lock is logged
@@ -109,8 +110,8 @@ class TAppInfo {
 };
 
 /// Over a scope, gathers what is written to a store: the file is read once, at the first use, reads
-/// see what was written, and at the end, or at SaveChanges(), all of it is saved in one step. Within
-/// another one of the same store it does nothing: the outer one saves.
+/// see what was written, and at the end, or at SaveChanges(), all of it is saved in one step.
+/// Within another one of the same store it does nothing: the outer one saves.
 class StoreChanges {
  public:
   explicit StoreChanges(TAppInfo& store);

@@ -16,10 +16,6 @@
 
 namespace {
 
-constexpr std::uint64_t kSecondsPerHour = 3600;
-constexpr std::uint64_t kHoursBetweenChecks = 24;
-constexpr std::uint64_t kMaxDaysAhead = 150;
-constexpr std::uint64_t kMaxSecondsAhead = kMaxDaysAhead * 24 * kSecondsPerHour;
 constexpr std::int64_t kMinPingPeriod = 3600;
 constexpr std::int64_t kDefaultPingPeriod = 86400;
 
@@ -92,22 +88,27 @@ void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag(key::kNeedDialo
 void TAppInfo2::UpdateLastCheckTime(std::uint64_t now) { WriteTime(key::kLastCheckTime, now); }
 
 bool TAppInfo2::ShouldCheck(std::uint64_t now) {
-  // Unsigned on purpose: a last check in the future (the clock was set back) gives a huge number of
-  // hours and does not hold the check back.
-  const std::uint64_t hours = (now - ReadTime(key::kLastCheckTime)) / kSecondsPerHour;
-  if (hours < kHoursBetweenChecks) {
+  CheckTimes times{ReadTime(key::kLastCheckTime), 0};
+  const std::uint64_t hours = HoursSinceCheck(times, now);
+  if (IsCheckRecent(times, now)) {
     LOG_D << "Last checked " << hours << " hours ago, postponed.";
     return false;
   }
   LOG_D << "hours_passed=" << hours;
   SanityCheck(now);
-  return ReadTime(key::kNextCheckTime) < now;
+  times.next = ReadTime(key::kNextCheckTime);
+  return IsCheckDue(times, now);
+}
+
+CheckTimes TAppInfo2::StoredCheckTimes() const {
+  return {ReadTime(key::kLastCheckTime), ReadTime(key::kNextCheckTime)};
 }
 
 void TAppInfo2::SanityCheck(std::uint64_t now) {
   const std::uint64_t next = ReadTime(key::kNextCheckTime);
-  if (next <= now || (next - now) / kSecondsPerHour / 24 <= kMaxDaysAhead) return;
-  WriteTime(key::kNextCheckTime, now + kMaxSecondsAhead);
+  const std::uint64_t bounded = BoundedNextCheck(next, now);
+  if (bounded == next) return;
+  WriteTime(key::kNextCheckTime, bounded);
   LOG_I << "sanity check in work...";
 }
 
@@ -121,13 +122,11 @@ bool TAppInfo2::ShouldPing(std::uint64_t now) const {
   return now - ReadTime("LastPingTime") > static_cast<std::uint64_t>(period);
 }
 
-int TAppInfo2::RecordPing(std::uint64_t now) {
-  constexpr int kUninstall = 1;
-  constexpr int kDayuse = 2;
+AppState TAppInfo2::RecordPing(std::uint64_t now) {
   const std::int64_t period = std::max(PingStatPeriod(), kMinPingPeriod);
   WriteTime("LastPingTime", now);
   WriteTime("NextPingTime", now + static_cast<std::uint64_t>(period));
-  return IsRemoved() ? kUninstall : kDayuse;
+  return IsRemoved() ? AppState::kUninstall : AppState::kDayuse;
 }
 
 bool TAppInfo2::IsApplicationListEmpty(const std::wstring& executor,

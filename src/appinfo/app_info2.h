@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "appinfo/app_info.h"
+#include "appinfo/app_state.h"
+#include "appinfo/check_schedule.h"
 
 /// A version's channel, as numbers that are stored.
 enum VersionStatus { VS_BETA = 0, VS_RELEASE = 1, VS_CRITICAL = 2 };
@@ -25,8 +27,8 @@ class TAppInfo2 : public TAppInfo {
   /// user may have written it here, but not there.
   std::string VersionUrl() const;
 
-  /// "VersionStatus" read as a word; one that is none is VS_BETA, which is logged. Hosts' start-up
-  /// stores a number there: that is what files in the field hold.
+  /// "VersionStatus" read as a word; any other text counts as VS_BETA, which is logged. Hosts'
+  /// start-up stores a number there: that is what files in the field hold.
   VersionStatus GetVersionStatus() const;
   /// Stores the number.
   void SetVersionStatus(VersionStatus status);
@@ -36,19 +38,20 @@ class TAppInfo2 : public TAppInfo {
   void UpdateLastCheckTime(std::uint64_t now);
   /// Whether an update check is due. Repairs a "NextCheckTime" that is too far ahead.
   bool ShouldCheck(std::uint64_t now);
+  CheckTimes StoredCheckTimes() const;
   /// Resets a "NextCheckTime" more than 150 whole days ahead to 150 days from now.
   void SanityCheck(std::uint64_t now);
   /// Seconds between pings; a day when not stored.
   std::int64_t PingStatPeriod() const;
   bool ShouldPing(std::uint64_t now) const;
-  /// Notes that a ping is being sent. Returns the state it reports, by the number that statistics
-  /// give it: 1, uninstall, for a removed application, else 2, dayuse.
-  int RecordPing(std::uint64_t now);
+  /// Notes that a ping is being sent. Returns the state that it reports: an uninstall for a removed
+  /// application, else a day of use.
+  AppState RecordPing(std::uint64_t now);
 
   /// Whether no registered application needs an executor any more, so that it may remove itself.
-  /// Both lists are asked, that of the local records and that of the stores. Removed applications do
-  /// not count; of the others those count that name this executor or none, and all of them when it is
-  /// the default one. In doubt the list is not empty.
+  /// Both lists are asked, that of the local records and that of the stores. Removed applications
+  /// do not count; of the others those count that name this executor or none, and all of them when
+  /// it is the default one. In doubt the list is not empty.
   static bool IsApplicationListEmpty(const std::wstring& executor,
                                      const std::wstring& defaultExecutor);
 

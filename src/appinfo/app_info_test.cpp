@@ -153,11 +153,11 @@ TEST_F(TAppInfoTest, ShouldPingAndRecordPing) {
     store_.WriteNumber("LastPingTime", ping.second);
     return store_.ShouldPing(kNow);
   });
-  EXPECT_EQ(store_.RecordPing(kNow), 2);
+  EXPECT_EQ(store_.RecordPing(kNow), AppState::kDayuse);
   EXPECT_EQ(store_.Read("LastPingTime") + " " + store_.Read("NextPingTime"),
             "1700000000 1700003600");
   store_.WriteFlag("Remove", true);
-  EXPECT_EQ(store_.RecordPing(kNow), 1);
+  EXPECT_EQ(store_.RecordPing(kNow), AppState::kUninstall);
 }
 
 TEST_F(TAppInfoTest, IsApplicationListEmpty) {

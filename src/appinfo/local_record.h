@@ -22,20 +22,20 @@ struct LocalRecord {
 /// Nothing when the application has no record here, or one that cannot be read. Waits for nothing.
 std::optional<LocalRecord> ReadLocalRecord(const std::string& appId);
 
-/// Changes the record, under its lock and in one step. A missing one begins with the values above, and
-/// so does a damaged one, which is copied to its name with ".bak"; one that cannot be read stays as it
-/// is. A record that does not change is not written.
+/// Changes the record, under its lock and in one step. A missing one begins with the values above,
+/// and so does a damaged one, which is copied to its name with ".bak"; one that cannot be read
+/// stays as it is. A record that does not change is not written.
 /// @param edit  may be called twice
 /// @return false when it was not written, as in a process of low integrity: that was logged.
 bool ChangeLocalRecord(const std::string& appId, const std::function<void(LocalRecord&)>& edit);
 
-/// Whether the application is registered and not removed. In doubt, with a record that cannot be read,
-/// it is.
+/// Whether the application is registered and not removed. In doubt, with a record that cannot be
+/// read, it is.
 bool IsLiving(const std::string& appId);
 
-/// The executor's answers, in "answer.xml" beside the record. Only the executor writes them, one process
-/// at a time. A host takes an answer for its own when it names the job (the process) that the host
-/// started: an older answer, or one that another process forged elsewhere, is none.
+/// The executor's answers, in "answer.xml" beside the record. Only the executor writes them, one
+/// process at a time. A host takes an answer for its own when it names the job (the process) that
+/// the host started: an older answer, or one that another process forged elsewhere, does not count.
 struct CheckAnswer {
   std::string job;  ///< the transfer job's id
   bool found = false;

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "util/event.h"
 #include "util/handle.h"
 
 struct CheckWait {

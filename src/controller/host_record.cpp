@@ -5,9 +5,9 @@
 
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
+#include "appinfo/version_number.h"
 #include "controller/updater_controller.h"
 #include "layout/keys.h"
-#include "update/version_number.h"
 #include "util/text.h"
 
 std::string Required(const char* text, const char* complaint) {

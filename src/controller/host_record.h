@@ -13,10 +13,10 @@ std::string Required(const char* text, const char* complaint);
 /// `text`, or empty when it is null.
 std::string OrEmpty(const char* text);
 
-/// Writes what decides about the application into its local record, where processes of low integrity
-/// cannot change it. A failure is logged.
-/// @param isStart  whether the host has just started: only then an older version counts, for a program
-///                 that runs on after its update still names the old one
+/// Writes what decides about the application into its local record, where processes of low
+/// integrity cannot change it. A failure is logged.
+/// @param isStart  whether the host has just started: only then an older version counts, for a
+///                 program that runs on after its update still names the old one
 void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool isStart);
 
 /// Writes platform, feed address and version. Null texts count as empty.

@@ -7,59 +7,14 @@
 
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
-#include "controller/executor.h"
 #include "controller/guarded.h"
 #include "controller/host_record.h"
+#include "controller/scheduled_jobs.h"
 #include "layout/keys.h"
 #include "stat/stat_ctrl.h"
 #include "util/clock.h"
 #include "util/process.h"
 #include "util/text.h"
-
-namespace {
-
-// Whether the application is removed: its local record says so, where it has one, for any process of
-// the user may write the mark in the store.
-bool IsRemoved(const TAppInfo2& store) {
-  const std::optional<LocalRecord> record = ReadLocalRecord(store.AppId());
-  return record ? record->removed : store.IsRemoved();
-}
-
-void RethrowIfAny(const std::exception_ptr& failure) {
-  if (failure) std::rethrow_exception(failure);
-}
-
-// A report address that is too long must not keep a program from ever updating itself.
-std::exception_ptr SendDuePing(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
-  try {
-    TStatCtrl::SendStat(store, statisticsLock, now, LaunchPing);
-    return {};
-  } catch (...) {
-    return std::current_exception();
-  }
-}
-
-}  // namespace
-
-ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
-  LOG_I << "*** >>> ScheduleUpdaterJob >>> ***";
-  LOG_I << "Name: " << HostProgramName();
-  if (IsRemoved(store)) {
-    TStatCtrl::SendStat(store, statisticsLock, now, LaunchLastPing);
-    return {};
-  }
-  const bool isPingDue = store.ShouldPing(now) && !store.Read(key::kReportUrl).empty();
-  const bool isCheckDue = store.ShouldCheck(now);
-  // Both are noted before the ping is sent, in the order in which they are done: the file is then
-  // written once.
-  if (isPingDue) store.RecordPing(now);
-  if (isCheckDue) store.UpdateLastCheckTime(now);
-  ScheduledJobs jobs;
-  if (isPingDue) jobs.pingFailure = SendDuePing(store, statisticsLock, now);
-  if (isCheckDue) jobs.check = CheckUpdate(store);
-  LOG_I << "*** <<< ScheduleUpdaterJob <<< ***";
-  return jobs;
-}
 
 TAppInfo2& TUpdaterController::Record(const char* appId) {
   if (!record_) record_ = std::make_unique<CallRecord>(Required(appId, "AppId is NULL").c_str());
@@ -76,7 +31,7 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
     store.WriteNumber(key::kPingStatPeriod, pingStatPeriod);
     WriteChannel(store, host.release);
     WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
-    RethrowIfAny(ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).pingFailure);
+    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).RethrowPingFailure();
     return Ended::kOut;
   });
 }
@@ -96,7 +51,7 @@ void TUpdaterController::UsageReport(const char* appId, const char* value) {
     TAppInfo2& store = Record(appId);
     store.WriteFlag("ShouldPing", true);
     TStatCtrl(store.AppId(), statisticsLock_).AddOptionalParam(Required(value, "Value is NULL"));
-    RethrowIfAny(ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).pingFailure);
+    ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).RethrowPingFailure();
     return Ended::kOut;
   });
 }

@@ -3,16 +3,15 @@
 #define KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
 
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <string>
 
 #include "appinfo/app_info2.h"
 #include "controller/copy_out.h"
+#include "controller/host_check.h"
 
 class TLocker;
 class TStatCtrl;
-enum class JobState;
 
 /// What a host says of itself when it asks for an update. Texts are UTF-8.
 struct HostRelease {
@@ -68,16 +67,16 @@ class TUpdaterController {
   /// @return whether a newer version was found.
   bool IsUpgradeAvailable(const char* appId, std::int32_t waitMilliseconds);
   /// Makes check and ping due and runs them.
-  /// @param needDialog  what the executor is told to show
+  /// @param needDialog  whether the executor should show the result
   void ForceUpdateCheck(const char* appId, bool needDialog);
   /// Starts the executor for the application of the last IsUpdateAvailable and waits until it is
   /// done, without limit.
   /// @param exitCode  receives the installer's exit code; may be null
   bool DownloadAndInstallSilentUpdate(std::int32_t* exitCode);
 
-  /// The record of the application that this call is for. What is written there is gathered and saved in
-  /// one step, at the latest when the controller is destroyed: one call costs one replacement of the
-  /// file, or none.
+  /// The record of the application that this call is for. What is written there is gathered and
+  /// saved in one step, at the latest when the controller is destroyed: one call costs one
+  /// replacement of the file, or none.
   /// @param appId  not null, else std::invalid_argument; the same in each call of one controller
   TAppInfo2& Record(const char* appId);
 
@@ -100,37 +99,10 @@ class TUpdaterController {
 
   TStatCtrl Statistics(const char* appId) const;
   bool RunOperation(TAppInfo2& store, const std::string& operation, std::int32_t* status);
-  bool Start();
-  bool Stop();
-  bool Check(TAppInfo2& store, std::int32_t* status);
-  bool EvaluateFeed(TAppInfo2& store, std::int32_t* status);
-
-  /// The feed's download, known by its id. Throws when it did not start.
-  void StartJob();
-  /// Forgets the job whatever happens; false when it could not be ended.
-  bool StopJob();
-  /// The job's state; kError for a job that is gone.
-  JobState CurrentJobState() const;
 
   std::unique_ptr<CallRecord> record_;
-  std::string jobId_;
-  std::string appId_;
-  std::string versionUrl_;
   TLocker* statisticsLock_ = nullptr;  // null: the entry point holds the lock for the whole call
-  std::string jobAppId_;               // the application that jobId_ was started for
-  std::string feedFile_;               // where jobId_ puts the feed, UTF-8
+  HostCheck hostCheck_;
 };
-
-struct ScheduledJobs {
-  std::string check;               ///< the id of the check's job; empty when none was queued
-  std::exception_ptr pingFailure;  ///< what sending the statistics threw
-};
-
-/// Runs what is due for an application: its ping and its update check; for a removed one its last
-/// ping, due or not. Saves the store's changes before anything can act on them.
-/// @param statisticsLock  null when the caller holds the statistics' lock
-/// @param now             seconds since 1970-01-01 UTC
-/// Throws what checking throws; a failed ping does not keep the check from being started.
-ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
 
 #endif  // KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_

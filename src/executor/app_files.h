@@ -13,8 +13,8 @@ class TLocker;
 ///              caller
 void ForgetRemovedApplication(const std::string& appId, TLocker* lock);
 
-/// Removes all files that the updater keeps of an application that is not registered, and its folders
-/// where nothing else is in them.
+/// Removes all files that the updater keeps of an application that is not registered, and its
+/// folders where nothing else is in them.
 /// @param lock  as above
 void RemoveApplicationData(const std::string& appId, TLocker* lock);
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "stat/app_state.h"
+#include "appinfo/app_state.h"
 
 class TLocker;
 
@@ -15,7 +15,7 @@ class TLocker;
 /// @param lock  the application's statistics lock, not held by the caller; null: no locking
 /// @return the state that the block reported; nothing when it is not there or something cannot be
 ///         read or written: then it was logged and the block is left for a later run.
-/// Throws std::invalid_argument for a file with a state that is none; it has been moved aside.
+/// Throws std::invalid_argument for a file with an unknown state, which has been moved aside.
 std::optional<AppState> ConfirmBlock(const std::string& appId, int blockId, TLocker* lock);
 
 #endif  // KUPDATE_EXECUTOR_BLOCK_CONFIRM_H_

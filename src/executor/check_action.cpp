@@ -4,35 +4,29 @@
 #include <functional>
 #include <optional>
 
+#include "appinfo/check_schedule.h"
 #include "appinfo/local_record.h"
 #include "executor/executor_names.h"
 #include "executor/result_signal.h"
 #include "executor/run.h"
 #include "layout/command_line.h"
 #include "layout/keys.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/guid.h"
 #include "util/log_line.h"
+#include "util/system.h"
 #include "util/text.h"
 
 namespace {
 
-constexpr std::uint64_t kSecondsBetweenChecks = 86400;
-// Clients that were installed together must not come together for ever.
-constexpr std::uint64_t kMaxSpreadSeconds = 3600;
-
 enum class Outcome { kFound, kNone, kFailed };
 
 // A new GUID is random enough, and at hand.
-std::uint64_t SpreadSeconds() {
-  return std::hash<std::string>()(NewGuidText()) % (kMaxSpreadSeconds + 1);
-}
+std::uint64_t RandomNumber() { return std::hash<std::string>()(NewGuidText()); }
 
 Outcome JudgeFeed(TAppInfo2& app, const std::string& file, std::uint64_t now) {
   try {
@@ -59,7 +53,7 @@ void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std
   app.WriteFlag(key::kUpgradeAvailable, outcome == Outcome::kFound);
   if (outcome != Outcome::kFailed) {
     app.WriteNumber(key::kNextCheckTime,
-                    static_cast<std::int64_t>(now + kSecondsBetweenChecks + SpreadSeconds()));
+                    static_cast<std::int64_t>(NextCheckAfter(now, RandomNumber())));
   }
   DropDialog(app, outcome);
   app.SaveChanges();
@@ -67,8 +61,8 @@ void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std
   WriteAnswer(app.AppId(), CheckAnswer{jobId, outcome == Outcome::kFound});
 }
 
-// What is compared with the feed is what the application itself said, and not what a process without
-// rights may have written into the store since.
+// What is compared with the feed is what the application itself said, and not what a process
+// without rights may have written into the store since.
 void RestoreRecord(TAppInfo2& app) {
   const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
   if (!record) return;
@@ -94,7 +88,7 @@ void Answer(const ExecutorCommand& command, const EndedJob& job) {
     RestoreRecord(app);
     WriteOutcome(app, command.jobId, JudgeFeed(app, file, now), now);
   }
-  // The feed goes last: whoever comes after a kill finds it and judges it again.
+  // The feed goes last: the executor that comes after a kill finds it and judges it again.
   FileSystem::DeleteFile(file);
 }
 
@@ -109,7 +103,6 @@ int EndForgottenCheck(const ExecutorCommand& command) {
 }  // namespace
 
 int RunCheckAction(const ExecutorCommand& command) {
-  const ComApartment apartment;
   if (!IsLiving(command.appId)) return EndForgottenCheck(command);
   FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);

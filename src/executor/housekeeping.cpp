@@ -4,7 +4,6 @@
 #include <optional>
 #include <string_view>
 
-#include "executor/age.h"
 #include "executor/block_confirm.h"
 #include "executor/job_policy.h"
 #include "executor/ping_action.h"
@@ -13,8 +12,7 @@
 #include "layout/command_line.h"
 #include "layout/file_names.h"
 #include "layout/folders.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/files.h"
@@ -31,7 +29,7 @@ constexpr std::uint64_t kMaxSecondsInWork = 15 * kSecondsPerDay;
 void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
   for (const std::size_t place : JobsToEnd(jobs, now)) {
     const OwnJob& job = jobs[place];
-    LOG_I << "A job that nobody ends is ended:" << job.facts.id;
+    LOG_I << "Ending abandoned job:" << job.facts.id;
     const EndedJob ended = EndJob(job.facts.id);
     const bool isEnded = ended.end == JobEnd::kCompleted || ended.end == JobEnd::kCancelled;
     if (job.command.kind == CommandKind::kStatCallback && isEnded) {
@@ -62,10 +60,9 @@ void TakeBackOldBlocks(const std::string& appId, const std::vector<JobFacts>& jo
 
 void KeepHouse() noexcept {
   try {
-    const ComApartment apartment;
     const std::uint64_t now = NowSeconds();
-    // Without the list no block can be told to be without a job: asking throws then. A job that is ended
-    // here has its block settled here, so the same list serves for both.
+    // Without the list, no block can be known to lack a job: asking throws then. A job that is
+    // ended here has its block settled here, so the same list serves for both.
     const std::vector<JobFacts> jobs = ListOwnJobs();
     EndJobs(JobsOf(jobs, ModulePath()), now);
     std::vector<std::string> appIds;

@@ -34,7 +34,7 @@ int RunInstallAction(const ExecutorCommand& command) {
     LOG_E << "Another executor works for the application, no installation.";
     return kExitBusy;
   }
-  // Should this process die, nobody takes an older code for its own.
+  // Should this process die, no host takes an older code for its own.
   TUpdInfo(command.appId).RemoveValue(key::kDistroExitCode);
   FinishInstall(command.appId, RunSilentUpdate(command.appId));
   return kExitDone;

@@ -13,7 +13,7 @@ struct ExecutorCommand;
 int RunInstallAction(const ExecutorCommand& command);
 
 /// Writes "DistroExitCode" and signals. A host reads a code that is absent as a success, so this is
-/// for every way out, also one that nobody foresaw. Throws nothing.
+/// for every way out, also an unforeseen one. Throws nothing.
 void FinishInstall(const std::string& appId, int code) noexcept;
 
 #endif  // KUPDATE_EXECUTOR_INSTALL_ACTION_H_

@@ -1,7 +1,7 @@
 #include "executor/job_policy.h"
 
-#include "executor/age.h"
 #include "layout/command_line.h"
+#include "util/clock.h"
 #include "util/text.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Which of the jobs in the transfer service are to be ended, because nobody else will.
+// Which of the jobs in the transfer service the executor ends, because no other program will.
 #ifndef KUPDATE_EXECUTOR_JOB_POLICY_H_
 #define KUPDATE_EXECUTOR_JOB_POLICY_H_
 
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "layout/command_line.h"
-#include "transfer/job_list.h"
+#include "transfer/job.h"
 
 /// A job and what its notify command line asks for; kNone for a job without one.
 struct OwnJob {
@@ -17,8 +17,8 @@ struct OwnJob {
   ExecutorCommand command;
 };
 
-/// Reads the jobs' command lines. Those that start another program than `program` are left out: they
-/// are that one's to end.
+/// Reads the jobs' command lines. Those that start another program than `program` are left out:
+/// they are that one's to end.
 std::vector<OwnJob> JobsOf(const std::vector<JobFacts>& jobs, std::wstring_view program);
 
 /// The places in the list of the jobs to end, in ascending order:

@@ -2,7 +2,7 @@
 //
 // Linked for the subsystem without a console: the transfer service decides how it starts a notify
 // program, and a console program would show a window to the user each time. Help and status still
-// reach the console, file or pipe of whoever asks for them.
+// reach the console, file or pipe of the person who asks for them.
 #include "executor/run.h"
 #include "layout/command_line.h"
 #include "layout/log_start.h"

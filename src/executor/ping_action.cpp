@@ -4,7 +4,7 @@
 
 #include "appinfo/app_info2.h"
 #include "appinfo/local_record.h"
-#include "controller/executor.h"
+#include "controller/scheduled_jobs.h"
 #include "executor/app_files.h"
 #include "executor/block_confirm.h"
 #include "executor/executor_names.h"
@@ -13,8 +13,7 @@
 #include "layout/file_names.h"
 #include "layout/names.h"
 #include "stat/stat_ctrl.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "util/clock.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -58,14 +57,14 @@ void SettleBlock(const std::string& appId, int blockId, bool delivered) noexcept
 }
 
 int RunPingAction(const ExecutorCommand& command) {
-  const ComApartment apartment;
   const EndedJob job = EndJob(command.jobId);
   if (job.end == JobEnd::kAlive) {
     LOG_E << "The job cannot be ended:" << command.jobId;
     return 1;
   }
   if (job.end == JobEnd::kGone) {
-    // Whoever ended it settled its block; that may be in use for another ping by now.
+    // The process that ended it took care of its block, which may be in use for another report by
+    // now.
     LOG_I << "The job is gone:" << command.jobId;
     return 0;
   }

@@ -2,10 +2,10 @@
 
 #include "util/diag_log.h"
 #include "util/folder_content.h"
-#include "util/guid.h"
 #include "util/handle.h"
 #include "util/log_line.h"
 #include "util/process.h"
+#include "util/system.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
 

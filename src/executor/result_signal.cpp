@@ -3,7 +3,7 @@
 #include "layout/command_line.h"
 #include "layout/names.h"
 #include "util/diag_log.h"
-#include "util/event.h"
+#include "util/handle.h"
 #include "util/log_line.h"
 #include "util/text.h"
 

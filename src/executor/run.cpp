@@ -12,8 +12,7 @@
 #include "layout/command_line.h"
 #include "layout/file_names.h"
 #include "layout/log_start.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_end.h"
+#include "transfer/transfer.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
 #include "util/process.h"
@@ -40,7 +39,6 @@ constexpr char kHelp[] =
     "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy.\n";
 
 int RunBareJob(const ExecutorCommand& command) {
-  const ComApartment apartment;
   return EndJob(command.jobId).end == JobEnd::kAlive ? kExitJobAlive : kExitDone;
 }
 

@@ -9,8 +9,7 @@
 #include "executor/program_removal.h"
 #include "layout/folders.h"
 #include "layout/names.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_list.h"
+#include "transfer/transfer.h"
 #include "util/append_file.h"
 #include "util/diag_log.h"
 #include "util/files.h"
@@ -40,7 +39,6 @@ bool IsNeeded() {
   const std::wstring program = ModulePath();
   const std::wstring defaultProgram = DefaultExecutorPath();
   if (!TAppInfo2::IsApplicationListEmpty(program, defaultProgram)) return true;
-  const ComApartment apartment;
   const std::vector<JobFacts> jobs = ListOwnJobs();
   return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
     return EqualsIgnoreCase(job.notifyProgram, program);
@@ -67,7 +65,7 @@ void FollowSelfRemovalWish() noexcept {
     FileSystem::RemoveEmptyFolder(GetUpdaterDataPath({}));
     FileSystem::RemoveEmptyFolder(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)));
     // The note goes last: after a kill in between, the next run does all this again.
-    LOG_I << "Nobody needs the program any more: it removes itself.";
+    LOG_I << "No application needs the program any more: it removes itself.";
     if (RemoveRunningProgram(ModulePath())) FileSystem::DeleteFile(NarrowUtf8(NotePath()));
   } catch (...) {
     LOG_E << "Can't remove the program.";

@@ -1,4 +1,4 @@
-// How the executor leaves a machine on which nobody needs it any more.
+// How the executor leaves a machine on which no application needs it any more.
 #ifndef KUPDATE_EXECUTOR_SELF_REMOVAL_H_
 #define KUPDATE_EXECUTOR_SELF_REMOVAL_H_
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "appinfo/app_info2.h"
-#include "executor/age.h"
+#include "appinfo/version_number.h"
 #include "executor/block_confirm.h"
 #include "executor/status_report.h"
 #include "install/silent_update.h"
@@ -13,10 +13,8 @@
 #include "layout/file_names.h"
 #include "layout/folders.h"
 #include "layout/keys.h"
-#include "transfer/com_apartment.h"
-#include "transfer/job_list.h"
+#include "transfer/transfer.h"
 #include "update/upd_info.h"
-#include "update/version_number.h"
 #include "util/clock.h"
 #include "util/files.h"
 #include "util/folder_content.h"
@@ -35,11 +33,6 @@ std::uint64_t TimeOf(const TAppInfo& store, std::string_view key) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(store.ReadNumber(key), 0));
 }
 
-std::uint64_t NextCheck(const TAppInfo2& app) {
-  const std::uint64_t last = TimeOf(app, key::kLastCheckTime);
-  return std::max(last == 0 ? 0 : last + kSecondsPerDay, TimeOf(app, key::kNextCheckTime));
-}
-
 std::string LogOf(const std::string& appId) {
   return FileSystem::ReadFile(NarrowUtf8(GetUpdaterRoamingFolder() + LogFile(appId)));
 }
@@ -51,7 +44,7 @@ AppStatus StatusOf(const std::string& appId) {
   status.version = VersionText(app);
   status.removed = app.IsRemoved();
   status.executor = app.Read(key::kUpdaterPath);
-  status.nextCheck = NextCheck(app);
+  status.nextCheck = CheckDueTime(app.StoredCheckTimes());
   status.nextPing = TimeOf(app, "NextPingTime");
   if (app.ReadNumber(key::kUpgradeAvailable) != 0) status.update = VersionText(TUpdInfo(appId));
   for (const FileSystem::FileEntry& file : FileSystem::ListFiles(GetUpdaterDataPath(appId))) {
@@ -88,7 +81,6 @@ void AddApplications(const ExecutorCommand& command, StatusReport* report) {
 
 void AddJobs(const ExecutorCommand& command, StatusReport* report) {
   try {
-    const ComApartment apartment;
     for (const JobFacts& job : ListOwnJobs()) {
       report->jobs.push_back(StatusOf(job));
       if (command.hasAppId && report->jobs.back().appId != command.appId) report->jobs.pop_back();

@@ -39,9 +39,9 @@ struct StatusReport {
   std::vector<JobStatus> jobs;
 };
 
-/// The last error in the text of a log, from its level on; empty when there is none. That a file or a
-/// registry key cannot be opened is none: most are not there before they are first written, and whoever
-/// cannot go on without one logs a line of its own.
+/// The last error in the text of a log, from its level on; empty when there is none. That a file or
+/// a registry key cannot be opened is none: most are not there before they are first written, and
+/// whoever cannot go on without one logs a line of its own.
 std::string LastErrorIn(std::string_view log);
 
 std::string ReadableStatus(const StatusReport& report, std::uint64_t now);

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-/// The limits of a download. They hold whatever the server does: the calling thread waits for it only
-/// so long, while threads of the system talk to it.
+/// The limits of a download. They hold whatever the server does: the calling thread waits for it
+/// only so long, while threads of the system talk to it.
 struct DownloadRules {
   std::uint64_t maxBytes = 0;      ///< what is longer is given up as soon as that shows
   unsigned timeoutSeconds = 3600;  ///< for all of it, redirections included

@@ -2,16 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <winsock2.h>
-
-#include <atomic>
 #include <chrono>
 #include <map>
-#include <thread>
 
 #include "testing/log_capture.h"
 #include "testing/raw_server.h"
-#include "testing/raw_socket.h"
 
 namespace {
 
@@ -66,39 +61,6 @@ TEST(Download, EveryAnswerHasItsOutcome) {
   EXPECT_EQ(Download(server.Url("/endless"), {~std::uint64_t{0}}, none), kNotTaken);
 }
 
-// Answers one request: with `head`, and then with `drop` each 50 ms for as long as it lives.
-class DrippingServer {
- public:
-  DrippingServer(const std::string& head, const std::string& drop) {
-    WSADATA data;
-    ::WSAStartup(MAKEWORD(2, 2), &data);
-    listener_ = ListenLocally(&port_);
-    thread_ = std::thread([this, head, drop] {
-      const SOCKET socket = ::accept(listener_, nullptr, nullptr);
-      RequestLine(socket);
-      SendAll(socket, head);
-      while (!isOver_ && SendAll(socket, drop)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      }
-      ::closesocket(socket);
-    });
-  }
-  ~DrippingServer() {
-    isOver_ = true;
-    thread_.join();
-    ::closesocket(listener_);
-    ::WSACleanup();
-  }
-
-  std::string Url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
-
- private:
-  std::uintptr_t listener_;
-  unsigned short port_ = 0;
-  std::atomic<bool> isOver_ = false;
-  std::thread thread_;
-};
-
 TEST(Download, NoServerMakesItLast) {
   const std::string ok = Ok("Content-Length: 40960\r\n");
   const DownloadRules pace{kLimit, 60, 1}, end{kLimit, 1, 60};
@@ -117,10 +79,10 @@ TEST(Download, NoServerMakesItLast) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    const DrippingServer server(row.head, row.drop);
+    const RawServer server(row.head, row.drop);
     const LogCapture log;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Get(server.Url(), row.rules),
+    EXPECT_EQ(Get(server.Url("/"), row.rules),
               *row.line ? DownloadOutcome::kFailed : DownloadOutcome::kDone);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
     EXPECT_TRUE(log.Has(row.line));

@@ -17,8 +17,8 @@
 namespace {
 
 constexpr int kMaxRedirects = 5;
-// The system's own limits for single steps. They are no limit for a server that sends a little now and
-// then, so Patience has the last word.
+// The system's own limits for single steps. They are no limit for a server that sends a little now
+// and then, so Patience has the last word.
 constexpr int kTimeoutMilliseconds = 120'000;
 constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 constexpr std::uint64_t kLeastBytesPerSecond = 1024;
@@ -118,7 +118,8 @@ void CALLBACK TakeReport(HINTERNET, DWORD_PTR context, DWORD status, void* infor
   Report& report = **owner;
   switch (status) {
     case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
-      // The last report. Until now the system may have been writing, also after the request was closed.
+      // The last report. Until now the system may have been writing, also after the request was
+      // closed.
       delete owner;
       return;
     case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
@@ -179,8 +180,8 @@ UniqueInternet OpenSession() {
   return session;
 }
 
-// One request and what it hangs on; closed in the opposite order. Each step that the server has a part
-// in is started, and then waited for with patience.
+// One request and what it hangs on; closed in the opposite order. Each step that the server has a
+// part in is started, and then waited for with patience.
 class Exchange {
  public:
   explicit Exchange(Patience* patience) : patience_(*patience) {}
@@ -209,8 +210,8 @@ class Exchange {
     return NarrowUtf8(std::wstring_view(text, bytes / sizeof(wchar_t)));
   }
 
-  /// Waits for the next piece of the content, which stays until the next call; it is empty at the end.
-  /// False: with the last error.
+  /// Waits for the next piece of the content, which stays until the next call; it is empty at the
+  /// end. False: with the last error.
   bool Read(std::string_view* piece) {
     *piece = {};
     if (!Await(http::WinHttpQueryDataAvailable(request_.get(), nullptr))) return false;

@@ -52,8 +52,8 @@ UniqueDescriptor OpenDescriptor(const std::wstring& user) {
   return DescriptorOf((L"O:" + user + L"D:P(A;OICI;FA;;;" + user + L")" + kOthersRead).c_str());
 }
 
-// The user reads, runs and deletes, here and below. Without the second entry the user, as the owner,
-// could always change that.
+// The user reads, runs and deletes, here and below. Without the second entry the user, as the
+// owner, could always change that.
 UniqueDescriptor SealedDescriptor(const std::wstring& user) {
   constexpr wchar_t kReadRunDelete[] = L"0x1300E9";
   const std::wstring begin = std::wstring(L"(A;OICI;") + kReadRunDelete + L";;;";
@@ -67,8 +67,8 @@ bool SetRights(const std::wstring& path, const UniqueDescriptor& descriptor) {
                             descriptor.get()) != FALSE;
 }
 
-// Opens a folder itself, never what it may link to. Until that is closed it can be neither renamed nor
-// removed, nor replaced by a link.
+// Opens a folder itself, never what it may link to. Until that is closed it can be neither renamed
+// nor removed, nor replaced by a link.
 UniqueHandle OpenFolder(const std::wstring& folder, DWORD access) {
   HANDLE const handle = ::CreateFileW(
       folder.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
@@ -98,14 +98,14 @@ std::vector<Entry> EntriesOf(const std::wstring& folder) {
   return entries;
 }
 
-// Whether it is gone. Nothing happens where another process has the folder open, or as its current one.
-// While its content goes the folder is held, so that no link comes in between.
+// Whether it is gone. Nothing happens where another process has the folder open, or as its current
+// one. While its content goes the folder is held, so that no link comes in between.
 bool RemoveFolder(const std::wstring& folder, const UniqueDescriptor& descriptor) {
   if (!OpenFolder(folder, DELETE)) return false;
   if (const UniqueHandle held = OpenFolder(folder, FILE_LIST_DIRECTORY);
       held && !FileSystem::IsLink(NarrowUtf8(folder))) {
-    // Windows refuses this in a sealed folder, and deletes there all the same. Wine, which keeps rights
-    // as modes, needs it.
+    // Windows refuses this in a sealed folder, and deletes there all the same. Wine, which keeps
+    // rights as modes, needs it.
     SetRights(folder, descriptor);
     for (const Entry& entry : EntriesOf(folder)) {
       const std::wstring path = folder + entry.name;
@@ -165,7 +165,7 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
   FileLock lock = BaseLock(base);
   const LockScope scope(&lock);
   SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), FALSE};
-  // A folder that is there already is a failure: nobody else's will do.
+  // A folder that is there already is a failure: another program may have made it.
   if (!scope || !::CreateDirectoryW((base + folderName).c_str(), &security)) {
     LOG_E << "Can't create a private folder in" << base << kLastError;
     return nullptr;

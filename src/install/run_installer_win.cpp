@@ -5,7 +5,7 @@
 
 #include "install/silent_update.h"
 #include "util/diag_log.h"
-#include "util/event.h"
+#include "util/handle.h"
 #include "util/log_line.h"
 #include "util/system.h"
 

@@ -16,7 +16,7 @@ enum InstallCode : int {
   kInstallUnknownStarter = -1005,  ///< neither a program nor an MSI package
   kInstallStillRunning = -1006,    ///< the installer had not ended after its limit; it goes on
   kInstallCannotStart = -1007,     ///< the system did not start the installer
-  kInstallBadAddress = -1008,      ///< the file's address is none that is fetched
+  kInstallBadAddress = -1008,      ///< the file's address is of a kind that is not fetched
   kInstallFailed = -1009,          ///< something unforeseen; the log has it
 };
 
@@ -27,16 +27,16 @@ constexpr bool IsInstalled(int code) { return code == 0 || code == 3010 || code 
 /// it. Nothing is run but what the publisher vouches for; each refusal has a line of its own in the
 /// log. After an installation the application's local record has the new version; no other store is
 /// written. Takes the stores' locks only for a moment. Never throws. May block for the time of a
-/// download (at most an hour, and a few minutes before that for the manifest) and of an installer (at
-/// most 15 minutes), so no lock may be held that others wait for.
+/// download (at most an hour, and a few minutes before that for the manifest) and of an installer
+/// (at most 15 minutes), so no lock may be held that others wait for.
 /// @param appId  the application, UTF-8
 /// @return the installer's own code, which may be any number; the system's own where it demands
 ///         elevation that the update may not ask for (740) or the user refuses it (1223); or an
 ///         InstallCode.
 int RunSilentUpdate(const std::string& appId);
 
-/// One line for people on what this build takes as a publisher's word. Begins with "TEST BUILD" in a
-/// build for tests, whose publisher's private key is no secret.
+/// One line for people on what this build takes as a publisher's word. Begins with "TEST BUILD" in
+/// a build for tests, whose publisher's private key is no secret.
 std::string TrustStatus();
 
 #endif  // KUPDATE_INSTALL_SILENT_UPDATE_H_

@@ -14,7 +14,7 @@ constexpr std::size_t kFingerprintDigits = 16;
 
 bool IsSignedBy(const PublisherKey& publisher, const Manifest& manifest) {
   const std::optional<P256Pair> key = PublicKeyFromBase64(publisher.key);
-  if (!key) LOG_E << "A public key of this build is none.";
+  if (!key) LOG_E << "A public key of this build cannot be read.";
   return key && VerifyP256(*key, manifest.signedText, manifest.signature);
 }
 

@@ -26,8 +26,8 @@ const TrustAnchors& BuiltInTrust();
 /// @return why not, for the log; empty when it did.
 std::string_view FaultOfSigner(const TrustAnchors& trust, const Manifest& manifest);
 
-/// One line for people: which keys count, by fingerprint, and for which applications. The fingerprint
-/// is the first 16 digits of the SHA-256 of the key's DER form.
+/// One line for people: which keys count, by fingerprint, and for which applications. The
+/// fingerprint is the first 16 digits of the SHA-256 of the key's DER form.
 std::string Describe(const TrustAnchors& trust);
 
 #endif  // KUPDATE_INSTALL_TRUST_H_

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "appinfo/local_record.h"
-#include "update/version_number.h"
+#include "appinfo/version_number.h"
 
 /// How an update is started.
 enum class Starter {
@@ -34,8 +34,8 @@ struct UpdateOffer {
 /// @return nothing when there is none; that is logged. A file that cannot be read counts as empty.
 std::optional<UpdateOffer> ReadOffer(const std::string& appId);
 
-/// Whether an application as it is now may be updated to `version`: it is registered, not removed, and
-/// below that version. False was logged with its cause.
+/// Whether an application as it is now may be updated to `version`: it is registered, not removed,
+/// and below that version. False was logged with its cause.
 /// @param record  of the application, if it has one
 bool MayUpdate(const std::optional<LocalRecord>& record, VersionNumber version);
 
@@ -43,8 +43,9 @@ bool MayUpdate(const std::optional<LocalRecord>& record, VersionNumber version);
 inline constexpr std::size_t kMaxAddressBytes = 2048;
 inline constexpr std::size_t kMaxArgsBytes = 1024;
 
-/// Whether an address may be fetched: "http://" or "https://" (any case) with a host; no other scheme,
-/// no path of a file, no user name, no fragment, nothing that an address would have to encode.
+/// Whether an address may be fetched: "http://" or "https://" (any case) with a host; no other
+/// scheme, no path of a file, no user name, no fragment, nothing that an address would have to
+/// encode.
 bool IsFetched(std::string_view url);
 
 /// The address to which an answer from `url` redirects.

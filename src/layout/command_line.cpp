@@ -42,7 +42,7 @@ std::wstring AppIdOption(const std::wstring& appId) {
 
 bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
-// The command line behind the program, where that can be told apart.
+// The command line behind the program, where its end can be seen.
 std::wstring_view BehindProgram(std::wstring_view line, std::wstring_view program) {
   const bool quoted = line.starts_with(L'"');
   const std::wstring_view path = line.substr(quoted ? 1 : 0);

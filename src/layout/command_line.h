@@ -19,7 +19,7 @@ std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring&
 
 /// The executor's arguments after a ping was sent.
 /// @param callbackId  of the block that the ping carried
-/// @param suicide     whether the executor is to remove itself when nobody needs it any more
+/// @param suicide     whether the executor removes itself when no application needs it any more
 std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suicide);
 
 /// What the transfer service adds to the arguments of the program that it starts for a job.
@@ -50,10 +50,10 @@ struct ExecutorCommand {
   bool json = false;
 };
 
-/// Reads a command line as it was handed to the process, not split into arguments: whoever starts
-/// the executor quotes neither the program's path nor the application id, and both may hold blanks.
-/// Switches count where a token begins outside of quotes; an id runs to the next " --" or to the
-/// end. What is not understood is passed over.
+/// Reads a command line as it was handed to the process, not split into arguments: the program that
+/// starts the executor quotes neither the program's path nor the application id, and both may hold
+/// blanks. Switches count where a token begins outside of quotes; an id runs to the next " --" or
+/// to the end. What is not understood is passed over.
 /// @param programPath  of this program; a command line that begins with it is read behind it, so
 ///                     that nothing in the path is taken for a switch. May be empty.
 ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath);

@@ -32,8 +32,8 @@ std::string BlockFile(int blockId);
 /// The block whose file has this name; nothing for other names.
 std::optional<int> BlockIdOfFile(std::string_view fileName);
 
-/// The log of a process: hosts and executor of an application share it. What cannot stand in a file's
-/// name is replaced by "_".
+/// The log of a process: hosts and executor of an application share it. What cannot stand in a
+/// file's name is replaced by "_".
 std::wstring LogFile(const std::string& appId);
 
 // What a job downloads to in the temporary folder. An id with a slash names no file there.

@@ -1,5 +1,5 @@
-// The updater's own folders. All results end with a backslash. Nothing throws; a folder that the system cannot
-// name is empty, and files in it cannot be opened.
+// The updater's own folders. All results end with a backslash. Nothing throws; a folder that the
+// system cannot name is empty, and files in it cannot be opened.
 #ifndef KUPDATE_LAYOUT_FOLDERS_H_
 #define KUPDATE_LAYOUT_FOLDERS_H_
 

@@ -1,12 +1,12 @@
-// The names by which processes find each other: kernel objects, jobs, the key of the user's settings. A name is
-// written here and nowhere else.
+// The names by which processes find each other: kernel objects, jobs, the key of the user's
+// settings. A name is written here and nowhere else.
 #ifndef KUPDATE_LAYOUT_NAMES_H_
 #define KUPDATE_LAYOUT_NAMES_H_
 
 #include <string>
 
-/// The mutex that a host holds for each of its calls, and the executor while it changes the statistics.
-/// All ids here are ANSI text.
+/// The mutex that a host holds for each of its calls, and the executor while it changes the
+/// statistics. All ids here are ANSI text.
 std::wstring StatisticsMutexName(const std::string& appId);
 /// The mutex around each access to the application's record.
 std::wstring RecordMutexName(const std::string& appId);

@@ -1,11 +1,19 @@
-// The standard exceptions that carry a text, and the functions with which containers throw them. The compiler's own
-// version comes with a second string class and a source of random numbers, a tenth of the library's size.
+// The standard exceptions that carry a text, and the functions with which containers throw them.
+// The compiler's own version comes with a second string class and a source of random numbers, a
+// tenth of the library's size.
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
+
+// The runtime's own prints a readable type name to a terminal that hosts
+// do not have, and brings a demangler of 45 KB for it.
+namespace __gnu_cxx {
+void __verbose_terminate_handler() { std::abort(); }
+}  // namespace __gnu_cxx
 
 namespace std {
 
@@ -62,8 +70,8 @@ void __throw_length_error(const char* text) { throw logic_error(text); }
 void __throw_out_of_range(const char* text) { throw logic_error(text); }
 void __throw_out_of_range_fmt(const char* text, ...) { throw logic_error(text); }
 
-// GCC 13 and later do not compile these two with their callers. The linker would take them from the runtime, and
-// all other functions of strings with them.
+// GCC 13 and later do not compile these two with their callers. The linker would take them from the
+// runtime, and all other functions of strings with them.
 #if __GNUC__ >= 13
 template void string::_M_replace_cold(char*, size_type, const char*, size_type, size_type);
 template void wstring::_M_replace_cold(wchar_t*, size_type, const wchar_t*, size_type, size_type);

@@ -1,5 +1,5 @@
-// The few thread functions that the compiler's runtime calls: for exceptions, and for variables of functions.
-// Its own version of them, a whole thread library, is a tenth of the library's size.
+// The few thread functions that the compiler's runtime calls: for exceptions, and for variables of
+// functions. Its own version of them, a whole thread library, is a tenth of the library's size.
 #include "util/win/windows_lean.h"
 
 #include <atomic>
@@ -31,7 +31,8 @@ SRWLOCK gOnceLock = SRWLOCK_INIT;
 CONDITION_VARIABLE gChange = CONDITION_VARIABLE_INIT;
 void (*gDestroy)(void*) = nullptr;
 
-// Called when a thread ends. The library stays loaded from its first call on, so this code is there.
+// Called when a thread ends. The library stays loaded from its first call on, so this code is
+// there.
 void WINAPI DestroyValue(void* value) {
   if (value) gDestroy(value);
 }

@@ -21,7 +21,7 @@ constexpr std::size_t kMaxCommonChars = 254;
 // of the host.
 constexpr std::size_t kMaxFileBytes = 1 << 20;
 
-// The number of an element "clid12"; 0 when it is none.
+// The number of an element "clid12"; 0 for any other name.
 int NumberOf(std::string_view name) {
   if (!name.starts_with(kClid)) return 0;
   name.remove_prefix(kClid.size());

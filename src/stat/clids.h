@@ -10,7 +10,8 @@
 
 /// Reads the identifier files that installers left in the maker's folder or in the common one.
 /// Texts are bytes as they stand in the files. No fault of a file throws: it is logged, and the
-/// file counts as one without identifiers. So does one that does not parse to its end. Used by one thread at a time.
+/// file counts as one without identifiers. So does one that does not parse to its end. Used by one
+/// thread at a time.
 class TClids {
  public:
   struct Clid {
@@ -39,7 +40,8 @@ class TClids {
 
   /// What a distributor asked to pass along: the application's vendor file without one leading "?"
   /// or "&" and without line breaks at its end. Empty when file or folder are missing, and when the
-  /// text is empty or longer than 254 characters; "vendor-url-retr-failed=yes" when it is there and cannot be read.
+  /// text is empty or longer than 254 characters; "vendor-url-retr-failed=yes" when it is there and
+  /// cannot be read.
   std::string VendorParam() const;
 
  private:

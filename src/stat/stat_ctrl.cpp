@@ -171,9 +171,9 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   }
   const std::string date = waiting->GetFirstDate(*state);
   block.SetFirstDate(date);
-  // In this order a kill in between leaves the block in both files instead of in none; it is counted
-  // twice then, once the executor takes back a block that nobody sends. When the statistics cannot be
-  // written the block must not be sent: it would be cut off and sent again and again.
+  // In this order a kill in between leaves the block in both files instead of in none; it is
+  // counted twice then, once the executor takes back a block that no job sends. When the statistics
+  // cannot be written the block must not be sent: it would be cut off and sent again and again.
   if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
     FileSystem::DeleteFile(InWorkPath(*id));
     waiting->Merge(std::move(block));
@@ -198,7 +198,8 @@ void TStatCtrl::Rollback(int blockId) {
     return;
   }
   waiting.Merge(std::move(block));
-  // The block leaves its file only when it is safe in the other: a kill in between leaves it in both.
+  // The block leaves its file only when it is safe in the other: a kill in between leaves it in
+  // both.
   if (!waiting.Save(StatisticsPath())) {
     kRollback.Postpone("Write error");
     return;
@@ -215,7 +216,7 @@ void TStatCtrl::SendStat(TAppInfo2& app, TLocker* lock, std::uint64_t now, const
     return;
   }
   TStatCtrl statistics(app.AppId(), lock);
-  std::optional<AppState> state = AppState{app.RecordPing(now)};
+  std::optional<AppState> state = app.RecordPing(now);
   app.SaveChanges();
   while (const std::optional<PingBlock> block =
              statistics.NextBlock(baseUrl, std::exchange(state, std::nullopt))) {

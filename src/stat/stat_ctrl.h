@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "appinfo/app_state.h"
 #include "layout/file_names.h"
 #include "layout/folders.h"
-#include "stat/app_state.h"
 #include "stat/stat_holder.h"
 #include "util/locker.h"
 
@@ -77,11 +77,11 @@ class TStatCtrl {
   /// The first id whose in-work file is not there; nothing when all are.
   std::optional<int> FreeBlockId() const;
 
-  /// GetPingUrl after `state`, if any, was added: both cost one change of the file. A state for which
-  /// no block is made waits like any other.
+  /// GetPingUrl after `state`, if any, was added: both cost one change of the file. A state for
+  /// which no block is made waits like any other.
   std::optional<PingBlock> NextBlock(const std::string& baseUrl, std::optional<AppState> state);
-  /// GetPingUrl under its lock, on the statistics that were loaded. They are whole again where it gives
-  /// nothing.
+  /// GetPingUrl under its lock, on the statistics that were loaded. They are whole again where it
+  /// gives nothing.
   std::optional<PingBlock> CutBlock(const std::string& baseUrl, TStatHolder* waiting);
 
   /// `edit` says whether the file is to be written.

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "stat/app_state.h"
+#include "appinfo/app_state.h"
 
 class XmlNode;
 
@@ -28,7 +28,7 @@ class TStatHolder {
   /// @param path  UTF-8
   /// @return false when the file is there and could be neither read nor, where damaged, brought to
   ///         safety: it must not be written over then. That was logged.
-  /// Throws std::invalid_argument "Unknown state." for a file with a state word that is none; the
+  /// Throws std::invalid_argument "Unknown state." for a file with an unknown state word; the
   /// file has been moved to its name with ".bak" before, so that the next load starts afresh. What
   /// the holder holds then is of no use.
   bool Load(const std::string& path);
@@ -64,7 +64,7 @@ class TStatHolder {
 
   /// The day that pings give as the first one, "dd.mm.yyyy": the stored one once it is confirmed;
   /// until then today for an install, else the day on which the user's id was written. Empty when
-  /// it cannot be told. An empty stored date counts as not confirmed.
+  /// it is unknown. An empty stored date counts as not confirmed.
   std::string GetFirstDate(AppState state) const;
   void SetFirstDate(std::string date) { firstDate_ = std::move(date); }
   bool Confirmed() const { return confirmed_; }

@@ -4,11 +4,9 @@
 #include "layout/names.h"
 #include "util/diag_log.h"
 #include "util/files.h"
-#include "util/guid.h"
 #include "util/log_line.h"
 #include "util/registry.h"
 #include "util/system.h"
-#include "util/user.h"
 
 namespace {
 
@@ -45,7 +43,7 @@ std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
   }
   LOG_D << "Try to generate new guid...";
   if (ProtectValueAlreadyExist()) return kNoId;
-  // Before the id is made: one that fails half-way must not be made anew at every start.
+  // Before the id is made: one that fails half-way must not be made again at every start.
   WriteProtectValue();
   id = NewGuid();
   FileSystem::WriteFile(path, id);

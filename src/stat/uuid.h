@@ -11,9 +11,9 @@
 struct TUuid {
   /// The id in the maker's folder; see EnsureUniqUserIdExists.
   static std::string ReadUniqUserId();
-  /// The id, made when the user never had one. "{none}" when there is none and none may be made: it
-  /// was made before, the process is a browser's in protected mode, or the file is there and cannot
-  /// be read. "N/A" when making it failed.
+  /// The id, made when the user never had one. "{none}" when the user has no id and the library may
+  /// not make one: it was made before, the process is a browser's in protected mode, or the file is
+  /// there and cannot be read. "N/A" when making it failed.
   /// @param path  of the file, UTF-8; content of exactly 38 characters is an id
   static std::string EnsureUniqUserIdExists(const std::string& path);
 

@@ -1,24 +1,47 @@
 #include "transfer/bits_completion.h"
 
-#include <iterator>
-
 #include "transfer/bits_interfaces.h"
 #include "transfer/com_functions.h"
 #include "util/text.h"
+
+namespace {
+
+bool IsLogged(HRESULT result, HRESULT* fault) {
+  if (SUCCEEDED(result)) return false;
+  LOG_E << kHresult << result;
+  if (SUCCEEDED(*fault)) *fault = result;
+  return true;
+}
+
+}  // namespace
+
+JobState StateOf(IBackgroundCopyJob& job) {
+  BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
+  hrcheck() = job.GetState(&state);
+  LogAs("TBitsTransferCompletion::TWorker::GetJobState", __LINE__, "D:")
+      << "Job state code:" << JobStateName(static_cast<JobState>(state));
+  return static_cast<JobState>(state);
+}
+
+EndedJob EndOpenedJob(IBackgroundCopyJob& job, HRESULT* fault) {
+  const JobState state = StateOf(job);
+  if (IsEnded(state)) {
+    *fault = BG_E_INVALID_STATE;
+    return {JobEnd::kGone};
+  }
+  const bool transferred = state == JobState::kTransferred;
+  if (transferred && !IsLogged(job.Complete(), fault)) return {JobEnd::kCompleted, true};
+  // Where another host has the file open, the job would stay, and its id is known to no one any
+  // more.
+  if (!IsLogged(job.Cancel(), fault)) return {JobEnd::kCancelled, transferred};
+  // Both are refused when another process was faster.
+  return {IsEnded(StateOf(job)) ? JobEnd::kGone : JobEnd::kAlive};
+}
 
 struct TBitsTransferCompletion::TWorker::Job {
   IBackgroundCopyManagerPtr manager;
   IBackgroundCopyJobPtr job;  // last, so that it is released first
 };
-
-const char* JobStateName(JobState state) {
-  static constexpr const char* kNames[] = {
-      "BG_JOB_STATE_QUEUED",      "BG_JOB_STATE_CONNECTING",   "BG_JOB_STATE_TRANSFERRING",
-      "BG_JOB_STATE_SUSPENDED",   "BG_JOB_STATE_ERROR",        "BG_JOB_STATE_TRANSIENT_ERROR",
-      "BG_JOB_STATE_TRANSFERRED", "BG_JOB_STATE_ACKNOWLEDGED", "BG_JOB_STATE_CANCELLED"};
-  const auto index = static_cast<unsigned>(state);
-  return index < std::size(kNames) ? kNames[index] : "unknown state";
-}
 
 TBitsTransferCompletion::TWorker::TWorker(const std::string& jobId) : job_(new Job) {
   job_->manager = ConnectToService();
@@ -29,12 +52,7 @@ TBitsTransferCompletion::TWorker::TWorker(const std::string& jobId) : job_(new J
 
 TBitsTransferCompletion::TWorker::~TWorker() = default;
 
-JobState TBitsTransferCompletion::TWorker::GetJobState() const {
-  BG_JOB_STATE state = BG_JOB_STATE_QUEUED;
-  hrcheck() = job_->job->GetState(&state);
-  LOG_D << "Job state code:" << JobStateName(static_cast<JobState>(state));
-  return static_cast<JobState>(state);
-}
+JobState TBitsTransferCompletion::TWorker::GetJobState() const { return StateOf(*job_->job); }
 
 std::uint64_t TBitsTransferCompletion::TWorker::BytesTransferred() const {
   BG_JOB_PROGRESS progress = {};
@@ -44,12 +62,9 @@ std::uint64_t TBitsTransferCompletion::TWorker::BytesTransferred() const {
 
 void TBitsTransferCompletion::TWorker::Finish() {
   LOG_D << "TBitsTransferCompletion::TWorker::Finish";
-  IBackgroundCopyJob* const job = job_->job;
-  const bool transferred = GetJobState() == JobState::kTransferred;
-  const HRESULT result = transferred ? job->Complete() : job->Cancel();
-  // Another host has the file open: the job would stay, and nobody knows it any more.
-  if (transferred && FAILED(result)) job->Cancel();
-  hrcheck() = result;
+  HRESULT fault = S_OK;
+  EndOpenedJob(*job_->job, &fault);
+  if (FAILED(fault)) throw _com_error(fault);
 }
 
 std::unique_ptr<TBitsTransferCompletion::TWorker> TBitsTransferCompletion::CreateWorker(

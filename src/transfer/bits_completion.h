@@ -6,21 +6,7 @@
 #include <memory>
 #include <string>
 
-/// The service's states of a job, by its numbers.
-enum class JobState {
-  kQueued = 0,
-  kConnecting = 1,
-  kTransferring = 2,
-  kSuspended = 3,
-  kError = 4,
-  kTransientError = 5,
-  kTransferred = 6,
-  kAcknowledged = 7,
-  kCancelled = 8,
-};
-
-/// The state's name for the log, "unknown state" for a number that is none.
-const char* JobStateName(JobState state);
+#include "transfer/job.h"
 
 class TBitsTransferCompletion {
  public:

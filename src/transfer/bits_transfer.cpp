@@ -59,7 +59,7 @@ void TBitsTransfer::Work() {
   if (!job2) throw _com_error(E_POINTER);
 }
 
-// A service without that property is fine: whoever looks at the job ends one that has grown too large.
+// A service without that property is fine: each look at the job ends one that has grown too large.
 void TBitsTransfer::LimitSize(IBackgroundCopyJob& job) {
   IBackgroundCopyJob5Ptr job5;
   job.QueryInterface(__uuidof(IBackgroundCopyJob5), reinterpret_cast<void**>(&job5));

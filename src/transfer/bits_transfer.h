@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "transfer/job_list.h"
+#include "transfer/job.h"
 
 struct IBackgroundCopyJob;
 struct IBackgroundCopyJob2;
@@ -38,9 +38,9 @@ class TBitsTransfer final {
   void SetHighPriority(bool high) { highPriority_ = high; }
 
   /// Creates, configures and starts the job. Returns without a job, Added() is false then, when the
-  /// service cannot be reached, as from a process of low integrity, and when there are as many jobs of
-  /// ours as there may be. Ends jobs of ours that nobody comes for any more. A service that can is
-  /// told the limit of the file's size. Throws _com_error when a call fails.
+  /// service cannot be reached, as from a process of low integrity, and when there are as many jobs
+  /// of ours as there may be. Ends abandoned jobs of ours. A service that can keep a limit of the
+  /// file's size gets it. Throws _com_error when a call fails.
   virtual void Work();
 
   /// Whether the job was started.

@@ -1,5 +1,3 @@
-#include "transfer/job_list.h"
-
 #include <utility>
 
 #include "layout/names.h"
@@ -35,11 +33,6 @@ void ForEachOwnJob(const IBackgroundCopyManagerPtr& manager, Visit visit) {
     if (IsOurs(job)) visit(job);
     job = nullptr;
   }
-}
-
-bool IsOnItsWay(BG_JOB_STATE state) {
-  return state == BG_JOB_STATE_QUEUED || state == BG_JOB_STATE_CONNECTING ||
-         state == BG_JOB_STATE_TRANSFERRING || state == BG_JOB_STATE_TRANSIENT_ERROR;
 }
 
 std::uint32_t ErrorOf(const IBackgroundCopyJobPtr& job) {
@@ -123,16 +116,14 @@ class Census {
  private:
   void Count(const IBackgroundCopyJobPtr& job) {
     BG_JOB_STATE state = BG_JOB_STATE_CANCELLED;
-    if (FAILED(job->GetState(&state)) || state == BG_JOB_STATE_ACKNOWLEDGED ||
-        state == BG_JOB_STATE_CANCELLED) {
-      return;
-    }
-    if (IsOnItsWay(state)) {
+    if (FAILED(job->GetState(&state))) return;
+    JobFacts facts;
+    facts.state = static_cast<JobState>(state);
+    if (IsEnded(facts.state)) return;
+    if (IsOnItsWay(facts.state)) {
       onTheirWay_.push_back(job);
       return;
     }
-    JobFacts facts;
-    facts.state = static_cast<JobState>(state);
     if (!EndIfAbandoned(job, &facts)) ++others_;
   }
 
@@ -142,12 +133,12 @@ class Census {
     try {
       ReadTimes(job, facts);
       const bool mayBeHosts = IsAbandoned(*facts, now_);
-      if (!mayBeHosts && !IsOnItsWay(static_cast<BG_JOB_STATE>(facts->state))) return false;
+      if (!mayBeHosts && !IsOnItsWay(facts->state)) return false;
       ReadNotify(job, facts);
       if (!IsAbandoned(*facts, now_)) return false;
       GUID id = {};
       hrcheck() = job->GetId(&id);
-      WorkLine(__LINE__) << "A job that nobody ends is ended:" << GuidText(id);
+      WorkLine(__LINE__) << "Ending abandoned job:" << GuidText(id);
       hrcheck() = job->Cancel();
       return true;
     } catch (const _com_error&) {
@@ -162,7 +153,7 @@ class Census {
 
 }  // namespace
 
-std::vector<JobFacts> ListOwnJobs() {
+std::vector<JobFacts> ListJobs() {
   std::vector<JobFacts> list;
   ForEachOwnJob(ConnectToService(), [&](const IBackgroundCopyJobPtr& job) {
     try {

@@ -8,8 +8,8 @@
 
 /// Reads and parses a feed.
 /// @param path  UTF-8
-/// Throws std::runtime_error when it cannot be read, is larger than kMaxFeedBytes or does not parse: a
-/// feed is taken whole or not at all.
+/// Throws std::runtime_error when it cannot be read, is larger than kMaxFeedBytes or does not
+/// parse: a feed is taken whole or not at all.
 XmlNode LoadFeed(const std::string& path);
 
 #endif  // KUPDATE_UPDATE_FEED_FILE_H_

@@ -15,10 +15,10 @@ constexpr int kBytesAhead = 400;
 
 }  // namespace
 
-// A feed may have a million of these children. Most are told apart by the length of their names,
-// without a look at the text, which lies elsewhere in memory. An item of others is walked to its end
-// all the same: memory that is read in its order comes before it is asked for, and skipping half an
-// item costs more than reading it.
+// A feed may have a million of these children. The length of the name rules most of them out,
+// without a look at the text, which lies elsewhere in memory. An item of others is walked to its
+// end all the same: memory that is read in its order comes before it is asked for, and skipping
+// half an item costs more than reading it.
 bool FindParts(const XmlNode& item, std::string_view appId, std::string_view platform,
                ItemParts* parts) {
   bool isOurs = true;

@@ -6,7 +6,7 @@
 
 #include "xml/xml_node.h"
 
-/// The first child of each name; null where there is none.
+/// The first child of each name; null for a name that no child has.
 struct ItemParts {
   const XmlNode* version = nullptr;  ///< "version:version"
   const XmlNode* target = nullptr;   ///< "update:target"

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "layout/keys.h"
+#include "update/feed_fields.h"
 #include "update/item_parts.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
@@ -188,15 +189,12 @@ void RssParser::FillResult(const UpdateInfo& update, std::string_view locale) {
   const std::string_view prefix = Prefix(update);
   result_["upd_ver"] = update.version;
   result_["upd_stat"] = update.status;
+  for (const FeedField& field : kFeedFields) {
+    std::string_view& value = result_[field.key];
+    if (field.source == FieldSource::kOwn) value = ChildText(item, prefix, field.element);
+    if (field.source == FieldSource::kCommon) value = ChildText(item, kCommonPrefix, field.element);
+  }
   result_[key::kDistroUrl] = TextOf(item.FindChild(update.isTarget ? "update:guid" : "guid"));
-  result_[key::kDistroMd5] = ChildText(item, prefix, "md5");
-  result_[key::kDistroArgs] = ChildText(item, prefix, "distargs");
-  result_[key::kDistroStarter] = ChildText(item, prefix, "diststart");
-  result_[key::kMsiArgs] = ChildText(item, prefix, "msiargs");
-  result_[key::kDistroSize] = ChildText(item, prefix, "distsize");
-  result_[key::kUacDialog] = ChildText(item, prefix, "uac_dlg");
-  result_[key::kPlatform] = ChildText(item, kCommonPrefix, "platform");
-  result_["Favicon"] = ChildText(item, kCommonPrefix, "favicon");
   FillDialogs(update, locale);
   FillTexts(update);
 }
@@ -210,11 +208,11 @@ void RssParser::FillDialogs(const UpdateInfo& update, std::string_view locale) {
     style = dialogs.url.empty() ? "" : "static";
   }
   const DatedUrl texts = GetArchiveUrl(*update.item, prefix, "locale");
-  result_["DlgsArchiveUrl"] = dialogs.url;
-  result_["DlgsArchiveDate"] = dialogs.date;
-  result_["DlgsArchiveStyle"] = style;
-  result_["LocaleUrl"] = texts.url;
-  result_["LocaleDate"] = texts.date;
+  result_[key::kDialogsUrl] = dialogs.url;
+  result_[key::kDialogsDate] = dialogs.date;
+  result_[key::kDialogsStyle] = style;
+  result_[key::kLocaleUrl] = texts.url;
+  result_[key::kLocaleDate] = texts.date;
 }
 
 void RssParser::FillTexts(const UpdateInfo& update) {
@@ -224,9 +222,9 @@ void RssParser::FillTexts(const UpdateInfo& update) {
     const std::string_view own = update.isTarget ? ChildText(item, kTargetPrefix, name) : "";
     return own.empty() ? TextOf(item.FindChild(name)) : own;
   };
-  result_["Title"] = ownOrCommon("title");
-  result_["Description"] = ChildText(item, update.isTarget ? kTargetPrefix : "", "description");
-  result_["Homepage"] = ownOrCommon("link");
+  result_[key::kTitle] = ownOrCommon("title");
+  result_[key::kDescription] = ChildText(item, update.isTarget ? kTargetPrefix : "", "description");
+  result_[key::kHomepage] = ownOrCommon("link");
 }
 
 bool RssParser::IsCompatibleVersion(std::string_view ver) {

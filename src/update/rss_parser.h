@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "appinfo/app_info2.h"
-#include "update/version_number.h"
+#include "appinfo/version_number.h"
 #include "xml/xml_node.h"
 
 /// A version that an item of the feed offers. Without an item it is "none". The texts and the item
@@ -43,8 +43,8 @@ struct Candidate {
   }
 };
 
-/// Which lines are written about the items of one feed, which can have a million of them: of each kind
-/// the first of an item, and of all of them no more than kMaxLines.
+/// Which lines are written about the items of one feed, which can have a million of them: of each
+/// kind the first of an item, and of all of them no more than kMaxLines.
 class ItemLog {
  public:
   enum Line : unsigned {

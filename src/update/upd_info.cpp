@@ -4,11 +4,12 @@
 #include <string_view>
 #include <utility>
 
+#include "appinfo/version_number.h"
 #include "layout/file_names.h"
 #include "layout/keys.h"
 #include "layout/names.h"
+#include "update/feed_fields.h"
 #include "update/rss_parser.h"
-#include "update/version_number.h"
 #include "util/log_line.h"
 #include "util/mutex.h"
 #include "util/text.h"
@@ -18,8 +19,8 @@ namespace {
 // An update's description is a text for people, not a place to keep things in.
 constexpr std::size_t kMaxTextBytes = 64 << 10;
 
-// A reference gives a single byte, whatever the code page is ("&nbsp;" A0, "&#169;" A9). Where it is not
-// a part of a character, it becomes the character of that number.
+// A reference gives a single byte, whatever the code page is ("&nbsp;" A0, "&#169;" A9). Where it
+// is not a part of a character, it becomes the character of that number.
 // @param strays  how many bytes but A0 there were
 std::string WithWholeChars(std::string_view bytes, std::size_t* strays) {
   std::string text;
@@ -61,16 +62,6 @@ void Shorten(std::string_view key, std::string* text) {
   text->resize(end);
 }
 
-// The values that are texts, in the order in which they are written.
-constexpr struct {
-  std::string_view key;
-  bool isDecoded;
-} kTexts[] = {{key::kDistroUrl, false},    {key::kDistroMd5, false},    {key::kDistroArgs, false},
-              {key::kDistroStarter, true}, {key::kMsiArgs, true},       {"DlgsArchiveUrl", false},
-              {"DlgsArchiveDate", false},  {"DlgsArchiveStyle", false}, {"Title", true},
-              {"Description", true},       {key::kPlatform, false},     {"Favicon", false},
-              {"LocaleUrl", false},        {"LocaleDate", false},       {key::kUacDialog, false}};
-
 std::uint16_t PartOf(VersionNumber version, int shift) {
   return static_cast<std::uint16_t>(version >> shift);
 }
@@ -95,12 +86,15 @@ bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
     const StoreChanges one(*this);
     SetVersion(PartOf(version, 48), PartOf(version, 32), PartOf(version, 16), PartOf(version, 0));
     SetVersionStatus(ParseVersionStatus(result.at("upd_stat")));
-    for (const auto& [key, isDecoded] : kTexts) {
-      const std::string_view value = result.at(key);
-      writeText(key, isDecoded ? Utf8FromFeed(value, parser.Feed()) : std::string(value));
+    for (const FeedField& field : kFeedFields) {
+      const std::string_view value = result.at(field.key);
+      if (field.form == FieldForm::kNumber) {
+        WriteNumber(field.key, ParseInt64(value));
+      } else {
+        const bool isDecoded = field.form == FieldForm::kDecoded;
+        writeText(field.key, isDecoded ? Utf8FromFeed(value, parser.Feed()) : std::string(value));
+      }
     }
-    WriteNumber(key::kDistroSize, ParseInt64(result.at(key::kDistroSize)));
-    writeText("Homepage", std::string(result.at("Homepage")));
   }
   app.UpdateLastCheckTime(now);
   return true;

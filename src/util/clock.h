@@ -27,4 +27,12 @@ std::optional<LocalTime> LocalNow();
 /// Lets the calling thread rest for `milliseconds`.
 void SleepMilliseconds(unsigned milliseconds);
 
+constexpr std::uint64_t kSecondsPerDay = 86400;
+
+/// Whether `then` lies more than `limit` before `now`. As far in the future counts too: it was
+/// written before the clock was set back, at an unknown time, and would never grow old otherwise.
+constexpr bool IsOlderThan(std::uint64_t then, std::uint64_t now, std::uint64_t limit) {
+  return (now > then ? now - then : then - now) > limit;
+}
+
 #endif  // KUPDATE_UTIL_CLOCK_H_

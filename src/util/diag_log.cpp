@@ -6,8 +6,8 @@
 
 namespace {
 
-// A line and its end. Foreign texts have line ends of their own, behind which they could pass for lines of
-// ours.
+// A line and its end. Foreign texts have line ends of their own, behind which they could pass for
+// lines of ours.
 std::string EntryOf(std::string_view line) {
   const std::size_t last = line.find_last_not_of("\r\n");
   line = line.substr(0, last == line.npos ? 0 : last + 1);

@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include "util/critical_section.h"
+#include "util/mutex.h"
 
-/// A log file is moved to its name with ".bak" when it has more bytes than this: when a process starts its log,
-/// and again after each `kLogBytesPerCheck` that the process wrote.
+/// A log file is moved to its name with ".bak" when it has more bytes than this: when a process
+/// starts its log, and again after each `kLogBytesPerCheck` that the process wrote.
 inline constexpr std::size_t kMaxLogBytes = 0x100000;
 inline constexpr std::size_t kLogBytesPerCheck = 0x40000;
 
@@ -28,8 +28,8 @@ class DiagLog {
   /// The log of this process: made on first use, never destroyed.
   static DiagLog& Instance();
 
-  /// Writes or holds one line (no line feed at its end). What follows a line feed inside it stands in
-  /// a line of its own that begins with four blanks, which no other line does.
+  /// Writes or holds one line (no line feed at its end). What follows a line feed inside it stands
+  /// in a line of its own that begins with four blanks, which no other line does.
   void Write(std::string_view line) noexcept;
 
   /// Whether lines of level "P:" are written. Set once at load, before there are other threads.

@@ -7,8 +7,8 @@
 #include "util/locker.h"
 
 /// A file that is open in one process at a time. A process of low integrity can neither open it nor
-/// keep others from opening it, which it can do with a named mutex. Released when its owner dies. Does
-/// not nest. Used by one thread at a time.
+/// keep others from opening it, which it can do with a named mutex. Released when its owner dies.
+/// Does not nest. Used by one thread at a time.
 class FileLock final : public TLocker {
  public:
   /// @param path              UTF-8, in a folder that exists; the file is made and stays behind
@@ -18,8 +18,8 @@ class FileLock final : public TLocker {
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
-  /// False, and a line in the log, after the wait, and at once when the file cannot be opened at all
-  /// or is a link.
+  /// False, and a line in the log, after the wait, and at once when the file cannot be opened at
+  /// all or is a link.
   bool Lock() override;
   void Unlock() override;
 

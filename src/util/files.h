@@ -68,7 +68,7 @@ ReadOutcome ReadFileIfAny(const std::string& path, std::string* content,
 /// The same for callers to whom a file that cannot be read is an empty one.
 std::string ReadFile(const std::string& path);
 
-/// Replaces the file in text mode (LF becomes CR LF), in one step: whoever reads it, and whoever
+/// Replaces the file in text mode (LF becomes CR LF), in one step: a reader, and one that
 /// comes after a kill or a power cut, finds the old content or the new. The folder is made, one
 /// level only. Where the file cannot be replaced for 100 ms (a program holds it open) it is
 /// overwritten in place; then too a full disk leaves the old content.
@@ -79,15 +79,15 @@ bool WriteFile(const std::string& path, std::string_view content);
 /// @return false when it is there and cannot be listed; a folder that is missing holds none.
 bool ListFolders(const std::string& path, std::vector<std::string>* names);
 
-/// Whether there is surely nothing of that name: false also when that cannot be told, which
+/// Whether there is surely nothing of that name: false also when the system does not say, which
 /// is logged.
 bool IsNameFree(const std::string& path);
 
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);
 
-/// Deletes the file, also where a program holds it open for less than 100 ms; not being there and not
-/// being deletable are the same.
+/// Deletes the file, also where a program holds it open for less than 100 ms; not being there and
+/// not being deletable are the same.
 void DeleteFile(const std::string& path);
 
 /// Copies the file over `target`. A failure is logged.

@@ -4,7 +4,7 @@
 
 #include "util/clock.h"
 #include "util/diag_log.h"
-#include "util/last_error.h"
+#include "util/system.h"
 #include "util/text.h"
 
 namespace {

@@ -85,7 +85,8 @@ class LogLine {
   bool autoSpace_ = true;
 };
 
-/// A line of the process's log under a given name, for functions that it knows by another than their own.
+/// A line of the process's log under a given name, for functions that it knows by another than
+/// their own.
 LogLine LogAs(std::string_view function, int line, std::string_view level) noexcept;
 
 #define LOG_AT(level) \

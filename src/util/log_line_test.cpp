@@ -12,7 +12,7 @@
 #include "testing/table.h"
 #include "util/append_file.h"
 #include "util/diag_log.h"
-#include "util/last_error.h"
+#include "util/system.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;

@@ -55,7 +55,8 @@ bool RemoveValue(const std::wstring& keyPath, const std::wstring& valueName);
 
 /// Under the current user. A key that is there and cannot be opened exists.
 bool IsKeyNotExist(const std::wstring& keyPath);
-/// True when the value or its key is not there, which is not logged; any other failure answers false.
+/// True when the value or its key is not there, which is not logged; any other failure answers
+/// false.
 bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName,
                      RegistryRoot root = RegistryRoot::kCurrentUser);
 

@@ -69,10 +69,10 @@ class XmlNode {
   /// time.
   /// @param text      taken over, not copied again
   /// @param listener  may be null
-  /// Throws exXML; then the tree holds the children of the root that were read whole. Errors are also
-  /// more than 256 nested elements, more than 4096 attributes of one, and a tree that takes more than
-  /// six times the input and 512 KB, or than three times a large input and 4 MB ("out of memory"): only
-  /// text made for that is so dense.
+  /// Throws exXML; then the tree holds the children of the root that were read whole. Errors are
+  /// also more than 256 nested elements, more than 4096 attributes of one, and a tree that takes
+  /// more than six times the input and 512 KB, or than three times a large input and 4 MB ("out of
+  /// memory"): only text made for that is so dense.
   void Parse(std::string text, XmlListener* listener = nullptr);
 
   /// The text of the tree, with the specials first and two blanks of indent a level.
@@ -173,8 +173,7 @@ class XmlNode {
 /// Parses the bytes of a file. Drops a leading UTF-8 byte-order mark.
 /// @param root  not null; what it held is gone
 /// @return false when the text does not parse, or is neither blank nor has a root element: that is
-///         logged, with the position, and `root` holds
-///         the children that were read whole.
+///         logged, with the position, and `root` holds the children that were read whole.
 bool LoadXml(std::string bytes, XmlNode* root);
 
 /// `node`'s Text(), or empty when `node` is null.

@@ -44,7 +44,8 @@ std::string Quoted(std::string_view text, std::size_t maxShown) {
   return quoted.append("\"");
 }
 
-// A name of at most four bytes as a number. The one in front tells names that begin with zeros apart.
+// A name of at most four bytes as a number. The one in front tells names that begin with zeros
+// apart.
 constexpr std::uint64_t Packed(std::string_view name) {
   std::uint64_t number = 1;
   for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
@@ -87,10 +88,10 @@ bool DecodeEntity(std::string_view name, char* byte) {
 
 }  // namespace
 
-/// One parse. Views into the input become the names and values; entities are decoded in place, which
-/// only ever shrinks a text. A function that reads a part gets the cursor and returns where the part
-/// ends: kept in the object, the cursor would go through memory at each step. Functions that read each
-/// element are inline.
+/// One parse. Views into the input become the names and values; entities are decoded in place,
+/// which only ever shrinks a text. A function that reads a part gets the cursor and returns where
+/// the part ends: kept in the object, the cursor would go through memory at each step. Functions
+/// that read each element are inline.
 class XmlParser {
  public:
   XmlParser(XmlNode& root, XmlListener* listener)
@@ -325,8 +326,8 @@ char* XmlParser::ReadAttributeValue(char* at, std::string_view* value) {
   return at + 1;
 }
 
-// Values lie in the input in the order they were read, so that of equal names the last one read comes
-// last. Many are sorted by heap, because it is the sort of least code.
+// Values lie in the input in the order they were read, so that of equal names the last one read
+// comes last. Many are sorted by heap, because it is the sort of least code.
 void XmlParser::StoreAttributes() {
   const auto isBefore = [](const XmlAttribute& a, const XmlAttribute& b) {
     const int order = a.Name().compare(b.Name());

@@ -26,8 +26,8 @@ inline XmlBytes LoadBytes(const char* at) {
 #endif
 
 /// The first byte from `at` on for which `isWanted` holds; `end` when there is none.
-/// @param isWanted  tells for one byte, and for several that it gets as a vector: so it does without
-///                  && and ||
+/// @param isWanted  tells for one byte, and for several that it gets as a vector: so it does
+///                  without && and ||
 template <class Char, class IsWanted>
 Char* FindFirst(Char* at, Char* end, IsWanted isWanted) {
 #ifdef __SSE2__
@@ -40,7 +40,8 @@ Char* FindFirst(Char* at, Char* end, IsWanted isWanted) {
   return at;
 }
 
-/// Whether `text` stands at `at`. Both lie in one array of bytes that `end` ends, `text` before `at`.
+/// Whether `text` stands at `at`. Both lie in one array of bytes that `end` ends, `text` before
+/// `at`.
 inline bool StandsAt(const char* at, const char* end, std::string_view text) {
 #ifdef __SSE2__
   if (text.size() <= 16 && end - at >= 16) {

@@ -49,9 +49,10 @@ struct XmlTree {
   int codePage = kCodePage1251;
   bool codePageDeclared = false;
 
-  /// From now on blocks take at most six times the input and 512 KB, and of a large input three times
-  /// and 4 MB. An honest feed takes as much as its input, statistics take three times as much. A hostile
-  /// feed of 8 MiB takes 29 MB, so that in a host of 60 MB there is room for its text and its reader.
+  /// From now on blocks take at most six times the input and 512 KB, and of a large input three
+  /// times and 4 MB. An honest feed takes as much as its input, statistics take three times as
+  /// much. A hostile feed of 8 MiB takes 29 MB, so that in a host of 60 MB there is room for its
+  /// text and its reader.
   void BoundByInput() {
     mostBytes_ = std::min(6 * input.size() + (1 << 19), 3 * input.size() + (1 << 22));
   }

@@ -30,7 +30,8 @@ constexpr std::array<unsigned char, 256> MakeEscapeNumbers() {
 
 constexpr std::array<unsigned char, 256> kEscapeNumbers = MakeEscapeNumbers();
 
-// Whether the byte has an escape. But for two bits " # & and ' are the same, but for one bit < and >.
+// Whether the byte has an escape. But for two bits " # & and ' are the same, but for one bit < and
+// >.
 constexpr auto kHasEscape = [](auto c) {
   return ((c & '\xFA') == '"') | ((c & '\xFD') == '<') | (c == '\r');
 };

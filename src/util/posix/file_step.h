@@ -1,5 +1,5 @@
-// The file operations of the native build, one by one. Proofs count them, end the process at one, or
-// make one fail.
+// The file operations of the native build, one by one. Proofs count them, end the process at one,
+// or make one fail.
 #ifndef KUPDATE_UTIL_POSIX_FILE_STEP_H_
 #define KUPDATE_UTIL_POSIX_FILE_STEP_H_
 

@@ -153,7 +153,7 @@ bool Rename(const std::string& from, const std::string& to) {
 
 // "\<name>\" in the folder that the environment gives to the tests.
 std::wstring HomeFolder(const wchar_t* name) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes it while threads run
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment stays while threads run
   const char* const home = std::getenv("KUPDATE_HOME");
   return home ? WidenUtf8(home) + L"\\" + name : std::wstring();
 }

@@ -5,8 +5,8 @@
 
 namespace {
 
-// Processes of low integrity may not even open the file: whoever has it open keeps all others out. Its
-// other rights are those that its folder gives.
+// Processes of low integrity may not even open the file: a process that has it open keeps all
+// others out. Its other rights are those that its folder gives.
 constexpr wchar_t kNothingForLow[] = L"S:(ML;;NRNWNX;;;ME)";
 
 bool IsLink(HANDLE file) {

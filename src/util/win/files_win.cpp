@@ -17,7 +17,7 @@
 
 namespace {
 
-// Whoever reads a state file must not keep others from replacing it meanwhile.
+// A reader of a state file must not keep others from replacing it meanwhile.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 bool IsLink(DWORD attributes) {
@@ -70,8 +70,8 @@ FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string
 
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
 
-// Writes `bytes` in one call and onto the disk, so that a replacement that survives a power cut does not
-// bring an empty file with it.
+// Writes `bytes` in one call and onto the disk, so that a replacement that survives a power cut
+// does not bring an empty file with it.
 WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
   const UniqueFile file = MakeFile(path);
@@ -98,7 +98,7 @@ bool Resize(HANDLE file, std::size_t size) {
 }
 
 // Overwrites a file that cannot be replaced. What is beyond its old end comes first: nothing else
-// needs room on the disk, and where there is none the old content stays.
+// needs room on the disk, and without room the old content stays.
 WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
   const UniqueFile file = OpenForWriting(path, OPEN_ALWAYS);
@@ -127,7 +127,7 @@ bool Replace(const std::wstring& target, const std::wstring& replacement) {
 
 }  // namespace
 
-// Where access is denied for good nobody is made to wait at each read.
+// Where access is denied for good, no reader waits each time.
 bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
   if (error == ERROR_SHARING_VIOLATION) return true;
   if (error != ERROR_ACCESS_DENIED) return false;
@@ -149,8 +149,8 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
          written == bytes.size();
 }
 
-// By a handle: what another process has moved aside meanwhile is renamed to the name that it has, and the
-// new file is not taken for it.
+// By a handle: what another process has moved aside meanwhile is renamed to the name that it has,
+// and the new file is not taken for it.
 void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
   const UniqueFile file(::CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, kShareAll,
                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));

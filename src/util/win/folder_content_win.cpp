@@ -10,8 +10,8 @@
 
 namespace {
 
-// Opens a folder so that it can be neither renamed nor removed, nor replaced by a link, until that is
-// closed.
+// Opens a folder so that it can be neither renamed nor removed, nor replaced by a link, until that
+// is closed.
 UniqueFile HoldFolder(const std::wstring& folder) {
   UniqueFile held;
   TryWhileHeld(folder, Use::kRead, [&] {

@@ -4,10 +4,10 @@
 #include <objbase.h>
 #include <shlobj.h>
 
-#include "util/critical_section.h"
 #include "util/diag_log.h"
 #include "util/files.h"
 #include "util/log_line.h"
+#include "util/mutex.h"
 
 namespace {
 
@@ -56,8 +56,8 @@ std::wstring FindLowFolder() {
   return path;
 }
 
-// Folders do not change while the process lives; every operation asks for some, and the system looks into
-// its registry each time.
+// Folders do not change while the process lives; every operation asks for some, and the system
+// looks into its registry each time.
 struct KnownFolders {
   CriticalSection guard;
   std::wstring low;

@@ -1,5 +1,5 @@
-// Listing and removing keys and values of the registry: apart from reading, which is all that the library
-// and the executor need.
+// Listing and removing keys and values of the registry: apart from reading, which is all that the
+// library and the executor need.
 #include <cstring>
 #include <utility>
 

@@ -25,13 +25,13 @@ struct PathPart {
   Part part;
 };
 
-/// A program's file and its folders, up to the root of the volume. Empty for what is not plainly a path from
-/// a drive's root.
+/// A program's file and its folders, up to the root of the volume. Empty for what is not plainly a
+/// path from a drive's root.
 std::vector<PathPart> PartsOf(std::wstring program);
 
-/// Whether a descriptor lets anybody but the system, its installer and administrators put another program
-/// into the place of the one that this is a part of the path of, or something beside it. An owner may change
-/// what others may do. What is not understood lets everybody.
+/// Whether a descriptor lets anybody but the system, its installer and administrators put another
+/// program into the place of the one that this is a part of the path of, or something beside it. An
+/// owner may change what others may do. What is not understood lets everybody.
 bool LetsOthersReplace(PSECURITY_DESCRIPTOR descriptor, Part part);
 
 #endif  // KUPDATE_UTIL_WIN_SECURITY_H_

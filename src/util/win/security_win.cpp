@@ -32,8 +32,8 @@ bool IsTrusted(PSID sid) {
   return isTrusted;
 }
 
-// What an entry gives to somebody who is not trusted. Entries that deny are left out: an order in which they
-// count for nothing is possible.
+// What an entry gives to somebody who is not trusted. Entries that deny are left out: an order in
+// which they count for nothing is possible.
 ACCESS_MASK GivenToOthers(ACE_HEADER* header) {
   constexpr ACCESS_MASK kEverything = ~ACCESS_MASK{0};
   if (header->AceFlags & INHERIT_ONLY_ACE) return 0;

@@ -1,6 +1,7 @@
 #include "util/system.h"
 #include "util/win/system_library.h"
 
+#include <objbase.h>
 #include <winver.h>
 
 #include <vector>
@@ -10,6 +11,14 @@
 #include "util/text.h"
 
 namespace {
+
+constexpr DWORD kLogonNameChars = 1024;
+constexpr int kGuidChars = 40;
+
+namespace com {
+SYSTEM_FUNCTION("ole32.dll", CoCreateGuid);
+SYSTEM_FUNCTION("ole32.dll", StringFromGUID2);
+}  // namespace com
 
 namespace version {
 SYSTEM_FUNCTION("version.dll", GetFileVersionInfoSizeW);
@@ -137,4 +146,32 @@ std::string ErrorCodeText(std::uint32_t code) {
   }
   if (!text.empty()) return text;
   return "unknown error " + HexText(code);
+}
+
+std::uint32_t LastErrorCode() { return ::GetLastError(); }
+void SetLastErrorCode(std::uint32_t code) { ::SetLastError(code); }
+
+std::wstring LogonName() {
+  wchar_t name[kLogonNameChars] = {};
+  DWORD size = kLogonNameChars;
+  return ::GetUserNameW(name, &size) ? std::wstring(name) : std::wstring();
+}
+
+std::string NewGuidText() {
+  GUID guid;
+  wchar_t text[kGuidChars] = {};
+  const auto create = com::CoCreateGuid.Find();
+  const auto print = com::StringFromGUID2.Find();
+  if (!create || !print || FAILED(create(&guid)) || print(guid, text, kGuidChars) == 0) return {};
+  return NarrowUtf8(text);
+}
+
+bool JustUtil::CheckPMIE8() {
+  using IsProtectedMode = HRESULT(WINAPI*)(BOOL*);
+  const UniqueModule frame = LoadSystemLibrary(L"ieframe.dll");
+  if (!frame) return false;
+  const auto isProtectedMode = reinterpret_cast<IsProtectedMode>(
+      reinterpret_cast<void*>(::GetProcAddress(frame.get(), "IEIsProtectedModeProcess")));
+  BOOL isProtected = FALSE;
+  return isProtectedMode && SUCCEEDED(isProtectedMode(&isProtected)) && isProtected;
 }

@@ -13,8 +13,8 @@ enum class Use { kRead, kChange };
 /// Whether a file that refuses with `error` may do so only because a program has it open.
 bool MayBeHeld(const std::wstring& path, Use use, DWORD error);
 
-/// Calls `tryOnce` until it returns true, or fails for another reason than that the file is held, or 100
-/// ms have passed. Leaves the last error of the last try.
+/// Calls `tryOnce` until it returns true, or fails for another reason than that the file is held,
+/// or 100 ms have passed. Leaves the last error of the last try.
 template <class Try>
 bool TryWhileHeld(const std::wstring& path, Use use, Try tryOnce) {
   constexpr unsigned kTries = 10;
