@@ -117,25 +117,17 @@ TEST_F(TAppInfoTest, DebugAddressWinsWhereTheUserAllowsIt) {
   JustUtil::RemoveValue(key, L"AllowDebugFeed");
 }
 
-TEST_F(TAppInfoTest, ShouldCheck) {
-  using Times = std::pair<std::int64_t, std::int64_t>;  // of the last check and of the next
-  const Table<Times, std::string> table = {
-      {"a minute short of a day", {kNow - kDay + 60, 0}, "no"},
-      {"a day ago", {kNow - kDay, 0}, "yes"},
-      {"last check in the future", {kNow + kDay, 0}, "yes"},
-      {"next check now", {0, kNow}, "no"},
-      {"next check a second ago", {0, kNow - 1}, "yes"},
-      {"just short of 151 days ahead", {0, kNow + 151 * kDay - 1}, "no"},
-      {"151 days ahead", {0, kNow + 151 * kDay}, "no, set to 150 days"},
-  };
-  table.Expect([&](const Times& times) -> std::string {
-    store_.WriteNumber("LastCheckTime", times.first);
-    store_.WriteNumber("NextCheckTime", times.second);
-    if (store_.ShouldCheck(kNow)) return "yes";
-    const std::int64_t next = store_.ReadNumber("NextCheckTime");
-    return next == times.second ? "no"
-                                : "no, set to " + DecimalText((next - kNow) / kDay) + " days";
-  });
+// check_schedule_test.cpp has the rule.
+TEST_F(TAppInfoTest, ShouldCheckReadsAndRepairsTheTimes) {
+  store_.WriteNumber("LastCheckTime", kNow - kDay + 60);
+  EXPECT_FALSE(store_.ShouldCheck(kNow));
+  store_.WriteNumber("LastCheckTime", kNow - kDay);
+  EXPECT_TRUE(store_.ShouldCheck(kNow));
+  store_.WriteNumber("NextCheckTime", kNow + 151 * kDay);
+  EXPECT_FALSE(store_.ShouldCheck(kNow));
+  EXPECT_EQ(store_.StoredCheckTimes().next, kNow + 150 * kDay);
+  store_.ForgetCheckTimes();
+  EXPECT_TRUE(store_.ShouldCheck(kNow));
 }
 
 TEST_F(TAppInfoTest, ShouldPingAndRecordPing) {
@@ -158,6 +150,8 @@ TEST_F(TAppInfoTest, ShouldPingAndRecordPing) {
             "1700000000 1700003600");
   store_.WriteFlag("Remove", true);
   EXPECT_EQ(store_.RecordPing(kNow), AppState::kUninstall);
+  store_.ForgetPingTimes();
+  EXPECT_TRUE(store_.ShouldPing(kNow));
 }
 
 TEST_F(TAppInfoTest, IsApplicationListEmpty) {

@@ -9,6 +9,7 @@
 std::uint64_t NowSeconds();
 
 /// Milliseconds since some moment before the process began; no change of the clock moves it.
+/// Windows only.
 std::uint64_t SteadyMilliseconds();
 
 /// A local time, or a date and time of a file converted to local time.

@@ -5,13 +5,6 @@
 
 std::uint64_t NowSeconds() { return static_cast<std::uint64_t>(time(nullptr)); }
 
-std::uint64_t SteadyMilliseconds() {
-  timespec time = {};
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return static_cast<std::uint64_t>(time.tv_sec) * 1000 +
-         static_cast<std::uint64_t>(time.tv_nsec) / 1'000'000;
-}
-
 std::optional<LocalTime> LocalNow() {
   const time_t now = time(nullptr);
   tm local;
