@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include "layout/folders.h"
 #include "testing/data_home.h"
 #include "util/text.h"
 #include "util/win/security.h"
@@ -105,6 +106,23 @@ TEST(RemoveInstallLeftovers, TakesWhatNobodyUsesAndFollowsNoLink) {
   EXPECT_EQ(ReadBytes(precious / "file"), "x");
   // Wine cannot remove links.
   for (const fs::path& link : links) UnlinkFolder(link);
+}
+
+TEST(RemoveInstallLeftovers, TakesNothingFromTheCurrentFolderWhereOursIsALink) {
+  const DataHome home;
+  const fs::path updater = fs::path(GetUpdaterLocalFolder({}, CreateFolder::kYes)).parent_path();
+  const fs::path here = fs::current_path();
+  const fs::path elsewhere = ProcessTempFolder() / "elsewhere";
+  const fs::path likeOurs = elsewhere / std::string(32, 'c');
+  fs::create_directories(likeOurs);
+  fs::remove_all(updater / "Install");
+  LinkFolder(updater / "Install", elsewhere);
+  fs::current_path(elsewhere);
+  RemoveInstallLeftovers();
+  fs::current_path(here);
+  UnlinkFolder(updater / "Install");
+  EXPECT_TRUE(fs::exists(likeOurs));
+  EXPECT_FALSE(fs::exists(elsewhere / "install.lock"));
 }
 
 }  // namespace

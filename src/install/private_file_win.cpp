@@ -135,7 +135,8 @@ bool IsNameOfOurs(const std::wstring& name) {
 }
 
 void RemoveLeftoversIn(const std::wstring& base) {
-  if (EntriesOf(base).empty()) return;
+  // Empty when the folder is refused: then the current folder would be searched.
+  if (base.empty() || EntriesOf(base).empty()) return;
   FileLock lock = BaseLock(base);
   const LockScope scope(&lock);
   if (!scope) return;

@@ -271,6 +271,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
 
 bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   names->clear();
+  if (path.empty()) return false;
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW((WidenUtf8(path) + L"*").c_str(), &data));
   if (!find) {
