@@ -102,8 +102,8 @@ double PrivateMemory() {
   return static_cast<double>(counters.PagefileUsage) / 1024;
 }
 
-// The bare program goes first, so that what the system's own libraries take is there already. A user's id
-// is made once in his life; that is told apart, for the system's browser is loaded for it.
+// The bare program goes first, so that what the system's own libraries take is there already. Creating
+// the user's id loads the browser's library, so it is measured separately.
 int MeasureMemory() {
   Bare bare = MakeBare();
   const std::filesystem::path userId = testing_dll::RoamingFolder().parent_path() / "ui";
