@@ -60,8 +60,8 @@ typedef int32_t kupdate_status;
 enum kupdate_check_status {
   KUPDATE_IN_WORK = 0,   /**< the feed is still being downloaded; ask again in a while */
   KUPDATE_FOUND = 1,     /**< a newer version is published */
-  KUPDATE_NO_UPDATE = 2, /**< the check is done, and there is none */
-  KUPDATE_JOB_FAILED = 3 /**< the download failed; "start" begins anew */
+  KUPDATE_NO_UPDATE = 2, /**< the check is done and found no update */
+  KUPDATE_JOB_FAILED = 3 /**< the download failed; "start" begins again */
 };
 
 /** @1 Makes the update check and the statistics report of the application due, and runs them. Each call
@@ -75,7 +75,7 @@ kupdate_status DLLForceUpdateCheck(const char* app_id, bool need_dialog);
  *  buffer, size  copy-out, size in bytes */
 kupdate_status DLLGetApplicationState(const char* app_id, char* buffer, int32_t* size);
 
-/** @3 Copies the optional parameter that was reported last; empty when there is none.
+/** @3 Copies the optional parameter that was reported last; without one, the empty text.
  *  app_id  not null
  *  buffer, size  copy-out, size in bytes */
 kupdate_status DLLGetOptionalParam(const char* app_id, char* buffer, int32_t* size);
