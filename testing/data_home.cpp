@@ -80,7 +80,8 @@ fs::path NativePath(std::string path) {
 #ifdef _WIN32
 namespace {
 
-// Wine's own calls make no links, so a tool of the host does, in the link's folder. Its end cannot be waited for.
+// Wine's own calls make no links, so a tool of the host does, in the link's folder. Wine's "start"
+// starts it, since Wine leaves the handles of such a process unset in the program that starts it.
 void RunUnixTool(const std::wstring& tool, const wchar_t* option, const std::wstring& argument,
                  const fs::path& link) {
   const auto isThere = [&] {
@@ -89,8 +90,8 @@ void RunUnixTool(const std::wstring& tool, const wchar_t* option, const std::wst
   const bool wasThere = isThere();
   const fs::path here = fs::current_path();
   fs::current_path(link.parent_path());
-  ::_wspawnl(_P_NOWAIT, (L"Z:\\bin\\" + tool).c_str(), tool.c_str(), option, argument.c_str(),
-             link.filename().c_str(), nullptr);
+  ::_wspawnlp(_P_WAIT, L"start", L"start", L"/b", L"/exec", (L"Z:\\bin\\" + tool).c_str(), option,
+              argument.c_str(), link.filename().c_str(), nullptr);
   fs::current_path(here);
   for (int tries = 0; isThere() == wasThere; ++tries) {
     if (tries == 1000) throw std::runtime_error("links are made under Wine only");
