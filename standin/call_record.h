@@ -19,7 +19,7 @@ class CallRecord {
   /// @param job  that the call is made on; outlives this object
   CallRecord(Service& service, const char* call, const Job& job);
 
-  /// For the arguments, and inside the body for what the call delivers.
+  /// Takes the call's arguments and, inside the body, its outputs.
   JsonLine& line() { return line_; }
 
   /// Runs the body unless the call has to fail, and returns the call's result.
