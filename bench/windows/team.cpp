@@ -72,13 +72,11 @@ Team::Team() {
     done_[i] = TeamEvent(L"done", i);
     processes_[i] = testing_dll::StartChild(std::to_wstring(i));
   }
-  // Each member says that it is ready for its first round.
   WaitForAll(kTeamSize);
 }
 
 Team::~Team() {
   for (int i = 0; i < kTeamSize; ++i) {
-    // Members wait for rounds for ever.
     ::TerminateProcess(processes_[i], 0);
     testing_dll::EndOf(processes_[i]);
   }
@@ -115,6 +113,7 @@ int RunMember(int index) {
   // Numbers of all members differ, so that each call changes a stored value and has to write it.
   int number = index;
   for (;;) {
+    // The first time: this member is ready for its first round.
     ::SetEvent(done);
     ::WaitForSingleObject(go, INFINITE);
     for (int i = 0; i < board.calls; ++i, number += kTeamSize) {
