@@ -22,7 +22,7 @@ struct FailRule {
   std::uint64_t count = std::numeric_limits<std::uint64_t>::max();
 };
 
-/// What a control file asks for. The default is a service that behaves.
+/// The content of a control file. The default is a service that behaves.
 struct ControlScript {
   std::vector<FailRule> failures;
   bool withholdJob2 = false;

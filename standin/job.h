@@ -18,7 +18,7 @@ namespace standin {
 inline constexpr HResult kTooManyBytes = static_cast<HResult>(0x80200064);
 
 struct JobProgress {
-  std::optional<std::uint64_t> bytesTotal;  ///< nothing while a file's size is unknown
+  std::optional<std::uint64_t> bytesTotal;  ///< empty while a file's size is unknown
   std::uint64_t bytesTransferred = 0;
   std::uint32_t filesTotal = 0;
   std::uint32_t filesTransferred = 0;
@@ -58,7 +58,7 @@ class Job {
   HResult Suspend();
   HResult Cancel();
   /// Renames every transferred file onto its target, then ends the job. A file that cannot be
-  /// renamed leaves the job as it was but for the files renamed before it.
+  /// renamed leaves the job as it was, except for the files renamed before it.
   HResult Complete();
   HResult SetDisplayName(const std::wstring& name);
   HResult SetPriority(int priority);
@@ -66,7 +66,7 @@ class Job {
   HResult SetNotifyFlags(std::uint32_t flags);
   /// The limit for all files together; a job with more bytes fails.
   HResult SetMaxBytes(std::uint64_t bytes);
-  /// Null pointers take the program, the parameters or both away.
+  /// Null pointers remove the program, the parameters or both.
   HResult SetNotifyCommand(const wchar_t* program, const wchar_t* parameters);
 
   // Readable at any time, also after the end.

@@ -6,8 +6,8 @@
 
 namespace standin {
 
-/// Counts the users of the process: objects that clients hold, class locks, transfers and notify
-/// programs under way.
+/// Counts the users of the process: objects that clients hold, class locks, running transfers and
+/// running notify programs.
 class Lifetime {
  public:
   void Add() { ++users_; }

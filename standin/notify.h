@@ -1,4 +1,4 @@
-// The program that is started when a job is done.
+// The program that starts when a job is done.
 #ifndef KUPDATE_STANDIN_NOTIFY_H_
 #define KUPDATE_STANDIN_NOTIFY_H_
 

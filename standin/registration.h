@@ -1,4 +1,4 @@
-// The service's place in the registry.
+// The stand-in's entries in the registry.
 #ifndef KUPDATE_STANDIN_REGISTRATION_H_
 #define KUPDATE_STANDIN_REGISTRATION_H_
 

@@ -30,7 +30,7 @@ bool IsOwned(DWORD waitResult) {
   return waitResult == WAIT_OBJECT_0 || waitResult == WAIT_ABANDONED;
 }
 
-// Held by the process that serves, so that there is only one and its end can be waited for.
+// The serving process holds it: then there is only one, and others can wait for its end.
 class RunningMutex {
  public:
   RunningMutex() : mutex_(::CreateMutexW(nullptr, FALSE, kRunningMutex)) {}

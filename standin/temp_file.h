@@ -1,4 +1,4 @@
-// The hidden file that a download grows in.
+// The hidden file of a download that is not complete yet.
 #ifndef KUPDATE_STANDIN_TEMP_FILE_H_
 #define KUPDATE_STANDIN_TEMP_FILE_H_
 

@@ -26,7 +26,7 @@ struct Call {
   Demand demand;              ///< its operations, compared word by word by `call_bench trace`
   /// Its second call would ask for something else, so eight processes could not all do the same.
   bool once = false;
-  /// How many files it may flush and replace, the same number for both; below zero: no bar.
+  /// The most files that it may flush, and the most that it may replace; below zero: no bar.
   int mostWrites = -1;
 };
 

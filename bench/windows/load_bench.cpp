@@ -1,4 +1,4 @@
-// Measures what loading a library costs its host, beside an empty one.
+// Measures the time that a host needs to load a library, beside an empty library.
 //   load_bench LIBRARY EMPTY FOLDER COUNT   loads fresh copies, made in FOLDER, in turns
 // This program imports the kernel library only. The bar is for hosts that have advapi32, as each
 // program with windows has. For other hosts there is a row without a bar.

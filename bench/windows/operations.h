@@ -50,7 +50,7 @@ struct Demand {
 /// refuses. Processes with the same folder share them, as hosts of one application do.
 class Bare {
  public:
-  /// @param folder       made when absent
+  /// @param folder       made if missing
   /// @param state        the text of a state file
   /// @param program      the program for `kProgram` and for jobs
   /// @param commandLine  its whole command line
