@@ -70,8 +70,9 @@ bool ParseStates(const Words& words, ControlScript& script) {
     if (!state) return false;
     states.push_back(*state);
   }
+  if (states.empty()) return false;
   script.states = states;
-  return !states.empty();
+  return true;
 }
 
 bool ParseClock(const Words& words, ControlScript& script) {

@@ -29,7 +29,6 @@ constexpr double kMostRatio = 1.5;
 constexpr double kMostKilobytes = 1024;
 // Rounds with jobs take seconds on a busy machine.
 constexpr int kFewestRounds = 6;
-constexpr int kFewestJobRounds = 2;
 
 std::filesystem::path Journal() {
   return std::filesystem::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "journal.jsonl";
@@ -159,10 +158,9 @@ bool MeasureCall(Team* team, const Fixture& fixture, int index, int processes, d
   const Call& call = Calls()[static_cast<std::size_t>(index)];
   // A user may have only so many jobs, so a call that makes jobs is made once in a round.
   const int calls = call.once || *call.demand.service ? 1 : kMostCalls / (processes == 1 ? 1 : 2);
-  const int fewest = *call.demand.service ? kFewestJobRounds : kFewestRounds;
   Times library, bare;
   const ULONGLONG end = ::GetTickCount64() + static_cast<ULONGLONG>(1000 * seconds);
-  for (int round = 0; round < fewest || ::GetTickCount64() < end; ++round) {
+  for (int round = 0; round < kFewestRounds || ::GetTickCount64() < end; ++round) {
     for (int turn = 0; turn < 2; ++turn) {
       const Side side = (round + turn) % 2 == 0 ? Side::kLibrary : Side::kBare;
       fixture.Restore(call);

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <utility>
 
+#include "layout/names.h"
 #include "testing/data_home.h"
 
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
@@ -24,8 +25,6 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 // No server listens on this port, so the job stays in work until it is cancelled.
 constexpr wchar_t kUrl[] = L"http://127.0.0.1:9/feed.xml";
-// The executor signals this event, whether the library or the bare program has started it.
-constexpr wchar_t kAnswerEvent[] = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-bench";
 constexpr std::size_t kLineChars = 90;
 
 UniqueFile Open(const std::wstring& path, DWORD access, DWORD disposition) {
@@ -149,7 +148,7 @@ void Bare::Operation(Op operation) {
     case Op::kClose:
       return MutexOperation(operation);
     case Op::kEvent:
-      event_ = ::CreateEventW(nullptr, FALSE, FALSE, kAnswerEvent);
+      event_ = ::CreateEventW(nullptr, FALSE, FALSE, ResultEventName("bench").c_str());
       return;
     case Op::kWait:
       ::WaitForSingleObject(event_, 0);

@@ -68,16 +68,20 @@ HANDLE WINAPI OnFind(LPCWSTR path, WIN32_FIND_DATAW* data) {
 }
 
 HANDLE WINAPI OnCreateMutex(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name) {
-  const HANDLE mutex = ::CreateMutexW(security, owned, name);
   Log().operations.push_back(Op::kMutex);
+  const HANDLE mutex = ::CreateMutexW(security, owned, name);
+  const DWORD error = ::GetLastError();
   Log().objects[mutex] = Op::kMutex;
+  ::SetLastError(error);
   return mutex;
 }
 
 HANDLE WINAPI OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCWSTR name) {
-  const HANDLE event = ::CreateEventW(security, manual, set, name);
   Log().operations.push_back(Op::kEvent);
+  const HANDLE event = ::CreateEventW(security, manual, set, name);
+  const DWORD error = ::GetLastError();
   Log().objects[event] = Op::kEvent;
+  ::SetLastError(error);
   return event;
 }
 
