@@ -30,7 +30,7 @@ struct Manifest {
   P256Pair signature = {};
 };
 
-/// Reads a manifest. Its signature is not verified; nothing in it is worth anything before it is.
+/// Reads a manifest. Its signature is not verified; nothing in it counts before it is.
 ///
 /// UTF-8, each line ended by LF and nothing else. The first line is "kupdate-manifest 1"; then
 /// come lines of "name: value", in any order, each at most once, the value neither empty nor with

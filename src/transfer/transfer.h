@@ -1,6 +1,5 @@
-// What the rest of the library and the executor ask of the transfer service. Each function enters
-// COM on the calling thread and leaves it again; none waits for a transfer. A failing call is in
-// the log.
+// The transfer service, as the library and the executor use it. Each function enters COM on the
+// calling thread and leaves it again; none waits for a transfer. A failing call is in the log.
 #ifndef KUPDATE_TRANSFER_TRANSFER_H_
 #define KUPDATE_TRANSFER_TRANSFER_H_
 
@@ -11,7 +10,7 @@
 
 #include "transfer/job.h"
 
-/// What these functions throw when a call of the service fails.
+/// Thrown by these functions when a call of the service fails.
 class TransferError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -50,22 +49,22 @@ void FinishJob(const std::string& jobId);
 enum class JobEnd {
   kCompleted,  ///< its file was handed over
   kCancelled,  ///< its file is gone
-  kGone,       ///< another process ended it before, or meanwhile
+  kGone,       ///< another process ended it, before or during the call
   kAlive,      ///< it could be neither completed nor cancelled, or the service not be asked
 };
 
 struct EndedJob {
   JobEnd end = JobEnd::kAlive;
-  bool transferred =
-      false;  ///< the server had answered, so it was heard even when the file is lost
+  /// The server had answered, so it was heard even when the file is lost.
+  bool transferred = false;
 };
 
 /// Ends a job so that its outcome is certain, whichever process else may be ending it.
 /// @param jobId  with braces; a text that is no id names a job that is gone
 EndedJob EndJob(const std::string& jobId) noexcept;
 
-/// The current user's jobs with our display name. A job that cannot be asked, as one that ends
-/// meanwhile, is left out. Throws TransferError when the service cannot be asked at all.
+/// The current user's jobs with our display name. A job that cannot be asked, for example because
+/// it has just ended, is left out. Throws TransferError when the service cannot be asked at all.
 std::vector<JobFacts> ListOwnJobs();
 
 #endif  // KUPDATE_TRANSFER_TRANSFER_H_
