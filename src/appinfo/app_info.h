@@ -68,7 +68,7 @@ class TAppInfo {
   std::string Platform() const;
   std::string Locale() const;
 
-  /// The address of a statistics ping up to the query of the block it carries; empty when the
+  /// The address of a report up to the query of the block it carries; empty when the
   /// application has no report address. Defined by the library `stat`, with the identifiers.
   std::string GetPingUrl() const;
 

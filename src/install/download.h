@@ -12,8 +12,8 @@
 struct DownloadRules {
   std::uint64_t maxBytes = 0;      ///< a longer content is given up as soon as that shows
   unsigned timeoutSeconds = 3600;  ///< for all of it, redirections included
-  /// In each such time 1 KiB must come for each of its seconds. The head of an answer may take twice
-  /// as long.
+  /// In each such time 1 KiB must come for each of its seconds. The head of an answer may take
+  /// twice as long.
   unsigned paceSeconds = 60;
 };
 

@@ -17,12 +17,13 @@ std::wstring QuotedPath(const std::wstring& path);
 /// The executor's arguments after a feed was downloaded.
 std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring& resultFile);
 
-/// The executor's arguments after a ping was sent.
-/// @param callbackId  of the block that the ping carried
+/// The executor's arguments after a report was sent.
+/// @param callbackId  of the block that the report carried
 /// @param suicide     whether the executor removes itself when no application needs it any more
 std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suicide);
 
-/// What the transfer service adds to the arguments of the program that it starts for a job.
+/// The text that is added to the arguments of the program that the transfer service starts for a
+/// job.
 std::wstring JobOption(const std::wstring& jobId);
 
 /// The whole command line of a silent install.
@@ -44,13 +45,13 @@ struct ExecutorCommand {
   bool hasAppId = false;
   std::string appId;  ///< may be empty; blanks in it belong to it
   std::wstring file;  ///< of an update check, without quotes
-  std::string jobId;  ///< as it stands; empty when there is none
+  std::string jobId;  ///< as it stands; may be empty
   int blockId = 0;    ///< of a statistics callback, 0 to 100
   bool suicide = false;
   bool json = false;
 };
 
-/// Reads a command line as it was handed to the process, not split into arguments: the program that
+/// Reads a command line as the process got it, not split into arguments: the program that
 /// starts the executor quotes neither the program's path nor the application id, and both may hold
 /// blanks. Switches count where a token begins outside of quotes; an id runs to the next " --" or
 /// to the end. What is not understood is passed over.

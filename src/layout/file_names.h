@@ -36,7 +36,7 @@ std::optional<int> BlockIdOfFile(std::string_view fileName);
 /// file's name is replaced by "_".
 std::wstring LogFile(const std::string& appId);
 
-// What a job downloads to in the temporary folder. An id with a slash names no file there.
+// The files in the temporary folder to which jobs download. An id with a slash names no file there.
 
 /// A scheduled check's feed, ...
 std::wstring ScheduledFeedFile(const std::string& appId);

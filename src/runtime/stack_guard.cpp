@@ -1,6 +1,6 @@
-// What functions with arrays on the stack check before they return. The compiler's own version asks
-// a provider of cryptography for its random value, and so loads a DLL while the library is being
-// loaded.
+// The guard that functions with arrays on the stack check before they return. The compiler's own
+// version asks a provider of cryptography for its random value, and so loads a DLL while the
+// library is being loaded.
 #include "util/win/windows_lean.h"
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// What one application has to report: one statistics file in memory.
+// The data that one application has to report: one statistics file in memory.
 #ifndef KUPDATE_STAT_STAT_HOLDER_H_
 #define KUPDATE_STAT_STAT_HOLDER_H_
 
@@ -62,7 +62,7 @@ class TStatHolder {
   const std::string& LastParam() const { return lastParam_; }
   const std::string& LastAction() const { return lastAction_; }
 
-  /// The day that pings give as the first one, "dd.mm.yyyy": the stored one once it is confirmed;
+  /// The day that reports give as the first one, "dd.mm.yyyy": the stored one once it is confirmed;
   /// until then today for an install, else the day on which the user's id was written. Empty when
   /// it is unknown. An empty stored date counts as not confirmed.
   std::string GetFirstDate(AppState state) const;

@@ -16,7 +16,7 @@ std::wstring NormalizeFolder(std::wstring& path);
 /// The text up to and including the last "\"; the whole path when it holds none.
 std::wstring GetFolderOfPath(const std::wstring& path);
 
-/// How much a path may be long for the shell's file operations, its ending zero included.
+/// How long a path may be for the shell's file operations, its ending zero included.
 inline constexpr std::size_t kMaxShellPathChars = 260;
 
 /// Copies `path` with a second ending zero, as a list of one file for the shell.

@@ -25,7 +25,7 @@ inline constexpr CodeMode kOtherCode = CodeMode::kOther;
 /// "TStatCtrl::AddState", also inside its lambdas.
 constexpr std::string_view QualifiedName(std::string_view pretty);
 
-/// What is written as a number: no truth value, no character.
+/// A type that is written as a number: no truth value, no character.
 template <class T>
 concept LogNumber = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
                     !std::same_as<T, wchar_t>;

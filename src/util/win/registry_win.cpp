@@ -69,6 +69,7 @@ bool ReadFromRegistry(RegistryRoot root, const std::wstring& keyPath, const std:
     LOG_E << "No data.";
     return false;
   }
+  // The value may have become shorter since its size was asked.
   data->bytes.resize(size);
   data->type = type;
   return true;
@@ -85,6 +86,7 @@ std::wstring ReadStringFromRegistry(RegistryRoot root, const std::wstring& keyPa
     return {};
   }
   std::wstring text = TextOfData(data.bytes);
+  // The registry keeps the bytes that a program wrote, with or without an ending zero.
   if (text.empty() || text.back() != L'\0') {
     LOG_E << "Strange value in" << keyPath;
   } else {
@@ -139,6 +141,7 @@ bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName,
   LSTATUS status = 0;
   const UniqueKey key = OpenKey(root, keyPath, KEY_READ, &status);
   if (!key) {
+    // In doubt the value exists: an id that may have been made must not be made again.
     if (IsMissing(status)) return true;
     LOG_E << "Can't open key: " << keyPath;
     return false;
