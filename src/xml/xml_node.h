@@ -13,7 +13,7 @@ struct XmlAttribute;
 struct XmlAttributes;
 struct XmlTree;
 
-/// What the parser throws. what() is the message for the log.
+/// Thrown by the parser. what() is the message for the log.
 class exXML : public std::runtime_error {
  public:
   exXML(const std::string& message, std::size_t position)
