@@ -44,8 +44,8 @@ class TAppInfo {
   std::string Read(std::string_view key) const;
   bool IsValueExist(std::string_view key) const;
   void RemoveValue(std::string_view key);
-  /// Saves what a StoreChanges has gathered so far, at once and in the order in which it was
-  /// written; nothing when there is nothing. Others can then see it.
+  /// Saves the values that a StoreChanges has gathered so far, at once and in the order in which
+  /// they were written. Without such values it does nothing. Other processes see them then.
   /// @return false when the file was not written: that was logged, and the next save tries again.
   bool SaveChanges();
 

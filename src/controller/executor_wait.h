@@ -1,4 +1,4 @@
-// Waiting for the executor's answer, and telling it from those of others.
+// Waiting for the executor's answer, apart from the answers to other hosts.
 #ifndef KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
 #define KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
 

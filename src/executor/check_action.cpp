@@ -86,7 +86,7 @@ void Answer(const ExecutorCommand& command, const EndedJob& job) {
     LOG_I << (job.end == JobEnd::kGone ? "The job is gone."
                                        : "A newer check has taken the feed away.");
   } else {
-    // Completed here, or by an executor that did not live to judge it.
+    // Completed here, or by an executor that died before it judged the feed.
     RestoreRecord(app);
     WriteOutcome(app, command.jobId, JudgeFeed(app, file, now), now);
   }

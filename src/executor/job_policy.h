@@ -11,7 +11,7 @@
 #include "layout/command_line.h"
 #include "transfer/job.h"
 
-/// A job and what its notify command line asks for; kNone for a job without one.
+/// A job and the command in its notify command line; kNone for a job without one.
 struct OwnJob {
   JobFacts facts;
   ExecutorCommand command;

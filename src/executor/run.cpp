@@ -28,7 +28,7 @@ constexpr char kHelp[] =
     "  kupdate-exec --help\n"
     "  kupdate-exec --version\n"
     "  kupdate-exec --status [--appid ID] [--json]\n"
-    "      what is registered, when it is next due, what waits, which jobs run\n"
+    "      shows applications, their next checks and reports, waiting data and jobs\n"
     "\n"
     "For the library and the transfer service:\n"
     "  kupdate-exec --appid ID --update-check --file \"FILE\" --job {JOB}\n"

@@ -39,7 +39,7 @@ struct Manifest {
 /// channel (release). The last line is "signature: " with the base64 of a DER signature over all
 /// lines before it.
 /// @param manifest  not null; to be used only when there was no fault
-/// @return what is wrong with it, for the log; empty for nothing.
+/// @return the fault, for the log; empty without one.
 std::string_view ParseManifest(std::string_view bytes, Manifest* manifest);
 
 /// Whether a manifest whose signature was verified vouches for an offer.

@@ -24,11 +24,11 @@ enum InstallCode : int {
 constexpr bool IsInstalled(int code) { return code == 0 || code == 3010 || code == 1641; }
 
 /// Reads the recorded update once, decides, downloads, verifies, runs the installer and waits for
-/// it. Nothing is run but what the publisher vouches for; each refusal has a line of its own in the
-/// log. After an installation the application's local record has the new version; no other store is
-/// written. Takes the stores' locks only for a moment. Never throws. May block for the time of a
-/// download (at most an hour, and a few minutes before that for the manifest) and of an installer
-/// (at most 15 minutes), so no lock may be held that others wait for.
+/// it. It runs only a file that the publisher vouches for; each refusal has a line of its own in
+/// the log. After an installation the application's local record has the new version; no other
+/// store is written. Takes the stores' locks only for a moment. Never throws. May block for the
+/// time of a download (at most an hour, and a few minutes before that for the manifest) and of an
+/// installer (at most 15 minutes), so no lock may be held that others wait for.
 /// @param appId  the application, UTF-8
 /// @return the installer's own code, which may be any number; the system's own where it demands
 ///         elevation that the update may not ask for (740) or the user refuses it (1223); or an

@@ -29,7 +29,7 @@ inline constexpr int kLastBlockId = 100;
 
 /// The file of such a block: "in_work_7.xml".
 std::string BlockFile(int blockId);
-/// The block whose file has this name; nothing for other names.
+/// The block whose file has this name. Nothing for other names.
 std::optional<int> BlockIdOfFile(std::string_view fileName);
 
 /// The log of a process: hosts and executor of an application share it. What cannot stand in a

@@ -174,9 +174,9 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   }
   const std::string date = waiting->GetFirstDate(*state);
   block.SetFirstDate(date);
-  // In this order a kill in between leaves the block in both files instead of in none; it is
-  // counted twice then, once the executor takes back a block that no job sends. When the statistics
-  // cannot be written the block must not be sent: it would be cut off and sent again and again.
+  // In this order a kill in between leaves the block in both files instead of in none. It is then
+  // counted twice when the executor takes back a block that no job sends. When the statistics
+  // cannot be written, the block must not be sent: it would be cut off and sent again and again.
   if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
     FileSystem::DeleteFile(InWorkPath(*id));
     waiting->Merge(std::move(block));

@@ -53,11 +53,11 @@ class TStatCtrl {
 
   /// Cuts the next block off the statistics into a new in-work file and makes its address. Nothing
   /// when no state waits, when an operation on the files fails, or when all in-work files are
-  /// taken; what waits is then left as it was.
+  /// taken; the waiting data then stays as it was.
   /// @param baseUrl  the report's address up to the query of the block
   /// Throws std::runtime_error "BaseUrl too long." for 1014 characters and more.
   std::optional<PingBlock> GetPingUrl(const std::string& baseUrl);
-  /// Puts a block back in front of what waits and removes its in-work file.
+  /// Puts a block back in front of the waiting data and removes its in-work file.
   /// @param blockId  PingBlock::id; a block that is not there is nothing
   void Rollback(int blockId);
 

@@ -76,9 +76,9 @@ class TStatHolder {
   /// Whether there is nothing to keep; the first date alone is nothing.
   bool IsEmpty() const;
 
-  /// Moves the oldest state, and what fits behind it, from here into `block`: parameters, unique
-  /// parameters by name, actions. The last item moved may overrun the budget. Takes time linear in
-  /// what is moved.
+  /// Moves the oldest state, and the items that fit behind it, from here into `block`: parameters,
+  /// unique parameters by name, actions. The last item moved may overrun the budget. Takes time
+  /// linear in the moved items.
   /// @param budget  characters of query text
   /// @param block   not null, a fresh holder
   /// @return the state; nothing when none is queued: then nothing is moved, for parameters are only
@@ -87,7 +87,7 @@ class TStatHolder {
   /// The query text of a block: "stat=dayuse&a=1&unique=x&action=b,c". The four collections are
   /// empty afterwards. No value is encoded.
   std::string MakeQuery();
-  /// Takes a block back: what it holds goes in front of what is queued here, in its order. Of a
+  /// Takes a block back: its items go in front of those that are queued here, in their order. Of a
   /// unique parameter the value set here since wins. Last values and first date stay.
   void Merge(TStatHolder&& block);
   /// Empties the four collections; last values and first date stay.

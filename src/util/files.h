@@ -1,6 +1,6 @@
 // Whole files: reading, replacing, moving, measuring. Nothing here throws; every failure is logged.
-// Stores name files by narrow UTF-8 paths (FileSystem); wide paths are for what shells and logs
-// use. An empty path is a file that cannot be opened, never one in the current directory.
+// Stores name files by narrow UTF-8 paths (FileSystem); shells and logs use wide paths. An empty
+// path is a file that cannot be opened, never one in the current directory.
 #ifndef KUPDATE_UTIL_FILES_H_
 #define KUPDATE_UTIL_FILES_H_
 

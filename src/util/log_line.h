@@ -21,7 +21,7 @@ inline constexpr CodeMode kLastError = CodeMode::kSystemError;
 inline constexpr CodeMode kHresult = CodeMode::kHresult;
 inline constexpr CodeMode kOtherCode = CodeMode::kOther;
 
-/// Cuts what __PRETTY_FUNCTION__ gives down to the function's qualified name:
+/// Cuts the text of __PRETTY_FUNCTION__ down to the function's qualified name:
 /// "TStatCtrl::AddState", also inside its lambdas.
 constexpr std::string_view QualifiedName(std::string_view pretty);
 

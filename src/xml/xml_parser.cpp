@@ -51,8 +51,8 @@ std::string Quoted(std::string_view text, std::size_t maxShown) {
   return quoted.append("\"");
 }
 
-// A name of at most four bytes as a number. The one in front tells names that begin with zeros
-// apart.
+// A name of at most four bytes as a number. The leading one keeps names apart that begin with zero
+// bytes.
 constexpr std::uint64_t Packed(std::string_view name) {
   std::uint64_t number = 1;
   for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
