@@ -42,8 +42,8 @@ void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
 bool IsInWork(const std::vector<JobFacts>& jobs, const std::string& appId, int blockId) {
   return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
     const ExecutorCommand command = ParseExecutorCommand(job.notifyCommandLine, job.notifyProgram);
+    // One of the two ids comes from a folder's name, where case does not matter.
     return command.kind == CommandKind::kStatCallback &&
-           // One id comes from a folder's name, where case does not matter.
            EqualsIgnoreCase(std::string_view(command.appId), std::string_view(appId)) &&
            command.blockId == blockId;
   });

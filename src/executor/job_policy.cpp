@@ -51,7 +51,8 @@ bool IsReplaced(const std::vector<OwnJob>& jobs, std::size_t index) {
   return false;
 }
 
-// A check comes again every day, and a report that is ended has to be sent once more.
+// Reports are worth most: one that is ended must be sent once more, while a check comes again every
+// day.
 int Worth(const OwnJob& job) {
   if (job.command.kind == CommandKind::kStatCallback) return 2;
   return job.command.kind == CommandKind::kUpdateCheck ? 1 : 0;

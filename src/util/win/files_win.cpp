@@ -58,6 +58,7 @@ FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string
   LARGE_INTEGER size;
   if (!::GetFileSizeEx(file, &size)) return ReadOutcome::kFailed;
   if (static_cast<std::uint64_t>(size.QuadPart) > maxBytes) return ReadOutcome::kTooLarge;
+  // One call reads no more; no file of ours comes near it.
   if (size.QuadPart > std::numeric_limits<std::int32_t>::max()) return ReadOutcome::kFailed;
   content->resize(static_cast<std::size_t>(size.QuadPart));
   DWORD read = 0;

@@ -23,6 +23,7 @@ bool ReadNumber(RegistryRoot root, const std::wstring& keyPath, const std::wstri
   RegistryData data;
   *wrongType = false;
   if (!ReadFromRegistry(root, keyPath, valueName, &data)) return false;
+  // The size too: a program may have written any bytes under this type.
   *wrongType = data.type != static_cast<std::uint32_t>(type) || data.bytes.size() != sizeof *value;
   if (*wrongType) return false;
   std::memcpy(value, data.bytes.data(), sizeof *value);

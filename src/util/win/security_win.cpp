@@ -36,6 +36,7 @@ bool IsTrusted(PSID sid) {
 // because they may stand in an order in which they have no effect.
 ACCESS_MASK GivenToOthers(ACE_HEADER* header) {
   constexpr ACCESS_MASK kEverything = ~ACCESS_MASK{0};
+  // Such an entry is for new files below and gives nothing here.
   if (header->AceFlags & INHERIT_ONLY_ACE) return 0;
   switch (header->AceType) {
     case ACCESS_DENIED_ACE_TYPE:
@@ -83,6 +84,7 @@ UniqueDescriptor DescriptorOf(const wchar_t* text) {
 std::vector<PathPart> PartsOf(std::wstring program) {
   constexpr std::size_t kRootChars = 3;
   std::replace(program.begin(), program.end(), L'/', L'\\');
+  // A colon further behind names a stream of a file, and ".." leads elsewhere.
   const bool isPlain = program.size() > kRootChars && program.compare(1, 2, L":\\") == 0 &&
                        program.back() != L'\\' && program.find(L':', 2) == program.npos &&
                        !HasParentComponent(program);
