@@ -45,7 +45,7 @@ class TAppInfo {
   bool IsValueExist(std::string_view key) const;
   void RemoveValue(std::string_view key);
   /// Saves the values that a StoreChanges has gathered so far, at once and in the order in which
-  /// they were written. Without such values it does nothing. Other processes see them then.
+  /// they were written; then other processes see them. Without such values it does nothing.
   /// @return false when the file was not written: that was logged, and the next save tries again.
   bool SaveChanges();
 
