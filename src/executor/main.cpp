@@ -1,4 +1,4 @@
-// kupdate-exec.exe: what the library and the transfer service start.
+// kupdate-exec.exe: the program that the library and the transfer service start.
 //
 // Linked for the subsystem without a console: the transfer service decides how it starts a notify
 // program, and a console program would show a window to the user each time. Help and status still

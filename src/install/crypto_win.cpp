@@ -29,7 +29,7 @@ void CloseAlgorithm(BCRYPT_ALG_HANDLE algorithm) {
   if (algorithm && close) close(algorithm, 0);
 }
 
-// The system's functions take what they only read as not constant.
+// The system's functions declare even their input as not constant.
 PUCHAR BytesOf(std::string_view text) {
   return reinterpret_cast<PUCHAR>(const_cast<char*>(text.data()));
 }

@@ -62,7 +62,7 @@ class Patience {
   void BeginContent() { BeginPace(rules_.paceSeconds, kLeastBytesPerSecond * rules_.paceSeconds); }
   void HaveCome(std::uint64_t bytes) { bytes_ += bytes; }
 
-  /// Waits for an event. False, and a line in the log, when the server has had its time.
+  /// Waits for an event. False, and a line in the log, when the server's time is over.
   bool WaitFor(const UniqueHandle& event) {
     for (;;) {
       const std::uint64_t now = SteadyMilliseconds();
@@ -172,7 +172,7 @@ UniqueInternet OpenSession() {
   if (!session) return session;
   http::WinHttpSetTimeouts(session.get(), kTimeoutMilliseconds, kTimeoutMilliseconds,
                            kTimeoutMilliseconds, kTimeoutMilliseconds);
-  // Windows 7 offers no more than TLS 1.0 when not asked, and does not know of 1.3.
+  // Windows 7 offers at most TLS 1.0 unless it is asked for more, and does not know 1.3.
   for (DWORD protocols :
        {WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | kTls13, DWORD{WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2}}) {
     if (http::WinHttpSetOption(session.get(), DWORD{WINHTTP_OPTION_SECURE_PROTOCOLS}, &protocols,
@@ -183,8 +183,8 @@ UniqueInternet OpenSession() {
   return session;
 }
 
-// One request and what it hangs on; closed in the opposite order. Each step that the server has a
-// part in is started, and then waited for with patience.
+// One request with its session and connection, which are closed in the opposite order. A step that
+// needs the server is started first; then Patience limits the wait for its end.
 class Exchange {
  public:
   explicit Exchange(Patience* patience) : patience_(*patience) {}

@@ -70,8 +70,8 @@ bool SetRights(const std::wstring& path, const UniqueDescriptor& descriptor) {
                             descriptor.get()) != FALSE;
 }
 
-// Opens a folder itself, never what it may link to. Until that is closed it can be neither renamed
-// nor removed, nor replaced by a link.
+// Opens the folder itself, never the target of a link. Until the handle is closed, the folder can
+// be neither renamed nor removed, nor replaced by a link.
 UniqueHandle OpenFolder(const std::wstring& folder, DWORD access) {
   HANDLE const handle = ::CreateFileW(
       folder.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,

@@ -58,7 +58,7 @@ std::wstring_view BehindProgram(std::wstring_view line, std::wstring_view progra
   return end == path.npos ? std::wstring_view() : path.substr(end + 1);
 }
 
-// The text up to the next " --" or the end, without the one blank that parts it from its switch.
+// The text up to the next " --" or the end, without the one blank behind its switch.
 std::wstring_view UpToNextSwitch(std::wstring_view text) {
   text = text.substr(0, text.find(L" --"));
   if (!text.empty() && IsBlank(text[0])) text.remove_prefix(1);
@@ -92,7 +92,7 @@ std::optional<int> BlockId(std::wstring_view token) {
   return token.empty() ? std::nullopt : std::optional<int>(id);
 }
 
-// Walks over the tokens once and remembers what they say.
+// Walks over the tokens once and collects their meaning.
 class CommandReader {
  public:
   explicit CommandReader(std::wstring_view text) : rest_(text) {}

@@ -1,4 +1,4 @@
-// The command lines of the executor: how hosts and jobs write them, and how it reads them.
+// The command lines of the executor: their writer, for hosts and jobs, and their reader.
 #ifndef KUPDATE_LAYOUT_COMMAND_LINE_H_
 #define KUPDATE_LAYOUT_COMMAND_LINE_H_
 
@@ -30,11 +30,11 @@ std::wstring JobOption(const std::wstring& jobId);
 std::wstring SilentUpdateCommandLine(const std::wstring& executor, const std::wstring& appId);
 
 enum class CommandKind {
-  kNone,          ///< nothing that is understood, and no job that could be ended
+  kNone,          ///< no known option, and no job that could be ended
   kHelp,          ///< --help
   kVersion,       ///< --version
   kStatus,        ///< --status [--appid A] [--json]
-  kJob,           ///< --job alone, or with something that is not understood: the job is to be ended
+  kJob,           ///< --job alone, or in an unknown or incomplete command: the job is to be ended
   kUpdateCheck,   ///< --appid A --update-check --file "F" --job {G}
   kStatCallback,  ///< [--suicide] --stat-callback N --appid A --job {G}
   kSilentUpdate,  ///< --appid A --silent-update-check
@@ -54,7 +54,7 @@ struct ExecutorCommand {
 /// Reads a command line as the process got it, not split into arguments: the program that
 /// starts the executor quotes neither the program's path nor the application id, and both may hold
 /// blanks. Switches count where a token begins outside of quotes; an id runs to the next " --" or
-/// to the end. What is not understood is passed over.
+/// to the end. Unknown text is skipped.
 /// @param programPath  of this program; a command line that begins with it is read behind it, so
 ///                     that nothing in the path is taken for a switch. May be empty.
 ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath);

@@ -35,7 +35,7 @@ std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
 
 }  // namespace
 
-// How an operation is named in the log, and what it says there when it is postponed.
+// The name of an operation in the log, and its words there when it is postponed.
 struct TStatCtrl::Operation {
   std::string_view name;
   std::string_view lockError;

@@ -58,7 +58,7 @@ class TStatCtrl {
   /// Throws std::runtime_error "BaseUrl too long." for 1014 characters and more.
   std::optional<PingBlock> GetPingUrl(const std::string& baseUrl);
   /// Puts a block back in front of the waiting data and removes its in-work file.
-  /// @param blockId  PingBlock::id; a block that is not there is nothing
+  /// @param blockId  PingBlock::id; without such a block nothing happens
   void Rollback(int blockId);
 
   /// Records a report of `app` and sends all that waits, block after block, until the sender

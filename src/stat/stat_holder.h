@@ -23,18 +23,18 @@ class XmlNode;
 class TStatHolder {
  public:
   /// Fills this fresh holder from a file; an empty or missing one leaves it as it is. A file that
-  /// is no whole statistics file is copied to its name with ".bak", and what could be read of it
-  /// stays here. One above kMaxStoreBytes is moved to that name.
+  /// is no whole statistics file is copied to its name with ".bak", and the part that could be
+  /// read stays here. One above kMaxStoreBytes is moved to that name.
   /// @param path  UTF-8
   /// @return false when the file is there and could be neither read nor, where damaged, brought to
   ///         safety: it must not be written over then. That was logged.
   /// Throws std::invalid_argument "Unknown state." for a file with an unknown state word; the
-  /// file has been moved to its name with ".bak" before, so that the next load starts afresh. What
-  /// the holder holds then is of no use.
+  /// file has been moved to its name with ".bak" before, so that the next load starts afresh. The
+  /// holder's content is of no use then.
   bool Load(const std::string& path);
   /// Fills this fresh holder from the text of a file.
-  /// @return false when the text is no whole statistics file: logged, and what was read of it
-  /// stays. Throws std::invalid_argument as Load.
+  /// @return false when the text is no whole statistics file: logged, and the part that was
+  /// read stays. Throws std::invalid_argument as Load.
   bool ParseXML(std::string text);
 
   /// The text of the file.

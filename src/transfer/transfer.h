@@ -22,8 +22,8 @@ struct JobOrder {
   std::wstring file;  ///< full path; the file appears when the job is completed
   JobPurpose purpose = JobPurpose::kHostFeed;
   std::uint32_t timeoutSeconds = 0;  ///< without progress, until the service gives up; 0: 14 days
-  std::wstring program = {};         ///< full path; started when the job has ended; empty: none
-  std::wstring arguments = {};       ///< its arguments; the job's id is added
+  std::wstring program = {};    ///< full path; started when the job has ended; empty: no program
+  std::wstring arguments = {};  ///< its arguments; the job's id is added
 };
 
 /// Creates, configures and starts a job. Ends abandoned jobs of ours.
@@ -38,7 +38,7 @@ struct JobProgress {
   std::uint64_t bytes = 0;  ///< transferred so far; asked only while the job is in work
 };
 
-/// How a job is. Throws TransferError, also for a job that is gone.
+/// The state of a job. Throws TransferError, also for a job that is gone.
 /// @param jobId  with braces
 JobProgress AskJob(const std::string& jobId);
 
@@ -59,7 +59,7 @@ struct EndedJob {
   bool transferred = false;
 };
 
-/// Ends a job so that its outcome is certain, whichever process else may be ending it.
+/// Ends a job so that its outcome is certain, even when another process ends it at the same time.
 /// @param jobId  with braces; a text that is no id names a job that is gone
 EndedJob EndJob(const std::string& jobId) noexcept;
 

@@ -21,7 +21,7 @@ constexpr std::size_t kMaxTextBytes = 64 << 10;
 
 // A reference gives a single byte, whatever the code page is ("&nbsp;" A0, "&#169;" A9). Where it
 // is not a part of a character, it becomes the character of that number.
-// @param strays  how many bytes but A0 there were
+// @param strays  receives the number of such bytes other than A0
 std::string WithWholeChars(std::string_view bytes, std::size_t* strays) {
   std::string text;
   *strays = 0;

@@ -76,7 +76,7 @@ std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, std::string_view content);
 
 /// The names of the folders in a folder, in no order.
-/// @return false when it is there and cannot be listed; a folder that is missing holds none.
+/// @return false when it is there and cannot be listed; a missing folder holds no folders.
 bool ListFolders(const std::string& path, std::vector<std::string>* names);
 
 /// Whether there is surely nothing of that name: false also when the system does not say, which
@@ -86,8 +86,8 @@ bool IsNameFree(const std::string& path);
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);
 
-/// Deletes the file, also where a program holds it open for less than 100 ms; not being there and
-/// not being deletable are the same.
+/// Deletes the file, also where a program holds it open for less than 100 ms. A file that is not
+/// there, or cannot be deleted, is no failure here.
 void DeleteFile(const std::string& path);
 
 /// Copies the file over `target`. A failure is logged.

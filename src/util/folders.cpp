@@ -1,4 +1,4 @@
-// The folders of the system that are made of others.
+// The folders of the system that are derived from others.
 #include "util/folders.h"
 
 #include <algorithm>

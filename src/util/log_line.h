@@ -9,7 +9,7 @@
 
 class DiagLog;
 
-/// How the next number of a line is decorated.
+/// The text that goes before the next number of a line.
 enum class CodeMode {
   kNone = 0,
   kSystemError = 1,  ///< "LastError: 0x5."; the number is the thread's last error, appended at once

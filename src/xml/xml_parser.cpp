@@ -463,7 +463,7 @@ bool LoadXml(std::string bytes, XmlNode* root) {
   const bool isBlank = std::all_of(bytes.begin(), bytes.end(), IsBlank);
   try {
     root->Parse(std::move(bytes));
-    // The parser stops before what is no element; for a file that is a fault like any other.
+    // The parser stops before a text that is no element. For a file that is a fault like any other.
     if (root->Name() == kUnnamedNode && !isBlank) throw exXML("no root element", 0);
     return true;
   } catch (const exXML& error) {
