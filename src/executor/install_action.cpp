@@ -14,7 +14,7 @@
 
 namespace {
 
-// What the stores say from now on.
+// Writes the outcome into the stores.
 void WriteCode(const std::string& appId, int code) {
   LOG_I << "ExitCode: " << code;
   TUpdInfo(appId).WriteNumber(key::kDistroExitCode, code);
@@ -30,11 +30,11 @@ int RunInstallAction(const ExecutorCommand& command) {
   FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);
   if (!scope) {
-    // Nothing is written: the answer is the other one's to write.
+    // Nothing is written, because the other executor writes the answer.
     LOG_E << "Another executor works for the application, no installation.";
     return kExitBusy;
   }
-  // Should this process die, no host takes an older code for its own.
+  // If this process dies, no host takes an older code for its own.
   TUpdInfo(command.appId).RemoveValue(key::kDistroExitCode);
   FinishInstall(command.appId, RunSilentUpdate(command.appId));
   return kExitDone;

@@ -1,4 +1,4 @@
-// What happens when a host asks for the update that its check has found.
+// Installing the update that a host's check has found.
 #ifndef KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 #define KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 

@@ -24,7 +24,8 @@ namespace {
 
 void TakeBack(const std::string& appId, int blockId, TLocker* lock) {
   TStatCtrl(appId, lock).Rollback(blockId);
-  // Only for an application that hosts registered: the folders in LocalLow are anybody's.
+  // Only for an application that hosts registered: any process of the user can make folders in
+  // LocalLow.
   const std::optional<LocalRecord> record = ReadLocalRecord(appId);
   TAppInfo2 app(appId);
   const StoreChanges one(app);
@@ -63,13 +64,15 @@ int RunPingAction(const ExecutorCommand& command) {
     return 1;
   }
   if (job.end == JobEnd::kGone) {
-    // The process that ended it took care of its block, which may be in use for another report by
-    // now.
+    // The process that ended it took care of its block. By now another report may use the block's
+    // number.
     LOG_I << "The job is gone:" << command.jobId;
     return 0;
   }
   SettleBlock(command.appId, command.blockId, job.transferred);
-  FreshTempFile(ReportAnswerFile(command.appId));  // the answer says nothing
+  // The server's answer says nothing; this deletes it.
+  FreshTempFile(ReportAnswerFile(command.appId));
+  // Only a note: the end of the run looks whether an application still needs the program.
   if (command.suicide) WishSelfRemoval(command.appId);
   return 0;
 }

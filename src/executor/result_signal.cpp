@@ -9,6 +9,7 @@
 
 void SignalResult(const std::string& appId) noexcept {
   try {
+    // Without a waiting host this makes an event, which goes with its handle.
     const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(appId));
     if (event && JustUtil::Signal(event)) return;
     LOG_E << "Can't signal the result." << kLastError;

@@ -1,4 +1,4 @@
-// Telling a waiting host that a result is there.
+// The signal to a waiting host that a result is there.
 #ifndef KUPDATE_EXECUTOR_RESULT_SIGNAL_H_
 #define KUPDATE_EXECUTOR_RESULT_SIGNAL_H_
 

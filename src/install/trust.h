@@ -1,4 +1,4 @@
-// What a build takes as a publisher's word.
+// The publishers that a build trusts.
 #ifndef KUPDATE_INSTALL_TRUST_H_
 #define KUPDATE_INSTALL_TRUST_H_
 
@@ -19,7 +19,7 @@ struct TrustAnchors {
   std::vector<PublisherKey> publicKeys;
 };
 
-/// What the build option KUPDATE_PUBLIC_KEYS gave.
+/// The keys that the build option KUPDATE_PUBLIC_KEYS named.
 const TrustAnchors& BuiltInTrust();
 
 /// Whether one of the keys signed the manifest and may sign for its application.
