@@ -6,8 +6,7 @@
 
 #include "appinfo/check_schedule.h"
 #include "appinfo/local_record.h"
-#include "executor/executor_names.h"
-#include "executor/result_signal.h"
+#include "executor/rendezvous.h"
 #include "executor/run.h"
 #include "layout/command_line.h"
 #include "layout/keys.h"

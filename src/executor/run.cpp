@@ -6,7 +6,7 @@
 #include "executor/housekeeping.h"
 #include "executor/install_action.h"
 #include "executor/ping_action.h"
-#include "executor/result_signal.h"
+#include "executor/rendezvous.h"
 #include "executor/status.h"
 #include "install/silent_update.h"
 #include "layout/command_line.h"
@@ -36,7 +36,8 @@ constexpr char kHelp[] =
     "  kupdate-exec --appid ID --silent-update-check\n"
     "  kupdate-exec --job {JOB}\n"
     "\n"
-    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy.\n";
+    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy,\n"
+    "4 an installation's answer could not be stored.\n";
 
 int RunBareJob(const ExecutorCommand& command) {
   return EndJob(command.jobId).end == JobEnd::kAlive ? kExitJobAlive : kExitDone;
@@ -58,7 +59,9 @@ int RunAction(const ExecutorCommand& command) {
 // After any failure: ends the job where that is possible, and wakes a host that waits.
 int RescueFrom(const ExecutorCommand& command) noexcept {
   LOG_E << "Unhandled exception.";
-  if (command.kind == CommandKind::kSilentUpdate) FinishInstall(command.appId, kInstallFailed);
+  if (command.kind == CommandKind::kSilentUpdate) {
+    return FinishInstall(command.appId, kInstallFailed);
+  }
   const int code = command.jobId.empty() ? kExitDone : RunBareJob(command);
   if (command.kind == CommandKind::kUpdateCheck && code == kExitDone) SignalResult(command.appId);
   return code;

@@ -5,7 +5,6 @@
 
 #include "appinfo/app_info2.h"
 #include "executor/app_files.h"
-#include "executor/executor_names.h"
 #include "executor/program_removal.h"
 #include "layout/folders.h"
 #include "layout/names.h"
