@@ -1,7 +1,6 @@
 #include "testing/transfer_service.h"
 
-#include "util/win/windows_lean.h"
-
+#include <algorithm>
 #include <cstdlib>
 
 #include "testing/data_home.h"
@@ -15,12 +14,6 @@ namespace fs = std::filesystem;
 std::wstring Setting(const wchar_t* name) {
   const wchar_t* const value = ::_wgetenv(name);
   return value ? value : L"";
-}
-
-std::wstring ThisProgram() {
-  wchar_t path[MAX_PATH + 1] = {};
-  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return path;
 }
 
 std::string HttpUrl(std::string_view path) {
@@ -60,9 +53,8 @@ std::vector<std::string> TransferService::Journal() const {
 }
 
 int TransferService::Count(std::string_view text) const {
-  int count = 0;
-  for (const std::string& line : Journal()) count += line.find(text) != line.npos;
-  return count;
+  return static_cast<int>(std::ranges::count_if(
+      Journal(), [&](const std::string& line) { return line.find(text) != line.npos; }));
 }
 
 bool TransferService::WaitFor(std::string_view text, int lines) const {

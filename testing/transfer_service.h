@@ -12,8 +12,6 @@ namespace testing_dll {
 
 /// A setting of the program's environment; empty when it is not there.
 std::wstring Setting(const wchar_t* name);
-/// Path of the running test program.
-std::wstring ThisProgram();
 
 std::string HttpUrl(std::string_view path);  ///< KUPDATE_HTTP and the path
 /// Puts a file into the folder that the web server serves; returns its address.
@@ -22,7 +20,7 @@ std::string Publish(const std::string& name, std::string_view content);
 /// Asks every 20 ms until `done`, for up to 20 seconds (1000 rounds).
 bool Eventually(const std::function<bool()>& done, int rounds = 1000);
 
-/// What the service is told, and what it was asked. Control is reset in the end.
+/// Controls the service and reads its journal. Control is reset in the end.
 class TransferService {
  public:
   explicit TransferService(std::string_view control = {});

@@ -1,15 +1,13 @@
 // Update checks and silent installs, through the transfer service and over HTTP.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <functional>
-#include <optional>
-#include <thread>
+#include <process.h>
 
-#include "testing/data_home.h"
+#include <chrono>
+#include <optional>
+
 #include "testing/dll_client.h"
-#include "util/clock.h"
+#include "util/process.h"
 #include "util/text.h"
 
 namespace fs = std::filesystem;
@@ -18,7 +16,7 @@ using namespace testing_dll;
 namespace {
 
 // A host that drives one application's check.
-struct Host {
+struct Driver {
   std::string appId = "check";
   std::string url = HttpUrl("none");
   std::int32_t status = -1;
@@ -40,16 +38,11 @@ struct Host {
   }
 };
 
-kupdate_status Startup(const char* appId, const std::string& feed, const std::string& report = {}) {
-  return Dll().onApplicationStartup(appId, "win64", feed.c_str(), report.c_str(), 0, 1, 0, 0, 0,
-                                    true);
-}
-
 }  // namespace
 
 TEST(Check, FindsTheUpdateAndWritesItDown) {
   const DllLog log;
-  Host host;
+  Driver host;
   EXPECT_EQ(host.Check(FeedWith("2.0.1.7")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_FOUND);
   EXPECT_EQ(ValueOf(DataFolder() / "check" / "updinfo.xml", "DistroUrl"), "http://d/f");
@@ -79,7 +72,7 @@ TEST(Check, RefusesWhatDoesNotFit) {
       {"check", "stop", "http://x/", KUPDATE_S_OK},
   };
   for (const auto& c : cases) {
-    Host host{c.appId, c.url};
+    Driver host{c.appId, c.url};
     EXPECT_EQ(host.Step(c.operation), c.want) << c.appId << " " << c.operation << ": " << c.line;
     EXPECT_TRUE(log.Has(c.line));
   }
@@ -113,7 +106,7 @@ TEST(Check, EndsWellWhateverTheServiceDoes) {
     SCOPED_TRACE(c.control);
     const DllLog log;
     const TransferService service;
-    Host host;
+    Driver host;
     if (std::string(c.operation) == "check") host.Step("start");
     service.Control(c.control);
     EXPECT_EQ(host.Step(c.operation), c.status < 0 ? KUPDATE_E_FAIL : KUPDATE_S_OK);
@@ -127,20 +120,20 @@ TEST(Check, EndsWellWhateverTheServiceDoes) {
 }
 
 TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
-  const std::string url = HttpUrl("scheduled.rss");
   const TransferService service;
+  const Host host{"scheduled", HttpUrl("scheduled.rss")};
   Dll().setExecutorPath(L"C:\\none\\a b.exe");
-  EXPECT_EQ(Startup("scheduled", url), KUPDATE_S_OK);
-  EXPECT_EQ(Startup("scheduled", url), KUPDATE_S_OK) << "the next check is due in a day";
+  EXPECT_EQ(host.Start(), KUPDATE_S_OK);
+  EXPECT_EQ(host.Start(), KUPDATE_S_OK) << "the next check is due in a day";
   Dll().onApplicationUninstall("scheduled");
   Dll().forceUpdateCheck("scheduled", true);
-  EXPECT_EQ(ValueOf(DataFolder() / "scheduled" / "appinfo.xml", "NeedDialogArterCheck"), "1");
-  EXPECT_EQ(Startup("no-address", ""), KUPDATE_S_OK);
+  EXPECT_EQ(host.Record("NeedDialogArterCheck"), "1");
+  EXPECT_EQ(Host{"no-address"}.Start(), KUPDATE_S_OK);
   Dll().setExecutorPath(nullptr);
   const std::string calls[] = {
       R"("call":"CreateJob")",
       R"("name":"Kupdate-task","type":0,)",
-      R"("url":")" + url + R"(","file":"C:\\)",
+      R"("url":")" + host.feed + R"(","file":"C:\\)",
       R"(\\kupdate-versioninfo-scheduled.xml","result")",
       R"("seconds":82800,)",
       R"("priority":2,)",
@@ -155,14 +148,14 @@ TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
 TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   const TransferService service("fail CreateInstance 0x80070005");
   const DllLog log;
-  bool result = true;
-  const auto wait = [&](std::int32_t milliseconds) {
+  const auto wait = [](std::int32_t milliseconds) {
+    bool result = true;
     EXPECT_EQ(Dll().isUpgradeAvailable("wait", milliseconds, &result), KUPDATE_S_OK);
     return result;
   };
-  Dll().setExecutorPath(ThisProgram().c_str());
-  const std::string feed = Publish("wait.rss", "<rss/>");
-  Startup("wait", feed);
+  Dll().setExecutorPath(ModulePath().c_str());
+  Host host{"wait", Publish("wait.rss", "<rss/>")};
+  host.Start();
   EXPECT_FALSE(wait(-1));
   EXPECT_TRUE(log.Has("Low-privileges process"));
   EXPECT_TRUE(log.Has("No check was queued, so there is no answer to wait for."));
@@ -170,26 +163,28 @@ TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   EXPECT_FALSE(wait(0));
   EXPECT_TRUE(log.Has("WAIT_TIMEOUT"));
   // A report that cannot be sent takes no time away from the wait.
-  Startup("wait", feed, HttpUrl("r?" + std::string(1100, 'a')));
+  host.report = HttpUrl("r?" + std::string(1100, 'a'));
+  host.Start();
   EXPECT_TRUE(wait(20000));
   EXPECT_TRUE(log.Has("Try to wait for update during  20000 ms."));
   EXPECT_TRUE(service.WaitFor("\"notify_exit\""));
   Dll().setExecutorPath(nullptr);
 }
 
-// The code that a host gets that has found an update and has an executor install it that does what `script`
-// says, while `others` do something too; nothing is a failure.
-std::optional<std::int32_t> Install(
-    const std::wstring& executor, const char* script, const std::function<void()>& others = [] {}) {
-  Host host{"install"};
+// What a host with an update gets for its executor, which does what `script` says while another
+// process does what `others` says: the exit code, or nothing for a failure.
+std::optional<std::int32_t> Install(const std::wstring& executor, const wchar_t* script,
+                                    const wchar_t* others = L"") {
+  Driver host{"install"};
   EXPECT_EQ(host.Check(FeedWith("2.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(host.status, KUPDATE_FOUND);
-  ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", WidenUtf8(script).c_str());
+  ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", others);
+  ::_wspawnl(_P_NOWAIT, ModulePath().c_str(), L"other --appid install --silent-update-check",
+             nullptr);
+  ::_wputenv_s(L"KUPDATE_TEST_EXECUTOR", script);
   Dll().setExecutorPath(executor.c_str());
-  std::thread thread(others);
   std::int32_t code = 77;
   const kupdate_status result = Dll().downloadAndInstallSilentUpdate(&code);
-  thread.join();
   Dll().setExecutorPath(nullptr);
   if (result == KUPDATE_S_OK) return code;
   EXPECT_EQ(code, 77) << "a failure leaves it";
@@ -198,52 +193,46 @@ std::optional<std::int32_t> Install(
 
 TEST(SilentInstall, NeedsAnUpdateAndAnExecutor) {
   const DllLog log;
-  EXPECT_EQ(Host{"install"}.Check(FeedWith("1.0.0.0")), KUPDATE_S_OK);
+  EXPECT_EQ(Driver{"install"}.Check(FeedWith("1.0.0.0")), KUPDATE_S_OK);
   EXPECT_EQ(Dll().downloadAndInstallSilentUpdate(nullptr), KUPDATE_E_FAIL);
-  EXPECT_EQ(Install(L"C:\\none.exe", ""), std::nullopt);
-  EXPECT_EQ(Install(ThisProgram(), "answer 5 signal"), 5);
+  EXPECT_EQ(Install(L"C:\\none.exe", L""), std::nullopt);
+  EXPECT_EQ(Install(ModulePath(), L"answer 5 signal"), 5);
   EXPECT_TRUE(
-      log.Has("Run:  " + NarrowUtf8(ThisProgram()) + " --appid install --silent-update-check"));
+      log.Has("Run:  " + NarrowUtf8(ModulePath()) + " --appid install --silent-update-check"));
 }
 
-// Who signals and who writes, in which order. "others" do so while the executor is at work.
+// Who signals and who writes, in which order.
 TEST(SilentInstall, GivesTheExecutorsCodeInEveryOrderOfEvents) {
   const struct {
-    const char *label, *script, *others;
+    const char* label;
+    const wchar_t *script, *others;
     std::optional<std::int32_t> want;
   } cases[] = {
-      {"signal, then the end", "answer -7 store -7 signal wait 300 exit 0", "", -7},
-      {"the end at once", "answer 5 store 5 signal exit 0", "", 5},
-      {"no signal", "answer 5 exit 0", "", 5},
-      {"no code, then the end", "signal wait 300 exit 0", "", 0},
-      {"no code, the end at once", "signal exit 0", "", 0},
-      {"no code, a failed end", "signal wait 100 exit 1", "", {}},
-      {"the end comes first", "late exit 0", "", 6},
-      {"an old code", "store 4 wait 300 answer 5 exit 0", "", 5},
-      {"killed, a code of earlier", "store 4 wait 300 exit 9", "signal", {}},
-      {"killed, a check beside it", "wait 500 exit 9", "signal", {}},
-      {"killed, a forged code", "wait 500 exit 9", "store 0 signal", {}},
-      {"a forged code", "wait 700 answer -1004 store -1004 signal exit 0", "store 0 signal", -1004},
-      {"lingers", "answer 5 store 5 signal wait 14000 exit 0", "", 5},
+      {"signal, then the end", L"answer -7 store -7 signal wait 300 exit 0", L"", -7},
+      {"the end at once", L"answer 5 store 5 signal exit 0", L"", 5},
+      {"no signal", L"answer 5 exit 0", L"", 5},
+      {"no code, then the end", L"signal wait 300 exit 0", L"", 0},
+      {"no code, the end at once", L"signal exit 0", L"", 0},
+      {"no code, a failed end", L"signal wait 100 exit 1", L"", {}},
+      {"the end comes first", L"exit 0", L"wait 700 store 6 signal", 6},
+      {"an old code", L"store 4 wait 300 answer 5 exit 0", L"", 5},
+      {"killed, a code of earlier", L"store 4 wait 500 exit 9", L"wait 250 signal", {}},
+      {"killed, a check beside it", L"wait 500 exit 9", L"wait 250 signal", {}},
+      {"killed, a forged code", L"wait 500 exit 9", L"wait 250 store 0 signal", {}},
+      {"a forged code", L"wait 700 answer -1004 store -1004 signal exit 0",
+       L"wait 250 store 0 signal", -1004},
+      {"lingers", L"answer 5 store 5 signal wait 14000 exit 0", L"", 5},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     fs::remove(DataFolder() / "install" / "updinfo.xml");
-    const auto others = [&] {
-      SleepMilliseconds(250);
-      if (std::string(c.others).starts_with("store")) {
-        WriteBytes(DataFolder() / "install" / "updinfo.xml",
-                   "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
-      }
-      if (*c.others) SignalResult("install");
-    };
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(Install(ThisProgram(), c.script, others), c.want);
+    EXPECT_EQ(Install(ModulePath(), c.script, c.others), c.want);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(13));
   }
 }
 
 // Takes the 30 seconds that a late answer is given.
 TEST(DeadExecutor, DoesNotHangItsHost) {
-  EXPECT_EQ(Install(ThisProgram(), "exit 0"), std::nullopt);
+  EXPECT_EQ(Install(ModulePath(), L"exit 0"), std::nullopt);
 }

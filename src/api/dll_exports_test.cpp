@@ -1,16 +1,13 @@
 // The exported functions over the stores, the log, the locks and the statistics.
 #include <gtest/gtest.h>
 
-#include "util/win/windows_lean.h"
-
-#include <algorithm>
-#include <regex>
 #include <thread>
-#include <vector>
 
-#include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/clock.h"
+#include "util/process.h"
 #include "util/text.h"
+#include "util/win/windows_lean.h"
 
 namespace fs = std::filesystem;
 using namespace testing_dll;
@@ -23,8 +20,8 @@ fs::path LogFile(const char* appId) {
 std::string Without(const char* pattern, const fs::path& file) {
   return std::regex_replace(ReadBytes(file), std::regex(pattern), "");
 }
-std::string Record(const char* appId, const char* key) {
-  return ValueOf(DataFolder() / appId / "appinfo.xml", key);
+unsigned RunChild(const wchar_t* ids) {
+  return Run(ModulePath(), std::wstring(L"child --child ") + ids);
 }
 
 }  // namespace
@@ -32,26 +29,26 @@ std::string Record(const char* appId, const char* key) {
 TEST(Exports, NullPointersEndInAStatus) {
   const Exports& dll = Dll();
   const DllLog log;
-  const char* const no = nullptr;
   std::int32_t size = 5;
   char buffer[5] = "";
   const kupdate_status failed[] = {
-      dll.setLocale(no, no), dll.downloadAndInstallSilentUpdate(nullptr),
-      dll.isUpdateAvailable(no, no, 0, 0, 0, 0, false, no, no, nullptr),
-      dll.isUpdateAvailable("null", no, 0, 0, 0, 0, false, no, no, nullptr),
-      dll.isUpdateAvailable("null", "p", 0, 0, 0, 0, true, "", no, nullptr)};
+      dll.setLocale(nullptr, nullptr), dll.downloadAndInstallSilentUpdate(nullptr),
+      dll.isUpdateAvailable(nullptr, nullptr, 0, 0, 0, 0, false, nullptr, nullptr, nullptr),
+      dll.isUpdateAvailable("null", nullptr, 0, 0, 0, 0, false, nullptr, nullptr, nullptr),
+      dll.isUpdateAvailable("null", "p", 0, 0, 0, 0, true, "", nullptr, nullptr)};
   for (const kupdate_status& status : failed) EXPECT_EQ(status, KUPDATE_E_FAIL) << &status - failed;
-  const kupdate_status done[] = {dll.onApplicationStartup("null", no, no, no, 0, 0, 0, 0, 0, true),
-                                 dll.setExecutorPath(nullptr),
-                                 dll.isUpgradeAvailable("null", 0, nullptr),
-                                 dll.getLocale("null", buffer, nullptr),
-                                 dll.getLocale("null", nullptr, &size),
-                                 dll.getUniqueParam("null", no, nullptr, nullptr),
-                                 dll.setUniqueParam("null", no, nullptr),
-                                 dll.setOptionalParam("null", no),
-                                 dll.setLocale("null", no),
-                                 dll.setApplicationState("null", no),
-                                 dll.usageReport("null", no)};
+  const kupdate_status done[] = {
+      dll.onApplicationStartup("null", nullptr, nullptr, nullptr, 0, 0, 0, 0, 0, true),
+      dll.setExecutorPath(nullptr),
+      dll.isUpgradeAvailable("null", 0, nullptr),
+      dll.getLocale("null", buffer, nullptr),
+      dll.getLocale("null", nullptr, &size),
+      dll.getUniqueParam("null", nullptr, nullptr, nullptr),
+      dll.setUniqueParam("null", nullptr, nullptr),
+      dll.setOptionalParam("null", nullptr),
+      dll.setLocale("null", nullptr),
+      dll.setApplicationState("null", nullptr),
+      dll.usageReport("null", nullptr)};
   for (const kupdate_status& status : done) EXPECT_EQ(status, KUPDATE_S_OK) << &status - done;
   EXPECT_TRUE(log.Has("E:DLLSetLocale: AppId is empty."));
   EXPECT_TRUE(log.Has("D:DLLSetExecutorPath: NULL!!!"));
@@ -72,20 +69,24 @@ TEST(Exports, FailuresOnManyThreadsStayInside) {
 }
 
 TEST(Exports, IdsChooseTheRecord) {
-  EXPECT_EQ(Dll().setLocale("", "x"), KUPDATE_S_OK);
-  EXPECT_EQ(Record("", "Locale"), "x");
-  EXPECT_EQ(Dll().setLocale(std::string(300, 'x').c_str(), "x"), KUPDATE_S_OK);
-  EXPECT_EQ(Dll().setLocale("a\\b", "x"), KUPDATE_E_FAIL) << "no name of a mutex";
-  EXPECT_EQ(Dll().setLocale("a/../../b", "x"), KUPDATE_S_OK);
+  const auto set = [](const std::string& id, const std::string& locale) {
+    return Dll().setLocale(id.c_str(), locale.c_str());
+  };
+  EXPECT_EQ(set("", "x"), KUPDATE_S_OK);
+  EXPECT_EQ(Host{""}.Record("Locale"), "x");
+  EXPECT_EQ(set(std::string(300, 'x'), "x"), KUPDATE_S_OK);
+  EXPECT_EQ(set("a\\b", "x"), KUPDATE_E_FAIL) << "no name of a mutex";
+  EXPECT_EQ(set("a/../../b", "x"), KUPDATE_S_OK);
   EXPECT_FALSE(fs::exists(DataFolder().parent_path() / "b"));
   // A locale is mirrored.
-  for (const char* const id : {"zonie64", "zonie", "zonie32"}) {
-    Dll().setLocale(id, id);
-    EXPECT_EQ(TextFrom(Dll().getLocale, "vigilorian"), id == std::string("zonie32") ? "zonie" : id);
+  for (const std::string id : {"zonie64", "zonie", "zonie32"}) {
+    set(id, id);
+    EXPECT_EQ(TextFrom(Dll().getLocale, "vigilorian"), id == "zonie32" ? "zonie" : id);
   }
 }
 
 TEST(Exports, TheRecordIsWrittenAndMarked) {
+  const Host host{"record"};
   const auto start = [](bool release) {
     Dll().onApplicationStartup("record", "win64", "", "r?a=1&b=2", 7200, 1, -1, 65536 + 3, 4,
                                release);
@@ -95,22 +96,22 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
   Dll().setExecutorPath(L"C:\\Ж & b\\exec.exe");
   start(true);
   EXPECT_EQ(
-      Without("\\s*\n\\s*|</\\w+>|[0-9]{10,}", DataFolder() / "record" / "appinfo.xml"),
+      Without("\\s*\n\\s*|</\\w+>|[0-9]{10,}", host.File("appinfo.xml")),
       "<?xml  version=\"1.0\" encoding=\"utf-8\"?><appinfo><UpdaterPath>C:\\Ж &amp; b\\exec.exe"
       "<Locale>x<Remove>0<Platform>win64<VersionUrl/><VerMajor>1<VerMinor>65535<VerSubver>3"
       "<VerBuild>4<ReportUrl>r?a=1&amp;b=2<PingStatPeriod>7200<VersionStatus>1"
       "<WantUnstableToo>0<LastPingTime><NextPingTime><LastCheckTime>");
   Dll().onApplicationUninstall("record");
-  EXPECT_EQ(Record("record", "Remove"), "1");
+  EXPECT_EQ(host.Record("Remove"), "1");
   start(false);
-  EXPECT_EQ(Record("record", "Remove") + Record("record", "VersionStatus"), "00");
+  EXPECT_EQ(host.Record("Remove") + host.Record("VersionStatus"), "00");
   Dll().setLocale("path2", "x");
   Dll().setExecutorPath(nullptr);
-  EXPECT_EQ(Record("path2", "UpdaterPath"), "C:\\Ж &amp; b\\exec.exe");
+  EXPECT_EQ(Host{"path2"}.Record("UpdaterPath"), "C:\\Ж &amp; b\\exec.exe");
 }
 
 TEST(Log, FirstCallNamesItAndTheBannerFollows) {
-  EXPECT_EQ(EndOf(StartChild(L"null later")), 0u);
+  EXPECT_EQ(RunChild(L"null later"), 0u);
   const std::string text = Without("\r|\\([0-9]+\\)", LogFile(""));
   const std::string time = "\n..:..:.. ", banner = time + "I:JustUtil::OutBanner: ";
   const std::regex shape("Log started at: [0-9]{2}\\.[0-9]{2}\\.[0-9]{4}(" + time + "E:.*)*" +
@@ -128,7 +129,7 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
     if (isParanoid) {
       ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
     }
-    EXPECT_EQ(EndOf(StartChild(L"large")), 0u);
+    EXPECT_EQ(RunChild(L"large"), 0u);
     EXPECT_EQ(fs::exists(LogFile("large").wstring() + L".bak"), isParanoid) << "1 MiB is kept";
     EXPECT_EQ(ReadBytes(LogFile("large")).find(" P:") != std::string::npos, isParanoid);
   }
@@ -139,10 +140,9 @@ TEST(Statistics, TravelFromTheCallsToTheWebServer) {
   const TransferService service;
   const std::string program = R"("parameters":"C:\\none\\exec.exe  --stat-callback )";
   const auto sent = [&](const std::string& query) {
-    SYSTEMTIME now;
-    ::GetLocalTime(&now);
+    const LocalTime now = LocalNow().value();
     return service.Count("&ver=1.2.3.4&os=win64&" + query +
-                         "&fd=" + DateText(now.wDay, now.wMonth, now.wYear) + "\"");
+                         "&fd=" + DateText(now.day, now.month, now.year) + "\"");
   };
   Dll().setExecutorPath(L"C:\\none\\exec.exe");
   Dll().setOptionalParam("travel", "tool=1");
@@ -157,15 +157,13 @@ TEST(Statistics, TravelFromTheCallsToTheWebServer) {
   EXPECT_EQ(TextFrom(Dll().getApplicationState, "travel"), "dayuse");
   EXPECT_EQ(Dll().usageReport("travel", "x=%20&y"), KUPDATE_S_OK);
   EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1) << "the next ping is due in a day";
-  EXPECT_EQ(Record("travel", "ShouldPing"), "1");
+  EXPECT_EQ(Host{"travel"}.Record("ShouldPing"), "1");
   Dll().forceUpdateCheck("travel", false);
   EXPECT_EQ(sent("stat=dayuse&x=%20&y"), 1);
   EXPECT_EQ(service.Count(program + "1 --appid travel --job {"), 1);
   EXPECT_EQ(service.Count("\"seconds\":86400"), 1);
   // An address that is too long keeps no program from updating.
-  const std::string longUrl = HttpUrl("r?") + std::string(1100, 'a');
-  const std::string feed = HttpUrl("long.rss");
-  Dll().onApplicationStartup("long", "win64", feed.c_str(), longUrl.c_str(), 0, 1, 0, 0, 0, true);
+  Host{"long", HttpUrl("long.rss"), HttpUrl("r?" + std::string(1100, 'a'))}.Start();
   EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 3);
 }
 
