@@ -52,7 +52,7 @@ std::string ValueOf(const fs::path& file, const std::string& key) {
   return std::regex_search(text, match, std::regex("<" + key + ">([^<]*)</")) ? match[1].str() : "";
 }
 
-kupdate_status Host::Start() const {
+kupdate_status App::Start() const {
   return Dll().onApplicationStartup(appId.c_str(), "win64", feed.c_str(), report.c_str(), 3600, 1,
                                     0, 0, 0, true);
 }

@@ -24,24 +24,9 @@ struct Export {
   }
 };
 
+/// One member for each line of scripts/exports.txt: "DLLSetLocale" is setLocale.
 struct Exports {
-  decltype(&DLLForceUpdateCheck) forceUpdateCheck = Export{1};
-  decltype(&DLLGetApplicationState) getApplicationState = Export{2};
-  decltype(&DLLGetOptionalParam) getOptionalParam = Export{3};
-  decltype(&DLLIsUpgradeAvailable) isUpgradeAvailable = Export{4};
-  decltype(&DLLOnApplicationStartup) onApplicationStartup = Export{5};
-  decltype(&DLLOnApplicationUninstall) onApplicationUninstall = Export{6};
-  decltype(&DLLSetApplicationState) setApplicationState = Export{7};
-  decltype(&DLLSetExecutorPath) setExecutorPath = Export{8};
-  decltype(&DLLSetOptionalParam) setOptionalParam = Export{9};
-  decltype(&DLLUsageReport) usageReport = Export{10};
-  decltype(&DLLDownloadAndInstallSilentUpdate) downloadAndInstallSilentUpdate = Export{11};
-  decltype(&DLLGetLocale) getLocale = Export{12};
-  decltype(&DLLGetUniqUserId) getUniqUserId = Export{13};
-  decltype(&DLLGetUniqueParam) getUniqueParam = Export{14};
-  decltype(&DLLIsUpdateAvailable) isUpdateAvailable = Export{15};
-  decltype(&DLLSetLocale) setLocale = Export{16};
-  decltype(&DLLSetUniqueParam) setUniqueParam = Export{17};
+#include "dll_exports.inc"
 };
 
 /// Loads the DLL on first use.
@@ -56,8 +41,8 @@ std::filesystem::path DataFolder();  ///< the stores': "Krelix\Updater" in the l
 /// The text of one value of a state file; empty when it is not there.
 std::string ValueOf(const std::filesystem::path& file, const std::string& key);
 
-/// A host program of version 1.0.0.0.
-struct Host {
+/// An application of version 1.0.0.0.
+struct App {
   std::string appId, feed = {}, report = {};
 
   /// Registers, which starts what is due.

@@ -17,7 +17,7 @@ using namespace testing_dll;
 namespace {
 
 void Store(const std::string& appId, const char* file, const std::string& key, int value) {
-  WriteBytes(Host{appId}.File(file),
+  WriteBytes(App{appId}.File(file),
              "<appinfo><" + key + ">" + DecimalText(value) + "</" + key + "></appinfo>");
 }
 

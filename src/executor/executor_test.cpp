@@ -80,8 +80,8 @@ class Executor : public testing::Test {
   const fs::path program_ = ProcessTempFolder() / "a copy" / "kupdate-exec.exe";
 };
 
-fs::path FeedFile(const Host& host) {
-  return fs::temp_directory_path() / ("kupdate-versioninfo-" + host.appId + ".xml");
+fs::path FeedFile(const App& app) {
+  return fs::temp_directory_path() / ("kupdate-versioninfo-" + app.appId + ".xml");
 }
 
 }  // namespace
@@ -104,35 +104,34 @@ TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.feed + c.control);
     const DataHome home;
-    const Host host{"my app", c.feed};
-    host.Start();
+    const App app{"my app", c.feed};
+    app.Start();
     const std::wstring arguments = ArgumentsOfNewestJob();
-    TAppInfo2(host.appId).SetNeedDialogArterCheck(true);
+    TAppInfo2(app.appId).SetNeedDialogArterCheck(true);
     service_.Control(c.control);
-    const UniqueHandle result = ResultEvent(host.appId);
+    const UniqueHandle result = ResultEvent(app.appId);
     const LogCapture log(RoamingFolder() / "kupdate-exec-my app.log");
     const std::int64_t before = std::time(nullptr);
     EXPECT_EQ(Run(arguments), 0u);
     service_.Control({});
     EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled);
-    EXPECT_EQ(host.Record("UpgradeAvailable"), c.upgrade);
-    const std::int64_t next = ParseInt64(host.Record("NextCheckTime")) - before - 86400;
+    EXPECT_EQ(app.Record("UpgradeAvailable"), c.upgrade);
+    const std::int64_t next = ParseInt64(app.Record("NextCheckTime")) - before - 86400;
     EXPECT_EQ(next >= 0 && next <= 3700, c.isScheduled) << next;
-    EXPECT_FALSE(fs::exists(FeedFile(host)));
-    EXPECT_EQ(host.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
+    EXPECT_FALSE(fs::exists(FeedFile(app)));
+    EXPECT_EQ(app.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
     EXPECT_TRUE(log.Has(c.news));
   }
 }
 
 TEST_F(Executor, DoesNotBringARecordBackToLife) {
-  const Host host{"left", Publish("newer.rss", FeedWith("2.0.0.0"))};
-  host.Start();
+  const App app{"left", Publish("newer.rss", FeedWith("2.0.0.0"))};
+  app.Start();
   const std::wstring arguments = ArgumentsOfNewestJob();
-  fs::remove(host.File("appinfo.xml"));
-  fs::remove_all(LocalFolder() / host.appId);
+  fs::remove(app.File("appinfo.xml"));
+  fs::remove_all(LocalFolder() / app.appId);
   EXPECT_EQ(Run(arguments), 0u);
-  for (const fs::path& file :
-       {host.File("appinfo.xml"), LocalFolder() / host.appId, FeedFile(host)}) {
+  for (const fs::path& file : {app.File("appinfo.xml"), LocalFolder() / app.appId, FeedFile(app)}) {
     EXPECT_FALSE(fs::exists(file)) << file;
   }
 }
@@ -147,7 +146,7 @@ TEST_F(Executor, AnswersAnInstallWithoutAnUpdate) {
 }
 
 TEST_F(Executor, TellsPeople) {
-  Host{"status app", HttpUrl("slow/none")}.Start();
+  App{"status app", HttpUrl("slow/none")}.Start();
   ArgumentsOfNewestJob();
   const std::pair<const wchar_t*, const char*> cases[] = {
       {L"--help", "--silent-update-check"},
@@ -168,10 +167,10 @@ TEST_F(Executor, TellsPeople) {
 }
 
 TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
-  const Host host{"old", {}, Publish("report", "ok")};
-  host.Start();
+  const App app{"old", {}, Publish("report", "ok")};
+  app.Start();
   const std::wstring arguments = ArgumentsOfNewestJob();
-  const fs::path block = host.File("in_work_0.xml");
+  const fs::path block = app.File("in_work_0.xml");
   const auto made = fs::last_write_time(block);
   const auto isTakenBack = [&](int ageDays, const std::wstring& command) {
     fs::last_write_time(block, made - std::chrono::hours(24 * ageDays));
@@ -185,10 +184,10 @@ TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
 
 TEST_F(Executor, LeavesTheNewestOfSeveralChecks) {
   Publish("big.rss", std::string(200000, 'x'));
-  const Host host{"many", HttpUrl("slow/big.rss")};
+  const App app{"many", HttpUrl("slow/big.rss")};
   Dll().setExecutorPath(program_.c_str());
-  host.Start();
-  Dll().forceUpdateCheck(host.appId.c_str(), false);
+  app.Start();
+  Dll().forceUpdateCheck(app.appId.c_str(), false);
   EXPECT_EQ(Jobs(), 2);
   for (int i = 0; i < 2; ++i) {
     Run(kNoJob);
@@ -200,32 +199,32 @@ TEST_F(Executor, ForgetsAnApplicationWhoseUninstallIsDelivered) {
   for (const bool isReinstalled : {false, true}) {
     SCOPED_TRACE(isReinstalled);
     const DataHome home;
-    Host{"stayer"}.Start();  // else the program would go with its last application
-    const Host host{"leaver", {}, Publish("report", "ok")};
-    host.Start();
+    App{"stayer"}.Start();  // else the program would go with its last application
+    const App app{"leaver", {}, Publish("report", "ok")};
+    app.Start();
     Run(ArgumentsOfNewestJob());
-    Dll().onApplicationUninstall(host.appId.c_str());
+    Dll().onApplicationUninstall(app.appId.c_str());
     const std::wstring arguments = ArgumentsOfNewestJob();
-    if (isReinstalled) host.Start();
+    if (isReinstalled) app.Start();
     EXPECT_EQ(Run(arguments), 0u);
-    EXPECT_EQ(fs::exists(host.File("appinfo.xml")), isReinstalled);
-    EXPECT_TRUE(fs::exists(host.File("statistics.xml")));
+    EXPECT_EQ(fs::exists(app.File("appinfo.xml")), isReinstalled);
+    EXPECT_TRUE(fs::exists(app.File("statistics.xml")));
   }
 }
 
 TEST_F(Executor, ReportsAnUndeliveredUninstallOnceMore) {
-  Host{"stayer"}.Start();
-  const Host host{"unheard", {}, HttpUrl("missing")};
-  host.Start();
+  App{"stayer"}.Start();
+  const App app{"unheard", {}, HttpUrl("missing")};
+  app.Start();
   Run(ArgumentsOfNewestJob());
-  Dll().onApplicationUninstall(host.appId.c_str());
+  Dll().onApplicationUninstall(app.appId.c_str());
   for (const bool isPeriodOver : {false, true}) {
     const std::wstring arguments = ArgumentsOfNewestJob();
-    if (isPeriodOver) TAppInfo2(host.appId).ForgetPingTimes();
+    if (isPeriodOver) TAppInfo2(app.appId).ForgetPingTimes();
     const int sent = Jobs();
     EXPECT_EQ(Run(arguments), 0u);
     EXPECT_EQ(Jobs(), sent + isPeriodOver);
-    Dll().onApplicationUninstall(host.appId.c_str());
+    Dll().onApplicationUninstall(app.appId.c_str());
   }
 }
 
@@ -234,7 +233,7 @@ TEST_F(Executor, IsRemovedByTheLastUninstall) {
   // The library notes the path in the record of the application that called it last: let it be this.
   TextFrom(Dll().getLocale, "last");
   Dll().setExecutorPath(program_.c_str());
-  for (const char* app : {"last", "other"}) Host{app, {}, report}.Start();
+  for (const char* app : {"last", "other"}) App{app, {}, report}.Start();
   const auto isQuiet = [&] { return service_.Count("\"event\":\"notify_exit\"") == Jobs(); };
   EXPECT_TRUE(Eventually(isQuiet));
   // A wish from days ago; by now another application needs the program.
