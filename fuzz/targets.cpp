@@ -26,13 +26,14 @@ std::string_view TakeLine(std::string_view* text) {
   return line;
 }
 
-// Whether `read` takes its input. It may refuse it by an exception.
-bool IsTaken(const std::function<void()>& read) try {
+// Whether `read` takes its input. It may refuse it by an exception that begins with the message.
+bool IsTaken(std::string_view message, const std::function<void()>& read) try {
   read();
   return true;
-} catch (const std::invalid_argument&) {
+} catch (const std::invalid_argument& refusal) {
+  Check(std::string_view(refusal.what()).starts_with(message), "the message is the known one");
   return false;
-} catch (const char*) {
+} catch (const char*) {  // a bad mask
   return false;
 }
 
@@ -109,7 +110,7 @@ Outcome Evaluate(std::string_view bytes, bool wantUnstable) {
   XmlNode feed;
   if (!LoadXml(std::string(bytes), &feed)) return Outcome::kRefused;
   bool found = false;
-  IsTaken([&] { found = TUpdInfo(kApp).Evaluate(app, std::move(feed), kNow); });
+  IsTaken("", [&] { found = TUpdInfo(kApp).Evaluate(app, std::move(feed), kNow); });
   const bool checked = app.ReadNumber("LastCheckTime") == kNow;
   Check(checked || !found, "a check that found an update was made");
   Check(found == fs::exists(AppFile("updinfo.xml")), "an update is written or none is");
@@ -232,7 +233,7 @@ void CheckNothingIsLost(TStatHolder holder, std::size_t seed) {
 
 void FuzzStat(std::string_view input) {
   TStatHolder holder;
-  if (!IsTaken([&] { holder.ParseXML(std::string(input)); })) return;
+  if (!IsTaken("Unknown state.", [&] { holder.ParseXML(std::string(input)); })) return;
   TStatHolder merged;
   merged.Merge(TStatHolder(holder));
   holder.Merge(TStatHolder());  // leaves one dayuse
@@ -249,11 +250,11 @@ void FuzzStat(std::string_view input) {
 void FuzzVersion(std::string_view input) {
   std::vector<std::string> parts;
   const std::string mask(TakeLine(&input));
-  if (IsTaken([&] { ParseVersionMask(mask, &parts); })) {
+  if (IsTaken("Bad version mask.", [&] { ParseVersionMask(mask, &parts); })) {
     Check(MaskToVersion(parts, 0) <= MaskToVersion(parts, 0xFFFF), "a range does not end below");
   }
   VersionNumber version = 0;
-  if (!IsTaken([&] { version = ParseVersion(input); })) return;
+  if (!IsTaken("sscanf failed", [&] { version = ParseVersion(input); })) return;
   const std::string written = FormatVersion(version);
   Check(ParseVersion(written) == version, "a version is written as it was read");
   ParseVersionMask(written, &parts);
