@@ -46,7 +46,7 @@ struct Client {
   bool Reaches(BG_JOB_STATE state) const {
     return Eventually([&] { return State() == state; });
   }
-  // S_OK when there is none.
+  // S_OK when the job has no error.
   HRESULT Error() const {
     IBackgroundCopyErrorPtr error;
     BG_ERROR_CONTEXT context = BG_ERROR_CONTEXT_NONE;
@@ -232,15 +232,12 @@ struct Group {
 // interfaces, for which Wine has no proxies.
 class OwnService {
  public:
-  explicit OwnService(std::string_view control, const std::vector<Group>& groups = {}) {
-    static int made = 0;
-    folder_ = ProcessTempFolder() / std::to_string(++made);
-    fs::create_directories(folder_);
-    WriteBytes(folder_ / "jobs.txt", standin::FormatJobs(JobsOf(groups)));
-    WriteBytes(folder_ / "control.txt", control);
+  explicit OwnService(std::string_view control, const std::vector<Group>& groups = {})
+      : files_(control, NewFolder()) {
+    WriteBytes(files_.File("jobs.txt"), standin::FormatJobs(JobsOf(groups)));
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     // Leaked: a transfer may outlast the test.
-    service_ = new standin::Service(folder_.wstring() + L"\\");
+    service_ = new standin::Service(files_.File("").wstring());
     service_->jobs.Load();
     IClassFactory* const factory = standin::NewManagerFactory(*service_);
     EXPECT_EQ(S_OK, ::CoRegisterClassObject(__uuidof(BackgroundCopyManager), factory,
@@ -254,14 +251,10 @@ class OwnService {
     ::CoUninitialize();
   }
 
-  auto Calls(const std::string& name) const {
-    return std::ranges::count_if(LinesOf(ReadBytes(folder_ / "journal.jsonl")), [&](auto& line) {
-      return line.find("\"call\":\"" + name + "\"") != line.npos;
-    });
-  }
+  int Calls(const std::string& name) const { return files_.Count("\"call\":\"" + name + "\""); }
   // Whether a job was made.
   bool Transfer(JobPurpose purpose, const std::string& url = "http://127.0.0.1:9/") const {
-    TBitsTransfer transfer(url, (folder_ / "target").wstring(), purpose);
+    TBitsTransfer transfer(url, files_.File("target").wstring(), purpose);
     if (purpose != JobPurpose::kHostFeed) transfer.NotifyCmdLine(kProgram, L"--appid a");
     transfer.Work();
     return transfer.Added();
@@ -286,7 +279,14 @@ class OwnService {
     return jobs;
   }
 
-  fs::path folder_;
+  static fs::path NewFolder() {
+    static int made = 0;
+    const fs::path folder = ProcessTempFolder() / std::to_string(++made);
+    fs::create_directories(folder);
+    return folder;
+  }
+
+  const TransferService files_;
   standin::Service* service_ = nullptr;
   DWORD cookie_ = 0;
 };
@@ -317,7 +317,7 @@ TEST(Library, LeavesRoomForOthersAndForChecks) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     std::string made;
-    std::ptrdiff_t ended = 0, asked = 0;
+    int ended = 0, asked = 0;
     for (const JobPurpose purpose :
          {JobPurpose::kHostFeed, JobPurpose::kCheck, JobPurpose::kReport}) {
       const OwnService service({}, c.groups);

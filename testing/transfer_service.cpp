@@ -33,8 +33,8 @@ bool Eventually(const std::function<bool()>& done, int rounds) {
   return false;
 }
 
-TransferService::TransferService(std::string_view control)
-    : start_(ReadBytes(File("journal.jsonl")).size()) {
+TransferService::TransferService(std::string_view control, fs::path folder)
+    : folder_(std::move(folder)), start_(ReadBytes(File("journal.jsonl")).size()) {
   Control(control);
 }
 
@@ -42,10 +42,6 @@ TransferService::~TransferService() { Control({}); }
 
 void TransferService::Control(std::string_view lines) const {
   WriteBytes(File("control.txt"), lines);
-}
-
-fs::path TransferService::File(std::string_view name) const {
-  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / WidenUtf8(name);
 }
 
 std::vector<std::string> TransferService::Journal() const {

@@ -23,7 +23,9 @@ bool Eventually(const std::function<bool()>& done, int rounds = 1000);
 /// Controls the service and reads its journal. Control is reset in the end.
 class TransferService {
  public:
-  explicit TransferService(std::string_view control = {});
+  /// @param folder  of the service's files
+  explicit TransferService(std::string_view control = {},
+                           std::filesystem::path folder = Setting(L"KUPDATE_STANDIN_FOLDER"));
   ~TransferService();
 
   void Control(std::string_view lines) const;
@@ -33,10 +35,11 @@ class TransferService {
   int Count(std::string_view text) const;
   /// Waits up to 20 seconds for so many journal lines that hold `text`.
   bool WaitFor(std::string_view text, int lines = 1) const;
-  /// Of the service's own files.
-  std::filesystem::path File(std::string_view name) const;
+  /// One of the service's own files.
+  std::filesystem::path File(std::string_view name) const { return folder_ / name; }
 
  private:
+  std::filesystem::path folder_;
   std::size_t start_;
 };
 
