@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 /// One case. Without a label its input names it.
@@ -27,8 +25,7 @@ class Table {
   Table(std::initializer_list<Row<Input, Want>> rows) : rows_(rows) {}
 
   /// Compares what `answer` returns for each input with what is wanted.
-  template <class Answer>
-  void Expect(Answer answer) const {
+  void Expect(auto answer) const {
     for (const auto& row : rows_) {
       SCOPED_TRACE(row.label);
       EXPECT_EQ(answer(row.input), row.want);

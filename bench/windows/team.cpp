@@ -2,6 +2,8 @@
 
 #include "util/win/windows_lean.h"
 
+#include <process.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -9,6 +11,7 @@
 #include "bench/windows/calls.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/process.h"
 
 namespace {
 
@@ -70,7 +73,9 @@ Team::Team() {
   for (int i = 0; i < kTeamSize; ++i) {
     go_[i] = TeamEvent(L"go", i);
     done_[i] = TeamEvent(L"done", i);
-    processes_[i] = testing_dll::StartChild(std::to_wstring(i));
+    // The C library gives the words of the command line on as they are.
+    processes_[i] = reinterpret_cast<HANDLE>(::_wspawnl(
+        _P_NOWAIT, ModulePath().c_str(), L"bench --child", std::to_wstring(i).c_str(), nullptr));
   }
   WaitForAll(kTeamSize);
 }
@@ -78,7 +83,8 @@ Team::Team() {
 Team::~Team() {
   for (int i = 0; i < kTeamSize; ++i) {
     ::TerminateProcess(processes_[i], 0);
-    testing_dll::EndOf(processes_[i]);
+    ::WaitForSingleObject(processes_[i], INFINITE);
+    ::CloseHandle(processes_[i]);
   }
 }
 

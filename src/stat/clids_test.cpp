@@ -7,8 +7,8 @@
 
 #include "appinfo/app_info.h"
 #include "stat/uuid.h"
+#include "testing/data_home.h"
 #include "testing/log_capture.h"
-#include "testing/maker_home.h"
 #include "testing/table.h"
 
 namespace {
@@ -25,7 +25,7 @@ class Identifiers : public testing::Test {
     return TClids("app").ReadClids();
   }
 
-  const MakerHome home_;
+  const DataHome home_;
 };
 
 }  // namespace

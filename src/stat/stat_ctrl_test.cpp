@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "appinfo/app_info2.h"
+#include "testing/data_home.h"
 #include "testing/log_capture.h"
-#include "testing/maker_home.h"
 #include "testing/table.h"
 #include "util/clock.h"
 #include "util/file_lock.h"
@@ -64,7 +64,7 @@ class TStatCtrlTest : public testing::Test {
   void PutStatistics(const std::string& text) const { WriteBytes(File("statistics.xml"), text); }
   std::string Kept() const { return ReadBytes(File("statistics.xml.bak")); }
 
-  const MakerHome home_;
+  const DataHome home_;
   TStatCtrl statistics_{"app", nullptr};
 };
 
