@@ -1,11 +1,9 @@
 // The command lines of the executor, as they are written and as they are read.
 #include "layout/command_line.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
-#include "testing/table.h"
+#include "testing/unit_test.h"
 
 namespace {
 

@@ -1,17 +1,11 @@
-#include "update/rss_parser.h"
-
-#include <gtest/gtest.h>
-
+// From a feed to the update found.
 #include <regex>
 #include <stdexcept>
 
-#include "testing/data_home.h"
-#include "testing/log_capture.h"
-#include "testing/table.h"
+#include "testing/unit_test.h"
 #include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/limits.h"
-#include "util/text.h"
 
 namespace {
 
@@ -36,15 +30,8 @@ std::string Update(const std::string& version) {
          Element("update:guid", "target " + version);
 }
 
-XmlNode Parsed(std::string text) {
-  XmlNode root;
-  root.Parse(std::move(text));
-  return root;
-}
-
 // The application "qb" of version 1.0.5.3 on "x86", and the store of its updates.
-class Evaluation : public testing::Test {
- protected:
+struct Evaluation : testing::Test {
   Evaluation() {
     app_.SetVersion(1, 0, 5, 3);
     app_.Write("Platform", "x86");
@@ -53,10 +40,12 @@ class Evaluation : public testing::Test {
 
   // The address of the update found; "-" when there is none and the check counts, else "refused";
   // what was thrown.
-  std::string Evaluate(std::string feed) {
+  std::string Evaluate(std::string text) {
     app_.RemoveValue("LastCheckTime");
     try {
-      const bool isFound = store_.Evaluate(app_, Parsed(std::move(feed)), kNow);
+      XmlNode feed;
+      feed.Parse(std::move(text));
+      const bool isFound = store_.Evaluate(app_, std::move(feed), kNow);
       if (app_.ReadNumber("LastCheckTime") != kNow) return "refused";
       return isFound ? store_.Read("DistroUrl") : "-";
     } catch (const std::invalid_argument& error) {
@@ -101,6 +90,7 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
       {"another nick", Item("2.0.0.0", Element("version:nick", "qbx")), "-"},
       {"target over higher common", Targeted(Element(kTarget, "1.0")), "target 1.5.0.0"},
       {"four parts, not us", Targeted(Element(kTarget, "1.0.5.0")), "common 3.0.0.0"},
+      {"a part left out", Targeted(Element(kTarget, "1.")), "target 1.5.0.0"},
       {"second target", Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
        "target 1.5.0.0"},
       {"begin and end", Targeted("<update:target begin='1.0.5.3' end='1.0.5.3'/>"),
@@ -108,6 +98,8 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
       {"begin above us", Targeted("<update:target begin='1.0.5.4'/>"), "common 3.0.0.0"},
       {"end below us", Targeted("<update:target end='1.0.4'/>"), "common 3.0.0.0"},
       {"bad mask", Targeted(Element(kTarget, "any")), "Bad version mask."},
+      {"mask that begins with a dot", Targeted(Element(kTarget, ".1")), "Bad version mask."},
+      {"mask with an empty part", Targeted(Element(kTarget, "1..2")), "Bad version mask."},
       {"ambiguous", Targeted(Element(kTarget, "1") + "<update:guid/>"), "refused"},
       {"ambiguous for others", Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
        "common 2.0.0.0"},
@@ -143,7 +135,7 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
       "<title>t</title><description><![CDATA[<d>]]></description><link>l</link>"
       "<version:locale date='2'>loc</version:locale><version:dlgs>dlg</version:dlgs>"
       "<version:dlgs-ver>1.0</version:dlgs-ver><version:dlgs-date>3</version:dlgs-date>";
-  ASSERT_EQ(Evaluate(Feed(Item("2.1.0.15", common, "critical"))), "common 2.1.0.15");
+  Evaluate(Feed(Item("2.1.0.15", common, "critical")));
   EXPECT_EQ(Values(),
             "VerMajor=2 VerMinor=1 VerSubver=0 VerBuild=15 VersionStatus=2 "
             "DistroUrl=common 2.1.0.15 DistroMD5=m DistroArgs=a DistroStarter=s MSIArgs=i "
@@ -151,10 +143,8 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
             "Description=&lt;d&gt; Platform=x86 Favicon=f LocaleUrl=loc LocaleDate=2 UACDlg=1 "
             "DistroSize=1048576 Homepage=l ");
   // A targeted update has texts of its own; what it lacks is emptied.
-  const std::string own =
-      "<update:target>1</update:target><update:description>o</update:description>";
-  ASSERT_EQ(Evaluate(Feed(Item("1.0.0.0", common + own + Update("2.0.0.0"), "beta"))),
-            "target 2.0.0.0");
+  const std::string own = Element(kTarget, "1") + Element("update:description", "o");
+  Evaluate(Feed(Item("1.0.0.0", common + own + Update("2.0.0.0"), "beta")));
   EXPECT_EQ(Values(),
             "VerMajor=2 VerMinor=0 VerSubver=0 VerBuild=0 VersionStatus=1 "
             "DistroUrl=target 2.0.0.0 DistroMD5= DistroArgs= DistroStarter= MSIArgs= "
@@ -163,7 +153,7 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
 }
 
 TEST_F(Evaluation, ChoosesDialogs) {
-  const auto local = [](const std::string& attributes, const std::string& url) {
+  const auto local = [](const std::string& attributes, const char* url) {
     return "<version:local_dlgs " + attributes + ">" + url + "</version:local_dlgs>";
   };
   const Table<std::string, std::string> table = {
@@ -202,8 +192,8 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
     return store_.Read("Title");
   });
   const std::string almost(65535, 'x');  // one byte less than a store takes
-  Evaluate(
-      Feed(Item("2.0.0.0", Element("title", almost + cyrillic) + Element("link", almost + "yz"))));
+  const std::string more = Element("title", almost + cyrillic) + Element("link", almost + "yz");
+  Evaluate(Feed(Item("2.0.0.0", more)));
   EXPECT_EQ(store_.Read("Title"), almost);
   EXPECT_EQ(store_.Read("Homepage"), almost + "y");
 }
