@@ -66,8 +66,7 @@ TEST(TStatHolder, KeepsStatesInTheirOrder) {
   const Table<std::vector<AppState>, Text> table = {
       {"install twice", {kInstall, kInstall}, "stat=install last=install"},
       {"install again", {kInstall, kDayuse, kInstall}, "stat=install stat=install last=install"},
-      {"dayuse again", {kDayuse, kUninstall, kDayuse}, "stat=dayuse stat=uninstall last=dayuse"},
-  };
+      {"dayuse again", {kDayuse, kUninstall, kDayuse}, "stat=dayuse stat=uninstall last=dayuse"}};
   table.Expect([](const std::vector<AppState>& states) {
     TStatHolder holder;
     for (const AppState state : states) holder.AddState(state);
@@ -94,8 +93,7 @@ TEST(TStatHolder, ABlockTakesWhatItsBudgetAllows) {
       {"one short of a unique parameter", 22, "stat=install&a=1&b=2"},
       {"unique parameters by name", 23, "stat=install&a=1&b=2&y=2"},
       {"one short of an action", 38, "stat=install&a=1&b=2&y=2&z=1"},
-      {"an action", 39, "stat=install&a=1&b=2&y=2&z=1&action=go"},
-  };
+      {"an action", 39, "stat=install&a=1&b=2&y=2&z=1&action=go"}};
   table.Expect([](std::int16_t budget) {
     TStatHolder holder, block;
     holder.AddState(AppState::kInstall);
@@ -120,8 +118,7 @@ TEST_F(Statistics, AFileThatIsNotTakenIsKeptAside) {
        "stat=install&a=1&\xD1\x8F# stat=uninstall  kept"},
       {"as large as it may be", sized(kMaxStoreBytes),
        "stat=install&a=1&\xD1\x8F#&n=v=w&action=<go> stat=uninstall "},
-      {"too large", sized(kMaxStoreBytes + 1), " kept, moved"},
-  };
+      {"too large", sized(kMaxStoreBytes + 1), " kept, moved"}};
   table.Expect([&](const Text& content) {
     WriteBytes(path_, content);
     WriteBytes(path_.string() + ".bak", "an older one");
@@ -171,17 +168,15 @@ TEST_F(Statistics, AnAddressHasItsFirstDate) {
 
 TEST_F(Statistics, TheQueryJoinsTheBaseWithinItsLimit) {
   const Text long1013(1013, 'x'), tooLong = "BaseUrl too long.";
-  const Table<Text, Text> table = {
-      {"http://h/?os=win", "http://h/?os=win&stat=dayuse"},
-      {"http://h/&os=win", "http://h/&os=win&stat=dayuse"},
-      {"http://h/?", "http://h/?stat=dayuse"},
-      {"http://h/?a&", "http://h/?a&stat=dayuse"},
-      {"http://h/?a?", "http://h/?a?&stat=dayuse"},
-      {"file:///log", "file:///logstat=dayuse"},
-      {long1013, long1013 + "stat=dayuse"},
-      {long1013 + "x", tooLong},
-      {Text(65536 + 10, 'x'), tooLong},
-  };
+  const Table<Text, Text> table = {{"http://h/?os=win", "http://h/?os=win&stat=dayuse"},
+                                   {"http://h/&os=win", "http://h/&os=win&stat=dayuse"},
+                                   {"http://h/?", "http://h/?stat=dayuse"},
+                                   {"http://h/?a&", "http://h/?a&stat=dayuse"},
+                                   {"http://h/?a?", "http://h/?a?&stat=dayuse"},
+                                   {"file:///log", "file:///logstat=dayuse"},
+                                   {long1013, long1013 + "stat=dayuse"},
+                                   {long1013 + "x", tooLong},
+                                   {Text(65536 + 10, 'x'), tooLong}};
   statistics_.AddOptionalParam("a=1");
   EXPECT_FALSE(statistics_.GetPingUrl(kBase)) << "nothing is sent without a state";
   WriteBytes(path_, "");
@@ -244,8 +239,7 @@ TEST_F(Statistics, TheFirstFileWithAnIdentifierCounts) {
       {"huge", "<c><clid1>1</clid1>" + Text(2 << 20, ' ') + "</c>", "5"},
       {"cut behind the identifier", "<c><clid1>1</clid1><cl", "5"},
       {"with a sub-identifier", kOddClid, "1&x=\xD1\x8F-._~%-a b"},
-      {"empty", "", "5"},
-  };
+      {"empty", "", "5"}};
   table.Expect([&](const Text& content) { return Clids(home_.File("clids-zonie.xml"), content); });
 }
 
@@ -259,12 +253,10 @@ TEST_F(Statistics, AVendorsParameterIsBounded) {
   const fs::path file = home_.File("vendor-specific-urlparam-app.txt");
   const auto param = [] { return TClids("app").VendorParam(); };
   EXPECT_EQ(param(), "");
-  const Table<Text, Text> table = {
-      {"only one mark goes", "?&a=1", "&a=1"},
-      {"line breaks behind", "&a=1\r\n\r", "a=1"},
-      {"254 characters", Text(254, 'x'), Text(254, 'x')},
-      {"254 and a line break", Text(254, 'x') + "\n", ""},
-  };
+  const Table<Text, Text> table = {{"only one mark goes", "?&a=1", "&a=1"},
+                                   {"line breaks behind", "&a=1\r\n\r", "a=1"},
+                                   {"254 characters", Text(254, 'x'), Text(254, 'x')},
+                                   {"254 and a line break", Text(254, 'x') + "\n", ""}};
   table.Expect([&](const Text& content) {
     WriteBytes(file, content);
     return param();
@@ -281,13 +273,11 @@ TEST_F(Statistics, AnAddressNamesApplicationAndUser) {
   app.SetVersion(1, 2, 3, 65535);
   app.Write("Platform", "win64");
   const Text rest = "ui=" + id + "&ver=1.2.3.65535&os=win64";
-  const Table<const char*, Text> table = {
-      {"", ""},
-      {"file://x/?a", "file://x/?a"},
-      {"http://h?", "http://h?krsoft=app&" + rest},
-      {"http://h/&a", "http://h/&a&krsoft=app&" + rest},
-      {"http://h", "http://h?krsoft=app&" + rest},
-  };
+  const Table<const char*, Text> table = {{"", ""},
+                                          {"file://x/?a", "file://x/?a"},
+                                          {"http://h?", "http://h?krsoft=app&" + rest},
+                                          {"http://h/&a", "http://h/&a&krsoft=app&" + rest},
+                                          {"http://h", "http://h?krsoft=app&" + rest}};
   const auto address = [&](const char* report) {
     app.Write("ReportUrl", report);
     return app.GetPingUrl();

@@ -102,8 +102,7 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
       {"mask with an empty part", Targeted(Element(kTarget, "1..2")), "Bad version mask."},
       {"ambiguous", Targeted(Element(kTarget, "1") + "<update:guid/>"), "refused"},
       {"ambiguous for others", Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
-       "common 2.0.0.0"},
-  };
+       "common 2.0.0.0"}};
   table.Expect([&](const std::string& items) { return Evaluate(Feed(items)); });
   EXPECT_EQ(Evaluate("<rss/>"), "-");
   EXPECT_EQ(Evaluate("<html/>"), "bad xml: root node name is not 'rss' but html");
@@ -166,8 +165,7 @@ TEST_F(Evaluation, ChoosesDialogs) {
            Element("version:dlgs-date", "5"),
        "b 4 static"},
       {"all made for others",
-       "<version:dlgs date='4'>b</version:dlgs>" + Element("version:dlgs-ver", "2.0"), "  "},
-  };
+       "<version:dlgs date='4'>b</version:dlgs>" + Element("version:dlgs-ver", "2.0"), "  "}};
   table.Expect([&](const std::string& dialogs) {
     Evaluate(Feed(Item("2.0.0.0", dialogs)));
     return store_.Read("DlgsArchiveUrl") + " " + store_.Read("DlgsArchiveDate") + " " +
@@ -184,8 +182,7 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
       {{"", cyrillic + "&nbsp;"}, cyrillic + "\xC2\xA0"},
       {{"", "\xC0\xFF"}, cyrillic},
       {{" encoding='Windows-1251'", "\xD0\x90&nbsp;"}, "\xD0\xA0\xD1\x92\xC2\xA0"},
-      {{" encoding='koi8-r'", cyrillic}, cyrillic},
-  };
+      {{" encoding='koi8-r'", cyrillic}, cyrillic}};
   table.Expect([&](const Text& title) {
     Evaluate("<?xml version='1.0'" + std::string(title.first) + "?>" +
              Feed(Item("2.0.0.0", Element("title", title.second))));

@@ -62,8 +62,7 @@ TEST(Text, ParseInt64) {
       {"", 0},        {" \t-7x", -7},
       {"+5", 5},      {"+-5", 0},
       {"0x10", 0},    {"9223372036854775808", INT64_MAX},
-      {"-99e9", -99}, {"-9223372036854775809", INT64_MIN},
-  };
+      {"-99e9", -99}, {"-9223372036854775809", INT64_MIN}};
   table.Expect(ParseInt64);
 }
 
@@ -71,10 +70,10 @@ TEST(Text, Utf8) {
   const std::string all = "a\xD0\x96\xE2\x82\xAC\xF0\x9F\x98\x80z";
   EXPECT_TRUE(IsValidUtf8(all));
   // Cut, lone continuation, overlong in three forms, surrogate, too high.
-  for (const char* bad : {"\xE2\x82", "\x82", "\xC0\xAF", "\xE0\x80\xAF", "\xF0\x80\x80\xAF",
-                          "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
-    EXPECT_FALSE(IsValidUtf8(bad)) << testing::PrintToString(bad);
-  }
+  ExpectAll(false,
+            {"\xE2\x82", "\x82", "\xC0\xAF", "\xE0\x80\xAF", "\xF0\x80\x80\xAF", "\xED\xA0\x80",
+             "\xF4\x90\x80\x80"},
+            IsValidUtf8);
   EXPECT_EQ(NarrowUtf8(WidenUtf8(all + "\xFF")), all + "\xEF\xBF\xBD");
   EXPECT_EQ(Utf8FromCp1251("A\xCF\xF0\xB8\x88\xB9"),
             "A\xD0\x9F\xD1\x80\xD1\x91\xE2\x82\xAC\xE2\x84\x96");
@@ -102,11 +101,12 @@ TEST(Paths, FoldersAndLimits) {
 
 TEST(Paths, NoneLeavesItsFolder) {
   const LogCapture capture;
-  for (const wchar_t* bad : {L"..", L"a\\..", L"a/../b", L"..\\b", L".. ", L"...", L". ."}) {
-    EXPECT_EQ(FolderBelow(L"C:", bad), L"") << NarrowUtf8(bad);
-  }
+  const auto below = [](const wchar_t* path) {
+    return FolderBelow(L"", path) + FolderBelow(L"C:", path);
+  };
+  ExpectAll(std::wstring(), {L"..", L"a\\..", L"a/../b", L"..\\b", L".. ", L"...", L". ."}, below);
   for (const wchar_t* good : {L"a", L".", L"a..b", L"..a", L"a\\b", L"1.2"}) {
-    EXPECT_EQ(FolderBelow(L"C:", good), std::wstring(L"C:\\") + good + L"\\");
+    EXPECT_EQ(below(good), std::wstring(L"C:\\") + good + L"\\");
   }
   EXPECT_TRUE(capture.Has("Sub-path refused:  a/../b"));
 }
@@ -217,8 +217,7 @@ TEST(LogLine, NamesAreCutFromEveryCompilersSpelling) {
       {"bool {anonymous}::Replace(const std::wstring&)", "Replace"},
       {"bool (anonymous namespace)::Replace(const std::wstring &)", "Replace"},
       {"std::map<int, void (*)(int)> JustUtil::Table(char)", "JustUtil::Table"},
-      {"int main()", "main"},
-  };
+      {"int main()", "main"}};
   table.Expect([](const char* pretty) { return std::string(QualifiedName(pretty)); });
 }
 

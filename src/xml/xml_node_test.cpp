@@ -40,8 +40,7 @@ TEST(XmlParser, ReadsDocuments) {
       {"prolog", "<?xml encoding='UTF-8' ?><!-- c --><a/>",
        "<?xml  encoding=\"UTF-8\"?>\n<!--  c -->\n<a/>\n"},
       {"a comment belongs to the next child", "<a><!x><b/></a>", "<a>\n<!x >\n  <b/>\n</a>\n"},
-      {"a comment before text or the end goes", "<a><!x>t</a>", "<a>t</a>\n"},
-  };
+      {"a comment before text or the end goes", "<a><!x>t</a>", "<a>t</a>\n"}};
   table.Expect(Parsed);
 }
 
@@ -93,8 +92,7 @@ TEST(XmlParser, NamesTheFault) {
       // Ten thousand nodes are always allowed; more need some text, and very many more of it.
       {"<a>" + Times(10000, "<!>") + "</a>", "<a/>\n"},
       {"<a>" + Times(40000, "<!>"), "out of memory at 66650"},
-      {"<a>" + Times(1'000'000, "<!>"), "out of memory at 706811"},
-  };
+      {"<a>" + Times(1'000'000, "<!>"), "out of memory at 706811"}};
   table.Expect(Parsed);
 }
 
@@ -126,8 +124,7 @@ TEST(LoadXml, LogsWhatDoesNotParseAndLeavesWhatWasReadWhole) {
   const Table<const char*, std::string> table = {
       {"\xEF\xBB\xBF<a><![CDATA[t]]></a>", "<a>\n  <![CDATA[t]]>\n</a>\n"},
       {"<a><b>1</b><c>2</b></a>", "<a>\n  <b>1</b>\n</a>\n \"2\"  (at position 17 )"},
-      {"\xEF\xBB\xBF<a>1<b/></a>", "<a/>\n \"1\"  (at position 8 )"},
-  };
+      {"\xEF\xBB\xBF<a>1<b/></a>", "<a/>\n \"1\"  (at position 8 )"}};
   table.Expect([](const char* text) {
     XmlNode root;
     const LogCapture log;

@@ -193,10 +193,10 @@ TEST(Security, EveryPartOfAPathIsJudged) {
   EXPECT_EQ(parts(L"C:\\a\\b\\c/x.exe"),
             L"0C:\\a\\b\\c\\x.exe 1C:\\a\\b\\c 2C:\\a\\b 2C:\\a 2C:\\ ");
   EXPECT_EQ(parts(L"C:\\x.exe"), L"0C:\\x.exe 1C:\\ ");
-  for (const wchar_t* bad : {L"a\\x.exe", L"C:x.exe", L"\\\\m\\a\\x.exe", L"\\\\?\\C:\\x.exe",
-                             L"C:\\a\\..\\x.exe", L"C:\\a\\x:y.exe", L"C:\\a\\", L"C:\\", L""}) {
-    EXPECT_EQ(parts(bad), L"") << NarrowUtf8(bad);
-  }
+  ExpectAll(std::wstring(),
+            {L"a\\x.exe", L"C:x.exe", L"\\\\m\\a\\x.exe", L"\\\\?\\C:\\x.exe", L"C:\\a\\..\\x.exe",
+             L"C:\\a\\x:y.exe", L"C:\\a\\", L"C:\\", L""},
+            parts);
 }
 
 TEST(System, TextsAreReadable) {
