@@ -131,18 +131,18 @@ TEST_F(TAppInfoTest, ACheckIsDueADayAfterTheLastAndBehindTheNext) {
 }
 
 TEST_F(TAppInfoTest, AReportIsDueAfterItsPeriod) {
-  EXPECT_TRUE(store_.ShouldPing(kNow));
-  using Ping = std::pair<const char*, std::int64_t>;  // the period and the last report
-  const Table<Ping, bool> table = {{"no period, a day ago", {"", kNow - kDay}, false},
-                                   {"no period, over a day ago", {"", kNow - kDay - 1}, true},
-                                   {"last report in the future", {"", kNow + 1}, true},
-                                   {"short period is an hour", {"60", kNow - kHour}, false},
-                                   {"negative period is an hour", {"-5", kNow - kHour - 1}, true}};
-  table.Expect([&](const Ping& ping) {
-    if (*ping.first) store_.Write("PingStatPeriod", ping.first);
-    store_.WriteNumber("LastPingTime", ping.second);
+  const auto isDue = [&](std::int64_t last) {
+    store_.WriteNumber("LastPingTime", last);
     return store_.ShouldPing(kNow);
-  });
+  };
+  EXPECT_TRUE(store_.ShouldPing(kNow));
+  EXPECT_FALSE(isDue(kNow - kDay)) << "no period is a day";
+  EXPECT_TRUE(isDue(kNow - kDay - 1) && isDue(kNow + 1));
+  for (const char* shortPeriod : {"60", "-5"}) {  // both are an hour
+    store_.Write("PingStatPeriod", shortPeriod);
+    EXPECT_FALSE(isDue(kNow - kHour));
+    EXPECT_TRUE(isDue(kNow - kHour - 1));
+  }
   store_.RecordPing(kNow);
   EXPECT_EQ(Stored("LastPingTime") + " " + Stored("NextPingTime"), "1700000000 1700003600");
   store_.ForgetPingTimes();

@@ -71,43 +71,42 @@ struct Evaluation : testing::Test {
   TUpdInfo store_{"qb"};
 };
 
+// Two items, of which the second is a targeted update as well.
 std::string Targeted(const std::string& targets) {
   return Item("3.0.0.0") + Item("2.0.0.0", targets + Update("1.5.0.0"));
 }
+std::string Masked(const char* mask) { return Targeted(Element(kTarget, mask)); }
 
 }  // namespace
 
 TEST_F(Evaluation, ChoosesAnUpdate) {
+  const auto expect = [&](const std::string& want, std::initializer_list<std::string> items) {
+    ExpectAll(want, items, [&](const std::string& each) { return Evaluate(Feed(each)); });
+  };
   const std::string beta = Item("1.2.0.0", "", "beta") + Item("1.1.0.0");
-  const Table<std::string, std::string> table = {
-      {"no version", "<item/>", "sscanf failed on input string; ''"},
-      {"newest", Item("1.9.0.0") + Item("1.10.0.0", "", "critical"), "common 1.10.0.0"},
-      {"beta passed over", beta, "common 1.1.0.0"},
-      {"current", Item("1.0.5.3") + Item("1.0.5.2"), "-"},
-      {"later of equals", Item("2.0.0.0") + Item(" 2.0.0.0"), "common  2.0.0.0"},
-      {"another platform", Item("2.0.0.0", Element("version:platform", "x64")), "-"},
-      {"our nick", Item("2.0.0.0", Element("version:nick", "QB")), "common 2.0.0.0"},
-      {"another nick", Item("2.0.0.0", Element("version:nick", "qbx")), "-"},
-      {"target over higher common", Targeted(Element(kTarget, "1.0")), "target 1.5.0.0"},
-      {"four parts, not us", Targeted(Element(kTarget, "1.0.5.0")), "common 3.0.0.0"},
-      {"a part left out", Targeted(Element(kTarget, "1.")), "target 1.5.0.0"},
-      {"second target", Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
-       "target 1.5.0.0"},
-      {"begin and end", Targeted("<update:target begin='1.0.5.3' end='1.0.5.3'/>"),
-       "target 1.5.0.0"},
-      {"begin above us", Targeted("<update:target begin='1.0.5.4'/>"), "common 3.0.0.0"},
-      {"end below us", Targeted("<update:target end='1.0.4'/>"), "common 3.0.0.0"},
-      {"bad mask", Targeted(Element(kTarget, "any")), "Bad version mask."},
-      {"mask that begins with a dot", Targeted(Element(kTarget, ".1")), "Bad version mask."},
-      {"mask with an empty part", Targeted(Element(kTarget, "1..2")), "Bad version mask."},
-      {"ambiguous", Targeted(Element(kTarget, "1") + "<update:guid/>"), "refused"},
-      {"ambiguous for others", Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
-       "common 2.0.0.0"}};
-  table.Expect([&](const std::string& items) { return Evaluate(Feed(items)); });
+  expect("sscanf failed on input string; ''", {"<item/>"});
+  expect("common 1.10.0.0", {Item("1.9.0.0") + Item("1.10.0.0", "", "critical")});
+  expect("common 1.1.0.0", {beta});
+  // The later one of equals.
+  expect("common  2.0.0.0", {Item("2.0.0.0") + Item(" 2.0.0.0")});
+  // The current version; another platform; our nick, and another.
+  expect("-", {Item("1.0.5.3") + Item("1.0.5.2"), Item("2.0.0.0", Element("version:platform", "x")),
+               Item("2.0.0.0", Element("version:nick", "qbx"))});
+  expect("common 2.0.0.0", {Item("2.0.0.0", Element("version:nick", "QB"))});
+  // A target wins over a higher common version.
+  expect("target 1.5.0.0", {Masked("1.0"), Masked("1."), Masked("1.0.5.3"),
+                            Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
+                            Targeted("<update:target begin='1.0.5.3' end='1.0.5.3'/>")});
+  expect("common 3.0.0.0", {Masked("1.0.5.0"), Targeted("<update:target begin='1.0.5.4'/>"),
+                            Targeted("<update:target end='1.0.4'/>")});
+  expect("Bad version mask.", {Masked("any"), Masked(".1"), Masked("1..2")});
+  // Two addresses are ambiguous for those that are meant.
+  expect("refused", {Targeted(Element(kTarget, "1") + "<update:guid/>")});
+  expect("common 2.0.0.0", {Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>")});
   EXPECT_EQ(Evaluate("<rss/>"), "-");
   EXPECT_EQ(Evaluate("<html/>"), "bad xml: root node name is not 'rss' but html");
   app_.WriteFlag("WantUnstableToo", true);
-  EXPECT_EQ(Evaluate(Feed(beta)), "common 1.2.0.0");
+  expect("common 1.2.0.0", {beta});
 }
 
 TEST_F(Evaluation, LogsItsWayInBounds) {
