@@ -31,30 +31,6 @@ struct TestFile {
   const std::string name = path.string();
 };
 
-// A log in such a file.
-struct TestLog : TestFile {
-  TestLog() {
-    log.Start([&] { return path.wstring(); }, "heading");
-  }
-  DiagLog log;
-};
-
-// One line of a log, behind its time.
-template <class... Pieces>
-std::string LineOf(const Pieces&... pieces) {
-  TestLog test;
-  SetLastErrorCode(5);
-  {
-    LogLine line(&test.log, "C::M", 7, "D:");
-    static_cast<void>((line << ... << pieces));
-  }
-  EXPECT_EQ(LastErrorCode(), 5u);
-  std::string text = ReadBytes(test.path);
-  std::erase(text, '\r');
-  const std::size_t begin = text.find(' ', text.find('\n'));
-  return begin == text.npos ? "" : text.substr(begin + 1, text.size() - begin - 2);
-}
-
 }  // namespace
 
 TEST(Text, ParseInt64) {
@@ -222,28 +198,38 @@ TEST(LogLine, NamesAreCutFromEveryCompilersSpelling) {
 }
 
 TEST(LogLine, JoinsPiecesAndDecoratesCodes) {
-  const std::string head = "D:C::M(7):";
   const char* const none = nullptr;
-  EXPECT_EQ(LineOf(1, ", b", 2, ".c", 3, ":d", L"\x43f", none), head + " 1, b 2.c 3:d \xD0\xBF");
-  EXPECT_EQ(LineOf("n ", -12, 18446744073709551615u, kOtherCode, 255),
-            head + " n  -12 18446744073709551615 Code: 0xff.");
-  EXPECT_EQ(LineOf("x", kLastError, 12, kHresult, INT32_MIN),
-            head + " x LastError: 0x5. 12 HR= 0x80000000.");
-  EXPECT_EQ(LineOf("a\n12:00:00 E:b\r\nc\rd\r\n\n"), head + " a\n    12:00:00 E:b\n    c d");
-  EXPECT_EQ(LineOf(none), head);
-  EXPECT_EQ(LineOf(), "");
-  TestLog test;
-  LogLine(&test.log, "C::M", 7, "P:") << "x";
-  EXPECT_EQ(ReadBytes(test.path).find("P:"), std::string::npos) << "paranoid lines are off";
+  const auto expect = [](const std::vector<std::string>& want, const char* level,
+                         const auto&... pieces) {
+    const LogCapture log;
+    SetLastErrorCode(5);
+    {
+      LogLine line(&DiagLog::Instance(), "C::M", 7, level);
+      static_cast<void>((line << ... << pieces));
+    }
+    EXPECT_EQ(LastErrorCode(), 5u);
+    EXPECT_EQ(log.Lines(), want);
+  };
+  expect({"D:C::M: 1, b 2.c 3:d \xD0\xBF"}, "D:", 1, ", b", 2, ".c", 3, ":d", L"\x43f", none);
+  expect({"D:C::M: n  -12 18446744073709551615 Code: 0xff."}, "D:", "n ", -12,
+         18446744073709551615u, kOtherCode, 255);
+  expect({"E:C::M: x LastError: 0x5. 12 HR= 0x80000000."}, "E:", "x", kLastError, 12, kHresult,
+         INT32_MIN);
+  expect({"D:C::M: a", "    12:00:00 E:b", "    c d"}, "D:", "a\n12:00:00 E:b\r\nc\rd\r\n\n");
+  expect({"D:C::M:"}, "D:", none);
+  expect({}, "D:");
+  expect({}, "P:", "x");  // paranoid lines are off
 }
 
 TEST(DiagLog, IsBoundedWhileItsProcessLives) {
-  TestLog test;
+  const TestFile file;
+  DiagLog log;
+  log.Start([&] { return file.path.wstring(); }, "heading");
   const std::string line(150'000, 'x');  // so that every second one makes it look
   std::vector<std::string> written = {"heading"};
-  for (int i = 0; i < 12; ++i) test.log.Write(written.emplace_back(DecimalText(i) + line));
-  const std::string old = ReadBytes(test.name + ".bak");
-  EXPECT_EQ(LinesOf(old + ReadBytes(test.path)), written);
+  for (int i = 0; i < 12; ++i) log.Write(written.emplace_back(DecimalText(i) + line));
+  const std::string old = ReadBytes(file.name + ".bak");
+  EXPECT_EQ(LinesOf(old + ReadBytes(file.path)), written);
   EXPECT_EQ(LinesOf(old).size(), 1u + 8u);
 }
 
