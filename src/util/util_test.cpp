@@ -15,6 +15,11 @@
 #include "util/system.h"
 #include "util/text.h"
 #include "util/text_mode.h"
+#ifndef _WIN32
+#include <cerrno>
+
+#include "util/posix/file_step.h"
+#endif
 
 using enum FileSystem::ReadOutcome;
 
@@ -126,6 +131,21 @@ TEST(FileSystem, MissingUnreadableAndTooLargeAreNotTheSame) {
     EXPECT_TRUE(capture.Has(line + file.name));
   }
 }
+
+#ifndef _WIN32
+TEST(FileSystem, AFullDiskLeavesTheOldContent) {
+  const TestFile file;
+  EXPECT_TRUE(FileSystem::WriteFile(file.name, "old"));
+  const LogCapture capture;
+  SetFileStepGuard([](const char* step, const std::string& path) {
+    return std::string_view(step) == "write on" && path.find("state.xml") != path.npos ? ENOSPC : 0;
+  });
+  EXPECT_FALSE(FileSystem::WriteFile(file.name, std::string(4500, '\n')));
+  SetFileStepGuard(nullptr);
+  EXPECT_TRUE(capture.Has("Try to write  4500, really -  2250"));
+  EXPECT_EQ(ReadBytes(file.path), "old");
+}
+#endif
 
 TEST(Folders, OneThatIsALinkIsRefused) {
   const DataHome home;
