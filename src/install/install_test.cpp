@@ -44,63 +44,54 @@ DownloadOutcome Get(const std::string& url, DownloadRules rules = {kLimit}) {
 
 TEST(Download, EveryAnswerHasItsOutcome) {
   using enum DownloadOutcome;
-  const struct {
-    const char* path;
-    std::string answer;
-    DownloadOutcome want;
-    const char* line = "";
-  } rows[] = {
-      {"/whole", Ok("Content-Length: 3\r\n") + "abc", kDone},
-      {"/unannounced", Ok("Connection: close\r\n") + "abc", kDone},
-      {"/limit", Ok("Content-Length: 100000\r\n") + std::string(kLimit, 'a'), kDone},
-      {"/redirect", Redirect("/whole"), kDone},
-      {"/long", Ok("Content-Length: 100001\r\n") + "a", kTooLong,
-       "The server announces 100001 bytes, at most 100000 are expected."},
-      {"/endless", Ok("Connection: close\r\n") + "...", kTooLong,
-       "The server sends more than the expected 100000 bytes."},
-      {"/cut", Ok("Content-Length: 100\r\n") + "a", kFailed},
-      {"/closed", "", kFailed},
-      {"/missing", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", kFailed, "answers 404"},
-      {"/part", "HTTP/1.1 206 Partial Content\r\nContent-Length: 1\r\n\r\na", kFailed,
-       "answers 206"},
-      {"/file", Redirect("file:///C:/a"), kFailed, "redirection is not followed: file:///C:/a"},
-      {"/loop", Redirect("/loop"), kFailed, "Too many redirections: http"}};
-  std::map<std::string, std::string> answers;
-  for (const auto& row : rows) answers[row.path] = row.answer;
-  const RawServer server(answers);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.path);
+  const std::string whole = Ok("Content-Length: 3\r\n") + "abc",
+                    close = Ok("Connection: close\r\n");
+  const auto expect = [&](DownloadOutcome want, const std::string& answer, const char* line = "") {
+    SCOPED_TRACE(answer.substr(0, 100) + line);
+    const RawServer server({{"/", answer}, {"/whole", whole}});
     const LogCapture log;
-    EXPECT_EQ(Get(server.Url(row.path)), row.want);
-    EXPECT_TRUE(log.Has(row.line));
-  }
+    EXPECT_EQ(Get(server.Url("/")), want);
+    EXPECT_TRUE(log.Has(line));
+  };
+  expect(kDone, whole);
+  expect(kDone, close + "abc");
+  expect(kDone, Ok("Content-Length: 100000\r\n") + std::string(kLimit, 'a'));
+  expect(kDone, Redirect("/whole"));
+  expect(kTooLong, Ok("Content-Length: 100001\r\n") + "a",
+         "The server announces 100001 bytes, at most 100000 are expected.");
+  expect(kTooLong, close + "...", "The server sends more than the expected 100000 bytes.");
+  expect(kFailed, Ok("Content-Length: 100\r\n") + "a");
+  expect(kFailed, "");
+  expect(kFailed, "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "answers 404");
+  expect(kFailed, "HTTP/1.1 206 Partial Content\r\nContent-Length: 1\r\n\r\na", "answers 206");
+  expect(kFailed, Redirect("file:///C:/a"), "The redirection is not followed: file:///C:/a");
+  expect(kFailed, Redirect("/"), "Too many redirections: http");
+  const RawServer endless(std::map<std::string, std::string>{{"/", close + "..."}});
   const auto none = [](std::string_view) { return false; };
-  EXPECT_EQ(Download(server.Url("/endless"), {~std::uint64_t{0}}, none), kNotTaken);
+  EXPECT_EQ(Download(endless.Url("/"), {~std::uint64_t{0}}, none), kNotTaken);
 }
 
 TEST(Download, NoServerMakesItLast) {
-  const std::string ok = Ok("Content-Length: 40960\r\n");
+  const std::string ok = Ok("Content-Length: 40960\r\n"), enough(1024, 'x');
   const DownloadRules pace{kLimit, 60, 1}, end{kLimit, 1, 60};
-  const struct {
-    std::string head, drop;
-    DownloadRules rules;
-    const char* line;  // of the failure; empty: it is done
-  } rows[] = {{"", "", pace, "too slow: 0 bytes in 2 seconds."},
-              {"HTTP/1.1 200 OK\r\n", "X: y\r\n", pace, "too slow: 0 bytes in 2"},
-              {ok + "abc", "", pace, "too slow: 3 bytes in 1 seconds."},
-              {ok, "x", pace, "too slow:"},
-              {ok, std::string(1024, 'x'), pace, ""},
-              {ok, std::string(1024, 'x'), end, "too slow: given up after 1 seconds."}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.head + row.drop.substr(0, 1) + row.line);
-    const RawServer server(row.head, row.drop);
+  // Without a line the download is done.
+  const auto expect = [](const char* line, DownloadRules rules, const std::string& head,
+                         const std::string& drop) {
+    SCOPED_TRACE(head + drop.substr(0, 1) + line);
+    const RawServer server(head, drop);
     const LogCapture log;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Get(server.Url("/"), row.rules),
-              *row.line ? DownloadOutcome::kFailed : DownloadOutcome::kDone);
+    EXPECT_EQ(Get(server.Url("/"), rules),
+              *line ? DownloadOutcome::kFailed : DownloadOutcome::kDone);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
-    EXPECT_TRUE(log.Has(row.line));
-  }
+    EXPECT_TRUE(log.Has(line));
+  };
+  expect("too slow: 0 bytes in 2 seconds.", pace, "", "");
+  expect("too slow: 0 bytes in 2", pace, "HTTP/1.1 200 OK\r\n", "X: y\r\n");
+  expect("too slow: 3 bytes in 1 seconds.", pace, ok + "abc", "");
+  expect("too slow:", pace, ok, "x");
+  expect("", pace, ok, enough);
+  expect("too slow: given up after 1 seconds.", end, ok, enough);
 }
 
 // --- private files ---
@@ -285,26 +276,22 @@ struct Update {
 };
 
 TEST(Install, ThePublishersFileIsRunAsItDeclares) {
-  const struct {
-    const char* label;
-    unsigned code;
-    std::string arguments;  // as they stand in the manifest
-    VersionNumber version;  // that the record has then
-  } rows[] = {{"good", 7, " /code=7 \"a b\"", MakeVersion(1, 0, 0, 0)},
-              {"restart", 3010, " /code=3010", MakeVersion(2, 0, 0, 1)},
-              {"crash", 0xC0000005, " /crash", MakeVersion(1, 0, 0, 0)}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.label);
-    Update update(row.label);
+  const auto expect = [](const char* manifest, unsigned code, const std::string& arguments,
+                         bool isInstalled) {
+    SCOPED_TRACE(manifest);
+    Update update(manifest);
     update.keys.back().apps = {"other", "app"};
-    EXPECT_EQ(update.Install(), static_cast<int>(row.code));
+    EXPECT_EQ(update.Install(), static_cast<int>(code));
     const std::string line = ReadBytes(kRecord);
     EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
-    EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + row.arguments)) << line;
+    EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + arguments)) << line;
     EXPECT_TRUE(PrivateFolders().empty());
-    update.record.version = row.version;
+    if (isInstalled) update.record.version = MakeVersion(2, 0, 0, 1);
     EXPECT_EQ(ReadLocalRecord("app"), update.record);
-  }
+  };
+  expect("good", 7, " /code=7 \"a b\"", false);
+  expect("restart", 3010, " /code=3010", true);
+  expect("crash", 0xC0000005, " /crash", false);
 }
 
 TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
@@ -329,49 +316,45 @@ TEST(Install, AnInstallerThatGoesOnIsLeftAloneUntilItEnds) {
 }
 
 TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
-  const struct {
-    void (*change)(Update&);
-    int want;
-    const char* line;
-    const char* manifest = "good";
-  } rows[] = {
-      {[](Update& u) { u.keys.clear(); }, kInstallNotTrusted,
-       "this build knows no publisher's key."},
-      {[](Update& u) { u.keys.pop_back(); }, kInstallNotTrusted, "no key of this build signed it."},
-      {[](Update&) {}, kInstallNotTrusted, "is bound to other applications.", "other-key"},
-      {[](Update& u) { ++u.manifest[u.manifest.find("2099")]; }, kInstallNotTrusted,
-       "no key of this build signed it."},
-      {[](Update&) {}, kInstallNotTrusted, "it has expired.", "expired"},
-      {[](Update& u) { u.record.platform = "mac"; }, kInstallNotTrusted, "for another platform."},
-      {[](Update& u) { u.record.version = MakeVersion(3, 0, 0, 0); }, kInstallNothing,
-       "version 2.0.0.1 is not above the application's, 3.0.0.0"},
-      {[](Update& u) { u.manifest.clear(); }, kInstallDownloadFailed, "could not be fetched."},
-      {[](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); }, kInstallNotTrusted,
-       "it is too long."},
-      {[](Update& u) { u.file.back() ^= 1; }, kInstallWrongContent, "The file's SHA-256 is not"},
-      {[](Update& u) { u.file += '\0'; }, kInstallWrongContent, "is longer than declared."},
-      {[](Update& u) { u.file.clear(); }, kInstallWrongContent, "The file has 0 bytes,"},
-      {[](Update& u) { u.values["DistroMD5"] = std::string(32, '0'); }, kInstallWrongContent,
-       "The file's MD5 is not the declared one."},
-      {[](Update& u) { u.file = Prepared("no-program"); }, kInstallCannotStart, "", "no-program"},
-      {[](Update& u) { u.values["DistroStarter"] = "bat"; }, kInstallUnknownStarter,
-       "The starter is neither exe nor msi."},
-      {[](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; }, kInstallBadAddress,
-       "The address is refused: \\\\server\\share\\a.exe"},
-      // During the download.
-      {[](Update& u) { u.happens = [&] { u.AddLibrary(); }; }, kInstallNotTrusted,
-       "The file is not alone in its folder."},
-      {[](Update& u) { u.happens = [&] { u.Remove(); }; }, kInstallNothing, "is removed."}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.manifest + (": " + std::string(row.line)));
+  using Change = void(Update&);
+  const auto expect = [](int want, const char* line, Change* change,
+                         const char* manifest = "good") {
+    SCOPED_TRACE(manifest + (": " + std::string(line)));
     const LogCapture log;
-    Update update(row.manifest);
-    row.change(update);
-    EXPECT_EQ(update.Install(), row.want);
-    EXPECT_TRUE(log.Has(row.line));
+    Update update(manifest);
+    if (change) change(update);
+    EXPECT_EQ(update.Install(), want);
+    EXPECT_TRUE(log.Has(line));
     EXPECT_FALSE(fs::exists(kRecord) || !PrivateFolders().empty());
     EXPECT_EQ(ReadLocalRecord("app"), update.record);
-  }
+  };
+  const int untrusted = kInstallNotTrusted, wrong = kInstallWrongContent;
+  expect(untrusted, "this build knows no publisher's key.", [](Update& u) { u.keys.clear(); });
+  expect(untrusted, "no key of this build signed it.", [](Update& u) { u.keys.pop_back(); });
+  expect(untrusted, "no key of this build signed it.",
+         [](Update& u) { ++u.manifest[u.manifest.find("2099")]; });
+  expect(untrusted, "is bound to other applications.", nullptr, "other-key");
+  expect(untrusted, "it has expired.", nullptr, "expired");
+  expect(untrusted, "for another platform.", [](Update& u) { u.record.platform = "mac"; });
+  expect(untrusted, "too long.", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); });
+  expect(wrong, "SHA-256 is not the declared one.", [](Update& u) { u.file.back() ^= 1; });
+  expect(wrong, "The file is longer than declared.", [](Update& u) { u.file += '\0'; });
+  expect(wrong, "The file has 0 bytes,", [](Update& u) { u.file.clear(); });
+  expect(wrong, "The file's MD5 is not the declared one.",
+         [](Update& u) { u.values["DistroMD5"] = std::string(32, '0'); });
+  expect(kInstallNothing, "version 2.0.0.1 is not above the application's, 3.0.0.0",
+         [](Update& u) { u.record.version = MakeVersion(3, 0, 0, 0); });
+  expect(kInstallDownloadFailed, "could not be fetched.", [](Update& u) { u.manifest.clear(); });
+  expect(
+      kInstallCannotStart, "", [](Update& u) { u.file = Prepared("no-program"); }, "no-program");
+  expect(kInstallUnknownStarter, "The starter is neither exe nor msi.",
+         [](Update& u) { u.values["DistroStarter"] = "bat"; });
+  expect(kInstallBadAddress, "The address is refused: \\\\server\\share\\a.exe",
+         [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; });
+  // During the download.
+  expect(untrusted, "not alone in its folder.",
+         [](Update& u) { u.happens = [&] { u.AddLibrary(); }; });
+  expect(kInstallNothing, "is removed.", [](Update& u) { u.happens = [&] { u.Remove(); }; });
 }
 
 TEST(Install, AnotherServersCertificateIsRefused) {

@@ -1,5 +1,4 @@
 // From a feed to the update found.
-#include <regex>
 #include <stdexcept>
 
 #include "testing/unit_test.h"
@@ -57,11 +56,11 @@ struct Evaluation : testing::Test {
 
   // Of the update that was found, as they stand in its file.
   std::string Values() const {
-    static const std::regex value("<(\\w+)(?:/|>([^<]*)</\\1)>");
-    const std::string file = ReadBytes(home_.AppFolder("qb") / "updinfo.xml");
+    XmlNode file;
+    LoadXml(ReadBytes(home_.AppFolder("qb") / "updinfo.xml"), &file);
     std::string values;
-    for (std::sregex_iterator at(file.begin(), file.end(), value), end; at != end; ++at) {
-      values += (*at)[1].str() + "=" + (*at)[2].str() + " ";
+    for (const XmlNode* each = file.FirstChild(); each; each = each->Next()) {
+      values.append(each->Name()).append("=").append(each->Value()).append(" ");
     }
     return values;
   }
@@ -89,10 +88,9 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
   expect("common 1.1.0.0", {beta});
   // The later one of equals.
   expect("common  2.0.0.0", {Item("2.0.0.0") + Item(" 2.0.0.0")});
-  // The current version; another platform; our nick, and another.
+  // The current version; another platform; another nick.
   expect("-", {Item("1.0.5.3") + Item("1.0.5.2"), Item("2.0.0.0", Element("version:platform", "x")),
                Item("2.0.0.0", Element("version:nick", "qbx"))});
-  expect("common 2.0.0.0", {Item("2.0.0.0", Element("version:nick", "QB"))});
   // A target wins over a higher common version.
   expect("target 1.5.0.0", {Masked("1.0"), Masked("1."), Masked("1.0.5.3"),
                             Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
@@ -100,9 +98,10 @@ TEST_F(Evaluation, ChoosesAnUpdate) {
   expect("common 3.0.0.0", {Masked("1.0.5.0"), Targeted("<update:target begin='1.0.5.4'/>"),
                             Targeted("<update:target end='1.0.4'/>")});
   expect("Bad version mask.", {Masked("any"), Masked(".1"), Masked("1..2")});
-  // Two addresses are ambiguous for those that are meant.
+  // Two addresses are ambiguous for those that are meant; others, and those of our nick, go on.
   expect("refused", {Targeted(Element(kTarget, "1") + "<update:guid/>")});
-  expect("common 2.0.0.0", {Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>")});
+  expect("common 2.0.0.0", {Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
+                            Item("2.0.0.0", Element("version:nick", "QB"))});
   EXPECT_EQ(Evaluate("<rss/>"), "-");
   EXPECT_EQ(Evaluate("<html/>"), "bad xml: root node name is not 'rss' but html");
   app_.WriteFlag("WantUnstableToo", true);
@@ -138,7 +137,7 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
             "VerMajor=2 VerMinor=1 VerSubver=0 VerBuild=15 VersionStatus=2 "
             "DistroUrl=common 2.1.0.15 DistroMD5=m DistroArgs=a DistroStarter=s MSIArgs=i "
             "DlgsArchiveUrl=dlg DlgsArchiveDate=3 DlgsArchiveStyle=static Title=t "
-            "Description=&lt;d&gt; Platform=x86 Favicon=f LocaleUrl=loc LocaleDate=2 UACDlg=1 "
+            "Description=<d> Platform=x86 Favicon=f LocaleUrl=loc LocaleDate=2 UACDlg=1 "
             "DistroSize=1048576 Homepage=l ");
   // A targeted update has texts of its own; what it lacks is emptied.
   const std::string own = Element(kTarget, "1") + Element("update:description", "o");
