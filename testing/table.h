@@ -36,4 +36,12 @@ class Table {
   std::vector<Row<Input, Want>> rows_;
 };
 
+/// Several inputs that all give one result. They name themselves.
+template <class Input, class Want, class Answer>
+void ExpectAll(const Want& want, std::initializer_list<Input> inputs, Answer answer) {
+  for (const Input& input : inputs) {
+    EXPECT_EQ(answer(input), want) << testing::PrintToString(input);
+  }
+}
+
 #endif  // KUPDATE_TESTING_TABLE_H_
