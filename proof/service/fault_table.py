@@ -136,6 +136,10 @@ def away(lasts):
     return Cause(server_is_away=True, until=STALLED, lasts=lasts)
 
 
+def redirect(target):
+    return web.status('302 Found', 'Content-Length: 0', f'Location: {target}')
+
+
 def slow(**more):
     """Takes two seconds."""
     answer = web.Answer(web.whole(stage.FEED + b' ' * 40_000), pause=0.05, delivers=True)
@@ -144,11 +148,11 @@ def slow(**more):
 
 STALLED = '"event":"transient_error"'
 TWENTY_HOURS = 20 * 3600
-NOT_FOUND = web.status('404 Not Found')
-NO_HEAD = web.status('405 Method Not Allowed')
-SERVER_ERROR = web.status('500 Internal Server Error')
-UNAVAILABLE = web.status('503 Service Unavailable')
-LOOP = web.redirect('/address')
+NOT_FOUND = web.NOT_FOUND.get
+NO_HEAD = web.status('405 Method Not Allowed', 'Content-Length: 0')
+SERVER_ERROR = web.status('500 Internal Server Error', 'Content-Length: 0')
+UNAVAILABLE = web.status('503 Service Unavailable', 'Content-Length: 0')
+LOOP = redirect('/address')
 CUT_FEED = web.sized(5000, b'<?xml version="1.0"?><rss><channel>')
 LONG_FEED = web.sized(40, b'<?xml version="1.0"?><rss><channel></channel></rss>')
 BROKEN_GZIP = web.whole(b'\x1F\x8B\x08' + b'\xA5' * 500, 'Content-Encoding: gzip')
@@ -190,7 +194,7 @@ FAULTS = [
     ('the job has vanished when the executor comes', stays(2, 'vanish all', 'The job is gone.'),
      check_waits()),
     ('the job of a report that was not received has vanished',
-     stays(16, 'vanish all', answer=web.Answer(NOT_FOUND)), in_test(report_waits('ERROR'))),
+     stays(16, 'vanish all', answer=web.NOT_FOUND), in_test(report_waits('ERROR'))),
     ('another executor ends the job at the same time',
      stays(16, 'states TRANSFERRED ACKNOWLEDGED\nfail Complete 0x80200002\nfail Cancel 0x80200002',
            'Exit code: 0'), in_test(report_waits())),
@@ -218,7 +222,7 @@ FAULTS = [
     # The web server and the way to it.
     ('404', answers(NOT_FOUND), check_fails(), in_test(not_delivered()),
      host_sees('job failed', 'Job failed.')),
-    ('403', answers(web.status('403 Forbidden')), check_fails(), not_delivered()),
+    ('403', answers(web.status('403 Forbidden', 'Content-Length: 0')), check_fails(), not_delivered()),
     ('500 for good: the service gives up after 23 hours', answers(SERVER_ERROR, lasts=DAY),
      check_fails()),
     ('500 for good: the service gives up after 14 days', answers(SERVER_ERROR, lasts=15 * DAY),
@@ -236,7 +240,7 @@ FAULTS = [
     ('no server listens for fifteen days', away(15 * DAY), not_delivered()),
     ('the connection is closed without an answer, for a day', answers(b'', lasts=DAY),
      check_fails()),
-    ('no such host, for a day', answers(web.redirect('http://no-such-host.invalid/'), lasts=DAY),
+    ('no such host, for a day', answers(redirect('http://no-such-host.invalid/'), lasts=DAY),
      check_fails()),
     ('cut in the middle, for a day', answers(CUT_FEED, lasts=DAY), check_fails()),
     ('cut in the middle, then whole', answers(CUT_FEED, lasts=TWENTY_HOURS),
@@ -249,14 +253,14 @@ FAULTS = [
      check_waits('CONNECTING'), report_waits('CONNECTING')),
     ('empty', answers(web.whole(b'')), check_fails(WRONG_ROOT + 'NA'), sent(0)),
     ('slow: two seconds', slow(), found()),
-    ('redirected', answers(web.redirect('/good')), found(), sent(0)),
+    ('redirected', answers(redirect('/good')), found(), sent(0)),
     ('redirected to itself, for a day', answers(LOOP, lasts=DAY), check_fails()),
     ('redirected to itself, for fifteen days', answers(LOOP, lasts=15 * DAY), not_delivered()),
     ('a server without HEAD', answers(web.whole(b'<rss/>'), NO_HEAD),
      check_fails(), not_delivered()),
-    ('a server without ranges', answers(web.raw('200 OK', ['Content-Length: 6'], b'<rss/>')),
+    ('a server without ranges', answers(web.status('200 OK', 'Content-Length: 6', body=b'<rss/>')),
      check_fails()),
-    ('a server without sizes', answers(web.raw('200 OK', ['Accept-Ranges: bytes'], b'ok')),
+    ('a server without sizes', answers(web.status('200 OK', 'Accept-Ranges: bytes', body=b'ok')),
      not_delivered()),
     ('no HTTP at all, for a day', answers(b'SSH-2.0-none\r\n\r\n', lasts=DAY), check_fails()),
     ('a feed that is no XML', answers(web.whole(b'\xFF' * 3000)), check_fails(NOT_READ)),

@@ -15,26 +15,18 @@ class Answer:
     delivers: bool = False  # the server notes who asked for it
 
 
-def raw(first, headers=(), body=b''):
+def status(first, *headers, body=b''):
     lines = [f'HTTP/1.1 {first}', *headers, 'Connection: close', '', '']
     return '\r\n'.join(lines).encode() + body
 
 
 def sized(size, body=b'', *headers):
     """A server that has ranges and says that its file has so many bytes."""
-    return raw('200 OK', ['Accept-Ranges: bytes', f'Content-Length: {size}', *headers], body)
+    return status('200 OK', 'Accept-Ranges: bytes', f'Content-Length: {size}', *headers, body=body)
 
 
 def whole(body, *headers):
     return sized(len(body), body, *headers)
-
-
-def status(text):
-    return raw(text, ['Content-Length: 0'])
-
-
-def redirect(target):
-    return raw('302 Found', ['Content-Length: 0', f'Location: {target}'])
 
 
 class WebServer:
@@ -43,20 +35,19 @@ class WebServer:
     def __init__(self):
         self.answers = {}
         self.delivered = []  # the noted addresses, in their order
-        self._port = 0
         self._server = None
+        self._port = 0
         self.come_back()
 
     def url(self, path):
         return f'http://127.0.0.1:{self._port}/{path}'
 
     def come_back(self):
-        if self._server:
-            return
-        self._server = _Server(('127.0.0.1', self._port), _Handler)
-        self._server.web = self
-        self._port = self._server.server_address[1]
-        threading.Thread(target=self._server.serve_forever, args=(0.02,), daemon=True).start()
+        if not self._server:
+            self._server = _Server(('127.0.0.1', self._port), _Handler)
+            self._server.web = self
+            self._port = self._server.server_address[1]
+            threading.Thread(target=self._server.serve_forever, args=(0.02,), daemon=True).start()
 
     def go_away(self):
         self._server.shutdown()
@@ -68,6 +59,7 @@ class _Server(socketserver.ThreadingTCPServer):
     allow_reuse_address = True
     daemon_threads = True
     block_on_close = False
+    request_queue_size = 100
 
 
 class _Handler(socketserver.StreamRequestHandler):
@@ -76,16 +68,16 @@ class _Handler(socketserver.StreamRequestHandler):
             method, address, _ = self.rfile.readline().decode().split(' ', 2)
             while self.rfile.readline().strip():
                 pass
-            self._send(method, address)
+            answer = self.server.web.answers.get(address[1:].partition('?')[0], NOT_FOUND)
+            if method == 'HEAD':
+                head, end, _ = (answer.head or answer.get).partition(b'\r\n\r\n')
+                self.wfile.write(head + end)
+                return
+            if answer.delivers:
+                self.server.web.delivered.append(address)
+            for at in range(0, len(answer.get), 1024):
+                self.wfile.write(answer.get[at:at + 1024])
+                time.sleep(answer.pause)
 
-    def _send(self, method, address):
-        web = self.server.web
-        answer = web.answers.get(address[1:].partition('?')[0], Answer(status('404 Not Found')))
-        if method == 'HEAD':
-            self.wfile.write((answer.head or answer.get).partition(b'\r\n\r\n')[0] + b'\r\n\r\n')
-            return
-        if answer.delivers:
-            web.delivered.append(address)
-        for at in range(0, len(answer.get), 1024):
-            self.wfile.write(answer.get[at:at + 1024])
-            time.sleep(answer.pause)
+
+NOT_FOUND = Answer(status('404 Not Found', 'Content-Length: 0'))
