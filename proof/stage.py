@@ -6,12 +6,12 @@ import pathlib
 import re
 import shutil
 import subprocess
-import sys
 import time
 import urllib.parse
 from collections import Counter, namedtuple
 from xml.etree import ElementTree
 
+from report import windows_path
 from web import WebServer
 
 DAY = 86400  # seconds
@@ -40,29 +40,6 @@ WEB = WebServer()
 Entry = namedtuple('Entry', 'sign milliseconds answer call item')
 
 
-def say(text):
-    print(' ', text, file=sys.stderr, flush=True)
-
-
-class Promise:
-    """A row of the proof's table."""
-
-    def __init__(self, text):
-        self.text = text
-        self.faults = 0
-
-    def broken_by(self, place, *faults):
-        self.faults += len(faults)
-        for fault in faults:
-            say(f'FAULT  {place}: {fault}')
-
-    def print(self, tried, found=''):
-        """Prints the row; returns whether the promise held."""
-        held = 'NO' if self.faults else 'yes'
-        print(f'| {self.text} | {tried} | {self.faults} faults{found} | {held} |', flush=True)
-        return not self.faults
-
-
 def eventually(condition, seconds=20):
     """Asks until the condition is met; returns whether it was."""
     end = time.monotonic() + seconds
@@ -72,10 +49,6 @@ def eventually(condition, seconds=20):
 
 
 # --- programs ---
-
-def windows_path(path):
-    return 'Z:' + str(path).replace('/', '\\')
-
 
 def start(program, *arguments, stdin=subprocess.DEVNULL):
     # Output never goes to a pipe: Wine's own services would keep it open.

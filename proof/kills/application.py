@@ -9,6 +9,7 @@ from types import SimpleNamespace
 from xml.etree import ElementTree
 
 import stage
+from report import windows_path
 from web import Answer, whole
 
 EXPORTS = [line.split()[1] for line in (stage.ROOT / 'scripts/exports.txt').open()]
@@ -45,7 +46,7 @@ def lines_of(call, rand, executor, feed, longest_wait):
 
 
 def path_of(executor):
-    return 'DLLSetExecutorPath ' + json.dumps(stage.windows_path(executor))
+    return 'DLLSetExecutorPath ' + json.dumps(windows_path(executor))
 
 
 def start_executor(arguments):
@@ -56,7 +57,7 @@ def start_executor(arguments):
 
 def running_executors():
     """The processes of the executor under test, whatever has started them."""
-    program = stage.windows_path(EXECUTOR).encode()
+    program = windows_path(EXECUTOR).encode()
     found = []
     for process in pathlib.Path('/proc').glob('[0-9]*'):
         with contextlib.suppress(OSError):  # it has ended

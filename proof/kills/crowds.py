@@ -7,6 +7,7 @@ from collections import Counter
 import application
 import stage
 from application import EXPORTS, Application
+from report import Promise, say
 
 HOSTS = 8
 WARM_UP_CYCLES = 50
@@ -45,12 +46,12 @@ def run_crowd(promise, names, shares, calls, seed, seconds=0):
     if not application.deliver(apps):
         promise.broken_by(names, 'not all could be sent')
     longest = max(returned, key=lambda entry: entry.milliseconds)
-    stage.say(f'longest call: {longest}')
+    say(f'longest call: {longest}')
     return apps, len(returned), f'longest call {longest.milliseconds} ms'
 
 
 def prove_contention(count, calls, seed):
-    promise = stage.Promise('all that is recorded arrives exactly once')
+    promise = Promise('all that is recorded arrives exactly once')
     names = [f'crowd{count}-{i}' for i in range(count)]
     apps, returned, longest = run_crowd(promise, names, RECORDS, calls, seed)
     for app in apps:
@@ -63,14 +64,14 @@ def prove_contention(count, calls, seed):
 
 
 def prove_waiting(seconds, seed):
-    promise = stage.Promise('no deadlock while hosts wait for executors')
+    promise = Promise('no deadlock while hosts wait for executors')
     _, returned, longest = run_crowd(promise, ['wait0', 'wait1'], ALL, 100, seed, seconds)
     return promise.print(f'{HOSTS} hosts, 2 apps, {seconds} s, seed {seed}',
                          f', {returned} calls, {longest}')
 
 
 def prove_loading(cycles):
-    promise = stage.Promise('loading and freeing leaks nothing')
+    promise = Promise('loading and freeing leaks nothing')
     load = ['LoadCallFree']
     diary = stage.run_host('loading', *load * WARM_UP_CYCLES, 'Measure',
                            *load * (cycles - WARM_UP_CYCLES), 'Measure')

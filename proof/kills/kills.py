@@ -10,6 +10,7 @@ from collections import Counter
 import application
 import stage
 from application import EXPORTS, UNKNOWN_JOB, Application
+from report import Promise, say
 
 VICTIMS = 3
 ROUNDS_OF_AN_APPLICATION = 20
@@ -69,11 +70,11 @@ class Storm:
         self.met = Counter()  # kills by export or command line; None: of hosts between two calls
         self.planned = Counter()
         self.executor_seconds = 0.2  # that a whole run takes now
-        self.parse = stage.Promise('after a kill every state file parses')
-        self.next = stage.Promise('the next call succeeds, no lock stays stuck')
-        self.lost = stage.Promise('no acknowledged value is lost')
-        self.twice = stage.Promise('nothing arrives twice but what a killed process had in work')
-        self.end = stage.Promise('in the end all jobs end and all is sent')
+        self.parse = Promise('after a kill every state file parses')
+        self.next = Promise('the next call succeeds, no lock stays stuck')
+        self.lost = Promise('no acknowledged value is lost')
+        self.twice = Promise('nothing arrives twice but what a killed process had in work')
+        self.end = Promise('in the end all jobs end and all is sent')
         self.count = Counter()
         self.longest_next = 0
 
@@ -176,7 +177,7 @@ class Storm:
             if 'AskService failed' not in faults:
                 break
             # A client that was killed in the middle of a call can leave Wine deaf for the service.
-            stage.say('the transfer service is restarted')
+            say('the transfer service is restarted')
             stage.stop_service()
         self.next.broken_by(app.name, *faults)
         took = sum(entry.milliseconds for entry in diary
@@ -221,7 +222,7 @@ class Storm:
         return all(held)
 
     def print_met(self, tried):
-        promise = stage.Promise(f'all {len(EXPORTS)} exports and {len(COMMANDS)} commands are met')
+        promise = Promise(f'all {len(EXPORTS)} exports and {len(COMMANDS)} commands are met')
         exports, commands = (min(self.met[name] for name in names) for names in (EXPORTS, COMMANDS))
         if not exports or not commands:
             promise.broken_by('kills', 'not all are met')
@@ -234,8 +235,8 @@ def main(kills, seed):
     while storm.kills() < kills:
         storm.run_application(f'storm{number}', TREATMENTS[number % len(TREATMENTS)], kills)
         number += 1
-        stage.say(f'{storm.kills()} kills, {dict(storm.count)}')
-    stage.say(f'met: {dict(storm.met)}')
+        say(f'{storm.kills()} kills, {dict(storm.count)}')
+    say(f'met: {dict(storm.met)}')
     return storm.print(seed)
 
 

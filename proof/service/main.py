@@ -10,6 +10,7 @@ import sys
 import stage
 from fault_run import Run
 from fault_table import ROWS
+from report import Promise, say
 from stage import WEB
 from web import Answer, whole
 from weeks import Weeks
@@ -20,8 +21,8 @@ def run_faults(which=''):
         which, [row for row in ROWS if which in row[0]])
     held = []
     for label, cause, want in rows:
-        stage.say(label)
-        promise = stage.Promise(label)
+        say(label)
+        promise = Promise(label)
         promise.broken_by(label, *Run(cause, want).faults())
         times = '' if want.reports == 1 else f', and arrives x{want.reports}'
         held.append(promise.print(f'{want.meaning}{times}; then all is well'))
@@ -31,7 +32,7 @@ def run_faults(which=''):
 def wait_behind_starts(starts):
     """A host starts so many times, a day after the last time, with an update published, and waits
     at once for a check, while that of its start is still on its way."""
-    promise = stage.Promise('a host that waits right behind its start learns of the update')
+    promise = Promise('a host that waits right behind its start learns of the update')
     WEB.answers = {'feed': Answer(whole(stage.FEED)), 'report': Answer(whole(b'ok'))}
     stage.begin()
     stage.place_executor(stage.GOOD_EXECUTOR)

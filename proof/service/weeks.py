@@ -4,6 +4,7 @@ import re
 from collections import Counter
 
 import stage
+from report import Promise
 from stage import DAY, WEB
 from web import Answer, whole
 
@@ -27,7 +28,7 @@ class Weeks:
         self.values = {app: [] for app in self.apps}  # what the hosts reported
         self.first_days = {}  # of each job
         self.day = self.later = 0
-        self.promise = stage.Promise('weeks without a network: few jobs, every value arrives once')
+        self.promise = Promise('weeks without a network: few jobs, every value arrives once')
 
     def spend(self):
         stage.begin()
