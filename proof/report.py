@@ -16,8 +16,8 @@ class Promise:
         for fault in faults:
             say(f'FAULT  {place}: {fault}')
 
+    # Prints the row; returns whether the promise held.
     def print(self, tried, found=''):
-        """Prints the row; returns whether the promise held."""
         held = 'NO' if self.faults else 'yes'
         print(f'| {self.text} | {tried} | {self.faults} faults{found} | {held} |', flush=True)
         return not self.faults

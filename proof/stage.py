@@ -1,4 +1,4 @@
-"""A private Wine prefix: its hosts, executors and transfer service, and the files they leave."""
+# A private Wine prefix: its hosts, executors and transfer service, and the files they leave.
 import contextlib
 import itertools
 import os
@@ -40,8 +40,8 @@ WEB = WebServer()
 Entry = namedtuple('Entry', 'sign milliseconds answer call item')
 
 
+# Asks until the condition is met; returns whether it was.
 def eventually(condition, seconds=20):
-    """Asks until the condition is met; returns whether it was."""
     end = time.monotonic() + seconds
     while not (met := condition()) and time.monotonic() < end:
         time.sleep(0.02)
@@ -56,8 +56,8 @@ def start(program, *arguments, stdin=subprocess.DEVNULL):
                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
+# A process of host.cpp, which says what its lines mean.
 class Host:
-    """A process of host.cpp, which says what its lines mean."""
     _numbers = itertools.count(1)
 
     def __init__(self, app, *lines, seconds=0, stays=False):
@@ -76,8 +76,8 @@ class Host:
         lines = (line.split(' ', 4) for line in self._diary.read_text('utf-8').splitlines())
         return [Entry(sign, int(milliseconds), *rest) for sign, milliseconds, *rest in lines]
 
+    # Waits until it ends, or stands still. Returns its diary.
     def finish(self):
-        """Waits until it ends, or stands still. Returns its diary."""
         self.process.stdin.close()
         while (self.process.poll() is None and
                time.time() - self._diary.stat().st_mtime < PATIENCE):
@@ -93,8 +93,8 @@ def run_host(app, *lines):
     return Host(app, *lines).finish()
 
 
+# Puts a copy where the library looks for the executor; None leaves the place empty.
 def place_executor(program, place=ROAMING / 'kupdate-exec.exe'):
-    """Puts a copy where the library looks for the executor; None leaves the place empty."""
     place.unlink(missing_ok=True)
     if program:
         place.parent.mkdir(parents=True, exist_ok=True)
@@ -119,8 +119,8 @@ def _temp_files():
     return _files(*_USERS.glob('*/Temp'), *_USERS.glob('*/AppData/Local/Temp'))
 
 
+# The root element of a state file, and the items of its lists.
 def parse(file):
-    """The root element of a state file, and the items of its lists."""
     root = ElementTree.parse(file).getroot()
     return root, [item.text for section in root for item in section]
 
@@ -138,12 +138,10 @@ def _values(file):
     return ' '.join(items + ['confirmed'] * confirmed)
 
 
+# The files, with the values that show how things stand:
+# "appinfo.xml(1) in_work_0.xml(install p=1) statistics.xml(confirmed)". Logs are left out, and what
+# each application has in the local folder; an id in a name reads "ID".
 def files_of(app):
-    """The files, with the values that show how things stand:
-
-    "appinfo.xml(1) in_work_0.xml(install p=1) statistics.xml(confirmed)". Logs are left out, and
-    what each application has in the local folder; an id in a name reads "ID".
-    """
     words = []
     for file in _files(DATA / app, LOCAL / app) + _temp_files():
         if file.name in ('local.xml', 'answer.xml') or file.suffix == '.lock':
@@ -162,8 +160,8 @@ def blocks_of(app):
     return list((DATA / app).glob('in_work_*.xml'))
 
 
+# Lets time pass for an application's record and its blocks in work.
 def set_times_back(app, seconds):
-    """Lets time pass for an application's record and its blocks in work."""
     record = DATA / app / 'appinfo.xml'
     if record.exists():
         record.write_text(re.sub(r'(?<=Time>)\d+(?=<)', lambda time: str(int(time[0]) - seconds),
@@ -174,8 +172,8 @@ def set_times_back(app, seconds):
 
 # --- the service ---
 
+# Writes the stand-in's control file. Its counting of calls starts again.
 def control(*lines):
-    """Writes the stand-in's control file. Its counting of calls starts again."""
     (SERVICE / 'control.txt').write_text('\n'.join(lines), 'utf-8')
 
 
@@ -187,8 +185,8 @@ def wake_service():
     start(STANDIN, '-Embedding')
 
 
+# Nothing is stored, and the service begins with these jobs and an empty journal.
 def begin(jobs=''):
-    """Nothing is stored, and the service begins with these jobs and an empty journal."""
     stop_service()
     control()
     _JOBS.write_text(jobs, 'utf-8')
@@ -222,8 +220,8 @@ def executors_rest():
             entries.count('"event":"notify_exit"') + entries.count('cannot be started'))
 
 
+# The service's jobs, each a dict of what its file has.
 def jobs():
-    """The service's jobs, each a dict of what its file has."""
     found = []
     for line in _read(_JOBS).splitlines():
         key, _, value = line.partition(' ')
@@ -233,8 +231,8 @@ def jobs():
     return found
 
 
+# Whose job it is; "bare" ones belong to hosts that drive a check.
 def purpose(job):
-    """Whose job it is; "bare" ones belong to hosts that drive a check."""
     if job['name'] != 'Kupdate-task':
         return "another program's"
     parameters = job.get('notify-parameters', '')
@@ -242,18 +240,16 @@ def purpose(job):
             'report' if '--stat-callback' in parameters else 'bare')
 
 
+# The jobs as "check TRANSIENT_ERROR, report QUEUED x2".
+# One whose bytes come in shows as CONNECTING: the service's file does not follow that.
 def jobs_text():
-    """The jobs as "check TRANSIENT_ERROR, report QUEUED x2".
-
-    One whose bytes come in shows as CONNECTING: the service's file does not follow that.
-    """
     counts = Counter(f"{purpose(job)} {job['state']}" for job in jobs())
     return ', '.join(job + (f' x{count}' if count > 1 else '')
                      for job, count in sorted(counts.items())) or 'none'
 
 
+# Whether the service is yet to try a transfer, or to start the executor, by itself.
 def any_job_moves():
-    """Whether the service is yet to try a transfer, or to start the executor, by itself."""
     return any(job.get('notice-due') == '1' or
                job['state'] in ('QUEUED', 'CONNECTING', 'TRANSIENT_ERROR') for job in jobs())
 
@@ -264,7 +260,7 @@ def is_fetching():
 
 # --- reports ---
 
+# An application's reports that the web server has, each from "stat=" on, in their order.
 def reports(app):
-    """An application's reports that the web server has, each from "stat=" on, in their order."""
     return [re.sub('.*&(stat=.*)&fd=.*', r'\1', address) for address in WEB.delivered
             if f'krsoft={app}&' in address]

@@ -1,4 +1,4 @@
-"""A web server that can answer as no good one does, and that can be away."""
+# A web server that can answer as no good one does, and that can be away.
 import contextlib
 import socketserver
 import threading
@@ -6,9 +6,9 @@ import time
 from dataclasses import dataclass
 
 
+# The bytes that GET and HEAD receive before the connection ends.
 @dataclass
 class Answer:
-    """The bytes that GET and HEAD receive before the connection ends."""
     get: bytes
     head: bytes = b''       # empty: the head of `get`
     pause: float = 0        # seconds after each kilobyte
@@ -20,8 +20,8 @@ def status(first, *headers, body=b''):
     return '\r\n'.join(lines).encode() + body
 
 
+# A server that has ranges and says that its file has so many bytes.
 def sized(size, body=b'', *headers):
-    """A server that has ranges and says that its file has so many bytes."""
     return status('200 OK', 'Accept-Ranges: bytes', f'Content-Length: {size}', *headers, body=body)
 
 
@@ -29,9 +29,12 @@ def whole(body, *headers):
     return sized(len(body), body, *headers)
 
 
-class WebServer:
-    """Serves `answers`, by path without query, on a port of 127.0.0.1 that it keeps."""
+# Serves `answers`, by path without query, on a port of 127.0.0.1 that it keeps.
+def empty(first, *headers):
+    return status(first, 'Content-Length: 0', *headers)
 
+
+class WebServer:
     def __init__(self):
         self.answers = {}
         self.delivered = []  # the noted addresses, in their order
@@ -80,4 +83,4 @@ class _Handler(socketserver.StreamRequestHandler):
                 time.sleep(answer.pause)
 
 
-NOT_FOUND = Answer(status('404 Not Found', 'Content-Length: 0'))
+NOT_FOUND = Answer(empty('404 Not Found'))

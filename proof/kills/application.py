@@ -1,4 +1,4 @@
-"""One application: its hosts, what they have recorded, and where it must be found."""
+# One application: its hosts, what they have recorded, and where it must be found.
 import contextlib
 import json
 import os
@@ -28,8 +28,8 @@ stage.WEB.answers = {'feed': Answer(whole(stage.FEED)),
                      'report': Answer(whole(b'ok'), delivers=True)}
 
 
+# What a host makes for a call.
 def lines_of(call, rand, executor, feed, longest_wait):
-    """What a host makes for a call."""
     check = f'DLLIsUpdateAvailable {FEED} all {rand.choice((0, 50, 50, 50))}'
     return {
         'DLLIsUpgradeAvailable': [f'{call} {rand.randrange(longest_wait)}'],
@@ -55,8 +55,8 @@ def start_executor(arguments):
     return stage.start(EXECUTOR, *(word.strip('"') for word in arguments.split()))
 
 
+# The processes of the executor under test, whatever has started them.
 def running_executors():
-    """The processes of the executor under test, whatever has started them."""
     program = windows_path(EXECUTOR).encode()
     found = []
     for process in pathlib.Path('/proc').glob('[0-9]*'):
@@ -76,9 +76,9 @@ def kill_running_executors():
     return len(killed)
 
 
+# The arguments with which the service would start each job's executor; a job without any is ended
+# by its id.
 def waiting_executors():
-    """The arguments with which the service would start each job's executor; a job without any is
-    ended by its id."""
     parameters = [(job['job'], job.get('notify-parameters', '')) for job in stage.jobs()]
     return [text[text.index(' --') + 1:] if ' --' in text else '--job ' + job
             for job, text in parameters]
@@ -89,9 +89,8 @@ def failures(diary):
             if entry.sign == 'x' and entry.call not in MAY_FAIL]
 
 
+# Sends all that waits, through executors that the service starts. Returns whether all was sent.
 def deliver(apps):
-    """Sends all that waits, through executors that the service starts. Returns whether all was
-    sent."""
     for _ in range(200):
         for app in apps:
             app.call('DLLOnApplicationStartup', 'DLLForceUpdateCheck', real_executor=True, feed='')
@@ -108,16 +107,16 @@ def deliver(apps):
 
 
 class Application:
+    # An application that is removed may lose its states, and the last one loses all.
     def __init__(self, name, rand, *, keeps_values=True, keeps_states=True):
-        """An application that is removed may lose its states, and the last one loses all."""
         self.name, self.rand = name, rand
         self.keeps_values, self.keeps_states = keeps_values, keeps_states
         self.tried = Counter(['install'])  # by the call that registers the application
         self.acknowledged = Counter(['install'])
         self.locales = {''}  # one of them was set last
 
+    # Without the real executor its jobs wait for us.
     def start_host(self, calls, *, real_executor=False, feed=FEED, seconds=0):
-        """Without the real executor its jobs wait for us."""
         if not EXECUTOR.exists():
             stage.place_executor(stage.GOOD_EXECUTOR, EXECUTOR)
         executor = path_of(EXECUTOR if real_executor else '/none/kupdate-exec.exe')
@@ -125,15 +124,15 @@ class Application:
             call, self.rand, executor, feed, longest_wait=5000 if real_executor else 20)]
         return stage.Host(self.name, executor, *lines, seconds=seconds)
 
+    # Makes calls in a host of their own; returns its diary and what failed.
     def call(self, *calls, **settings):
-        """Makes calls in a host of their own; returns its diary and what failed."""
         host = self.start_host(calls, **settings)
         diary = host.finish()
         code = host.process.returncode
         return diary, failures(diary) + ([f'the host ended with {code}'] if code else [])
 
+    # Enters what hosts wrote that ran at the same time.
     def enter(self, *diaries):
-        """Enters what hosts wrote that ran at the same time."""
         earlier = set(self.locales)
         for diary in diaries:
             latest = set()  # from the last one on whose call returned
@@ -147,9 +146,8 @@ class Application:
                     (self.tried if entry.sign == '?' else self.acknowledged)[entry.item] += 1
             self.locales |= latest
 
+    # The files as they are, when no process writes. One that was found not to parse is a fault too.
     def stores(self):
-        """The files as they are, when no process writes. One that was found not to parse is a fault
-        too."""
         folder = stage.DATA / self.name
         stores = SimpleNamespace(faults=[file.name for file in folder.glob('*.bak')],
                                  waiting=Counter(), in_work=Counter(), locale='')
@@ -169,14 +167,14 @@ class Application:
                 place.update(items)
         return stores
 
+    # The items of all reports, each "stat=dayuse&p1=1&action=a1,a2".
     def arrived(self):
-        """The items of all reports, each "stat=dayuse&p1=1&action=a1,a2"."""
         return Counter(item.removeprefix('stat=').removeprefix('action=')
                        for report in stage.reports(self.name)
                        for item in report.replace(',', '&').split('&'))
 
+    # All that was acknowledged is in the files or has arrived; the locale was set last.
     def check_nothing_is_lost(self, stores, lost):
-        """All that was acknowledged is in the files or has arrived; the locale was set last."""
         if self.keeps_states and stores.locale not in self.locales:
             lost.broken_by(self.name, f'locale "{stores.locale}" is none of {self.locales}')
         if self.keeps_values:
@@ -184,10 +182,10 @@ class Application:
             if missing := self.acknowledged.keys() - places.keys() - set(STATES):
                 lost.broken_by(self.name, f'{missing} missing')
 
+    # When all is sent, compares what has arrived. An item may come once more for each block that
+    # was left in work: it was cut, sent or being taken back when its process died. Returns how many
+    # items came more often than they were tried.
     def check_arrivals(self, in_work, lost, twice):
-        """When all is sent, compares what has arrived. An item may come once more for each block
-        that was left in work: it was cut, sent or being taken back when its process died. Returns
-        how many items came more often than they were tried."""
         arrived = self.arrived()
         for item, times in self.tried.items():
             fault = f'{item} came {arrived[item]} times of {times}'

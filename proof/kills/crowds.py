@@ -1,5 +1,5 @@
-"""crowds.py CALLS SECONDS CYCLES SEED: eight hosts at once, with executors that the service starts,
-and the library loaded over and over."""
+# crowds.py CALLS SECONDS CYCLES SEED: eight hosts at once, with executors that the service starts,
+# and the library loaded over and over.
 import random
 import sys
 from collections import Counter
@@ -22,9 +22,9 @@ RECORDS = dict(
 ALL = {name: 6 for name in [*EXPORTS, 'AddAction'] if name != 'DLLOnApplicationUninstall'}
 
 
+# Runs the hosts to their ends, host i on application i modulo their number, and sends all that they
+# recorded. Returns the applications and the calls that returned.
 def run_crowd(promise, names, shares, calls, seed, seconds=0):
-    """Runs the hosts to their ends, host i on application i modulo their number, and sends all that
-    they recorded. Returns the applications and the calls that returned."""
     stage.begin()
     rand = random.Random(seed)
     apps = [Application(name, rand) for name in names]

@@ -1,6 +1,6 @@
-"""kills.py KILLS SEED: hosts and executors are killed at random moments, three at a time on one
-application. After each three the files must parse, what a call acknowledged must be there or at the
-web server, and the next calls must succeed."""
+# kills.py KILLS SEED: hosts and executors are killed at random moments, three at a time on one
+# application. After each three the files must parse, what a call acknowledged must be there or at
+# the web server, and the next calls must succeed.
 import random
 import signal
 import sys
@@ -33,17 +33,16 @@ COMMANDS = {'--suicide': 1, '--stat-callback': 1, '--update-check': 1, '--silent
             '--status --json': 10, '--status': 10, '--version': 10, '--help': 10, '--job': 1}
 
 
+# A host or an executor, and the moment at which it is killed.
 class Victim:
-    """A host or an executor, and the moment at which it is killed."""
-
     def __init__(self, name, process, latest, host=None, calls=0, delay=0):
         self.name, self.process, self.host = name, process, host
         self.latest = time.monotonic() + latest
         self.calls, self.delay = calls, delay
 
+    # A host has begun when it is killed, and half of the hosts have made some calls. They are
+    # counted, since how many fit into a time depends on the machine.
     def is_due(self):
-        """A host has begun when it is killed, and half of the hosts have made some calls. They are
-        counted, since how many fit into a time depends on the machine."""
         if self.host:
             diary = self.host.diary()
             # The first call names the executor.
@@ -62,9 +61,8 @@ def kill(victims):
         living = [victim for victim in living if victim.process.poll() is None]
 
 
+# Chooses at random, from what was met least so far, and finds out what is left.
 class Storm:
-    """Chooses at random, from what was met least so far, and finds out what is left."""
-
     def __init__(self, seed):
         self.random = random.Random(seed)
         self.met = Counter()  # kills by export or command line; None: of hosts between two calls
@@ -81,8 +79,8 @@ class Storm:
     def kills(self):
         return self.met.total()
 
+    # Each second call, or each, is of the export that was met least.
     def start_host(self, app, treatment):
-        """Each second call, or each, is of the export that was met least."""
         exports = [name for name in EXPORTS
                    if treatment != 'kept' or name != 'DLLOnApplicationUninstall']
         focus = min(exports, key=lambda name: self.met[name] + self.planned[name])
@@ -95,9 +93,9 @@ class Storm:
         return Victim(app.name, host.process, 60, host, calls,
                       self.random.uniform(0, 0.03 if calls else 0.06))
 
+    # It runs a command line that was met least. It ends by itself, so its moment is chosen from the
+    # time that a whole run takes now.
     def start_executor(self, app, jobs):
-        """It runs a command line that was met least. It ends by itself, so its moment is chosen from
-        the time that a whole run takes now."""
         lines = [*jobs, UNKNOWN_JOB, f'--appid {app.name} --silent-update-check', '--version',
                  f'--status --appid {app.name}', '--status --json', '--help']
         self.random.shuffle(lines)
@@ -106,8 +104,8 @@ class Storm:
         return Victim(name, application.start_executor(line),
                       self.random.uniform(0, self.executor_seconds + 0.02))
 
+    # Rounds of kills; then what is known is sent, and compared with what was acknowledged.
     def run_application(self, name, treatment, kills):
-        """Rounds of kills; then what is known is sent, and compared with what was acknowledged."""
         stage.begin()
         stage.WEB.delivered.clear()
         if treatment == 'removed':
@@ -122,7 +120,7 @@ class Storm:
                 self.run_round(app, treatment)
         self.run_executors(application.waiting_executors())
         left = app.stores()
-        self.count['blocks left'] += len(stage.blocks_of(name))
+        self.count['blocks'] += len(stage.blocks_of(name))
         # Housekeeping takes blocks back that are older than 15 days.
         stage.set_times_back(name, 16 * stage.DAY)
         self.run_executors([UNKNOWN_JOB])
@@ -146,8 +144,8 @@ class Storm:
         self.make_next_calls(app, treatment)
         self.limit_jobs()
 
+    # Counts the kill; returns what a host wrote.
     def take_end(self, victim):
-        """Counts the kill; returns what a host wrote."""
         killed = victim.process.returncode == -signal.SIGKILL
         if not victim.host:
             self.met[victim.name] += killed
@@ -184,8 +182,8 @@ class Storm:
                    if entry.call in ('DLLSetOptionalParam', 'DLLSetLocale', 'DLLGetLocale'))
         self.longest_next = max(self.longest_next, took)
 
+    # Leaves work for the executors of the next round, and not more than they list quickly.
     def limit_jobs(self):
-        """Leaves work for the executors of the next round, and not more than they list quickly."""
         jobs = application.waiting_executors()
         if len(jobs) > MANY_JOBS:
             self.random.shuffle(jobs)
@@ -193,9 +191,9 @@ class Storm:
             self.run_executors(jobs[FEW_JOBS:])
             self.executor_seconds = (time.monotonic() - start) / (len(jobs) - FEW_JOBS)
 
+    # One after the other. One that says that it could touch nothing is started again, as the
+    # service does it.
     def run_executors(self, lines):
-        """One after the other. One that says that it could touch nothing is started again, as the
-        service does it."""
         for line in lines:
             code = application.start_executor(line).wait(stage.PATIENCE)
             if code == 1:
@@ -214,7 +212,7 @@ class Storm:
             self.parse.print(tried),
             self.next.print(tried, f', longest 3 calls {self.longest_next} ms'),
             self.lost.print(values),
-            self.twice.print(values, f", {count['twice']} twice, {count['blocks left']} blocks left"),
+            self.twice.print(values, f", {count['twice']} twice, {count['blocks']} blocks left"),
             self.end.print(tried, f", {count['never there']} hosts not started, "
                                   f"{count['second starts']} executors started twice")]
         if self.kills() >= ENOUGH_TO_MEET_ALL:
@@ -226,7 +224,7 @@ class Storm:
         exports, commands = (min(self.met[name] for name in names) for names in (EXPORTS, COMMANDS))
         if not exports or not commands:
             promise.broken_by('kills', 'not all are met')
-        return promise.print(tried, f', {exports} or more in each export, {commands} in each command')
+        return promise.print(tried, f', {exports} or more kills in each, {commands} of each command')
 
 
 def main(kills, seed):

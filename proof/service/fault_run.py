@@ -1,4 +1,4 @@
-"""Runs one fault on a fresh application, from its beginning to its good end."""
+# Runs one fault on a fresh application, from its beginning to its good end.
 import dataclasses
 import itertools
 
@@ -26,8 +26,8 @@ class Run:
         self.later = 0
         self.parameter = ['DLLSetOptionalParam p=1']
 
+    # Lets the fault strike and end; returns what was found instead of what must come.
     def faults(self):
-        """Lets the fault strike and end; returns what was found instead of what must come."""
         self._set_the_scene()
         self._call('address')
         self._let_it_strike()
@@ -53,8 +53,8 @@ class Run:
             stage.set_times_back(self.app, -self.cause.clock_was_ahead)
         stage.control(self.cause.control)  # last: it counts the calls from here
 
+    # What the host does to have a transfer from there.
     def _call(self, path):
-        """What the host does to have a transfer from there."""
         url = WEB.url(path)
         if self.want.route == HOST_CHECK:
             self.host = self.host or stage.Host(self.app, stays=True)
@@ -72,8 +72,8 @@ class Run:
         last = self.host.diary()[-1]
         return ANSWERS[int(last.answer)] if last.sign == '!' else 'failure'
 
+    # A host that drives its check asks for its end. Returns whether it must ask again.
     def _host_asks(self):
-        """A host that drives its check asks for its end. Returns whether it must ask again."""
         if self.host and self.answer in ('', 'in work'):
             self.answer = self._ask('check')
         return self.answer == 'in work'
@@ -89,8 +89,8 @@ class Run:
             stage.wake_service()
         self._pass(self.cause.lasts, self.cause.control)
 
+    # Time passes for the service.
     def _pass(self, seconds, *control):
-        """Time passes for the service."""
         if seconds:
             self.later += seconds
             stage.control(*control, f'later {self.later}')
@@ -117,8 +117,8 @@ class Run:
             # The executor of a check that the service makes cleans up after such a host.
             stage.run_host(self.app, 'DLLForceUpdateCheck')
 
+    # Waits until things are as they must be; returns how they are otherwise.
     def _reach(self, want):
-        """Waits until things are as they must be; returns how they are otherwise."""
         if stage.eventually(lambda: self._found(want) == want and stage.executors_rest()):
             return []
         found = vars(self._found(want))

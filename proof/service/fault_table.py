@@ -1,4 +1,4 @@
-"""The faults of what the library relies on, and what must come of each."""
+# The faults of what the library relies on, and what must come of each.
 import dataclasses
 from dataclasses import dataclass
 
@@ -10,9 +10,9 @@ from stage import DAY
 CHECK, HOST_CHECK, REPORT = 'check', "host's check", 'report'
 
 
+# What can be seen of an application.
 @dataclass
 class Outcome:
-    """What can be seen of an application."""
     route: str
     meaning: str
     files: str             # as stage.files_of gives them
@@ -23,9 +23,9 @@ class Outcome:
     in_test: bool = False  # ./test runs the row: no other test meets this
 
 
+# What is wrong from the host's call until `until` is seen and `lasts` seconds have passed.
 @dataclass
 class Cause:
-    """What is wrong from the host's call until `until` is seen and `lasts` seconds have passed."""
     control: str = ''  # the service's control file
     log: tuple = ()    # parts of lines that are logged, whatever the outcome
     answer: web.Answer = None
@@ -107,8 +107,8 @@ GOOD_ENDS = {
 
 # --- causes ---
 
+# Calls that the service fails, as in its control file; the first one's code is logged.
 def fails(*calls, log=None, **more):
-    """Calls that the service fails, as in its control file; the first one's code is logged."""
     log = log or f'HR= {calls[0].split()[1]}.'
     return Cause('\n'.join(f'fail {call}' for call in calls), (log,), **more)
 
@@ -118,8 +118,8 @@ def executor_fails(*calls):
     return dataclasses.replace(cause, log=cause.log + ('Exit code: 1',))
 
 
+# What the executor leaves goes only when the host starts twice, so many days apart.
 def stays(days, control, *log, answer=None):
-    """What the executor leaves goes only when the host starts twice, so many days apart."""
     return Cause(control, log, answer, until='"event":"notify_exit"', starts=2, later=days * DAY)
 
 
@@ -127,8 +127,8 @@ def executor_is(program, journal, **more):
     return Cause(executor=program, until=journal, **more)
 
 
+# An answer of the web server. The service tries again as long as it lasts.
 def answers(get, head=b'', lasts=0):
-    """An answer of the web server. The service tries again as long as it lasts."""
     return Cause(answer=web.Answer(get, head), until=STALLED if lasts else '', lasts=lasts)
 
 
@@ -137,11 +137,11 @@ def away(lasts):
 
 
 def redirect(target):
-    return web.status('302 Found', 'Content-Length: 0', f'Location: {target}')
+    return web.empty('302 Found', f'Location: {target}')
 
 
+# Takes two seconds.
 def slow(**more):
-    """Takes two seconds."""
     answer = web.Answer(web.whole(stage.FEED + b' ' * 40_000), pause=0.05, delivers=True)
     return Cause(answer=answer, **more)
 
@@ -149,9 +149,9 @@ def slow(**more):
 STALLED = '"event":"transient_error"'
 TWENTY_HOURS = 20 * 3600
 NOT_FOUND = web.NOT_FOUND.get
-NO_HEAD = web.status('405 Method Not Allowed', 'Content-Length: 0')
-SERVER_ERROR = web.status('500 Internal Server Error', 'Content-Length: 0')
-UNAVAILABLE = web.status('503 Service Unavailable', 'Content-Length: 0')
+NO_HEAD = web.empty('405 Method Not Allowed')
+SERVER_ERROR = web.empty('500 Internal Server Error')
+UNAVAILABLE = web.empty('503 Service Unavailable')
 LOOP = redirect('/address')
 CUT_FEED = web.sized(5000, b'<?xml version="1.0"?><rss><channel>')
 LONG_FEED = web.sized(40, b'<?xml version="1.0"?><rss><channel></channel></rss>')
@@ -222,7 +222,7 @@ FAULTS = [
     # The web server and the way to it.
     ('404', answers(NOT_FOUND), check_fails(), in_test(not_delivered()),
      host_sees('job failed', 'Job failed.')),
-    ('403', answers(web.status('403 Forbidden', 'Content-Length: 0')), check_fails(), not_delivered()),
+    ('403', answers(web.empty('403 Forbidden')), check_fails(), not_delivered()),
     ('500 for good: the service gives up after 23 hours', answers(SERVER_ERROR, lasts=DAY),
      check_fails()),
     ('500 for good: the service gives up after 14 days', answers(SERVER_ERROR, lasts=15 * DAY),

@@ -1,10 +1,9 @@
-"""How the library, the executor and their users' files fare when what they rely on fails.
-
-    main.py faults [test | third | PART]   a row for each fault; for those of ./test; for each
-                                           third; for those with PART in their name
-    main.py waits STARTS                   hosts that wait right behind so many starts
-    main.py weeks DAYS APPLICATIONS        weeks without a network
-"""
+# How the library, the executor and their users' files fare when what they rely on fails.
+#
+# main.py faults [test | third | PART]   a row for each fault; for those of ./test; for each
+#                                        third; for those with PART in their name
+# main.py waits STARTS                   hosts that wait right behind so many starts
+# main.py weeks DAYS APPLICATIONS        weeks without a network
 import sys
 
 import stage
@@ -29,9 +28,9 @@ def run_faults(which=''):
     return rows and all(held)
 
 
+# A host starts so many times, a day after the last time, with an update published, and waits at
+# once for a check, while that of its start is still on its way.
 def wait_behind_starts(starts):
-    """A host starts so many times, a day after the last time, with an update published, and waits
-    at once for a check, while that of its start is still on its way."""
     promise = Promise('a host that waits right behind its start learns of the update')
     WEB.answers = {'feed': Answer(whole(stage.FEED)), 'report': Answer(whole(b'ok'))}
     stage.begin()

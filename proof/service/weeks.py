@@ -1,4 +1,4 @@
-"""Weeks without a network, with several applications that are used every day."""
+# Weeks without a network, with several applications that are used every day.
 import json
 import re
 from collections import Counter
@@ -15,13 +15,10 @@ SECONDS_BETWEEN_REPORTS = 43200
 ALL_REPORTED = 'appinfo.xml(1) statistics.xml(confirmed) updinfo.xml(2.0)'
 
 
+# Starts the applications on so many days without a web server, and then goes on with one.
+# A day passes by setting every stored time back by one day and the service's clock forward by one;
+# the system's clock stays as it is.
 class Weeks:
-    """Starts the applications on so many days without a web server, and then goes on with one.
-
-    A day passes by setting every stored time back by one day and the service's clock forward by
-    one; the system's clock stays as it is.
-    """
-
     def __init__(self, days, applications):
         self.days = days
         self.apps = [f'offline{number}' for number in range(applications)]
@@ -64,8 +61,8 @@ class Weeks:
         self.later += seconds
         stage.control(f'later {self.later}')
 
+    # Starts each application one to three times, each time with another value to report.
     def _start_hosts(self, reports):
-        """Starts each application one to three times, each time with another value to report."""
         start = (f"DLLOnApplicationStartup {WEB.url('feed')} {WEB.url('report')} "
                  f'{SECONDS_BETWEEN_REPORTS}')
         for number, app in enumerate(self.apps):
@@ -81,8 +78,8 @@ class Weeks:
         if not stage.eventually(condition):
             self.promise.broken_by(f'day {self.day}', f'not so: {what}; jobs: {stage.jobs_text()}')
 
+    # Every job waits for the next try; the service has given up those whose time is over.
     def _all_stalled(self):
-        """Every job waits for the next try; the service has given up those whose time is over."""
         for job in stage.jobs():
             age = self.day - self.first_days.setdefault(job['job'], self.day)
             if job['state'] != 'TRANSIENT_ERROR' or age * DAY >= int(job['no-progress-seconds']):
@@ -92,13 +89,13 @@ class Weeks:
     def _is_quiet(self):
         return not stage.jobs() and stage.executors_rest()
 
+    # How many applications have more than they must have in the end.
     def _count_left(self):
-        """How many applications have more than they must have in the end."""
         return sum(stage.files_of(app) != ALL_REPORTED for app in self.apps)
 
+    # In the end no job and no block in work is left, and each installation has arrived once. One
+    # daily use at most has come for each other report that waited, and one a day since.
     def _judge(self, online, waiting):
-        """In the end no job and no block in work is left, and each installation has arrived once.
-        One daily use at most has come for each other report that waited, and one a day since."""
         sent = {app: Counter(re.findall('stat=[^&]*|v=[^&]*', '&'.join(stage.reports(app))))
                 for app in self.apps}
         values = [sent[app][value] for app in self.apps for value in self.values[app]]

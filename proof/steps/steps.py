@@ -50,9 +50,8 @@ MOST_REPORTS = 20
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
+# A process of steps.cpp, the user's files that it works on, and its log.
 class Runner:
-    """A process of steps.cpp, the user's files that it works on, and its log."""
-
     def __init__(self, system, folder, log):
         self.folder, self.log = folder, log
         program = [ROOT / 'build/native/proof/steps', log]
@@ -63,8 +62,8 @@ class Runner:
                                         stderr=subprocess.DEVNULL, text=True)
         self.replies = log.with_suffix('.replies').open()
 
+    # Returns the reply.
     def do(self, verb, what='', text=''):
-        """Returns the reply."""
         self.process.stdin.write(f'{verb} "{what}" {text}\n'.replace('\\', '\\\\'))
         self.process.stdin.flush()
         reply = ''
@@ -78,9 +77,9 @@ class Runner:
     def _roots(self):
         return [self.folder / kind / 'Krelix' for kind in ('Local', 'LocalLow', 'Roaming')]
 
+    # Bytes by path; a folder has none. Copies that did not parse, and new files under way, are no
+    # state.
     def files(self):
-        """Bytes by path; a folder has none. Copies that did not parse, and new files under way, are
-        no state."""
         paths = [path for root in self._roots() if root.is_dir()
                  for path in (root, *root.rglob('*'))]
         return {path: None if path.is_dir() else path.read_bytes() for path in paths
@@ -89,8 +88,8 @@ class Runner:
     def has_siblings(self):
         return any(any(root.rglob('*.new')) for root in self._roots())
 
+    # The state files are these and no others, and the log is empty.
     def begin(self, files):
-        """The state files are these and no others, and the log is empty."""
         for root in self._roots():
             shutil.rmtree(root, ignore_errors=True)
         for path, content in files.items():
@@ -99,8 +98,8 @@ class Runner:
                 path.write_bytes(content)
         self.log.write_bytes(b'')
 
+    # The lines of errors in the log, without their time.
     def errors(self):
-        """The lines of errors in the log, without their time."""
         return {line[8:] for line in self.log.read_text('utf-8', 'replace').splitlines()
                 if line[8:].startswith(' E:')}
 
@@ -109,8 +108,8 @@ class Runner:
                          if line.startswith(b'--- sent '))
 
 
+# The lines of all files: a value stands in one, and the order of values does not matter.
 def facts_of(files, before):
-    """The lines of all files: a value stands in one, and the order of values does not matter."""
     facts = Counter()
     for path, content in files.items():
         if content is not None:
@@ -121,8 +120,8 @@ def facts_of(files, before):
     return facts
 
 
+# Counts what is to be reported: it is marked "[app: name]".
 def tokens_of(texts):
-    """Counts what is to be reported: it is marked "[app: name]"."""
     # The last values are not reported.
     return Counter(token for text in texts
                    for token in re.findall(rb'\[.*?\]', text.partition(b'<last-state')[0]))
@@ -141,9 +140,8 @@ def tokens_in(files, is_meant):
                      if content is not None and is_meant(path))
 
 
+# An operation between the states that it leads from and to when nothing hinders it.
 class Passage:
-    """An operation between the states that it leads from and to when nothing hinders it."""
-
     def __init__(self, runner, operation):
         self.app, self.verb, self.text = operation
         self.before = runner.files()
@@ -162,9 +160,8 @@ class Passage:
                 if content is not None and self.after.get(path) != content]
 
 
+# One hindered operation, and what is wrong with what it left.
 class Try:
-    """One hindered operation, and what is wrong with what it left."""
-
     def __init__(self, runner, passage, hindrance):
         self.runner, self.passage = runner, passage
         runner.begin(passage.before)
@@ -205,9 +202,9 @@ class Try:
         return [f'{what}: {fact}' for what, facts in wrong for fact in facts
                 if verb in REPEATABLE or not is_report(fact[0])]
 
+    # Repeats the operation where that is due, then lets both applications go on. Returns what
+    # fails, is lost or is sent twice.
     def _faults_of_next_calls(self):
-        """Repeats the operation where that is due, then lets both applications go on. Returns what
-        fails, is lost or is sent twice."""
         runner, passage = self.runner, self.passage
         if passage.verb in REPEATABLE or self.is_undone:
             passage.run(runner)
@@ -252,17 +249,17 @@ def denied(*paths):
             path.chmod(mode)
 
 
+# Writes blocks until there are so many or the disk is full. Returns how many there are.
 def write_blocks(path, most):
-    """Writes blocks until there are so many or the disk is full. Returns how many there are."""
     with contextlib.suppress(OSError), path.open('wb', buffering=0) as file:
         for _ in range(most):
             file.write(b'f' * BLOCK)
     return path.stat().st_size // BLOCK
 
 
+# Takes the room of the file system but for so many blocks, and its free files on demand.
 @contextlib.contextmanager
 def full(folder, blocks, takes_files):
-    """Takes the room of the file system but for so many blocks, and its free files on demand."""
     filler = folder / 'filler'
     filler.mkdir()
     if (write_blocks(filler / 'reserve', blocks) != blocks or
@@ -276,13 +273,13 @@ def full(folder, blocks, takes_files):
     shutil.rmtree(filler)
 
 
+# Label and hindrance of each try. A mode that counts steps goes on without end.
 def hindrances_of(mode, most, runner, passage):
-    """Label and hindrance of each try. A mode that counts steps goes on without end."""
     if mode == 'full':
         return [(f'{blocks} blocks free, files taken: {takes}', full(runner.folder, blocks, takes))
                 for blocks in range(most + 1) for takes in (False, True)]
     if mode == 'held':
-        return [(f'{path} held with share mode {share}', hindered(runner, windows_path(path), share))
+        return [(f'{path} held, share mode {share}', hindered(runner, windows_path(path), share))
                 for path in passage.changed_files() for share in SHARES]
     if mode == 'denied':
         return [(f'{paths} denied', denied(*paths)) for path in passage.changed_files()
