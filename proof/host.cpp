@@ -1,6 +1,6 @@
 // proof_host APP DIARY SECONDS: a host program. Makes the calls that its standard input lists, one
-// a line, for one application, and then again and again until it has run for SECONDS. It keeps a
-// diary of them.
+// a line, for one application, and keeps a diary of them. With SECONDS it reads the whole list and
+// makes its calls again and again for so long.
 //
 // A line of the input is a call's name and its arguments; those with blanks are quoted. "#" in an
 // argument becomes a word that no other call has.
@@ -202,11 +202,12 @@ int main(int count, char** arguments) {
     ::RaiseException(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_NONCONTINUABLE, 0, nullptr);
   }
   if (count != 4) return 2;
-  const ULONGLONG end = ::GetTickCount64() + 1000 * std::stoull(arguments[3]);
+  const ULONGLONG milliseconds = 1000 * std::stoull(arguments[3]);
+  const ULONGLONG end = ::GetTickCount64() + milliseconds;
   Host host(arguments[1], arguments[2]);
   std::vector<std::string> lines;
   for (std::string line; std::getline(std::cin, line);) {
-    host.Make(line);
+    if (milliseconds == 0) host.Make(line);
     lines.push_back(line);
   }
   for (std::size_t i = 0; ::GetTickCount64() < end; ++i) host.Make(lines[i % lines.size()]);

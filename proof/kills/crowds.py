@@ -59,7 +59,7 @@ def prove_contention(count, calls, seed):
     if returned < HOSTS * calls:
         promise.broken_by('hosts', f'only {returned} calls')
     items = sum(app.tried.total() for app in apps)
-    return promise.print(f'{HOSTS} hosts, {calls} calls each, {count} apps, seed {seed}',
+    return promise.print(f'{HOSTS} hosts, {calls} calls each, apps: {count}, seed {seed}',
                          f', {items} items, {longest}')
 
 
