@@ -11,7 +11,7 @@
 
 #include "appinfo/app_info2.h"
 #include "executor/block_confirm.h"
-#include "executor/executor_names.h"
+#include "executor/rendezvous.h"
 #include "layout/folders.h"
 #include "layout/names.h"
 #include "proof/steps/hindrance.h"

@@ -11,6 +11,7 @@
 #include "testing/unit_test.h"
 #include "util/clock.h"
 #include "util/file_lock.h"
+#include "util/text.h"
 
 namespace {
 
