@@ -17,7 +17,6 @@ target_compile_options(kupdate_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Wsuggest-override>
   $<$<BOOL:${KUPDATE_WERROR}>:-Werror>)
-target_compile_definitions(kupdate_settings INTERFACE $<$<BOOL:${KUPDATE_TEST_BUILD}>:KUPDATE_TEST_BUILD>)
 if(KUPDATE_SANITIZE)
   target_compile_options(kupdate_settings INTERFACE
     -fsanitize=${KUPDATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

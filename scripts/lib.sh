@@ -51,8 +51,7 @@ build() {
   make_publisher_key
   {
     flock 9
-    cmake --preset "$preset" -DKUPDATE_WERROR=ON -DKUPDATE_TEST_BUILD=ON \
-      -DKUPDATE_PUBLIC_KEYS="$BUILD/keys/publisher.pub.pem" &&
+    cmake --preset "$preset" -DKUPDATE_WERROR=ON &&
       cmake --build --preset "$preset" --target "$@"
   } >"$log" 2>&1 </dev/null 9>"$BUILD/$preset.lock" || {
     tail -n 60 "$log" >&2

@@ -10,7 +10,7 @@
 int RunSilentUpdate(const std::string& appId) {
   try {
     InstallSettings settings;
-    settings.trust = BuiltInTrust();
+    settings.trust = OwnTrust();
     settings.now = NowSeconds();
     return InstallUpdate(appId, settings);
   } catch (const std::exception& error) {
@@ -21,10 +21,4 @@ int RunSilentUpdate(const std::string& appId) {
   return kInstallFailed;
 }
 
-std::string TrustStatus() {
-#ifdef KUPDATE_TEST_BUILD
-  return "TEST BUILD. " + Describe(BuiltInTrust());
-#else
-  return Describe(BuiltInTrust());
-#endif
-}
+std::string TrustStatus() { return Describe(OwnTrust()); }
