@@ -6,6 +6,8 @@ std::string Element(const std::string& name, const std::string& text) {
   return "      <" + name + ">" + text + "</" + name.substr(0, name.find(' ')) + ">\n";
 }
 
+// References, an attribute and long addresses stand in each item, as in real feeds: a parser must
+// not be measured with plain text alone. Versions rise with the number, so the last one wins.
 std::string MakeItem(int number, bool isX86) {
   const std::string version = "2." + std::to_string(number / 10000) + "." +
                               std::to_string(number / 100 % 100) + "." +
@@ -14,7 +16,7 @@ std::string MakeItem(int number, bool isX86) {
   return "    <item>\n" + Element("title", "Version " + version + " &amp; its dialogs") +
          Element("link", server + "/notes.html") +
          Element("description",
-                 "Mends the start page, draws long lists &quot;twice&quot; as fast.") +
+                 "Fixes the start page, draws long lists &quot;twice&quot; as fast.") +
          Element("pubDate", "Tue, 14 Nov 2023 22:13:20 GMT") +
          Element("guid", server + "/setup.exe") +
          Element("version:platform", isX86 ? "x86" : "x64") + Element("version:version", version) +

@@ -1,7 +1,7 @@
-# Turns what the benchmarks print into rows: | measure | figure | bar | spread | met |
-# Reads kept.csv and fresh.csv, which may be absent. The spread of a ratio is one standard
-# deviation, from those of both its sides. Ends with 1 when a bar is missed, unless by no more than is
-# explained.
+# Turns the output of the benchmarks into rows: | measure | figure | bar | spread | met |
+# Reads kept.csv and, if there is one, fresh.csv. The spread of a ratio is one standard deviation,
+# made from those of its two sides. Ends with 1 when a bar is missed by more than the documents
+# explain.
 BEGIN { FS = "," }
 
 $1 ~ /_(median|mean|stddev)"$/ {
@@ -17,8 +17,8 @@ function row(label, figure, bar, spread, isMet) {
 }
 function deviation(name) { return time[name "_stddev"] / time[name "_mean"] }
 function spread(a, b) { return sprintf("±%.0f %%", 100 * sqrt(deviation(a) ^ 2 + deviation(b) ^ 2)) }
-# A row with the processor time of `upper` divided by that of `lower`; none when it was not measured.
-# What is missed is explained by `reason` up to `explained`.
+# A row with the processor time of `upper` divided by that of `lower`; no row without both.
+# `reason` explains a missed bar for figures up to `explained`.
 function ratio(label, upper, lower, least, most, explained, reason,    figure, bar, isMet) {
   if (!((upper "_median") in time)) return
   figure = time[upper "_median"] / time[lower "_median"]
@@ -44,7 +44,7 @@ END {
     row("parse, bytes a second at 100000 items / at 1000", many / few, "at least 0.8",
         spread("ParseKupdate/1000", "ParseKupdate/100000"), many / few >= 0.8 ? "yes" : "no")
   }
-  # Beside a parser of others: beside our own each gain of its speed would look like a slower decision.
+  # Beside pugixml: beside our own parser, each gain of its speed would look like a slower decision.
   parse = "ParsePugixml/100000"
   ratio("decide, 100000 items, half of them for others / pugixml parses them",
         "fresh Decide/HalfOurs/100000", "fresh " parse, 0, 0.1)

@@ -7,10 +7,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::string name = std::getenv("KUPDATE_FUZZ_TARGET");
-  static const FuzzTarget target = kFuzzTargets.at(name);
   static Costs costs;
-  static const int atExit =
-      (DropLog(), std::atexit([] { std::fputs(costs.Row(name).c_str(), stderr); }));
-  costs.Run(target, {reinterpret_cast<const char*>(data), size});
+  static const int atExit = std::atexit([] { std::fputs(costs.Row(name).c_str(), stderr); });
+  costs.Run(kFuzzTargets.at(name), {reinterpret_cast<const char*>(data), size});
   return atExit;
 }

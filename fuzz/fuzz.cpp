@@ -7,17 +7,26 @@
 #include <cstdlib>
 #include <ctime>
 #include <new>
-#include <stdexcept>
 
-#include "layout/folders.h"
+#include "testing/data_home.h"
 #include "util/diag_log.h"
 
-bool isCounting = false;
+namespace fs = std::filesystem;
 
 namespace {
 
-std::size_t heldBytes = 0;
-std::size_t peakBytes = 0;
+bool isCounting = false;
+std::size_t heldBytes = 0, peakBytes = 0;
+
+// The folder of the application's files. The log takes lines from here on without keeping them.
+const fs::path& AppFolder() {
+  static const DataHome home;
+  static const fs::path folder = [] {
+    DiagLog::Instance().Start([] { return std::wstring(); }, {});
+    return home.AppFolder(kApp);
+  }();
+  return folder;
+}
 
 }  // namespace
 
@@ -51,9 +60,11 @@ Cost Measure(const std::function<void()>& call) {
   return {static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, peakBytes};
 }
 
+void StopCounting() { isCounting = false; }
+
 void Costs::Run(FuzzTarget target, std::string_view input) {
+  RemoveAppFiles();
   const Cost cost = Measure([&] { target(input); });
-  Files().clear();  // now: what is left would be searched for leaks
   Check(cost.IsSmall(input.size()), "memory is bounded by the input");
   ++inputs;
   seconds += cost.seconds;
@@ -77,25 +88,8 @@ void Check(bool holds, const char* property) {
   std::abort();
 }
 
-bool IsTaken(std::string_view message, const std::function<void()>& read) {
-  std::string thrown;
-  try {
-    read();
-    return true;
-  } catch (const std::invalid_argument& error) {
-    thrown = error.what();
-  } catch (const char* text) {
-    thrown = text;
-  }
-  Check(thrown.starts_with(message), "the message is the known one");
-  return false;
-}
+fs::path AppFile(std::string_view name) { return AppFolder() / name; }
 
-std::string AppFile(std::string_view name) {
-  static const DataFolder& folder = *new DataFolder(kApp);
-  return folder.PathOf(name);
-}
-
-void DropLog() {
-  DiagLog::Instance().Start([] { return std::wstring(); }, {});
+void RemoveAppFiles() {
+  for (const auto& file : fs::directory_iterator(AppFolder())) fs::remove(file);
 }

@@ -1,42 +1,46 @@
 /* The update client that a desktop program loads.
  *
- * dllkupdate registers a program with a per-user updater, reports its usage, asks whether a newer version
- * of it is published, and starts that version's silent installation. The library opens no connection and
- * starts no thread: downloads and reports are jobs of the system's Background Intelligent Transfer Service,
- * whose end starts the program kupdate-exec.exe. Everything is per user; nothing needs elevation.
+ * dllkupdate registers a program with a per-user updater, reports its usage, asks whether a newer
+ * version of it is published, and starts that version's silent installation. The library opens no
+ * connection and starts no thread: downloads and reports are jobs of the system's Background
+ * Intelligent Transfer Service, whose end starts the program kupdate-exec.exe. Everything is per
+ * user; nothing needs elevation.
  *
  * Order of calls
  *   1. DLLSetExecutorPath, if kupdate-exec.exe is not at its default place.
- *   2. DLLOnApplicationStartup, at each start of the program and before any other call that takes an
- *      application id: it registers the program and runs whatever is due.
- *   3. Whatever else the program wants.
+ *   2. DLLOnApplicationStartup, at each start of the program and before any other call that takes
+ *      an application id: it registers the program and runs all that is due.
+ *   3. All other functions, as the program needs them.
  *
  * Application ids
- *   One to 64 characters of [A-Za-z0-9._-], the first and the last a letter or digit, in one spelling: the
- *   id is part of file names (where case does not matter) and of names of kernel objects (where it does).
+ *   One to 64 characters of [A-Za-z0-9._-], the first and the last a letter or digit, in one
+ *   spelling: the id is part of file names (where case does not matter) and of names of kernel
+ *   objects (where it does).
  *
  * Strings
- *   Zero-terminated UTF-8, or wide (UTF-16) where a parameter says wchar_t. The library copies what it
- *   keeps. Parameters and addresses are sent as they are: they must already be encoded for a query.
+ *   Zero-terminated UTF-8, or wide (UTF-16) where a parameter says wchar_t. The library copies what
+ *   it keeps. Parameters and addresses are sent as they are: they must already be encoded for a
+ *   query.
  *
- * Getters copy out: the caller passes a buffer and a pointer to its size, the ending zero included. When
- *   the value fits it is copied and the size left unchanged. When the buffer is null or too small, nothing is
- *   copied, the size becomes what is needed, and the result is KUPDATE_S_OK all the same: compare the
- *   size. A null size pointer: nothing happens.
+ * Getters copy out: the caller passes a buffer and a pointer to its size, the ending zero included.
+ *   When the value fits it is copied and the size left unchanged. When the buffer is null or too
+ *   small, nothing is copied, the size becomes the needed one, and the result is KUPDATE_S_OK all
+ *   the same: compare the size. A null size pointer: nothing happens.
  *
  * Results
  *   KUPDATE_S_OK or KUPDATE_E_FAIL, nothing else. KUPDATE_S_OK of a function that records something
  *   means that the call was carried out; the log says why a value was not recorded,
- *   "Krelix\Updater\kupdate-exec-<id>.log" in the roaming per-user folder, named after the first id that
- *   the process used. No exception leaves the library, and null pointers end no process.
+ *   "Krelix\Updater\kupdate-exec-<id>.log" in the roaming per-user folder, named after the first id
+ *   that the process used. No exception leaves the library, and null pointers end no process.
  *
  * Threads and blocking
- *   Functions run on the caller's thread. Calls for one application are serialised over all processes of
- *   the user, so one of them may wait for another process's call to end; most take a few milliseconds.
- *   DLLIsUpgradeAvailable waits as long as the caller says, and other calls for that application wait
- *   meanwhile. DLLDownloadAndInstallSilentUpdate blocks until the installer is done and belongs on a
- *   worker thread. DLLIsUpdateAvailable and DLLDownloadAndInstallSilentUpdate share the state of one
- *   check: one call at a time. No function may be called from DllMain.
+ *   Functions run on the caller's thread. Calls for one application are serialised over all
+ *   processes of the user, so one of them may wait for another process's call to end; most take a
+ *   few milliseconds. DLLIsUpgradeAvailable waits as long as the caller says, and other calls for
+ *   that application wait meanwhile. DLLDownloadAndInstallSilentUpdate blocks until the installer
+ *   is done and belongs on a worker thread. DLLIsUpdateAvailable and
+ *   DLLDownloadAndInstallSilentUpdate share the state of one check: one call at a time. No function
+ *   may be called from DllMain.
  *
  * Ordinals
  *   Fixed: the number behind each function's name below.
@@ -48,6 +52,10 @@
 #include <stdint.h>
 #include <wchar.h>
 
+#define KUPDATE_VERSION_MAJOR 1
+#define KUPDATE_VERSION_MINOR 0
+#define KUPDATE_VERSION_PATCH 0
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -56,7 +64,7 @@ typedef int32_t kupdate_status;
 #define KUPDATE_S_OK 0
 #define KUPDATE_E_FAIL (-2147467259) /* 0x80004005 */
 
-/** What DLLIsUpdateAvailable delivers through its status pointer. */
+/** The values that DLLIsUpdateAvailable delivers through its status pointer. */
 enum kupdate_check_status {
   KUPDATE_IN_WORK = 0,   /**< the feed is still being downloaded; ask again in a while */
   KUPDATE_FOUND = 1,     /**< a newer version is published */
@@ -64,10 +72,10 @@ enum kupdate_check_status {
   KUPDATE_JOB_FAILED = 3 /**< the download failed; "start" begins again */
 };
 
-/** @1 Makes the update check and the statistics report of the application due, and runs them. Each call
- *  queues a transfer job: not for use in a loop.
+/** @1 Makes the update check and the statistics report of the application due, and runs them. Each
+ *  call queues a transfer job: not for use in a loop.
  *  app_id       not null
- *  need_dialog  kept for the executor as what the user asked for */
+ *  need_dialog  whether the user asked for the check; kept for the executor */
 kupdate_status DLLForceUpdateCheck(const char* app_id, bool need_dialog);
 
 /** @2 Copies the last state that was reported: "install", "uninstall" or "dayuse".
@@ -82,13 +90,13 @@ kupdate_status DLLGetOptionalParam(const char* app_id, char* buffer, int32_t* si
 
 /** @4 Runs a check by the executor and waits for its answer.
  *  app_id   not null
- *  wait_ms  how long to wait, in milliseconds; negative: without limit. Other calls for this application
- *           wait meanwhile, so keep it short or use DLLIsUpdateAvailable.
+ *  wait_ms  how long to wait, in milliseconds; negative: without limit. Other calls for this
+ *           application wait meanwhile, so keep it short or use DLLIsUpdateAvailable.
  *  result   receives whether a newer version was found; false when the time ran out; may be null */
 kupdate_status DLLIsUpgradeAvailable(const char* app_id, int32_t wait_ms, bool* result);
 
-/** @5 Registers the application as installed and running, then sends the report and starts the update
- *  check that are due. To be called at each start of the program.
+/** @5 Registers the application as installed and running, then sends the report and starts the
+ *  update check that are due. To be called at each start of the program.
  *  app_id       not null
  *  platform     compared exactly with the platforms of the feed's items, such as "win64"
  *  version_url  address of the feed; empty: no update checks
@@ -113,8 +121,9 @@ kupdate_status DLLOnApplicationUninstall(const char* app_id);
 kupdate_status DLLSetApplicationState(const char* app_id, const char* state);
 
 /** @8 Names the executor for the rest of the process.
- *  path  full path; null: the default one, "Krelix\Updater\kupdate-exec.exe" in the roaming per-user
- *        folder. The path is also written into the record of each application that is worked on later.
+ *  path  full path; null: the default one, "Krelix\Updater\kupdate-exec.exe" in the roaming
+ *        per-user folder. The path is also written into the record of each application that is
+ *        worked on later.
  *  Returns KUPDATE_S_OK always. */
 kupdate_status DLLSetExecutorPath(const wchar_t* path);
 
@@ -128,11 +137,11 @@ kupdate_status DLLSetOptionalParam(const char* app_id, const char* value);
  *  value   an optional parameter, as for DLLSetOptionalParam; must not be null */
 kupdate_status DLLUsageReport(const char* app_id, const char* value);
 
-/** @11 Has the executor download and install the update that the last DLLIsUpdateAvailable found, and
- *  waits for that without a time limit; ends early when the executor dies. For a worker thread.
+/** @11 Lets the executor download and install the update that the last DLLIsUpdateAvailable found.
+ *  Waits for that without a time limit, but ends early when the executor dies. For a worker thread.
  *  exit_code  receives the installer's exit code; unchanged on failure; may be null
- *  Returns KUPDATE_E_FAIL when no update was found before, the executor could not be started, or it ended
- *  without an answer. */
+ *  Returns KUPDATE_E_FAIL when no update was found before, the executor could not be started, or it
+ *  ended without an answer. */
 kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code);
 
 /** @12 Copies the application's locale; empty when none was set.
@@ -140,7 +149,7 @@ kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code);
  *  buffer, size  copy-out, size in bytes */
 kupdate_status DLLGetLocale(const char* app_id, char* buffer, int32_t* size);
 
-/** @13 The id that all of the user's applications share, with braces; "{none}" when there is none.
+/** @13 The id that all of the user's applications share, with braces; "{none}" without an id.
  *  The library owns the text; it is valid until the next call of this function. Never null. */
 const char* DLLGetUniqUserId(void);
 
@@ -155,12 +164,14 @@ kupdate_status DLLGetUniqueParam(const char* app_id, const char* name, wchar_t* 
  *  app_id, platform, version_url  not null; recorded as by DLLOnApplicationStartup
  *  ver_...    the running version; the low 16 bits are used
  *  release    true for a release build, false for a beta
- *  operation  "start" queues the download of the feed; "check" asks how far it is and, once it has arrived,
- *             decides; "stop" gives it up. Not null.
- *  status     receives a kupdate_check_status on KUPDATE_S_OK and is left alone otherwise; may be null
- *  Returns KUPDATE_E_FAIL when the step could not be done: the transfer service refused, "check" or "stop"
- *  without a "start", a feed that cannot be read. After a failure "start" works again. A process has one
- *  check at a time: before one for another application, "stop" the one that runs. */
+ *  operation  "start" queues the download of the feed; "check" asks how far it is and, once it has
+ *             arrived, decides; "stop" gives it up. Not null.
+ *  status     receives a kupdate_check_status on KUPDATE_S_OK and is left alone otherwise; may be
+ *             null
+ *  Returns KUPDATE_E_FAIL when the step could not be done: the transfer service refused, "check" or
+ *  "stop" without a "start", a feed that cannot be read. After a failure "start" works again. A
+ *  process has one check at a time: before one for another application, "stop" the one
+ *  that runs. */
 kupdate_status DLLIsUpdateAvailable(const char* app_id, const char* platform, int32_t ver_major,
                                     int32_t ver_minor, int32_t ver_subver, int32_t ver_build,
                                     bool release, const char* version_url, const char* operation,

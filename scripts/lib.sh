@@ -1,4 +1,4 @@
-# What the commands of this project share. To be sourced by bash; sets strict mode.
+# Functions that the commands of this project share. For bash to source; sets strict mode.
 # shellcheck shell=bash
 set -euo pipefail
 
@@ -13,7 +13,7 @@ die() {
   exit 1
 }
 
-# What is started here is ended here, in the opposite order, however the script ends.
+# A script ends all that it has started, the last first, also after a failure. at_exit takes the commands for it.
 CLEANUPS=()
 at_exit() { CLEANUPS+=("$*"); }
 run_cleanups() {
@@ -22,7 +22,7 @@ run_cleanups() {
 }
 trap run_cleanups EXIT
 trap 'exit 130' INT TERM
-# Subshells do not inherit that; each that starts something calls this first.
+# Subshells do not inherit the trap. A subshell that starts something calls this first.
 own_cleanups() {
   CLEANUPS=()
   trap run_cleanups EXIT
@@ -33,22 +33,11 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 # --- building ---
 
-# The publisher of the demo and the tests: the executor that is built here trusts no other.
-PUBLISHER_KEY=$BUILD/keys/publisher.pem
-make_publisher_key() {
-  [[ -e $BUILD/keys/publisher.pub.pem ]] && return
-  mkdir -p "$BUILD/keys"
-  openssl ecparam -name prime256v1 -genkey -noout -out "$PUBLISHER_KEY" 2>"$LOGS/keys.log" &&
-    openssl ec -in "$PUBLISHER_KEY" -pubout -out "$BUILD/keys/publisher.pub.pem" 2>>"$LOGS/keys.log" ||
-    die "failed: making a key (see $LOGS/keys.log)"
-}
-
-# build PRESET TARGET...: configures and builds; the output is shown only when it fails. Whoever builds the same
-# preset meanwhile waits.
+# build PRESET TARGET...: configures and builds; shows the output only after a failure. A second build of the same
+# preset waits for the first.
 build() {
   local preset=$1 log=$LOGS/build-$1.log
   shift
-  make_publisher_key
   {
     flock 9
     cmake --preset "$preset" -DKUPDATE_WERROR=ON &&
@@ -57,6 +46,26 @@ build() {
     tail -n 60 "$log" >&2
     die "failed: building $preset (whole output: $log)"
   }
+}
+
+# The publisher of the demo and the tests. The key is made once and stays in the build folder.
+PUBLISHER_KEY=$BUILD/keys/publisher.pem
+EXECUTOR=$BUILD/trusting/kupdate-exec.exe
+
+# trusting_executor: makes EXECUTOR, the built executor as that publisher ships it: with his public key.
+trusting_executor() {
+  local public=$BUILD/keys/publisher.pub.pem
+  build native kupdate
+  mkdir -p "$BUILD/keys" "$BUILD/trusting"
+  {
+    [[ -e $public ]] || {
+      openssl ecparam -name prime256v1 -genkey -noout -out "$PUBLISHER_KEY" &&
+        openssl ec -in "$PUBLISHER_KEY" -pubout -out "$public"
+    }
+    cp "$BUILD/win64/src/executor/kupdate-exec.exe" "$EXECUTOR" &&
+      "$BUILD/native/tools/kupdate/kupdate" trust set "$EXECUTOR" --key "$public" \
+        --publisher "TEST BUILD, do not ship: its private key lies in a build folder"
+  } >"$LOGS/trust.log" 2>&1 </dev/null || die "failed: setting the trust (see $LOGS/trust.log)"
 }
 
 # --- Wine ---
@@ -72,7 +81,7 @@ use_wine() {
 }
 
 # keep_socket PREFIX FOLDER: Debian's Wine makes a folder in /tmp for the sockets of its servers and never removes
-# it. The prefix holds the folder's name, which may lead to another place.
+# it. A file of the prefix names the folder. This function makes it name FOLDER.
 keep_socket() {
   mkdir -p -m 700 "$2"
   rm -f "$1/wineserver"
@@ -110,7 +119,8 @@ start_prefix() {
   stop_wine "$prefix"
   rm -rf "$prefix"
   cp -al "$template" "$prefix"
-  # Wine writes its registry in place when the file has several links, and user folders are written to.
+  # Not as links: Wine writes its registry in place when the file has several links, and programs write into the
+  # users' folders.
   rm -rf "$prefix"/*.reg "$prefix/drive_c/users"
   cp -a "$template"/*.reg "$prefix/"
   keep_socket "$prefix" "$BUILD/wine/sockets"
@@ -125,8 +135,8 @@ start_prefix() {
   wine cmd /c exit </dev/null >/dev/null 2>&1 || die "failed: Wine does not run in $prefix"
 }
 
-# register_standin FOLDER: makes the stand-in transfer service the prefix's own, with its files in FOLDER. On a
-# busy machine Wine may not be ready for it the first time; what it said then stays in the log.
+# register_standin FOLDER: makes the stand-in the prefix's transfer service, with its files in FOLDER. On a busy
+# machine Wine may not be ready at the first try; its output stays in the log.
 register_standin() {
   local log try
   log=$LOGS/register-$(basename "$WINEPREFIX").log
@@ -143,8 +153,8 @@ register_standin() {
 
 # --- web server ---
 
-# start_web_server NAME FOLDER [KEYS]: serves FOLDER on a free port of 127.0.0.1 with everything of its own
-# under build/web/NAME; with KEYS also by https, for localhost. Sets WEB_URL, WEB_HTTPS and WEB_ACCESS_LOG.
+# start_web_server NAME FOLDER [KEYS]: serves FOLDER on a free port of 127.0.0.1, with KEYS also by https for
+# localhost. The server's own files are under build/web/NAME. Sets WEB_URL, WEB_HTTPS and WEB_ACCESS_LOG.
 start_web_server() {
   local home=$BUILD/web/$1 folder=$2 keys=${3:-} port try
   mkdir -p "$home" "$folder"
@@ -152,7 +162,7 @@ start_web_server() {
   for try in 1 2 3 4 5 6 7 8 9 10; do
     port=$((20000 + RANDOM % 20000))
     "$ROOT/scripts/web-server" "$home" "$folder" "$port" "$keys" >"$home/nginx.conf"
-    # By its path: only root's PATH has that folder.
+    # Another program may have the port: then the server does not start, and another port is tried.
     if run_web_server "$home"; then
       at_exit "stop_web_server '$home'"
       WEB_URL=http://127.0.0.1:$port
@@ -165,12 +175,13 @@ start_web_server() {
   die "failed: the web server does not start (try $try; see $home/start.log)"
 }
 
-# Starts a web server that was configured before, on the port that it had.
-# A normal user's PATH lacks the server's folder.
+# Starts a web server that was configured before, on its former port. By its path, since a normal user's PATH
+# lacks its folder.
 run_web_server() {
   /usr/sbin/nginx -c "$1/nginx.conf" -e "$1/error.log" >"$1/start.log" 2>&1 </dev/null
 }
 
+# Waits for the end of the server: then its port is free, and its log complete.
 stop_web_server() {
   local pid
   pid=$(cat "$1/pid" 2>/dev/null) || return 0
@@ -181,7 +192,7 @@ stop_web_server() {
 # --- the stage of a Windows test ---
 
 # start_stage NAME [USER [KEYS]]: a fresh prefix for a user of that name, with a web server and a registered stand-in
-# of its own. Their settings, and the built files, are in the environment of the programs that run there.
+# of its own. Programs find their settings, and the paths of the built files, in the environment.
 start_stage() {
   start_prefix "$1" "${2:-tester}"
   start_web_server "$1" "$BUILD/web/$1/www" "${3:-}"
@@ -191,7 +202,7 @@ start_stage() {
   KUPDATE_WWW=$(windows_path "$BUILD/web/$1/www")
   KUPDATE_ACCESS_LOG=$(windows_path "$WEB_ACCESS_LOG")
   KUPDATE_DLL=$(windows_path "$BUILD/win64/src/api/dllkupdate.dll")
-  KUPDATE_EXEC=$(windows_path "$BUILD/win64/src/executor/kupdate-exec.exe")
+  KUPDATE_EXEC=$(windows_path "$EXECUTOR")
   KUPDATE_TEST_KEY=$(windows_path "$BUILD/keys/tests")
   KUPDATE_TEST_INSTALLER=$(windows_path "$BUILD/win64/testing/installer/test_installer.exe")
   export KUPDATE_STANDIN_FOLDER KUPDATE_WWW KUPDATE_ACCESS_LOG KUPDATE_DLL KUPDATE_EXEC KUPDATE_TEST_KEY

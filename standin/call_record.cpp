@@ -28,6 +28,7 @@ HResult CallRecord::Run(const std::function<HResult()>& body) noexcept {
 }
 
 HResult CallRecord::Execute(const std::function<HResult()>& body) {
+  // The control file comes first: a call that it fails does so on every job, also on a foreign one.
   const std::optional<HResult> forced = service_.control.FailureOf(call_);
   if (forced) {
     line_.Flag("forced", true);
@@ -35,6 +36,8 @@ HResult CallRecord::Execute(const std::function<HResult()>& body) {
   }
   if (job_ && service_.control.IsForeign(job_->id(), job_->owner())) return E_ACCESSDENIED;
   const HResult result = body();
+  // Also after a failure: a Complete that fails has handed over some files already. The result
+  // leaves only after this, so that a killed server forgets nothing that a client has seen.
   service_.SaveJobs();
   return result;
 }
@@ -43,10 +46,12 @@ HResult CallRecord::NotImplemented() noexcept {
   return Run([] { return E_NOTIMPL; });
 }
 
+// The caller is COM, which catches nothing: an exception would end the server.
 HResult CallRecord::Guarded(const std::function<HResult()>& body) noexcept {
   try {
     return body();
   } catch (const std::bad_alloc&) {
+    // No journal line: that would need memory.
     return E_OUTOFMEMORY;
   } catch (const std::exception& e) {
     service_.journal.Problem(std::string(call_) + " ended: " + e.what());

@@ -10,16 +10,16 @@
 namespace standin {
 
 /// Lets the control file fail the call, refuses it for a job of another user, keeps exceptions from
-/// leaving it, saves what it changed, and journals it with its arguments and its result.
+/// leaving it, saves its changes, and journals it with its arguments and its result.
 class CallRecord {
  public:
   /// @param call   name as in the interface; a literal
   /// @param jobId  empty for calls of the manager
   CallRecord(Service& service, const char* call, const std::string& jobId = {});
-  /// @param job  that the call is made on; outlives this object
+  /// @param job  the job of the call; outlives this object
   CallRecord(Service& service, const char* call, const Job& job);
 
-  /// For the arguments, and inside the body for what the call delivers.
+  /// Takes the call's arguments and, inside the body, its outputs.
   JsonLine& line() { return line_; }
 
   /// Runs the body unless the call has to fail, and returns the call's result.

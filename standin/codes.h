@@ -8,7 +8,7 @@
 
 namespace standin {
 
-/// The system's HRESULT, for headers that do without the system's.
+/// The system's HRESULT, for headers that do not include the system's.
 using HResult = long;
 
 /// Numbers as in the service's interface.
@@ -33,7 +33,7 @@ std::optional<int> ParseState(std::string_view text);
 /// "0x80200003".
 std::string CodeText(HResult code);
 
-/// The HRESULT that stands for a Win32 error. An error of 0, which is none, becomes E_FAIL.
+/// The HRESULT that stands for a Win32 error. Error 0 becomes E_FAIL.
 HResult CodeOfSystemError(unsigned long error);
 
 }  // namespace standin

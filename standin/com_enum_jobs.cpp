@@ -11,6 +11,9 @@
 namespace standin {
 namespace {
 
+// The list that EnumJobs found. It does not change: a job that has ended since is still in it, and
+// answers as ended jobs do. The list's own calls are neither journalled nor failed by the control
+// file.
 class EnumJobsObject final : public ComObject<IEnumBackgroundCopyJobs> {
  public:
   EnumJobsObject(Service& service, std::vector<std::shared_ptr<Job>> jobs, std::size_t next)
@@ -19,6 +22,7 @@ class EnumJobsObject final : public ComObject<IEnumBackgroundCopyJobs> {
   HRESULT STDMETHODCALLTYPE Next(ULONG wanted, IBackgroundCopyJob** jobs, ULONG* fetched) override {
     const std::size_t count = std::min<std::size_t>(wanted, jobs_.size() - next_);
     for (std::size_t i = 0; i < count; ++i) jobs[i] = NewJobObject(service_, jobs_[next_++]);
+    // A client that asks for one job may pass null.
     if (fetched) *fetched = static_cast<ULONG>(count);
     return count == wanted ? S_OK : S_FALSE;
   }
@@ -32,6 +36,7 @@ class EnumJobsObject final : public ComObject<IEnumBackgroundCopyJobs> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Clone(IEnumBackgroundCopyJobs** clone) override {
+    // The copy begins where this list stands, as COM asks of every list.
     *clone = new EnumJobsObject(service_, jobs_, next_);
     return S_OK;
   }

@@ -20,9 +20,11 @@ class ErrorObject final : public ComObject<IBackgroundCopyError> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetFile(IBackgroundCopyFile** file) override {
+    // The service's answer for an error that belongs to no file: these do not know theirs.
     *file = nullptr;
     return BG_E_FILE_NOT_AVAILABLE;
   }
+  // Both descriptions ignore the language that the client asks for: each error has one text.
   HRESULT STDMETHODCALLTYPE GetErrorDescription(DWORD, LPWSTR* text) override {
     return CopyOut(WidenUtf8(error_.text), text);
   }

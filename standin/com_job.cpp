@@ -18,8 +18,12 @@ FILETIME TimeFromTicks(std::uint64_t ticks) {
   return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
+// For the journal, which shows a null pointer as empty text.
 std::wstring_view OrEmpty(const wchar_t* text) { return text ? text : L""; }
 
+// One object for all three versions of the interface, since each extends the one before. Outputs
+// are set before a call's frame: they must be valid after a failure too, and any call can be
+// failed.
 class JobObject final : public ComObject<IBackgroundCopyJob5> {
  public:
   JobObject(Service& service, std::shared_ptr<Job> job)
@@ -49,7 +53,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob5> {
   HRESULT STDMETHODCALLTYPE Resume() override {
     std::optional<Job::Run> run;
     const HRESULT result = Record("Resume").Run([&] { return job_->Resume(&run); });
-    // Only now, so that the journal tells of the call before it tells of what came of it.
+    // Not inside the frame: the journal must name the call before the events of its transfer.
     if (run) StartTransfer(service_, job_, *run);
     return result;
   }
@@ -76,6 +80,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob5> {
     *state = BG_JOB_STATE_QUEUED;
     CallRecord call = Record("GetState");
     return call.Run([&] {
+      // A script changes the shown state alone; the job goes on with its own.
       const int shown =
           service_.control.NextScriptedState().value_or(static_cast<int>(job_->State()));
       *state = static_cast<BG_JOB_STATE>(shown);
@@ -184,10 +189,13 @@ class JobObject final : public ComObject<IBackgroundCopyJob5> {
                                         BITS_JOB_PROPERTY_VALUE value) override {
     CallRecord call = Record("SetProperty");
     call.line().Number("property", static_cast<unsigned>(id));
+    // The only property that the library sets.
     if (id != BITS_JOB_PROPERTY_MAX_DOWNLOAD_SIZE) return call.NotImplemented();
     call.line().Number("bytes", value.Uint64);
     return call.Run([&] { return job_->SetMaxBytes(value.Uint64); });
   }
+
+  // The rest of the interface is not offered. These calls are journalled like all others.
 
   HRESULT STDMETHODCALLTYPE EnumFiles(IEnumBackgroundCopyFiles**) override {
     return Refuse("EnumFiles");
@@ -266,6 +274,7 @@ class JobObject final : public ComObject<IBackgroundCopyJob5> {
 
  private:
   bool Answers(const GUID& id) override {
+    // The control file is read at each question. Clients here never ask for versions 3 and 4.
     if (id == __uuidof(IBackgroundCopyJob5)) return service_.control.Job5Offered();
     if (id == __uuidof(IBackgroundCopyJob2)) return !service_.control.Job2Withheld();
     return id == IID_IUnknown || id == __uuidof(IBackgroundCopyJob);

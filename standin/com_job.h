@@ -11,9 +11,9 @@ struct IBackgroundCopyJob;
 
 namespace standin {
 
-/// The caller owns one reference to the result, which also offers IBackgroundCopyJob2 unless the
-/// control file withholds it, and IBackgroundCopyJob5 when that offers it, at the moment a client
-/// asks.
+/// The caller owns one reference to the result. It also offers IBackgroundCopyJob2, unless the
+/// control file withholds that, and IBackgroundCopyJob5, if the control file offers that. The
+/// control file counts as it is when a client asks.
 IBackgroundCopyJob* NewJobObject(Service& service, std::shared_ptr<Job> job);
 
 }  // namespace standin

@@ -23,12 +23,14 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     CallRecord call(service_, "CreateJob");
     call.line().Text("name", std::wstring_view(name)).Number("type", static_cast<unsigned>(type));
     return call.Run([&]() -> HRESULT {
+      // The service also knows uploads. Refused inside the frame, so that the journal shows it.
       if (type != BG_JOB_TYPE_DOWNLOAD) return E_NOTIMPL;
       std::shared_ptr<Job> job;
       const HRESULT created = service_.jobs.Create(name, service_.control.User(), &job);
       if (created != S_OK) return created;
       *id = GuidFromText(job->id());
       *object = NewJobObject(service_, job);
+      // The frame could not know the new id.
       call.line().Text("job", job->id());
       return S_OK;
     });
@@ -40,6 +42,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     return CallRecord(service_, "GetJob", idText).Run([&]() -> HRESULT {
       std::shared_ptr<Job> job = service_.jobs.Find(idText);
       if (!job || service_.control.IsVanished(idText)) return BG_E_NOT_FOUND;
+      // The frame checks the owner of a job object; here there is only an id so far.
       if (service_.control.IsForeign(idText, job->owner())) return E_ACCESSDENIED;
       *object = NewJobObject(service_, std::move(job));
       return S_OK;
@@ -50,6 +53,7 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
     *list = nullptr;
     CallRecord call(service_, "EnumJobs");
     call.line().Number("flags", flags);
+    // The real service demands an administrator for this flag; here any client may use it.
     const bool everyone = flags & BG_JOB_ENUM_ALL_USERS;
     return call.Run([&] {
       std::vector<std::shared_ptr<Job>> jobs = service_.jobs.Live();
@@ -75,7 +79,8 @@ class ManagerObject final : public ComObject<IBackgroundCopyManager> {
   Service& service_;
 };
 
-// The object that the system holds while the server runs must not count as a user of it.
+// The system holds the factory as long as the server runs, so the factory must not count as a user:
+// the server would never end.
 Lifetime& UncountedLifetime() {
   static Lifetime& lifetime = *new Lifetime;
   return lifetime;
@@ -89,6 +94,8 @@ class ManagerFactory final : public ComObject<IClassFactory> {
     *object = nullptr;
     return CallRecord(service_, "CreateInstance").Run([&]() -> HRESULT {
       if (outer) return CLASS_E_NOAGGREGATION;
+      // The first reference is ours; the client's comes from QueryInterface. Without that interface
+      // the release deletes the object.
       ManagerObject* const manager = new ManagerObject(service_);
       const HRESULT result = manager->QueryInterface(id, object);
       manager->Release();

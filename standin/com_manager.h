@@ -1,4 +1,4 @@
-// The service's front door and the factory that opens it.
+// The manager, which clients ask for jobs, and its class factory.
 #ifndef KUPDATE_STANDIN_COM_MANAGER_H_
 #define KUPDATE_STANDIN_COM_MANAGER_H_
 

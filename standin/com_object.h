@@ -1,4 +1,4 @@
-// What all objects that clients hold have in common.
+// The base of all objects that clients hold.
 #ifndef KUPDATE_STANDIN_COM_OBJECT_H_
 #define KUPDATE_STANDIN_COM_OBJECT_H_
 
@@ -14,8 +14,8 @@ namespace standin {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-/// Counts references of an object made by `new` and deletes it with the last one; each object is a
-/// user of the server. Starts with one reference, its maker's.
+/// Counts the references of an object made by `new` and deletes it with the last one. Each object
+/// is a user of the server. The first reference belongs to the maker.
 template <class Interface>
 class ComObject : public Interface {
  public:

@@ -8,6 +8,7 @@
 
 namespace standin {
 
+// Clients free texts with CoTaskMemFree, so only COM's own allocator will do.
 HResult CopyOut(const std::wstring& text, wchar_t** copy) {
   const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
   *copy = static_cast<wchar_t*>(::CoTaskMemAlloc(bytes));

@@ -1,4 +1,4 @@
-// Text handed to clients.
+// Text for clients.
 #ifndef KUPDATE_STANDIN_COM_TEXT_H_
 #define KUPDATE_STANDIN_COM_TEXT_H_
 

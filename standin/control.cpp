@@ -7,9 +7,10 @@
 
 namespace standin {
 
-// What cannot be read counts as empty: a file that is just being replaced is read at the next
-// question.
+// A file that cannot be read counts as empty: a test may just be replacing it. The next question
+// reads it again.
 Control::Content Control::Read(const std::wstring& path) {
+  // Tests replace the file at any moment; this handle must not keep them from it.
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const UniqueFile file(
       ::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -28,6 +29,7 @@ Control::Content Control::Read(const std::wstring& path) {
 
 void Control::Refresh() {
   Content content = Read(path_);
+  // The time of writing is part of the content: writing the same text again restarts the counts.
   if (content == content_) return;
   content_ = std::move(content);
   script_ = ParseControlScript(content_.text);
@@ -39,8 +41,10 @@ void Control::Refresh() {
 std::optional<HResult> Control::FailureOf(std::string_view call) {
   const std::lock_guard lock(mutex_);
   Refresh();
+  // Counted before the rules are asked: a call that they fail counts too.
   const std::uint64_t number = ++calls_[std::string(call)];
   const auto applies = [&](const FailRule& rule) {
+    // Not "number < first + count", which would overflow: the default count is the largest number.
     return rule.call == call && number >= rule.first && number - rule.first < rule.count;
   };
   const auto rule = std::find_if(script_.failures.begin(), script_.failures.end(), applies);
@@ -65,6 +69,7 @@ std::optional<int> Control::NextScriptedState() {
   Refresh();
   if (script_.states.empty()) return std::nullopt;
   const int state = script_.states[nextState_];
+  // The last state repeats for ever.
   nextState_ = std::min(nextState_ + 1, script_.states.size() - 1);
   return state;
 }
@@ -86,6 +91,7 @@ std::string Control::User() {
 bool Control::IsForeign(std::string_view jobId, const std::string& owner) {
   const std::lock_guard lock(mutex_);
   Refresh();
+  // An "owner" line wins over the job's own owner, but only as long as it stands in the file.
   const auto other = script_.owners.find(std::string(jobId));
   return (other == script_.owners.end() ? owner : other->second) != script_.user;
 }

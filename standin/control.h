@@ -1,4 +1,4 @@
-// The control file at work: which call fails next, which state is shown.
+// The control file in use: it decides which call fails next and which state clients see.
 #ifndef KUPDATE_STANDIN_CONTROL_H_
 #define KUPDATE_STANDIN_CONTROL_H_
 
@@ -14,23 +14,23 @@
 
 namespace standin {
 
-/// Reads the file anew at each question; all counting starts again when it was written anew. A
-/// missing file is an empty one. May be used by several threads.
+/// Reads the file again at each question. All counting starts again when the file has been written
+/// again. A missing file counts as empty. May be used by several threads.
 class Control {
  public:
-  /// @param journal  receives the lines that are not understood; outlives this object
+  /// @param journal  receives each line that cannot be understood; outlives this object
   Control(std::wstring path, Journal& journal) : path_(std::move(path)), journal_(journal) {}
 
-  /// Counts one call of that name. Returns the code it has to fail with, if it has to.
+  /// Counts one call of that name. Returns the code that it must fail with, if it must fail.
   std::optional<HResult> FailureOf(std::string_view call);
   bool Job2Withheld();
   bool Job5Offered();
-  /// The next state of the scripted sequence; nothing when there is none.
+  /// The next state of the scripted sequence; empty without a sequence.
   std::optional<int> NextScriptedState();
   bool IsVanished(std::string_view jobId);
-  /// Whom calls come from: the owner of the jobs made now.
+  /// The user that all calls come from, and who owns the jobs made now.
   std::string User();
-  /// Whether a job belongs to another user than calls come from.
+  /// Whether the job belongs to a user other than User().
   /// @param owner  the user who made it; the file may name another
   bool IsForeign(std::string_view jobId, const std::string& owner);
   bool AnyServerWillDo();

@@ -43,6 +43,7 @@ bool ParseFail(const Words& words, ControlScript& script) {
   if (words.size() < 3 || words.size() % 2 == 0) return false;
   const std::optional<HResult> code = ParseCode(words[2]);
   if (!code) return false;
+  // "call N" alone means that one call. "times" sets the number of calls, before or behind "call".
   FailRule rule{.call = std::string(words[1]), .code = *code};
   bool counted = false;
   for (std::size_t i = 3; i < words.size(); i += 2) {
@@ -69,12 +70,14 @@ bool ParseStates(const Words& words, ControlScript& script) {
     if (!state) return false;
     states.push_back(*state);
   }
+  if (states.empty()) return false;
   script.states = states;
-  return !states.empty();
+  return true;
 }
 
 bool ParseClock(const Words& words, ControlScript& script) {
   const auto factor = words.size() == 2 ? ParseNumber<double>(words[1]) : std::nullopt;
+  // Not "*factor <= 0": "nan" is a number for the parser, and must not pass.
   if (!factor || !(*factor > 0)) return false;
   script.clockFactor = *factor;
   return true;
@@ -82,6 +85,7 @@ bool ParseClock(const Words& words, ControlScript& script) {
 
 bool ParseLater(const Words& words, ControlScript& script) {
   const auto seconds = words.size() == 2 ? ParseNumber<double>(words[1]) : std::nullopt;
+  // As above for "nan".
   if (!seconds || !(*seconds >= 0)) return false;
   script.laterSeconds = *seconds;
   return true;

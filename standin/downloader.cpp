@@ -34,6 +34,7 @@ struct Address {
 std::optional<Address> ParseUrl(const std::wstring& url) {
   URL_COMPONENTS parts = {};
   parts.dwStructSize = sizeof parts;
+  // A length of -1 asks for a pointer into `url` instead of a copy.
   parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = static_cast<DWORD>(-1);
   if (!::WinHttpCrackUrl(url.c_str(), static_cast<DWORD>(url.size()), 0, &parts))
     return std::nullopt;
@@ -42,6 +43,7 @@ std::optional<Address> ParseUrl(const std::wstring& url) {
   address.host.assign(parts.lpszHostName, parts.dwHostNameLength);
   address.object.assign(parts.lpszUrlPath, parts.dwUrlPathLength);
   address.object.append(parts.lpszExtraInfo, parts.dwExtraInfoLength);
+  // A fragment is for the client alone.
   address.object.erase(std::min(address.object.find(L'#'), address.object.size()));
   address.port = parts.nPort;
   address.secure = parts.nScheme == INTERNET_SCHEME_HTTPS;
@@ -53,9 +55,11 @@ DownloadResult Interrupted(DWORD error) {
           "the connection failed with system error " + std::to_string(error)};
 }
 
-// BITS keeps HTTP statuses in a facility of their own.
+// The service keeps HTTP statuses in a facility of their own.
 HResult CodeOfStatus(DWORD status) { return static_cast<HResult>(0x80190000UL | status); }
 
+// The real service does not document which statuses it tries again. Here these are the errors of a
+// server that may recover; 501 is one that cannot.
 DownloadResult Unwelcome(DWORD status) {
   const bool mayPass = status >= 500 && status != HTTP_STATUS_NOT_SUPPORTED;
   const Kind kind = mayPass ? Kind::kInterrupted : Kind::kRefused;
@@ -63,6 +67,7 @@ DownloadResult Unwelcome(DWORD status) {
           "the server answers with status " + std::to_string(status)};
 }
 
+// Numbers of 32 bits: a file of 4 GiB or more counts as one without a size. Tests have none.
 std::optional<DWORD> NumericHeader(HINTERNET request, DWORD header) {
   DWORD value = 0;
   DWORD size = sizeof value;
@@ -79,7 +84,8 @@ DownloadResult ReadBody(HINTERNET request, std::optional<std::uint64_t> size,
   std::vector<char> block(kBlockBytes);
   std::uint64_t done = 0;
   for (;;) {
-    // Without asking first, a read would wait until the whole block is there.
+    // A read alone would wait until the whole block is there, and clients would see no progress on
+    // a slow connection.
     DWORD available = 0;
     if (!::WinHttpQueryDataAvailable(request, &available)) return Interrupted(::GetLastError());
     const DWORD wanted = std::min(available, static_cast<DWORD>(block.size()));
@@ -87,6 +93,7 @@ DownloadResult ReadBody(HINTERNET request, std::optional<std::uint64_t> size,
     if (wanted > 0 && !::WinHttpReadData(request, block.data(), wanted, &got)) {
       return Interrupted(::GetLastError());
     }
+    // No bytes: the body ends here, or the connection does. The size shows which of them.
     if (got == 0) break;
     if (!sink.take(block.data(), got)) return {Kind::kEndedBySink, 0, 0, {}};
     done += got;
@@ -113,6 +120,7 @@ DownloadResult Ask(HINTERNET request) {
 }
 
 bool OffersRanges(HINTERNET request) {
+  // A longer value does not fit and counts as no ranges, which is right: only "bytes" will do.
   wchar_t unit[16] = L"";
   DWORD size = sizeof unit;
   return ::WinHttpQueryHeaders(request, WINHTTP_QUERY_ACCEPT_RANGES, WINHTTP_HEADER_NAME_BY_INDEX,
@@ -125,9 +133,10 @@ DownloadResult Unfit(unsigned long code, const char* text) {
 }
 
 DownloadResult WithoutSize() {
-  return Unfit(BG_E_MISSING_FILE_SIZE, "the server does not tell the size of the file");
+  return Unfit(BG_E_MISSING_FILE_SIZE, "the server does not give the size of the file");
 }
 
+// The real service asks by HEAD first, and refuses a server that could not resume a transfer.
 DownloadResult CheckServer(HINTERNET connection, const Address& address) {
   const UniqueInternet request = OpenRequest(connection, address, L"HEAD");
   DownloadResult asked = Ask(request.get());
@@ -145,6 +154,7 @@ DownloadResult GetFile(HINTERNET connection, const Address& address, ServerRule 
   const std::optional<std::uint64_t> size =
       NumericHeader(request.get(), WINHTTP_QUERY_CONTENT_LENGTH);
   if (!size && rule == ServerRule::kStatic) return WithoutSize();
+  // Before the first byte: a file that is too large for its job must not be fetched at all.
   if (!sink.begin(size)) return {Kind::kEndedBySink, 0, 0, {}};
   return ReadBody(request.get(), size, sink);
 }
@@ -155,6 +165,7 @@ bool IsDownloadUrl(const std::wstring& url) { return ParseUrl(url).has_value(); 
 
 DownloadResult Download(const std::wstring& url, ServerRule rule, const DownloadSink& sink) {
   const std::optional<Address> address = ParseUrl(url);
+  // Jobs accept valid addresses only, so this one comes from an edited file of jobs.
   if (!address) return Interrupted(ERROR_WINHTTP_INVALID_URL);
   const UniqueInternet session(::WinHttpOpen(L"kupdate-standin/1.0", WINHTTP_ACCESS_TYPE_NO_PROXY,
                                              WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));

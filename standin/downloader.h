@@ -15,9 +15,9 @@ namespace standin {
 /// Whether the text is an http or https address with a host.
 bool IsDownloadUrl(const std::wstring& url);
 
-/// Where a download goes. Each returns false to end it.
+/// Receives a download. Each function returns false to end it.
 struct DownloadSink {
-  /// The server has agreed; its word on the size, if it gave one.
+  /// The server sends the file. Receives the size, if the server has given one.
   std::function<bool(std::optional<std::uint64_t>)> begin;
   std::function<bool(const char*, std::size_t)> take;
 };
@@ -25,7 +25,7 @@ struct DownloadSink {
 struct DownloadResult {
   enum class Kind {
     kDone,
-    kRefused,      ///< asking again would give the same answer
+    kRefused,      ///< another try would get the same answer
     kInterrupted,  ///< worth another try
     kEndedBySink,
   };
@@ -35,14 +35,14 @@ struct DownloadResult {
   std::string text;  ///< what happened, in a sentence
 };
 
-/// What a server must be able to do.
+/// The demands on a server.
 enum class ServerRule {
-  kStatic,  ///< answer HEAD with the size, and offer ranges, as the real service asks of it
+  kStatic,  ///< answer HEAD with the size, and offer ranges, as the real service demands
   kAny,     ///< answer GET
 };
 
-/// Gets `url` whole, without a proxy, following redirections. Blocks; a server that falls silent is
-/// given up after 30 seconds.
+/// Gets the whole of `url`, without a proxy, and follows redirections. Blocks; 30 seconds of
+/// silence interrupt it.
 DownloadResult Download(const std::wstring& url, ServerRule rule, const DownloadSink& sink);
 
 }  // namespace standin

@@ -10,6 +10,7 @@
 namespace standin {
 
 std::string GuidText(const GUID& guid) {
+  // 38 characters and the zero.
   wchar_t text[40] = L"";
   ::StringFromGUID2(guid, text, 40);
   return NarrowUtf8(text);
@@ -22,6 +23,7 @@ std::string NewGuidText() {
 }
 
 GUID GuidFromText(const std::string& text) {
+  // All zero if the text is not an id, which only an edited file of jobs can have.
   GUID guid = {};
   ::CLSIDFromString(WidenUtf8(text).c_str(), &guid);
   return guid;

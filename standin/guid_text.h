@@ -10,7 +10,7 @@ namespace standin {
 
 /// Registry form: "{01234567-89AB-CDEF-0123-456789ABCDEF}".
 std::string GuidText(const _GUID& guid);
-/// A new one. Throws std::runtime_error when the system gives none.
+/// A new id. Throws std::runtime_error when the system makes none.
 std::string NewGuidText();
 /// The reverse of GuidText.
 _GUID GuidFromText(const std::string& text);

@@ -11,6 +11,7 @@
 namespace standin {
 namespace {
 
+// Without IBackgroundCopyJob5: Wine has no proxies for it, so it never leaves the process.
 std::array<GUID, 7> Interfaces() {
   return {__uuidof(IUnknown),
           __uuidof(IClassFactory),
@@ -21,7 +22,7 @@ std::array<GUID, 7> Interfaces() {
           __uuidof(IBackgroundCopyError)};
 }
 
-// Nobody ever gets hold of it, so nobody calls what it claims to have.
+// No client ever gets this object, so it needs no functions of the interfaces that it claims.
 class PinObject final : public ComObject<IUnknown> {
  public:
   explicit PinObject(Lifetime& uncounted) : ComObject(uncounted) {}
@@ -39,7 +40,8 @@ long PinInterfaces() {
   IStream* stream = nullptr;
   HRESULT result = ::CreateStreamOnHGlobal(nullptr, TRUE, &stream);
   if (FAILED(result)) return result;
-  static PinObject& pin = *new PinObject(*new Lifetime);  // all of it stays
+  // Object, counter and stream are never deleted: each interface must stay known to the end.
+  static PinObject& pin = *new PinObject(*new Lifetime);
   for (const GUID& id : Interfaces()) {
     result = ::CoMarshalInterface(stream, id, &pin, MSHCTX_LOCAL, nullptr, MSHLFLAGS_TABLESTRONG);
     if (FAILED(result)) break;

@@ -4,13 +4,13 @@
 
 namespace standin {
 
-/// Marshals an object of no use once for each interface that clients are handed, and leaves it so.
+/// Marshals one object, without any other use, for each interface that clients receive, for ever.
 ///
-/// Wine forgets an interface with the last object that was marshalled for it. To do so it waits,
-/// with its list of interfaces locked, for the calls that are under way; one of these that hands
-/// out another object waits for the list: from then on no client gets an answer. With one object
-/// that stays, no interface is ever forgotten. Windows needs none of this, and it does no harm
-/// there. To be called once, in the apartment that serves.
+/// Wine forgets an interface with the last object that was marshalled for it. For that it locks its
+/// list of interfaces and waits for the running calls. A running call that returns another object
+/// waits for the list: from then on no client gets an answer. One object that stays marshalled
+/// prevents this. Windows does not need it, and it does no harm there. Call it once, in the
+/// apartment that serves.
 /// @return S_OK, or the first failure.
 long PinInterfaces();
 

@@ -10,6 +10,7 @@
 namespace standin {
 namespace {
 
+// Limits that the real service documents; the number of files is the default of a policy.
 constexpr std::size_t kMaxDisplayNameChars = 256;
 constexpr std::size_t kMaxUrlChars = 2200;
 constexpr std::size_t kMaxProgramChars = MAX_PATH;
@@ -18,7 +19,7 @@ constexpr int kLowestPriority = 3;
 constexpr std::uint32_t kKnownNotifyFlags = 0x1F;
 constexpr std::size_t kMaxFiles = 200;
 
-// The service's own code for it, which the toolchain's header lacks.
+// The service's own code for too many files, which the toolchain's header lacks.
 constexpr HResult kTooManyFilesInJob = static_cast<HResult>(0x80200051);
 
 std::uint64_t NowTicks() {
@@ -49,6 +50,7 @@ Job::Job(JobRecord record)
       times_(record.times),
       error_(std::move(record.error)),
       noticeDue_(record.noticeDue) {
+  // A job of the last server keeps its times.
   if (times_.created == 0) times_.created = times_.modified = NowTicks();
   for (JobFile& file : record.files) {
     TempFile temp(file.tempPath);
@@ -74,6 +76,7 @@ JobRecord Job::Record() const {
 
 std::optional<Job::Run> Job::TakeUp() {
   const std::lock_guard lock(mutex_);
+  // A temporary file may be gone, deleted while no server ran: then the file is fetched again.
   for (File& file : files_) {
     file.transferred = file.transferred && (file.handedOver || file.temp.Exists());
     if (!file.transferred) file.doneBytes = 0;
@@ -81,6 +84,7 @@ std::optional<Job::Run> Job::TakeUp() {
   const bool rests = state_ == JobState::kSuspended || state_ == JobState::kError ||
                      (state_ == JobState::kTransferred && !Unfinished());
   if (!rests) return StartRun();
+  // The notice counts as one of run 0, the number that each job has before its first run.
   return noticeDue_ ? std::optional(run_) : std::nullopt;
 }
 
@@ -96,11 +100,14 @@ void Job::Enter(JobState state) {
 Job::Run Job::StartRun() {
   StopRun();
   running_ = true;
+  // The notice of an earlier run would start a program for a result that no longer counts.
   noticeDue_ = false;
   Enter(JobState::kQueued);
   return ++run_;
 }
 
+// The thread of the run may hang in a silent connection. It finds its number stale later, so the
+// file must be closed here: the caller may rename or delete it.
 void Job::StopRun() {
   running_ = false;
   for (File& file : files_) file.temp.Close();
@@ -114,11 +121,13 @@ Job::File* Job::Unfinished() {
 
 bool Job::FitsIn(std::uint64_t moreBytes) const {
   for (const File& file : files_) moreBytes += file.doneBytes;
+  // Without a limit the sum is compared with itself.
   return moreBytes <= settings_.maxBytes.value_or(moreBytes);
 }
 
 bool Job::DiscardTemps() {
   bool gone = true;
+  // Discard stands first, so that one file that stays does not save the others.
   for (File& file : files_) gone = file.temp.Discard() && gone;
   return gone;
 }
@@ -132,11 +141,12 @@ HResult Job::AddFiles(const std::vector<JobFile>& files) {
   if (Ended()) return BG_E_INVALID_STATE;
   if (files_.size() + files.size() > kMaxFiles) return kTooManyFilesInJob;
   for (const JobFile& file : files) files_.push_back({{.url = file.url, .path = file.path}, {}});
-  // There is something to transfer again, and like every new job it waits for Resume.
+  // Now there is something to transfer again. Like a new job, this one waits for Resume.
   if (state_ == JobState::kTransferred) {
     noticeDue_ = false;
     state_ = JobState::kSuspended;
   }
+  // The same state: this sets the time of the change.
   Enter(state_);
   return S_OK;
 }
@@ -147,6 +157,7 @@ HResult Job::Resume(std::optional<Run>* run) {
   if (files_.empty()) return BG_E_EMPTY;
   const bool waits = state_ == JobState::kSuspended || state_ == JobState::kError ||
                      state_ == JobState::kTransientError;
+  // A second run beside the first would write the same file.
   if (!waits) return S_OK;
   *run = StartRun();
   return S_OK;
@@ -155,7 +166,7 @@ HResult Job::Resume(std::optional<Run>* run) {
 HResult Job::Suspend() {
   const std::lock_guard lock(mutex_);
   if (Ended()) return BG_E_INVALID_STATE;
-  // A job in error or transferred rests already.
+  // A job in one of these states rests already, and its notice stays due.
   if (state_ == JobState::kError || state_ == JobState::kTransferred) return S_OK;
   StopRun();
   Enter(JobState::kSuspended);
@@ -166,6 +177,7 @@ HResult Job::Cancel() {
   const std::lock_guard lock(mutex_);
   if (Ended()) return BG_E_INVALID_STATE;
   StopRun();
+  // The job ends even if a temporary file cannot be deleted: the code below is a success.
   Enter(JobState::kCancelled);
   return DiscardTemps() ? S_OK : BG_S_UNABLE_TO_DELETE_FILES;
 }
@@ -174,12 +186,14 @@ HResult Job::Complete() {
   const std::lock_guard lock(mutex_);
   if (Ended()) return BG_E_INVALID_STATE;
   for (File& file : files_) {
+    // Handed over: by an earlier call, which failed at a later file.
     if (!file.transferred || file.handedOver) continue;
     const HResult moved = file.temp.MoveOnto(file.path);
     if (moved != S_OK) return moved;
     file.handedOver = true;
   }
   const bool whole = Unfinished() == nullptr;
+  // Only now: after a failed rename the job must go on living, and its transfer too.
   StopRun();
   Enter(JobState::kAcknowledged);
   if (!DiscardTemps()) return BG_S_UNABLE_TO_DELETE_FILES;
@@ -249,6 +263,7 @@ JobProgress Job::Progress() const {
   const std::lock_guard lock(mutex_);
   JobProgress progress{.bytesTotal = 0, .filesTotal = static_cast<std::uint32_t>(files_.size())};
   for (const File& file : files_) {
+    // One unknown size makes the total unknown.
     const bool known = progress.bytesTotal && file.sizeBytes;
     progress.bytesTotal =
         known ? std::optional(*progress.bytesTotal + *file.sizeBytes) : std::nullopt;
@@ -281,6 +296,7 @@ Job::Step Job::NextStep(Run run) {
     return {.kind = Step::Kind::kTransferred, .url = {}};
   }
   Enter(JobState::kConnecting);
+  // Each try begins at the start of the file: the stand-in does not resume in the middle.
   file->doneBytes = 0;
   const HResult started = file->temp.Start(file->path);
   if (started != S_OK) return {.kind = Step::Kind::kNoFile, .url = {}, .code = started};
@@ -290,6 +306,7 @@ Job::Step Job::NextStep(Run run) {
 bool Job::SetSize(Run run, std::optional<std::uint64_t> sizeBytes, HResult* failure) {
   const std::lock_guard lock(mutex_);
   if (!Current(run)) return false;
+  // An unknown size is no reason to refuse; then Append finds the byte too many.
   if (!FitsIn(sizeBytes.value_or(0))) {
     *failure = kTooManyBytes;
     return false;
@@ -302,6 +319,8 @@ bool Job::SetSize(Run run, std::optional<std::uint64_t> sizeBytes, HResult* fail
 bool Job::Append(Run run, const char* data, std::size_t sizeBytes, HResult* failure) {
   const std::lock_guard lock(mutex_);
   if (!Current(run)) return false;
+  // Never null: only FinishFile of this run finishes the file that NextStep has opened, and new
+  // files come behind it.
   File& file = *Unfinished();
   *failure = FitsIn(sizeBytes) ? file.temp.Append(data, sizeBytes) : kTooManyBytes;
   if (*failure != S_OK) return false;
@@ -315,6 +334,7 @@ bool Job::FinishFile(Run run) {
   if (!Current(run)) return false;
   File& file = *Unfinished();
   file.temp.Close();
+  // Any server will do for some jobs, also one that gives no size.
   file.sizeBytes = file.doneBytes;
   file.transferred = true;
   mostBytes_ = 0;
@@ -355,11 +375,13 @@ bool Job::IsNoticeDue(Run run) const {
   return noticeDue_ && run_ == run && !Ended();
 }
 
+// A program may end long after its job was resumed. It must not end the notice of the newer run.
 void Job::EndNotice(Run run) {
   const std::lock_guard lock(mutex_);
   if (run_ == run) noticeDue_ = false;
 }
 
+// The state stays as it is, so that the next server takes the job up.
 void Job::Rest() {
   const std::lock_guard lock(mutex_);
   StopRun();

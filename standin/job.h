@@ -18,7 +18,7 @@ namespace standin {
 inline constexpr HResult kTooManyBytes = static_cast<HResult>(0x80200064);
 
 struct JobProgress {
-  std::optional<std::uint64_t> bytesTotal;  ///< nothing while a file's size is unknown
+  std::optional<std::uint64_t> bytesTotal;  ///< empty while a file's size is unknown
   std::uint64_t bytesTransferred = 0;
   std::uint32_t filesTotal = 0;
   std::uint32_t filesTransferred = 0;
@@ -34,8 +34,8 @@ struct JobProgress {
 ///
 ///   Complete leads from any of them to ACKNOWLEDGED, Cancel to CANCELLED. Those two are the end.
 ///
-/// Each Resume that starts the transfer opens a run, known by its number; whatever ends or replaces
-/// that run makes the reports of its transfer void. May be used by several threads.
+/// Each Resume that starts the transfer opens a run, known by its number. When that run has ended
+/// or was replaced, its transfer can no longer change the job. May be used by several threads.
 class Job {
  public:
   using Run = std::uint64_t;
@@ -46,30 +46,30 @@ class Job {
   const std::string& id() const { return id_; }
   const std::string& owner() const { return owner_; }
 
-  // What a client asks. These answer BG_E_INVALID_STATE once the job has ended.
+  // Calls of clients. These answer BG_E_INVALID_STATE once the job has ended.
 
   HResult AddFile(const std::wstring& url, const std::wstring& path) {
     return AddFiles({{.url = url, .path = path}});
   }
-  /// All of them or none; only `url` and `path` of each are looked at.
+  /// Adds all files or none; uses only `url` and `path` of each.
   HResult AddFiles(const std::vector<JobFile>& files);
-  /// @param run  receives the run whose transfer the caller has to start; nothing when none has to.
+  /// @param run  receives the run whose transfer the caller must start; stays empty for no run
   HResult Resume(std::optional<Run>* run);
   HResult Suspend();
   HResult Cancel();
   /// Renames every transferred file onto its target, then ends the job. A file that cannot be
-  /// renamed leaves the job as it was but for the files renamed before it.
+  /// renamed leaves the job as it was, except for the files renamed before it.
   HResult Complete();
   HResult SetDisplayName(const std::wstring& name);
   HResult SetPriority(int priority);
   HResult SetNoProgressSeconds(std::uint32_t seconds);
   HResult SetNotifyFlags(std::uint32_t flags);
-  /// What all files together may have; a job with more fails.
+  /// The limit for all files together; a job with more bytes fails.
   HResult SetMaxBytes(std::uint64_t bytes);
-  /// Null pointers take the program, the parameters or both away.
+  /// Null pointers remove the program, the parameters or both.
   HResult SetNotifyCommand(const wchar_t* program, const wchar_t* parameters);
 
-  // What anyone can read at any time.
+  // Readable at any time, also after the end.
 
   JobState State() const;
   bool HasEnded() const;
@@ -80,19 +80,20 @@ class Job {
   std::optional<JobError> Error() const;
   JobRecord Record() const;
 
-  /// Goes on where the last server stopped: what was under way starts again, and so does what was
-  /// transferred into a temporary file that is gone.
-  /// @return the run whose transfer or notice the caller has to start; nothing when the job rests
+  /// Continues where the last server stopped. A running transfer starts again, as does a finished
+  /// one whose temporary file is gone.
+  /// @return the run whose transfer or notice the caller must start; empty when the job rests
   std::optional<Run> TakeUp();
 
-  // What the transfer of a run reports. False, or kVoid: the run is over, stop without a trace.
+  // Reports from the transfer of a run. False, or kVoid: the run is over, stop without a trace.
 
   struct Step {
     enum class Kind { kVoid, kDownload, kTransferred, kNoFile } kind = Kind::kVoid;
     std::wstring url;  ///< of kDownload
     HResult code = 0;  ///< of kNoFile: why there is no temporary file
   };
-  /// Opens the next file to download: the job is CONNECTING. With none left it is TRANSFERRED.
+  /// Opens the next file to download: the job is CONNECTING. Without another file it is
+  /// TRANSFERRED.
   Step NextStep(Run run);
   /// The server answers: the job is TRANSFERRING.
   /// @param failure  receives kTooManyBytes when the file is too large for the job
@@ -105,12 +106,13 @@ class Job {
   /// ERROR; ends the run.
   bool Fail(Run run, const JobError& error);
   bool IsCurrent(Run run) const;
-  /// The most bytes that the unfinished file ever had, so that a repeated start is no progress.
+  /// The most bytes that the unfinished file ever had. Bytes fetched again are no progress.
   std::uint64_t MostBytes() const;
 
-  // The notice of a run: that it has come to TRANSFERRED or ERROR.
+  // The notice of a run says that it has come to TRANSFERRED or ERROR.
 
-  /// Whether it has, and neither a client nor a notify program has put an end to it since.
+  /// Whether the run has come to its end, and neither a client nor a notify program has ended the
+  /// notice since.
   bool IsNoticeDue(Run run) const;
   void EndNotice(Run run);
 
@@ -122,7 +124,7 @@ class Job {
     TempFile temp;
   };
 
-  // All of these with the lock held.
+  // Callers of these hold the lock.
   bool Ended() const;
   bool Current(Run run) const { return running_ && run == run_; }
   void Enter(JobState state);

@@ -1,4 +1,4 @@
-// The clock of the jobs: seconds that the control file may make short.
+// The clock of the jobs: the control file may make its seconds shorter.
 #ifndef KUPDATE_STANDIN_JOB_CLOCK_H_
 #define KUPDATE_STANDIN_JOB_CLOCK_H_
 
@@ -7,10 +7,10 @@
 
 namespace standin {
 
-/// Runs at the speed given with each reading; never goes back. May be used by several threads.
+/// Each reading gives the speed since the last one. Never goes back. Several threads may use it.
 class JobClock {
  public:
-  /// Job seconds since the clock was made; the time since the last reading counts `factor` fold.
+  /// Job seconds since the clock was made. The time since the last reading counts `factor` times.
   double Seconds(double factor) {
     const std::lock_guard lock(mutex_);
     const auto now = std::chrono::steady_clock::now();

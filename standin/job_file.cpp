@@ -8,6 +8,8 @@
 namespace standin {
 namespace {
 
+// A value is the rest of its line, so it must not contain the end of a line. Bytes above 0x7F are
+// parts of UTF-8 and stay.
 std::string Escape(std::string_view value) {
   std::string escaped;
   for (const char c : value) {
@@ -46,6 +48,7 @@ class Writer {
     text_ += '\n';
   }
   void Text(const char* key, const std::wstring& value) { Text(key, NarrowUtf8(value)); }
+  // A missing line means "not set", which differs from an empty text.
   void Text(const char* key, const std::optional<std::wstring>& value) {
     if (value) Text(key, *value);
   }
@@ -66,6 +69,7 @@ class Writer {
     Number("created", job.times.created);
     Number("modified", job.times.modified);
     Number("completed", job.times.completed);
+    // As 32 bits: a negative code would become a number above those that ParseInt64 reads.
     Number("error-code", static_cast<std::uint32_t>(job.error.code));
     Number("error-context", static_cast<std::uint64_t>(job.error.context));
     Text("error-text", job.error.text);
@@ -79,7 +83,7 @@ class Writer {
     Text("path", file.path);
     Text("temp", file.tempPath);
     if (file.sizeBytes) Number("size", *file.sizeBytes);
-    // Without the end of the file the next server begins at its start.
+    // The next server fetches an unfinished file from its start, so the bytes so far do not count.
     if (file.transferred) Number("done", file.doneBytes);
     Number("transferred", file.transferred);
     Number("handed-over", file.handedOver);
@@ -138,6 +142,7 @@ std::vector<JobRecord> ParseJobs(std::string_view text) {
     const std::size_t blank = std::min(line.find(' '), line.size());
     const std::string_view key = line.substr(0, blank);
     const std::string value = Unescape(line.substr(std::min(blank + 1, line.size())));
+    // A job's own values stand before its first file: behind "url" each value belongs to that file.
     if (key == "job") {
       jobs.emplace_back().id = value;
     } else if (jobs.empty()) {

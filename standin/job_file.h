@@ -1,4 +1,4 @@
-// The text of the file that the jobs are kept in.
+// The text of the file of jobs.
 #ifndef KUPDATE_STANDIN_JOB_FILE_H_
 #define KUPDATE_STANDIN_JOB_FILE_H_
 
@@ -14,7 +14,7 @@ namespace standin {
 /// control characters and "%" are written as "%" and two hexadecimal digits.
 std::string FormatJobs(const std::vector<JobRecord>& jobs);
 
-/// The reverse. Lines that are not understood are passed over.
+/// The reverse. Ignores lines that it does not understand.
 std::vector<JobRecord> ParseJobs(std::string_view text);
 
 }  // namespace standin

@@ -1,4 +1,4 @@
-// What there is to know about a transfer job, as plain data.
+// All data of a transfer job.
 #ifndef KUPDATE_STANDIN_JOB_RECORD_H_
 #define KUPDATE_STANDIN_JOB_RECORD_H_
 
@@ -13,7 +13,7 @@ namespace standin {
 
 inline constexpr std::uint32_t kDefaultNoProgressSeconds = 14 * 24 * 60 * 60;
 
-/// What a client can set and read back. `notifyProgram` is absent when nothing is to be started.
+/// The settings that a client can change and read back. Without `notifyProgram` no program starts.
 struct JobSettings {
   std::wstring displayName;
   int priority = 2;  // normal
@@ -47,7 +47,7 @@ struct JobFile {
   bool handedOver = false;
 };
 
-/// Everything that a job has to keep while no server runs.
+/// All that a job must keep while no server runs.
 struct JobRecord {
   std::string id;  ///< in registry form, braces included
   std::string owner;
@@ -55,7 +55,7 @@ struct JobRecord {
   JobSettings settings = {};
   JobTimes times = {};
   JobError error = {};
-  /// The job has come to its end and its notify program has not been content yet.
+  /// The job is transferred or failed, and its notify program has not succeeded yet.
   bool noticeDue = false;
   std::vector<JobFile> files = {};
 };

@@ -11,7 +11,7 @@
 namespace standin {
 namespace {
 
-// The service's own codes for these; the toolchain's header lacks them.
+// The service's own codes, which the toolchain's header lacks.
 constexpr HResult kTooManyJobsOfUser = static_cast<HResult>(0x80200049);
 constexpr HResult kTooManyJobs = static_cast<HResult>(0x80200050);
 
@@ -28,6 +28,8 @@ void JobStore::Load() {
   }
 }
 
+// The lock of the file spans reading the jobs and writing them. Otherwise a slow thread could
+// replace a newer text by its older one.
 bool JobStore::Save() {
   const std::lock_guard fileLock(fileMutex_);
   std::vector<JobRecord> records;
@@ -42,6 +44,7 @@ bool JobStore::Save() {
 HResult JobStore::Create(const std::wstring& displayName, const std::string& owner,
                          std::shared_ptr<Job>* job) {
   auto created = std::make_shared<Job>(JobRecord{.id = NewGuidText(), .owner = owner});
+  // Checks the length of the name, before the job is in the store.
   const HResult named = created->SetDisplayName(displayName);
   if (named != S_OK) return named;
   const std::lock_guard lock(mutex_);
@@ -70,6 +73,7 @@ std::vector<std::shared_ptr<Job>> JobStore::Live() {
   return jobs_;
 }
 
+// Takes the jobs' locks inside the store's. That is safe: a job does not know the store.
 void JobStore::DropEnded() {
   std::erase_if(jobs_, [](const std::shared_ptr<Job>& job) { return job->HasEnded(); });
 }

@@ -16,8 +16,8 @@ namespace standin {
 inline constexpr std::ptrdiff_t kMaxJobsOfUser = 60;
 inline constexpr std::size_t kMaxJobs = 300;
 
-/// May be used by several threads. Jobs that have ended leave the store by themselves; whoever
-/// still holds one keeps it.
+/// May be used by several threads. Jobs that have ended leave the store by themselves; a client
+/// that holds one can still use it.
 class JobStore {
  public:
   /// @param path  the file
@@ -25,7 +25,7 @@ class JobStore {
 
   /// Adds the jobs that the last server left in the file.
   void Load();
-  /// Writes the file, in one step, if it would differ from what was written last.
+  /// Replaces the file, in one step, if its text would change.
   /// @return false when it cannot be written; the next call tries again
   bool Save();
 
@@ -33,7 +33,7 @@ class JobStore {
   /// @param job  receives it on S_OK
   HResult Create(const std::wstring& displayName, const std::string& owner,
                  std::shared_ptr<Job>* job);
-  /// Null when there is none of that id. The id is in registry form, as Job::id() gives it.
+  /// Null for an unknown id. The id is in registry form, as Job::id() gives it.
   std::shared_ptr<Job> Find(std::string_view id);
   /// In the order of their creation.
   std::vector<std::shared_ptr<Job>> Live();

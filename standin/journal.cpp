@@ -22,6 +22,8 @@ bool Put(HANDLE file, const std::string& text) {
          written == text.size();
 }
 
+// The file is opened for each line: then readers find the line at once, and may move or delete the
+// file in between.
 bool AppendLine(const std::wstring& path, const std::string& line) {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const UniqueFile file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
@@ -41,6 +43,7 @@ void Journal::Problem(std::string_view text) {
 
 void Journal::Close() {
   const std::lock_guard lock(mutex_);
+  // Under the lock: a line that is being written is whole before the caller ends the process.
   closed_ = true;
 }
 
@@ -49,7 +52,7 @@ void Journal::WriteWhole(const JsonLine& line, bool echo) {
   if (closed_) return;
   const std::string text = "{\"time\":\"" + TimeText() + "\"," + line.members() + "}\n";
   const bool written = AppendLine(path_, text);
-  // An activated server may have no stderr at all; then there is nobody left to tell.
+  // A server that the system starts may have no stderr. Then this fails without harm.
   if (echo || !written) Put(::GetStdHandle(STD_ERROR_HANDLE), text);
 }
 

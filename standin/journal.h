@@ -1,4 +1,4 @@
-// The record of everything that was asked of the service and of what it did.
+// The journal of all calls of the service and of the events between them.
 #ifndef KUPDATE_STANDIN_JOURNAL_H_
 #define KUPDATE_STANDIN_JOURNAL_H_
 
@@ -10,21 +10,21 @@
 
 namespace standin {
 
-/// Appends lines to one file. Every line is in the file, and the file closed, when a call returns,
-/// so that other processes can read it at once. May be used by several threads; never throws but
-/// for want of memory.
+/// Appends lines to one file. Every line is in the file, and the file is closed, when a call
+/// returns, so that other processes can read it at once. May be used by several threads. Throws
+/// only when memory runs out.
 class Journal {
  public:
-  /// @param path  the file, made when absent. A line that cannot be written goes to stderr.
+  /// @param path  the file, made if missing. A line that cannot be written goes to stderr.
   explicit Journal(std::wstring path) : path_(std::move(path)) {}
 
   /// Writes `{"time":"2026-01-31T10:20:30.456Z",` and the line's members.
   void Write(const JsonLine& line);
-  /// The same, and to stderr as well.
+  /// The same, and also writes the line to stderr.
   void WriteError(const JsonLine& line);
   /// A fault of the service itself or of its settings, as the event "problem".
   void Problem(std::string_view text);
-  /// Ends the journal: later lines are dropped, none is cut by the end of the process.
+  /// Ends the journal: later lines are dropped, and the end of the process cuts no line.
   void Close();
 
  private:

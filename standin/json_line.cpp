@@ -7,6 +7,7 @@
 namespace standin {
 namespace {
 
+// Bytes above 0x7F are parts of UTF-8, which JSON takes as it is.
 void AppendQuoted(std::string& out, std::string_view text) {
   out += '"';
   for (const char c : text) {
@@ -48,6 +49,7 @@ JsonLine& JsonLine::Number(std::string_view key, std::uint64_t value) {
   return *this;
 }
 
+// As text: JSON has no hexadecimal numbers, and people search for codes as headers write them.
 JsonLine& JsonLine::Code(std::string_view key, HResult value) { return Text(key, CodeText(value)); }
 
 JsonLine& JsonLine::Flag(std::string_view key, bool value) {

@@ -1,4 +1,4 @@
-// Who still needs the server.
+// The users of the server, which runs as long as it has some.
 #ifndef KUPDATE_STANDIN_LIFETIME_H_
 #define KUPDATE_STANDIN_LIFETIME_H_
 
@@ -6,8 +6,8 @@
 
 namespace standin {
 
-/// Counts the users of the process: objects that clients hold, class locks, transfers and notify
-/// programs under way.
+/// Counts the users of the process: objects that clients hold, class locks, running transfers and
+/// running notify programs.
 class Lifetime {
  public:
   void Add() { ++users_; }
@@ -18,7 +18,7 @@ class Lifetime {
   std::atomic<int> users_ = 0;
 };
 
-/// Is one user for as long as it lives.
+/// Counts as one user as long as it lives.
 class LifetimeHold {
  public:
   explicit LifetimeHold(Lifetime& lifetime) : lifetime_(lifetime) { lifetime_.Add(); }

@@ -14,11 +14,11 @@ constexpr int kUsageError = 2;
 
 int Usage() {
   std::fputs(
-      "kupdate-standin --register FOLDER   serve the transfer class, journal and control in "
-      "FOLDER\n"
-      "kupdate-standin --unregister        put back what was registered before\n"
+      "kupdate-standin --register FOLDER   become the server of the transfer class; FOLDER holds\n"
+      "                                    the journal, the control file and the jobs\n"
+      "kupdate-standin --unregister        restore the former server\n"
       "kupdate-standin --stop              end the running server\n"
-      "kupdate-standin -Embedding          serve clients; the system starts it so\n",
+      "kupdate-standin -Embedding          serve clients; the system starts the server with this\n",
       stderr);
   return kUsageError;
 }
@@ -36,15 +36,17 @@ std::wstring ProgramPath() {
 }
 
 int RegisterFolder(const wchar_t* name) {
+  // The full path, for the system starts the server in another current folder.
   wchar_t folder[MAX_PATH] = L"";
   const DWORD length = ::GetFullPathNameW(name, MAX_PATH, folder, nullptr);
   if (length == 0 || length >= MAX_PATH)
     return Report("the folder has no full path", ::GetLastError());
   if (!::CreateDirectoryW(folder, nullptr) && ::GetLastError() != ERROR_ALREADY_EXISTS) {
-    return Report("the folder cannot be made", ::GetLastError());
+    return Report("the folder cannot be created", ::GetLastError());
   }
   std::wstring ended = folder;
   if (ended.back() != L'\\') ended += L'\\';
+  // A second registration, of a new build for example, keeps the jobs of the first.
   if (standin::RegisteredFolder().empty()) standin::ForgetJobs(ended);
   return Report("the registry cannot be written", standin::Register(ProgramPath(), ended));
 }
@@ -64,6 +66,7 @@ int wmain(int argc, wchar_t** argv) {
     return Report("the registry cannot be restored", standin::Unregister());
   }
   if (command == L"--stop") return Report("the server does not end", standin::StopServer());
+  // The system adds this to the registered command line when a client asks for the class.
   if (EqualsIgnoreCase(command, L"-Embedding") || EqualsIgnoreCase(command, L"/Embedding")) {
     return Serve();
   }

@@ -17,11 +17,13 @@ std::wstring SystemFolder() {
   return path;
 }
 
+// As in the real service, the parameters are the whole command line: its first word is the
+// program's own name only if the client has written it there.
 UniqueHandle Launch(const std::wstring& program, std::wstring commandLine) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started = {};
-  // The system writes into the command line it is given.
+  // The system may write into the command line, so this is the caller's copy.
   wchar_t* const line = commandLine.empty() ? nullptr : commandLine.data();
   if (!::CreateProcessW(program.c_str(), line, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
                         SystemFolder().c_str(), &startup, &started)) {
@@ -39,14 +41,14 @@ bool IsWanted(const JobSettings& settings, JobState state) {
   return flagged && settings.notifyProgram;
 }
 
-// Runs the program to its end. Returns its exit code; nothing when it cannot be started.
+// Runs the program to its end. Returns its exit code; nothing if the program cannot be started.
 std::optional<DWORD> RunProgram(Service& service, const std::string& jobId,
                                 const JobSettings& settings) {
   const std::wstring commandLine = settings.notifyParameters.value_or(L"");
   JsonLine line;
   line.Text("event", "notify").Text("job", jobId);
   line.Text("program", *settings.notifyProgram).Text("command", commandLine);
-  // Journalled before the start, so that nothing the program does comes earlier in the journal.
+  // Before the start: the program's own calls must come later in the journal.
   service.journal.Write(line);
   const UniqueHandle process = Launch(*settings.notifyProgram, commandLine);
   if (!process) {
@@ -71,10 +73,12 @@ void EndNotice(Service& service, Job& job, Job::Run run) {
 void DeliverNotice(Service& service, Job& job, Job::Run run) {
   const auto isDue = [&] { return job.IsNoticeDue(run); };
   while (isDue()) {
-    // Read anew each time: a client may change them while the notice waits.
+    // Read each time: a client may change the settings while the notice waits.
     const JobSettings settings = job.Settings();
     if (!IsWanted(settings, job.State())) return EndNotice(service, job, run);
     const std::optional<DWORD> exitCode = RunProgram(service, job.id(), settings);
+    // Before the line: a reader who sees it may end the server, and the next one must not start the
+    // program again.
     if (exitCode == 0) EndNotice(service, job, run);
     if (exitCode) {
       service.journal.Write(JsonLine()
@@ -82,6 +86,7 @@ void DeliverNotice(Service& service, Job& job, Job::Run run) {
                                 .Text("job", job.id())
                                 .Number("exit_code", *exitCode));
     }
+    // Returns at once when the program, or a client meanwhile, has ended the notice.
     service.WaitUntil(service.JobSeconds() + kRetryDelaySeconds, isDue);
   }
 }

@@ -1,4 +1,4 @@
-// The program that is started when a job is done.
+// The program that starts when a job is done.
 #ifndef KUPDATE_STANDIN_NOTIFY_H_
 #define KUPDATE_STANDIN_NOTIFY_H_
 
@@ -8,10 +8,10 @@
 namespace standin {
 
 /// Starts the job's notify program if the notice of `run` is due, the job has a program and its
-/// flags name the state it is in. Blocks until that needs no more attention: a program that cannot
-/// be started or ends with anything but 0 is started again after kRetryDelaySeconds, as long as the
-/// notice is due. The program runs in the system folder, without a window and without our handles.
-/// Journals "notify" at each start, or "problem" when it fails, and "notify_exit" at each end.
+/// flags name the job's state. Blocks until the notice is no longer due: a program that cannot be
+/// started, or ends with anything but 0, starts again after kRetryDelaySeconds. The program runs in
+/// the system folder, without a window and without our handles. Journals "notify" at each start, or
+/// "problem" when the start fails, and "notify_exit" at each end.
 void DeliverNotice(Service& service, Job& job, Job::Run run);
 
 }  // namespace standin

@@ -7,12 +7,13 @@
 namespace standin {
 namespace {
 
+// The class of the real service, for all users of the system.
 constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{4991d34b-80a1-4291-83b6-3328366b9097}";
 constexpr wchar_t kServerKey[] =
     L"Software\\Classes\\CLSID\\{4991d34b-80a1-4291-83b6-3328366b9097}\\LocalServer32";
 constexpr wchar_t kOwnKey[] = L"Software\\kupdate-standin";
 constexpr wchar_t kFolderValue[] = L"Folder";
-// In our own key: what the class had before. Absent when it had nothing of the kind.
+// In our own key: the former values of the class. Missing if the class had no such value.
 constexpr wchar_t kSavedAppId[] = L"SavedAppID";
 constexpr wchar_t kSavedServer[] = L"SavedLocalServer32";
 
@@ -54,12 +55,14 @@ unsigned long InOrder(Steps... steps) {
   return static_cast<unsigned long>(status);
 }
 
+// Only the first registration saves: a later one would find the stand-in's own values.
 LSTATUS SaveFormer() {
   if (!RegisteredFolder().empty()) return ERROR_SUCCESS;
   const LSTATUS saved = Save(kClassKey, L"AppID", kSavedAppId);
   return saved != ERROR_SUCCESS ? saved : Save(kServerKey, kDefaultValue, kSavedServer);
 }
 
+// Without a former server the whole key goes, so that nothing of the stand-in stays.
 LSTATUS RestoreServer() {
   const std::optional<std::wstring> saved = ReadText(kOwnKey, kSavedServer);
   if (saved) return WriteText(kServerKey, kDefaultValue, *saved);
@@ -74,15 +77,18 @@ LSTATUS RestoreAppId() {
 }  // namespace
 
 unsigned long Register(const std::wstring& program, const std::wstring& folder) {
+  // The former values come first: nothing is changed before they are safe.
   return InOrder(
       SaveFormer, [&] { return WriteText(kOwnKey, kFolderValue, folder); },
+      // A command line: a path with blanks needs the quotes.
       [&] { return WriteText(kServerKey, kDefaultValue, L"\"" + program + L"\""); },
-      // With an application id the system would start its own service instead.
+      // With an application id the system would start its own service instead of this program.
       [] { return IgnoreMissing(::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kClassKey, L"AppID")); });
 }
 
 unsigned long Unregister() {
   if (RegisteredFolder().empty()) return ERROR_SUCCESS;
+  // Our own key goes last: after a failure a second try still finds the former values.
   return InOrder(RestoreServer, RestoreAppId,
                  [] { return ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kOwnKey); });
 }

@@ -1,4 +1,4 @@
-// The service's place in the registry.
+// The stand-in's entries in the registry.
 #ifndef KUPDATE_STANDIN_REGISTRATION_H_
 #define KUPDATE_STANDIN_REGISTRATION_H_
 
@@ -6,17 +6,17 @@
 
 namespace standin {
 
-/// Makes this program the server of the transfer service's class, and remembers `folder` and what
-/// stood in the registry before. Registering again only changes program and folder.
+/// Makes this program the server of the transfer service's class, and remembers `folder` and the
+/// former values of the registry. A second registration changes only program and folder.
 /// @param folder  absolute, with a trailing "\"
 /// @return 0 or the system's error
 unsigned long Register(const std::wstring& program, const std::wstring& folder);
 
-/// Puts back what stood in the registry before. Without a registration there is nothing to do.
+/// Restores the former values of the registry. Does nothing without a registration.
 /// @return 0 or the system's error
 unsigned long Unregister();
 
-/// The folder that was registered; empty when there is none.
+/// The registered folder; empty without a registration.
 std::wstring RegisteredFolder();
 
 }  // namespace standin

@@ -6,17 +6,17 @@
 
 namespace standin {
 
-/// Serves clients until --stop, or until nobody has needed the server for the lingering time.
-/// Where another server runs it waits 5 seconds for the end of that one, then returns.
+/// Serves clients until --stop, or until the server has been unused for the lingering time. While
+/// another server runs, waits 5 seconds for its end, then returns.
 /// @param folder  with a trailing "\"
-/// @return the process's exit code: 0 when all went well
+/// @return the process's exit code: 0 for success
 int RunServer(const std::wstring& folder);
 
-/// Asks the running server to end and waits for that. Without one there is nothing to do.
+/// Asks the running server to end and waits for that. Does nothing without a server.
 /// @return 0, or ERROR_TIMEOUT when it did not end within 15 seconds
 unsigned long StopServer();
 
-/// Forgets the jobs that an earlier registration of the folder has left. Not while a server runs.
+/// Forgets the jobs of an earlier registration of the folder. Not while a server runs.
 /// @param folder  with a trailing "\"
 void ForgetJobs(const std::wstring& folder);
 

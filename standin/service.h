@@ -1,4 +1,4 @@
-// What every part of the server shares.
+// The parts that the whole server shares.
 #ifndef KUPDATE_STANDIN_SERVICE_H_
 #define KUPDATE_STANDIN_SERVICE_H_
 
@@ -16,11 +16,11 @@ namespace standin {
 
 inline constexpr wchar_t kJobFileName[] = L"jobs.txt";
 
-/// How long the service waits before it tries something again: a transfer that was interrupted, a
-/// notify program that was not content.
+/// The service's delay before another try: of an interrupted transfer, of a notify program that has
+/// failed.
 inline constexpr double kRetryDelaySeconds = 600;
 
-// How late a waiting thread may notice that it need not wait, or that the clock has been changed.
+// The longest nap of a waiting thread, which notices a changed clock or its end at most so late.
 inline constexpr double kMaxNapMilliseconds = 50;
 
 /// One per process. Outlives all transfers, notify programs and client objects.
@@ -31,15 +31,16 @@ struct Service {
         control(folder + L"control.txt", journal),
         jobs(folder + kJobFileName) {}
 
-  /// The time of the jobs, at the speed and as late as the control file says.
+  /// The time of the jobs, with the speed and the offset of the control file.
   double JobSeconds() { return clock.Seconds(control.ClockFactor()) + control.LaterSeconds(); }
 
-  /// To be called after every change of a job and before anyone is told of it.
+  /// Call it after each change of a job, before a client, a program or the journal shows the
+  /// change.
   void SaveJobs() {
     if (!jobs.Save()) journal.Problem("the jobs cannot be written to their file");
   }
-  /// Waits, at the jobs' clock, until that time or, looking often, until `goesOn` says no.
-  /// @return what `goesOn` said last
+  /// Waits until that time of the jobs' clock or until `goesOn` returns false, and asks it often.
+  /// @return the last result of `goesOn`
   template <class Condition>
   bool WaitUntil(double jobSeconds, Condition goesOn) {
     for (;;) {

@@ -1,4 +1,4 @@
-// The hidden file that a download grows in.
+// The hidden file of a download that is not complete yet.
 #ifndef KUPDATE_STANDIN_TEMP_FILE_H_
 #define KUPDATE_STANDIN_TEMP_FILE_H_
 
@@ -16,20 +16,20 @@ namespace standin {
 class TempFile {
  public:
   TempFile() = default;
-  /// One that is there already; empty for none.
+  /// Takes over the file of that path; an empty path means no file.
   explicit TempFile(std::wstring path) : path_(std::move(path)) {}
 
-  /// Empty when there is none.
+  /// Empty without a file.
   const std::wstring& path() const { return path_; }
   bool Exists() const;
 
-  /// Makes the file beside `target`, or empties the one made before, and keeps it open for writing.
+  /// Makes the file beside `target`, or empties an earlier one, and keeps it open for writing.
   HResult Start(const std::wstring& target);
   HResult Append(const char* data, std::size_t sizeBytes);
   void Close() { file_ = UniqueHandle(); }
-  /// Closes it and renames it onto `target`, over what stands there.
+  /// Closes it and renames it onto `target`, which it replaces.
   HResult MoveOnto(const std::wstring& target);
-  /// Closes and deletes it. Returns whether nothing is left.
+  /// Closes and deletes it. Returns whether the file is gone.
   bool Discard();
 
  private:

@@ -22,6 +22,7 @@ class Transfer {
   void Execute() {
     for (;;) {
       const Job::Step step = job_->NextStep(run_);
+      // Before the journal names the new state: a server that is killed then must not lose it.
       service_.SaveJobs();
       switch (step.kind) {
         case Job::Step::Kind::kVoid:
@@ -54,6 +55,7 @@ class Transfer {
     const DownloadResult result = Download(url, rule, sink);
     switch (result.kind) {
       case DownloadResult::Kind::kDone:
+        // A whole file is progress, so the next failure starts the no-progress time-out again.
         stalledAt_.reset();
         bytesAtStall_ = 0;
         return job_->FinishFile(run_);
@@ -68,12 +70,14 @@ class Transfer {
         } else if (failure != S_OK) {
           Fail(LocalError(failure));
         }
+        // Without a failure a client has ended the run, so there is no event.
         return false;
     }
     return false;
   }
 
-  // The time-out counts from the first failure after the last byte that was new.
+  // The time-out counts from the first failure after the last new byte. Only that failure is
+  // journalled, not each repeated one.
   bool Stall(const JobError& error) {
     if (!job_->Stall(run_, error)) return false;
     service_.SaveJobs();
@@ -86,8 +90,8 @@ class Transfer {
     return WaitForRetry(error);
   }
 
-  // A time-out that comes first wins, however late this thread wakes up. It may be set anew while
-  // the job waits.
+  // The time-out wins if it comes before the retry, however late this thread wakes up. It is read
+  // at each look, since a client may change it while the job waits.
   bool WaitForRetry(const JobError& error) {
     const double retryAt = service_.JobSeconds() + kRetryDelaySeconds;
     const auto giveUpAt = [&] { return *stalledAt_ + job_->Settings().noProgressSeconds; };
@@ -126,11 +130,13 @@ class Transfer {
   std::uint64_t bytesAtStall_ = 0;
 };
 
+// The notice comes from the same thread: the program starts after the transfer's last event.
 void RunTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run) {
   try {
     Transfer(service, job, run).Execute();
     DeliverNotice(service, *job, run);
   } catch (const std::exception& e) {
+    // Memory may have run out. The job keeps its state, and the next server takes it up.
     service.journal.Problem("the transfer of " + job->id() + " ended: " + e.what());
   }
 }
@@ -140,6 +146,8 @@ void RunTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run
 void StartTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run) {
   const LifetimeHold hold(service.lifetime);
   try {
+    // Detached: a thread that waits for a silent web server must not delay the end of the server.
+    // The copy of `hold` keeps the server running for all others.
     std::thread([&service, hold, job, run] { RunTransfer(service, job, run); }).detach();
   } catch (const std::system_error& e) {
     service.journal.Problem("no thread for the transfer of " + job->id() + ": " + e.what());

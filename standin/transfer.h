@@ -9,10 +9,10 @@
 
 namespace standin {
 
-/// Starts a thread that downloads the job's files one after the other until they are all there, the
-/// job has failed, or `run` is over. It journals "transient_error", "transferred" and "error", and
-/// then delivers the notice that the run leaves due, or had left due when the last server ended.
-/// Where there is no thread to be had the job fails.
+/// Starts a thread that downloads the job's files one after the other until all are there, the job
+/// has failed, or `run` is over. It journals "transient_error", "transferred" and "error". Then it
+/// delivers the notice of the run, or the one that was still due when the last server ended. The
+/// job fails if the system gives no thread.
 void StartTransfer(Service& service, const std::shared_ptr<Job>& job, Job::Run run);
 
 }  // namespace standin

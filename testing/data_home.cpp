@@ -8,9 +8,10 @@
 #include <random>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 #include "layout/folders.h"
+#include "util/registry.h"
+#include "util/system.h"
 #include "util/text.h"
 
 #ifdef _WIN32
@@ -28,18 +29,28 @@ struct TempFolder {
   const fs::path path =
       fs::temp_directory_path() / ("kupdate-test-" + std::to_string(std::random_device()()));
   TempFolder() { fs::create_directories(path); }
-  ~TempFolder() {
+  ~TempFolder() { Remove(path); }
+  static void Remove(const fs::path& folder) {
     std::error_code ignored;
-    fs::remove_all(path, ignored);
+    fs::remove_all(folder, ignored);
   }
 };
 
 void RemoveData() {
-  std::error_code ignored;
   for (const std::string& folder :
-       {GetUpdaterDataPath({}), NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo))}) {
-    fs::remove_all(NativePath(folder), ignored);
+       {GetUpdaterDataPath({}), NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)),
+        GetMakerFolder(), GetCommonMakerFolder()}) {
+    TempFolder::Remove(NativePath(folder));
   }
+  for (const wchar_t* key : {L"Software\\Krelix", L"Software\\AppDataLow\\Krelix"}) {
+    JustUtil::RemoveValue(key, L"UICreated_" + LogonName());
+  }
+}
+
+fs::path Made(const std::string& folder) {
+  const fs::path path = NativePath(folder);
+  fs::create_directories(path);
+  return path;
 }
 
 }  // namespace
@@ -65,9 +76,11 @@ DataHome::DataHome() {
 DataHome::~DataHome() { RemoveData(); }
 
 fs::path DataHome::AppFolder(const std::string& appId) const {
-  const fs::path folder = NativePath(GetUpdaterDataPath(appId));
-  fs::create_directories(folder);
-  return folder;
+  return Made(GetUpdaterDataPath(appId));
+}
+fs::path DataHome::File(const std::string& name) const { return Made(GetMakerFolder()) / name; }
+fs::path DataHome::CommonFile(const std::string& name) const {
+  return Made(GetCommonMakerFolder()) / name;
 }
 
 fs::path NativePath(std::string path) {

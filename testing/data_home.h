@@ -10,8 +10,8 @@
 /// A folder of this process that is removed when it ends.
 const std::filesystem::path& ProcessTempFolder();
 
-/// Gives a test an empty data folder and an empty local folder, and removes both afterwards. On Windows that is the user's own,
-/// in the private prefix that the tests run in; it refuses to work anywhere else.
+/// Gives a test empty folders of a user for whom no id was made yet, and removes them afterwards. On Windows these are the
+/// user's own, in the private prefix that the tests run in; it refuses to work anywhere else.
 class DataHome {
  public:
   DataHome();
@@ -21,6 +21,9 @@ class DataHome {
 
   /// The folder of an application's files, which is made.
   std::filesystem::path AppFolder(const std::string& appId) const;
+  /// A file in the maker's folder, and in that of all users; the folders are made.
+  std::filesystem::path File(const std::string& name) const;
+  std::filesystem::path CommonFile(const std::string& name) const;
 };
 
 /// A path with backslashes, in UTF-8, as this system wants it.

@@ -1,15 +1,10 @@
 #include "testing/dll_client.h"
 
-#include "util/win/windows_lean.h"
-
-#include <shlobj.h>
+#include <process.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <regex>
 
-#include "testing/data_home.h"
-#include "util/text.h"
+#include "util/win/windows_lean.h"
 
 namespace testing_dll {
 
@@ -17,12 +12,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path KnownFolder(const GUID& id) {
-  PWSTR path = nullptr;
-  ::SHGetKnownFolderPath(id, 0, nullptr, &path);
-  const fs::path folder = path ? path : L"";
-  ::CoTaskMemFree(path);
-  return folder / "Krelix" / "Updater";
+fs::path UpdaterIn(const char* folder) {
+  return fs::path(Setting(L"USERPROFILE")) / "AppData" / folder / "Krelix" / "Updater";
 }
 
 }  // namespace
@@ -51,10 +42,20 @@ std::string TextFrom(decltype(&DLLGetLocale) getter, const char* appId) {
   return getter(appId, buffer, &size) == KUPDATE_S_OK ? buffer : "failed";
 }
 
-fs::path RoamingFolder() { return KnownFolder(FOLDERID_RoamingAppData); }
-fs::path LocalFolder() { return KnownFolder(FOLDERID_LocalAppData); }
-fs::path DataFolder() { return KnownFolder(FOLDERID_LocalAppDataLow); }
-fs::path TempFolder() { return fs::temp_directory_path(); }
+fs::path RoamingFolder() { return UpdaterIn("Roaming"); }
+fs::path LocalFolder() { return UpdaterIn("Local"); }
+fs::path DataFolder() { return UpdaterIn("LocalLow"); }
+
+std::string ValueOf(const fs::path& file, const std::string& key) {
+  const std::string text = ReadBytes(file);
+  std::smatch match;
+  return std::regex_search(text, match, std::regex("<" + key + ">([^<]*)</")) ? match[1].str() : "";
+}
+
+kupdate_status App::Start() const {
+  return Dll().onApplicationStartup(appId.c_str(), "win64", feed.c_str(), report.c_str(), 3600, 1,
+                                    0, 0, 0, true);
+}
 
 std::string FeedWith(const std::string& version, const std::string& platform) {
   return "<rss><channel><item><version:platform>" + platform +
@@ -63,43 +64,8 @@ std::string FeedWith(const std::string& version, const std::string& platform) {
          "</item></channel></rss>";
 }
 
-std::string ValueOf(const fs::path& file, const std::string& key) {
-  const std::string text = ReadBytes(file);
-  std::smatch match;
-  return std::regex_search(text, match, std::regex("<" + key + ">([^<]*)</")) ? match[1].str() : "";
-}
-
-void SignalResult(const std::string& appId) {
-  const std::wstring name = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-" + WidenUtf8(appId);
-  const HANDLE event = ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
-  ::SetEvent(event);
-  ::CloseHandle(event);
-}
-
-void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output) {
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  startup.dwFlags = output ? STARTF_USESTDHANDLES : 0;
-  startup.hStdOutput = output;
-  startup.hStdError = output;
-  PROCESS_INFORMATION started = {};
-  ::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, output != nullptr, 0,
-                   nullptr, nullptr, &startup, &started);
-  ::CloseHandle(started.hThread);
-  return started.hProcess;
-}
-
-void* StartChild(const std::wstring& arguments) {
-  const std::wstring program = ThisProgram();
-  return StartProgram(program, L"\"" + program + L"\" --child " + arguments, nullptr);
-}
-
-unsigned EndOf(void* process) {
-  DWORD code = ~DWORD{0};
-  ::WaitForSingleObject(process, INFINITE);
-  ::GetExitCodeProcess(process, &code);
-  ::CloseHandle(process);
-  return code;
+unsigned Run(const fs::path& program, const std::wstring& commandLine) {
+  return static_cast<unsigned>(::_wspawnl(_P_WAIT, program.c_str(), commandLine.c_str(), nullptr));
 }
 
 }  // namespace testing_dll

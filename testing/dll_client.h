@@ -3,16 +3,14 @@
 #ifndef KUPDATE_TESTING_DLL_CLIENT_H_
 #define KUPDATE_TESTING_DLL_CLIENT_H_
 
-#include <filesystem>
-#include <string>
-
 #include "dllkupdate.h"
 #include "testing/log_capture.h"
 #include "testing/transfer_service.h"
 
 namespace testing_dll {
 
-/// The loaded module, an HMODULE.
+/// The loaded module, an HMODULE, of the DLL that KUPDATE_DLL names; ends the program when it
+/// cannot be loaded.
 void* DllModule();
 
 /// A function of the DLL by its ordinal; becomes a pointer of the type that is asked for.
@@ -26,28 +24,12 @@ struct Export {
   }
 };
 
-/// The functions of the DLL that KUPDATE_DLL names.
+/// One member for each line of scripts/exports.txt: "DLLSetLocale" is setLocale.
 struct Exports {
-  decltype(&DLLForceUpdateCheck) forceUpdateCheck = Export{1};
-  decltype(&DLLGetApplicationState) getApplicationState = Export{2};
-  decltype(&DLLGetOptionalParam) getOptionalParam = Export{3};
-  decltype(&DLLIsUpgradeAvailable) isUpgradeAvailable = Export{4};
-  decltype(&DLLOnApplicationStartup) onApplicationStartup = Export{5};
-  decltype(&DLLOnApplicationUninstall) onApplicationUninstall = Export{6};
-  decltype(&DLLSetApplicationState) setApplicationState = Export{7};
-  decltype(&DLLSetExecutorPath) setExecutorPath = Export{8};
-  decltype(&DLLSetOptionalParam) setOptionalParam = Export{9};
-  decltype(&DLLUsageReport) usageReport = Export{10};
-  decltype(&DLLDownloadAndInstallSilentUpdate) downloadAndInstallSilentUpdate = Export{11};
-  decltype(&DLLGetLocale) getLocale = Export{12};
-  decltype(&DLLGetUniqUserId) getUniqUserId = Export{13};
-  decltype(&DLLGetUniqueParam) getUniqueParam = Export{14};
-  decltype(&DLLIsUpdateAvailable) isUpdateAvailable = Export{15};
-  decltype(&DLLSetLocale) setLocale = Export{16};
-  decltype(&DLLSetUniqueParam) setUniqueParam = Export{17};
+#include "dll_exports.inc"
 };
 
-/// Loads the DLL on first use; ends the program when it cannot.
+/// Loads the DLL on first use.
 const Exports& Dll();
 /// What one of the functions copies out for an application.
 std::string TextFrom(decltype(&DLLGetLocale) getter, const char* appId);
@@ -55,29 +37,31 @@ std::string TextFrom(decltype(&DLLGetLocale) getter, const char* appId);
 std::filesystem::path RoamingFolder();  ///< "Krelix\Updater" in it
 std::filesystem::path LocalFolder();    ///< "Krelix\Updater" in it
 std::filesystem::path DataFolder();  ///< the stores': "Krelix\Updater" in the low-integrity folder
-std::filesystem::path TempFolder();
-
-/// A feed with one release.
-std::string FeedWith(const std::string& version, const std::string& platform = "win64");
 
 /// The text of one value of a state file; empty when it is not there.
 std::string ValueOf(const std::filesystem::path& file, const std::string& key);
+
+/// An application of version 1.0.0.0.
+struct App {
+  std::string appId, feed = {}, report = {};
+
+  /// Registers, which starts what is due.
+  kupdate_status Start() const;
+  /// One of the application's files, and a value of its record.
+  std::filesystem::path File(std::string_view name) const { return DataFolder() / appId / name; }
+  std::string Record(const char* key) const { return ValueOf(File("appinfo.xml"), key); }
+};
+
+/// A feed with one release.
+std::string FeedWith(const std::string& version, const std::string& platform = "win64");
 
 /// What the DLL writes to this process's log, which the tests' first call has named.
 struct DllLog : LogCapture {
   DllLog() : LogCapture(RoamingFolder() / "kupdate-exec-first.log") {}
 };
 
-/// Sets the event that hosts of an application wait for.
-void SignalResult(const std::string& appId);
-
-/// Starts a program; returns the process, an owned HANDLE, or null.
-/// @param output  a HANDLE for what it writes, which it inherits; null: none
-void* StartProgram(const std::wstring& program, std::wstring commandLine, void* output);
-/// Starts this program again as `--child arguments`.
-void* StartChild(const std::wstring& arguments);
-/// Waits for a process, closes it and returns its exit code; without one the largest number.
-unsigned EndOf(void* process);
+/// Runs a program by this command line; returns its exit code.
+unsigned Run(const std::filesystem::path& program, const std::wstring& commandLine);
 
 }  // namespace testing_dll
 

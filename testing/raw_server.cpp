@@ -2,46 +2,37 @@
 
 #include <winsock2.h>
 
-#include <string_view>
-#include <utility>
+#include <algorithm>
 
 #include "util/clock.h"
 
 namespace {
 
-constexpr std::string_view kEndless = "...";
-
-bool SendAll(SOCKET socket, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const int sent = ::send(socket, bytes.data(), static_cast<int>(bytes.size()), 0);
-    if (sent <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
-  }
-  return true;
+bool Send(SOCKET socket, const std::string& bytes) {
+  return ::send(socket, bytes.data(), static_cast<int>(bytes.size()), 0) >= 0;
 }
 
-// Method and address, once all of the head has come; empty when it does not come.
+// Method and address, once all of the head has come.
 std::string RequestFrom(SOCKET socket) {
   std::string head;
   char piece[1024];
-  while (head.find("\r\n\r\n") == head.npos) {
-    const int read = ::recv(socket, piece, sizeof piece, 0);
-    if (read <= 0) return {};
-    head.append(piece, static_cast<std::size_t>(read));
+  for (int read = 1; read > 0 && head.find("\r\n\r\n") == head.npos;) {
+    read = ::recv(socket, piece, sizeof piece, 0);
+    head.append(piece, piece + std::max(read, 0));
   }
   return head.substr(0, head.find(' ', head.find(' ') + 1));
 }
 
 }  // namespace
 
-RawServer::RawServer(std::map<std::string, std::string> answers)
-    : RawServer([answers = std::move(answers)](const std::string& request) {
+RawServer::RawServer(const std::map<std::string, std::string>& answers)
+    : RawServer([answers](const std::string& request) {
         const auto answer = answers.find(request.substr(request.find(' ') + 1));
         return answer == answers.end() ? std::string() : answer->second;
       }) {}
 
-RawServer::RawServer(std::string head, std::string drop)
-    : RawServer([head = head + std::string(kEndless)](const std::string&) { return head; }) {
+RawServer::RawServer(const std::string& head, std::string drop)
+    : RawServer([head](const std::string&) { return head + "..."; }) {
   drop_ = std::move(drop);
   pauseMilliseconds_ = 50;
 }
@@ -76,17 +67,14 @@ void RawServer::Serve() {
   while (!isOver_) {
     const SOCKET socket = ::accept(listener_, nullptr, nullptr);
     const std::string request = RequestFrom(socket);
-    if (!request.empty()) Send(socket, answer_(request));
+    std::string answer = request.empty() ? request : answer_(request);
+    const bool isEndless = answer.ends_with("...");
+    if (isEndless) answer.resize(answer.size() - 3);
+    bool isSent = Send(socket, answer);
+    while (isSent && isEndless && !isOver_) {
+      SleepMilliseconds(pauseMilliseconds_);
+      isSent = Send(socket, drop_);
+    }
     ::closesocket(socket);
-  }
-}
-
-void RawServer::Send(std::uintptr_t socket, std::string answer) const {
-  const bool isEndless = answer.ends_with(kEndless);
-  if (isEndless) answer.resize(answer.size() - kEndless.size());
-  bool isSent = SendAll(socket, answer);
-  while (isSent && isEndless && !isOver_) {
-    isSent = SendAll(socket, drop_);
-    SleepMilliseconds(pauseMilliseconds_);
   }
 }

@@ -18,18 +18,15 @@ class RawServer {
   using Answer = std::function<std::string(const std::string& request)>;
   explicit RawServer(Answer answer);
   /// One answer for each path.
-  explicit RawServer(std::map<std::string, std::string> answers);
+  explicit RawServer(const std::map<std::string, std::string>& answers);
   /// Answers each request with `head`, and then with `drop` every 50 ms for as long as it lives.
-  RawServer(std::string head, std::string drop);
+  RawServer(const std::string& head, std::string drop);
   ~RawServer();
-  RawServer(const RawServer&) = delete;
-  RawServer& operator=(const RawServer&) = delete;
 
   std::string Url(const std::string& path) const;
 
  private:
   void Serve();
-  void Send(std::uintptr_t socket, std::string answer) const;
 
   Answer answer_;
   std::string drop_ = std::string(4096, 'x');

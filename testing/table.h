@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 /// One case. Without a label its input names it.
@@ -27,8 +25,7 @@ class Table {
   Table(std::initializer_list<Row<Input, Want>> rows) : rows_(rows) {}
 
   /// Compares what `answer` returns for each input with what is wanted.
-  template <class Answer>
-  void Expect(Answer answer) const {
+  void Expect(auto answer) const {
     for (const auto& row : rows_) {
       SCOPED_TRACE(row.label);
       EXPECT_EQ(answer(row.input), row.want);
@@ -38,5 +35,13 @@ class Table {
  private:
   std::vector<Row<Input, Want>> rows_;
 };
+
+/// Several inputs that all give one result. They name themselves.
+template <class Input, class Want, class Answer>
+void ExpectAll(const Want& want, std::initializer_list<Input> inputs, Answer answer) {
+  for (const Input& input : inputs) {
+    EXPECT_EQ(answer(input), want) << testing::PrintToString(input);
+  }
+}
 
 #endif  // KUPDATE_TESTING_TABLE_H_

@@ -1,7 +1,6 @@
 #include "testing/transfer_service.h"
 
-#include "util/win/windows_lean.h"
-
+#include <algorithm>
 #include <cstdlib>
 
 #include "testing/data_home.h"
@@ -15,12 +14,6 @@ namespace fs = std::filesystem;
 std::wstring Setting(const wchar_t* name) {
   const wchar_t* const value = ::_wgetenv(name);
   return value ? value : L"";
-}
-
-std::wstring ThisProgram() {
-  wchar_t path[MAX_PATH + 1] = {};
-  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return path;
 }
 
 std::string HttpUrl(std::string_view path) {
@@ -40,8 +33,8 @@ bool Eventually(const std::function<bool()>& done, int rounds) {
   return false;
 }
 
-TransferService::TransferService(std::string_view control)
-    : start_(ReadBytes(File("journal.jsonl")).size()) {
+TransferService::TransferService(std::string_view control, fs::path folder)
+    : folder_(std::move(folder)), start_(ReadBytes(File("journal.jsonl")).size()) {
   Control(control);
 }
 
@@ -51,18 +44,13 @@ void TransferService::Control(std::string_view lines) const {
   WriteBytes(File("control.txt"), lines);
 }
 
-fs::path TransferService::File(std::string_view name) const {
-  return fs::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / WidenUtf8(name);
-}
-
 std::vector<std::string> TransferService::Journal() const {
   return LinesOf(ReadBytes(File("journal.jsonl")).substr(start_));
 }
 
 int TransferService::Count(std::string_view text) const {
-  int count = 0;
-  for (const std::string& line : Journal()) count += line.find(text) != line.npos;
-  return count;
+  return static_cast<int>(std::ranges::count_if(
+      Journal(), [&](const std::string& line) { return line.find(text) != line.npos; }));
 }
 
 bool TransferService::WaitFor(std::string_view text, int lines) const {

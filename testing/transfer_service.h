@@ -12,8 +12,6 @@ namespace testing_dll {
 
 /// A setting of the program's environment; empty when it is not there.
 std::wstring Setting(const wchar_t* name);
-/// Path of the running test program.
-std::wstring ThisProgram();
 
 std::string HttpUrl(std::string_view path);  ///< KUPDATE_HTTP and the path
 /// Puts a file into the folder that the web server serves; returns its address.
@@ -22,10 +20,12 @@ std::string Publish(const std::string& name, std::string_view content);
 /// Asks every 20 ms until `done`, for up to 20 seconds (1000 rounds).
 bool Eventually(const std::function<bool()>& done, int rounds = 1000);
 
-/// What the service is told, and what it was asked. Control is reset in the end.
+/// Controls the service and reads its journal. Control is reset in the end.
 class TransferService {
  public:
-  explicit TransferService(std::string_view control = {});
+  /// @param folder  of the service's files
+  explicit TransferService(std::string_view control = {},
+                           std::filesystem::path folder = Setting(L"KUPDATE_STANDIN_FOLDER"));
   ~TransferService();
 
   void Control(std::string_view lines) const;
@@ -35,10 +35,11 @@ class TransferService {
   int Count(std::string_view text) const;
   /// Waits up to 20 seconds for so many journal lines that hold `text`.
   bool WaitFor(std::string_view text, int lines = 1) const;
-  /// Of the service's own files.
-  std::filesystem::path File(std::string_view name) const;
+  /// One of the service's own files.
+  std::filesystem::path File(std::string_view name) const { return folder_ / name; }
 
  private:
+  std::filesystem::path folder_;
   std::size_t start_;
 };
 

@@ -1,7 +1,7 @@
 // Measures the exported functions of the built library beside a bare program.
-//   call_bench trace            compares what each call asks of the system with the table in calls.cpp
+//   call_bench trace            compares each call's operations with the table in calls.cpp
 //   call_bench memory           measures the private memory that loading and calling adds
-//   call_bench measure SECONDS  measures each call for so long; prints rows of a table
+//   call_bench measure SECONDS  measures each call for that time; prints rows of a table
 #include "bench/windows/calls.h"
 
 #include "util/win/windows_lean.h"
@@ -24,17 +24,17 @@ using testing_dll::Setting;
 
 namespace {
 
+// The bars: a call takes at most 1.5 times the bare program's time, the library at most 1 MB.
 constexpr double kMostRatio = 1.5;
 constexpr double kMostKilobytes = 1024;
 // Rounds with jobs take seconds on a busy machine.
 constexpr int kFewestRounds = 6;
-constexpr int kFewestJobRounds = 2;
 
 std::filesystem::path Journal() {
   return std::filesystem::path(Setting(L"KUPDATE_STANDIN_FOLDER")) / "journal.jsonl";
 }
 
-// The calls that the service has journalled behind `start`, as Demand::service has them.
+// The calls in the service's journal behind `start`, in the form of Demand::service.
 std::string ServiceCalls(std::size_t start) {
   const std::string text = ReadBytes(Journal()).substr(start);
   const std::string key = "\"call\":\"";
@@ -49,12 +49,12 @@ std::string ServiceCalls(std::size_t start) {
 
 bool Same(const Call& call, const char* who, const std::string& want, const std::string& found) {
   if (want == found) return true;
-  std::fprintf(stderr, "%s: %s asks for\n  %s\nand the table says\n  %s\n", call.name, who,
+  std::fprintf(stderr, "%s: %s asks for\n  %s\nbut the table says\n  %s\n", call.name, who,
                found.c_str(), want.c_str());
   return false;
 }
 
-// How much of a call has to wait for the disk.
+// Flushes and replacements are the operations that wait for the disk.
 bool PrintWrites(const Call& call, const Ops& operations) {
   const auto flushes = std::count(operations.begin(), operations.end(), Op::kFlush);
   const auto replacements = std::count(operations.begin(), operations.end(), Op::kReplace);
@@ -67,6 +67,8 @@ bool PrintWrites(const Call& call, const Ops& operations) {
 }
 
 int Trace() {
+  // Before the fixture: its calls are the library's first, and find functions that the recorder
+  // must replace.
   Recorder recorder(testing_dll::DllModule());
   const Fixture fixture;
   Bare bare = MakeBare();
@@ -81,9 +83,11 @@ int Trace() {
     const Ops operations = recorder.Operations();
     std::fprintf(stderr, "%-36s %zu operations, besides%s\n", call.name, operations.size(),
                  recorder.Besides().c_str());
+    // "&", so that one run shows every difference.
     bool same = Same(call, "the library", TraceOf(call.demand.operations), TraceOf(operations)) &
                 Same(call, "the library of the service", call.demand.service, ServiceCalls(start));
     bare.Prepare(call.demand);
+    // The bare program must ask for the same; otherwise the ratio of the two means nothing.
     start = ReadBytes(Journal()).size();
     bare.Meet(call.demand);
     same &= Same(call, "the bare program of the service", call.demand.service, ServiceCalls(start));
@@ -95,18 +99,19 @@ int Trace() {
   return differing == 0 && held ? 0 : 1;
 }
 
-// What the system counts as this process's own, in kilobytes.
+// The memory that the system counts as this process's own, in kilobytes.
 double PrivateMemory() {
   PROCESS_MEMORY_COUNTERS counters = {};
   ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
   return static_cast<double>(counters.PagefileUsage) / 1024;
 }
 
-// The bare program goes first, so that what the system's own libraries take is there already. Creating
-// the user's id loads the browser's library, so it is measured separately.
+// The bare program goes first, so that the memory of the system's own libraries is there already.
+// Creating the user's id loads the browser's library, so it is measured separately.
 int MeasureMemory() {
   Bare bare = MakeBare();
   const std::filesystem::path userId = testing_dll::RoamingFolder().parent_path() / "ui";
+  // With this file there is an id, and the library does not create one.
   WriteBytes(userId, "{01234567-89AB-CDEF-0123-456789ABCDEF}");
   for (const Call& call : Calls()) {
     bare.Prepare(call.demand);
@@ -124,6 +129,7 @@ int MeasureMemory() {
     most = std::max(most, now);
   }
   CancelAllJobs();
+  // Without the file the next call creates the id.
   std::filesystem::remove(userId);
   testing_dll::Dll().getUniqUserId();
   const double withId = PrivateMemory() - before;
@@ -139,7 +145,7 @@ int MeasureMemory() {
 struct Times {
   std::vector<double> micros;
 
-  // The time below which a share of all calls stays.
+  // The time that this share of all calls does not exceed.
   double At(double share) {
     std::sort(micros.begin(), micros.end());
     const auto index = static_cast<std::size_t>(share * static_cast<double>(micros.size()));
@@ -147,15 +153,14 @@ struct Times {
   }
 };
 
-// Library and bare program take turns, and take turns in being first: what disturbs the machine
-// disturbs both.
+// Library and bare program take turns, also in being first: a busy machine slows both.
 bool MeasureCall(Team* team, const Fixture& fixture, int index, int processes, double seconds) {
   const Call& call = Calls()[static_cast<std::size_t>(index)];
+  // A user may have only so many jobs, so a call that makes jobs is made once in a round.
   const int calls = call.once || *call.demand.service ? 1 : kMostCalls / (processes == 1 ? 1 : 2);
-  const int fewest = *call.demand.service ? kFewestJobRounds : kFewestRounds;
   Times library, bare;
   const ULONGLONG end = ::GetTickCount64() + static_cast<ULONGLONG>(1000 * seconds);
-  for (int round = 0; round < fewest || ::GetTickCount64() < end; ++round) {
+  for (int round = 0; round < kFewestRounds || ::GetTickCount64() < end; ++round) {
     for (int turn = 0; turn < 2; ++turn) {
       const Side side = (round + turn) % 2 == 0 ? Side::kLibrary : Side::kBare;
       fixture.Restore(call);
@@ -168,6 +173,7 @@ bool MeasureCall(Team* team, const Fixture& fixture, int index, int processes, d
   std::printf("| %s, %d at once (%zu calls) | %.0f µs | %.0f µs | %.0f µs | %.2f | %.1f | %s |\n",
               call.name, processes, library.micros.size(), library.At(0.5), library.At(0.99),
               library.At(1), ratio, kMostRatio, met ? "yes" : "no");
+  // A run takes minutes; a reader sees each row at once.
   std::fflush(stdout);
   return met;
 }
@@ -179,6 +185,7 @@ int MeasureAll(double seconds) {
   for (std::size_t i = 0; i < Calls().size(); ++i) {
     std::fprintf(stderr, "  %s\n", Calls()[i].name);
     for (const int processes : {1, kTeamSize}) {
+      // The first of eight processes would leave the others nothing to do.
       if (Calls()[i].once && processes != 1) continue;
       met &= MeasureCall(&team, fixture, static_cast<int>(i), processes, seconds);
     }
@@ -190,6 +197,7 @@ int MeasureAll(double seconds) {
 
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
+  // A member of the team, started by Team.
   if (mode == "--child" && argc > 2) return RunMember(std::atoi(argv[2]));
   if (mode == "trace") return Trace();
   if (mode == "memory") return MeasureMemory();

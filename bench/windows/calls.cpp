@@ -11,7 +11,7 @@ using namespace testing_dll;
 
 namespace {
 
-// A closed port: jobs stay in work for as long as they are wanted.
+// No server listens on this port, so jobs stay in work until they are cancelled.
 constexpr char kFeedUrl[] = "http://127.0.0.1:9/feed.xml";
 constexpr char kReportUrl[] = "http://127.0.0.1:9/report";
 constexpr char kFeed[] =
@@ -19,7 +19,7 @@ constexpr char kFeed[] =
     "<version:status>release</version:status><guid>http://127.0.0.1/x</guid></item></channel></"
     "rss>";
 
-// What the service is asked for when the executor is to be told of a download.
+// The calls for a job that starts the executor at its end.
 #define JOB \
   "CreateJob AddFile SetNoProgressTimeout SetPriority SetNotifyFlags SetNotifyCmdLine Resume"
 constexpr char kJob[] = "CreateInstance EnumJobs " JOB;
@@ -47,6 +47,7 @@ void StepOf(const char* operation) {
   Step(kFeedUrl, operation, &status);
 }
 
+// The check belongs to the process, not to the application's files, so Fixture cannot reset it.
 void NoCheckRuns() { StepOf("stop"); }
 
 void CheckRuns() {
@@ -59,15 +60,17 @@ std::string FeedUrl() {
   return url;
 }
 
-// A check whose feed has arrived and waits to be judged.
+// Leaves a check whose feed has arrived and is not judged yet.
 void FeedArrived() {
   const std::string url = FeedUrl();
   StepOf("stop");
+  // Made before the job: it looks at journal lines from now on.
   const TransferService service;
   Step(url.c_str(), "start", nullptr);
   if (!service.WaitFor("\"event\":\"transferred\"")) Fail("the feed does not arrive");
 }
 
+// Once for the process: installing does not use the found update up.
 void UpdateFound() {
   static bool found = false;
   if (found) return;
@@ -78,6 +81,8 @@ void UpdateFound() {
   found = true;
 }
 
+// Blocks stay in work, since no report arrives. Each one would make the next call look for a free
+// number once more, so that its trace would differ.
 void NoBlockInWork() {
   std::error_code ignored;
   for (const auto& entry : fs::directory_iterator(AppFolder(), ignored)) {
@@ -88,6 +93,7 @@ void NoBlockInWork() {
 char text[256];
 wchar_t wideText[256];
 
+// After a change of the library, `call_bench trace` prints the new words of rows that differ.
 const std::vector<Call> kCalls = {
     {.name = "DLLForceUpdateCheck",
      .ready = NoBlockInWork,
@@ -248,6 +254,7 @@ const std::vector<Call> kCalls = {
      .demand = {OpsOf("log*2 mutex change close log")}},
 };
 
+// Without the time of the last report or check, that one is due.
 std::string Without(std::string record, const std::string& key) {
   const std::size_t begin = record.find("<" + key + ">");
   const std::string end = "</" + key + ">";
@@ -270,6 +277,7 @@ Fixture::Fixture() : folder_(AppFolder()), localRecord_(LocalFolder() / kAppId /
   statistics_ = ReadBytes(statistics);
   local_ = ReadBytes(localRecord_);
   recordDue_ = Without(Without(record_, "LastPingTime"), "LastCheckTime");
+  // Last, since it changes the files that were read above.
   Dll().onApplicationUninstall(kAppId);
   recordRemoved_ = ReadBytes(record);
   statisticsRemoved_ = ReadBytes(statistics);
@@ -280,6 +288,7 @@ Fixture::Fixture() : folder_(AppFolder()), localRecord_(LocalFolder() / kAppId /
 }
 
 void Fixture::Restore(const Call& call) const {
+  // The library itself looks at earlier jobs, and the service refuses more than a number of them.
   if (*call.demand.service) CancelAllJobs();
   NoBlockInWork();
   if (call.start == Start::kUnknown) {

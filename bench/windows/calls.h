@@ -1,4 +1,4 @@
-// The calls that are measured, and what each of them may ask of the system.
+// The measured calls, and the operations that each of them may ask of the system.
 #ifndef KUPDATE_BENCH_WINDOWS_CALLS_H_
 #define KUPDATE_BENCH_WINDOWS_CALLS_H_
 
@@ -10,12 +10,12 @@
 
 inline constexpr char kAppId[] = "bench";
 
-/// How the application's files are when a round begins.
+/// The state of the application's files at the start of a round.
 enum class Start {
   kNothingDue,  ///< registered, report and check done a moment ago
   kAllDue,      ///< registered, neither done yet
   kRemoved,     ///< its removal reported
-  kUnknown,     ///< never registered, for a user who has an id
+  kUnknown,     ///< never registered; the user has an id
 };
 
 struct Call {
@@ -23,23 +23,22 @@ struct Call {
   Start start = Start::kNothingDue;
   void (*ready)() = nullptr;  ///< not measured, before each call; null: nothing to do
   void (*run)(int number);    ///< the call; the number differs from call to call
-  Demand demand;              ///< what it asks for, to the word: `call_bench trace` compares
+  Demand demand;              ///< its operations, compared word by word by `call_bench trace`
   /// Its second call would ask for something else, so eight processes could not all do the same.
   bool once = false;
-  /// How many files it may flush and replace, the same number for both; below zero: no bar.
+  /// The most files that it may flush, and the most that it may replace; below zero: no bar.
   int mostWrites = -1;
 };
 
-/// In an order that must be kept: a path once given to DLLSetExecutorPath is written by all later
-/// calls.
+/// The order matters: after DLLSetExecutorPath each later call writes that path.
 const std::vector<Call>& Calls();
 
-/// The application's files for each Start, taken once; of the process that leads the others.
+/// The application's files for each Start, read once, by the leader of the processes.
 class Fixture {
  public:
-  /// Registers the application, which must be unknown, and lets it report and check.
+  /// Registers the application, which must be unknown, and makes it report and check.
   Fixture();
-  /// Puts the files back, and cancels jobs when `call` makes some.
+  /// Restores the files, and cancels all jobs if `call` uses the service.
   void Restore(const Call& call) const;
   const std::string& Record() const { return record_; }
 
@@ -53,7 +52,7 @@ class Fixture {
 /// The bare program beside them, the same for all processes.
 Bare MakeBare();
 
-/// Gives the process its log and its first call.
+/// Makes the process's first call of the library, which starts the log.
 void MakeFirstCall();
 
 #endif  // KUPDATE_BENCH_WINDOWS_CALLS_H_

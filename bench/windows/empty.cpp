@@ -1,2 +1,2 @@
-// A library that does nothing: what loading costs at least.
+// A library that does nothing. Loading it takes the least time that a library can take.
 extern "C" int EmptyAnswer() { return 42; }

@@ -1,7 +1,7 @@
-// Measures what loading a library costs its host, beside an empty one.
+// Measures the time that a host needs to load a library, beside an empty library.
 //   load_bench LIBRARY EMPTY FOLDER COUNT   loads fresh copies, made in FOLDER, in turns
-// Imports the system's kernel library alone. The bar is for hosts that have advapi32, as every program with
-// windows has; the time in others is told too.
+// This program imports the kernel library only. The bar is for hosts that have advapi32, as each
+// program with windows has. For other hosts there is a row without a bar.
 #include "util/win/windows_lean.h"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ double Millis() {
   return 1e3 * static_cast<double>(now.QuadPart) / static_cast<double>(perSecond.QuadPart);
 }
 
-// A copy under a name that was not loaded before.
+// Loads a copy under a new name, so that the system does not know the library yet.
 double LoadFreshCopy(const wchar_t* library, const wchar_t* folder, int number) {
   const std::wstring copy = std::wstring(folder) + L"\\copy" + std::to_wstring(number) + L".dll";
   if (!::CopyFileW(library, copy.c_str(), FALSE)) std::exit(2);
@@ -59,13 +59,14 @@ bool ReportTimes(const char* what, const std::vector<double>& library,
 
 bool Compare(const char* what, const wchar_t* const paths[], int count, bool hasBar) {
   std::vector<double> libraryTimes, emptyTimes;
+  // In turns, so that a busy machine slows both.
   for (int i = 0; i <= count; ++i) {
     emptyTimes.push_back(LoadFreshCopy(paths[1], paths[2], 2 * i));
     libraryTimes.push_back(LoadFreshCopy(paths[0], paths[2], 2 * i + 1));
   }
   std::fprintf(stderr, "  first load: %.2f ms, of the empty library %.2f ms\n", libraryTimes[0],
                emptyTimes[0]);
-  // It finds none of the system's libraries that are needed.
+  // The first load also loads libraries of the system, which later ones find.
   libraryTimes.erase(libraryTimes.begin());
   emptyTimes.erase(emptyTimes.begin());
   return ReportTimes(what, libraryTimes, emptyTimes, hasBar);
@@ -77,7 +78,7 @@ int wmain(int argc, wchar_t** argv) {
   if (argc == 5) {
     const int count = _wtoi(argv[4]);
     Compare("load and free, host without advapi32", argv + 1, count, false);
-    // Every program with windows has it; it stays.
+    // As in a program with windows. It is never freed, so all later loads find it.
     ::LoadLibraryW(L"advapi32.dll");
     return Compare("load and free", argv + 1, count, true) ? 0 : 1;
   }

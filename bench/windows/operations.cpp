@@ -12,6 +12,7 @@
 #include <sstream>
 #include <utility>
 
+#include "layout/names.h"
 #include "testing/data_home.h"
 
 _COM_SMARTPTR_TYPEDEF(IBackgroundCopyManager, __uuidof(IBackgroundCopyManager));
@@ -22,10 +23,8 @@ _COM_SMARTPTR_TYPEDEF(IEnumBackgroundCopyJobs, __uuidof(IEnumBackgroundCopyJobs)
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-// A closed port: the job stays in work for as long as it is wanted.
+// No server listens on this port, so the job stays in work until it is cancelled.
 constexpr wchar_t kUrl[] = L"http://127.0.0.1:9/feed.xml";
-// What the executor signals, whoever started it.
-constexpr wchar_t kAnswerEvent[] = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-bench";
 constexpr std::size_t kLineChars = 90;
 
 UniqueFile Open(const std::wstring& path, DWORD access, DWORD disposition) {
@@ -39,7 +38,7 @@ constexpr const char* kWords[] = {"log",   "read",    "open",      "miss",      
                                   "mutex", "acquire", "release",   "close",     "event",
                                   "wait",  "program", "enter-com", "leave-com", "service"};
 
-// Words that stand for a trace.
+// Words for sequences that are part of many calls.
 const std::map<std::string, const char*>& Groups() {
   static const std::map<std::string, const char*> groups = {
       {"enter", "log mutex acquire mutex open log close mutex"},
@@ -99,6 +98,7 @@ struct Bare::Service {
   GUID id = {};
   std::wstring file;
 
+  // Objects of the service must be gone before kLeaveCom: they cannot outlive COM.
   void LetGo() {
     job2 = nullptr;
     job = nullptr;
@@ -127,6 +127,7 @@ Bare::Bare(const std::filesystem::path& folder, std::string state, std::wstring 
 Bare::~Bare() { delete service_; }
 
 void Bare::Prepare(const Demand& demand) {
+  // Calls that begin with GetJob use the job of an earlier call.
   if (std::string_view(demand.service).find("GetJob") == std::string_view::npos) return;
   const Demand job{OpsOf("enter-com service leave-com"), "CreateInstance CreateJob AddFile Resume"};
   Meet(job);
@@ -135,6 +136,7 @@ void Bare::Prepare(const Demand& demand) {
 void Bare::Meet(const Demand& demand) {
   calls_ = demand.service;
   for (const Op operation : demand.operations) Operation(operation);
+  // Traces do not show that an event is closed, only mutexes.
   if (event_) ::CloseHandle(std::exchange(event_, nullptr));
 }
 
@@ -146,7 +148,7 @@ void Bare::Operation(Op operation) {
     case Op::kClose:
       return MutexOperation(operation);
     case Op::kEvent:
-      event_ = ::CreateEventW(nullptr, FALSE, FALSE, kAnswerEvent);
+      event_ = ::CreateEventW(nullptr, FALSE, FALSE, ResultEventName("bench").c_str());
       return;
     case Op::kWait:
       ::WaitForSingleObject(event_, 0);
@@ -189,6 +191,7 @@ void Bare::FileOperation(Op operation) {
       const UniqueFind find(::FindFirstFileW(missing_.c_str(), &data));
       return;
     }
+    // Write, flush and replace come in this order and share one open file.
     case Op::kWrite:
       replacement_ = Open(fresh_, GENERIC_WRITE, CREATE_ALWAYS).release();
       ::WriteFile(replacement_, state_.data(), static_cast<DWORD>(state_.size()), &read, nullptr);
@@ -235,12 +238,14 @@ void Bare::StartProgram() {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started = {};
+  // The system may write into the command line.
   std::wstring commandLine = commandLine_;
   if (!::CreateProcessW(program_.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
                         CREATE_NO_WINDOW, nullptr, nullptr, &startup, &started)) {
     std::fprintf(stderr, "the bare program starts nothing: error %lu\n", ::GetLastError());
     std::exit(2);
   }
+  // As the library waits: for an answer, or for the end of an executor that gives none.
   const HANDLE either[] = {event_, started.hProcess};
   ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
   ::CloseHandle(started.hThread);
@@ -251,6 +256,7 @@ void Bare::UseService() {
   bool created = false;
   while (!calls_.empty()) {
     const std::string_view call = calls_.substr(0, calls_.find(' '));
+    // The next object belongs to the next kService.
     if (call == "CreateInstance" && std::exchange(created, true)) break;
     const HRESULT result = ServiceCall(call);
     if (FAILED(result)) {
@@ -269,6 +275,7 @@ HRESULT Bare::ServiceCall(std::string_view call) {
     return s.manager.CreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_ALL);
   }
   if (call == "EnumJobs") return s.manager->EnumJobs(0, &s.jobs);
+  // Of an earlier job in the list, which a later GetState also asks.
   if (call == "GetDisplayName") {
     LPWSTR name = nullptr;
     const HRESULT result =
@@ -303,6 +310,7 @@ HRESULT Bare::ServiceCall(std::string_view call) {
 
 void CancelAllJobs() {
   ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  // A block of its own, which releases the objects before COM ends.
   {
     IBackgroundCopyManagerPtr manager;
     IEnumBackgroundCopyJobsPtr jobs;

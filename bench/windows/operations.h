@@ -1,4 +1,4 @@
-// The bare program: what an exported function asks of the system, and nothing else.
+// The bare program: the operations of an exported function, and nothing else.
 #ifndef KUPDATE_BENCH_WINDOWS_OPERATIONS_H_
 #define KUPDATE_BENCH_WINDOWS_OPERATIONS_H_
 
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-/// What is asked of the system. The comments say how traces call it.
+/// Operations of the system. The comments begin with their words in traces.
 enum class Op {
   kLog,       ///< "log": a line appended to the log; opened, written, closed
   kRead,      ///< "read": a file opened, read whole, closed
@@ -15,8 +15,8 @@ enum class Op {
   kMiss,      ///< "miss": an open of a file that is not there
   kLook,      ///< "look": a name looked up in a folder
   kWrite,     ///< "write": a new file opened, written
-  kFlush,     ///< "flush": that one
-  kReplace,   ///< "replace": renamed over another
+  kFlush,     ///< "flush": the new file
+  kReplace,   ///< "replace": the new file renamed over another
   kDelete,    ///< "delete"
   kCopy,      ///< "copy"
   kMutex,     ///< "mutex": made
@@ -32,27 +32,27 @@ enum class Op {
 };
 using Ops = std::vector<Op>;
 
-/// Reads a trace, "log*3 mutex acquire": a word is one operation or "*" as many, or stands for a
-/// trace of its own, as "save" does for "write flush replace". Ends the program for other words.
+/// Reads a trace such as "log*3 mutex acquire": "*3" means three times, and some words stand for a
+/// sequence, as "save" for "write flush replace". Ends the program for unknown words.
 Ops OpsOf(const std::string& trace);
 /// The reverse, in words for single operations.
 std::string TraceOf(const Ops& operations);
 
-/// What one call asks for, in its order.
+/// The operations of one call, in their order.
 struct Demand {
   Ops operations;
-  /// What the transfer service is called for, by its journal. A `kService` is a
-  /// "CreateInstance" and what follows it.
+  /// The calls to the transfer service, as in its journal. A `kService` stands for a
+  /// "CreateInstance" and all calls up to the next one.
   const char* service = "";
 };
 
 /// Meets demands with files, mutexes and jobs of its own; ends the program when the service
-/// refuses. Processes that are given the same folder share them, as hosts of one application do.
+/// refuses. Processes with the same folder share them, as hosts of one application do.
 class Bare {
  public:
-  /// @param folder       made when absent
+  /// @param folder       made if missing
   /// @param state        the text of a state file
-  /// @param program      what `kProgram` starts, and jobs are to start
+  /// @param program      the program for `kProgram` and for jobs
   /// @param commandLine  its whole command line
   Bare(const std::filesystem::path& folder, std::string state, std::wstring program,
        std::wstring commandLine);
@@ -60,7 +60,7 @@ class Bare {
   Bare(const Bare&) = delete;
   Bare& operator=(const Bare&) = delete;
 
-  /// Makes what must be there before: a job, for demands that get one.
+  /// Makes a job for demands that use an earlier one. Not measured.
   void Prepare(const Demand& demand);
   void Meet(const Demand& demand);
 
@@ -86,7 +86,7 @@ class Bare {
   Service* service_;
 };
 
-/// Cancels this user's jobs: the service takes only so many.
+/// Cancels this user's jobs, whose number the service limits.
 void CancelAllJobs();
 
 #endif  // KUPDATE_BENCH_WINDOWS_OPERATIONS_H_

@@ -13,9 +13,10 @@ namespace {
 struct Record {
   Ops operations;
   std::string besides;
-  std::map<HANDLE, Op> objects;  // and what made them
+  std::map<HANDLE, Op> objects;  // mutexes and events, by their handles
 };
 
+// Never deleted: the library may still call a replaced function while the process ends.
 Record& Log() {
   static Record& record = *new Record;
   return record;
@@ -24,6 +25,7 @@ Record& Log() {
 HANDLE WINAPI OnCreateFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                            DWORD disposition, DWORD flags, HANDLE like) {
   const HANDLE file = ::CreateFileW(path, access, share, security, disposition, flags, like);
+  // The library asks why a file cannot be opened, and a growing list could change the last error.
   const DWORD error = ::GetLastError();
   const Op opened = access == FILE_APPEND_DATA ? Op::kLog
                     : access == GENERIC_WRITE  ? Op::kWrite
@@ -33,7 +35,7 @@ HANDLE WINAPI OnCreateFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_A
   return file;
 }
 
-// The library reads what it has just opened.
+// The library reads the file that it has just opened, so opening and reading become one operation.
 BOOL WINAPI OnReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
   Ops& operations = Log().operations;
   if (!operations.empty() && operations.back() == Op::kOpen) operations.back() = Op::kRead;
@@ -66,19 +68,24 @@ HANDLE WINAPI OnFind(LPCWSTR path, WIN32_FIND_DATAW* data) {
 }
 
 HANDLE WINAPI OnCreateMutex(LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR name) {
-  const HANDLE mutex = ::CreateMutexW(security, owned, name);
   Log().operations.push_back(Op::kMutex);
+  const HANDLE mutex = ::CreateMutexW(security, owned, name);
+  const DWORD error = ::GetLastError();
   Log().objects[mutex] = Op::kMutex;
+  ::SetLastError(error);
   return mutex;
 }
 
 HANDLE WINAPI OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCWSTR name) {
-  const HANDLE event = ::CreateEventW(security, manual, set, name);
   Log().operations.push_back(Op::kEvent);
+  const HANDLE event = ::CreateEventW(security, manual, set, name);
+  const DWORD error = ::GetLastError();
   Log().objects[event] = Op::kEvent;
+  ::SetLastError(error);
   return event;
 }
 
+// Two operations have this function: taking a mutex and waiting for an executor's answer.
 DWORD WINAPI OnWait(HANDLE object, DWORD milliseconds) {
   const auto known = Log().objects.find(object);
   const bool isMutex = known != Log().objects.end() && known->second == Op::kMutex;
@@ -95,6 +102,7 @@ BOOL WINAPI OnClose(HANDLE object) {
   const auto known = Log().objects.find(object);
   if (known != Log().objects.end()) {
     if (known->second == Op::kMutex) Log().operations.push_back(Op::kClose);
+    // The system gives the same handle to later objects, which may be of another kind.
     Log().objects.erase(known);
   }
   return ::CloseHandle(object);
@@ -108,6 +116,8 @@ BOOL WINAPI OnCreateProcess(LPCWSTR program, LPWSTR line, LPSECURITY_ATTRIBUTES 
                           started);
 }
 
+// Not an operation of traces: the library opens this key only in programs with an administrator's
+// rights, which not every version of Wine gives.
 LSTATUS WINAPI OnOpenKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
   Log().besides += " key";
   return ::RegOpenKeyExW(root, path, options, access, key);
@@ -185,13 +195,15 @@ void* ReplacementOf(const char* name) {
   return nullptr;
 }
 
-// How the library finds what its import table does not name.
+// The library finds functions of other DLLs at run time; these are replaced here.
 FARPROC WINAPI OnGetProcAddress(HMODULE module, LPCSTR name) {
+  // A small number in place of the name is an ordinal.
   const bool isName = reinterpret_cast<ULONG_PTR>(name) > MAXWORD;
   void* const replacement = isName ? ReplacementOf(name) : nullptr;
   return replacement ? reinterpret_cast<FARPROC>(replacement) : ::GetProcAddress(module, name);
 }
 
+// Newer linkers make import tables read-only.
 void Replace(IMAGE_THUNK_DATA* slot, void* replacement) {
   DWORD before = 0;
   ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &before);
@@ -211,6 +223,7 @@ Recorder::Recorder(void* module) {
   for (; import->Name; ++import) {
     auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + import->FirstThunk);
     const auto* name = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + import->OriginalFirstThunk);
+    // Loading has put addresses into the slots; the names are in a table beside them.
     for (; name->u1.AddressOfData; ++slot, ++name) {
       const auto* entry =
           reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);

@@ -1,4 +1,4 @@
-// What a loaded library asks of the system, written down as it asks.
+// Records the operations that a loaded library asks of the system.
 #ifndef KUPDATE_BENCH_WINDOWS_RECORDER_H_
 #define KUPDATE_BENCH_WINDOWS_RECORDER_H_
 
@@ -6,17 +6,17 @@
 
 #include "bench/windows/operations.h"
 
-/// Puts itself between a loaded module and the system's functions that it imports, for the rest of
-/// the process. One thread, one module.
+/// Stands between a loaded module and the system's functions that it imports, to the end of the
+/// process. For one thread and one module.
 class Recorder {
  public:
-  /// @param module  an HMODULE; none of its functions called yet, for some imports are found then
+  /// @param module  an HMODULE. Before its first call, for that looks some functions up.
   explicit Recorder(void* module);
 
   void Start();
   /// Since Start.
   const Ops& Operations() const;
-  /// What was asked for besides: folders made or looked up, registry keys opened (by hosts with an
+  /// Other requests: folders made or looked up, registry keys opened (by hosts with an
   /// administrator's rights).
   const std::string& Besides() const;
 };

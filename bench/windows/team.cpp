@@ -2,6 +2,8 @@
 
 #include "util/win/windows_lean.h"
 
+#include <process.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -9,10 +11,12 @@
 #include "bench/windows/calls.h"
 #include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/process.h"
 
 namespace {
 
-// What leader and members share: the order for a round, and its times.
+// Shared by leader and members: the order for a round, and its times. The events of the team decide
+// who uses it, so it needs no lock.
 struct Board {
   int call;
   Side side;
@@ -22,6 +26,7 @@ struct Board {
 
 Board& SharedBoard() {
   static Board* const board = [] {
+    // By its name, the first process makes it and the others open it.
     const HANDLE memory = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                                sizeof(Board), L"kupdate-bench-board");
     return static_cast<Board*>(::MapViewOfFile(memory, FILE_MAP_WRITE, 0, 0, sizeof(Board)));
@@ -29,6 +34,7 @@ Board& SharedBoard() {
   return *board;
 }
 
+// One per member and purpose. Each wait resets it, so that no round leaves it set.
 HANDLE TeamEvent(const wchar_t* kind, int index) {
   const std::wstring name = L"kupdate-bench-" + std::wstring(kind) + std::to_wstring(index);
   return ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
@@ -43,6 +49,7 @@ double MicrosSince(const LARGE_INTEGER& start) {
          static_cast<double>(perSecond.QuadPart);
 }
 
+// The preparations of both sides are not measured.
 double Measure(const Call& call, Side side, Bare* bare, int number) {
   if (side == Side::kBare) {
     bare->Prepare(call.demand);
@@ -66,7 +73,9 @@ Team::Team() {
   for (int i = 0; i < kTeamSize; ++i) {
     go_[i] = TeamEvent(L"go", i);
     done_[i] = TeamEvent(L"done", i);
-    processes_[i] = testing_dll::StartChild(std::to_wstring(i));
+    // The C library gives the words of the command line on as they are.
+    processes_[i] = reinterpret_cast<HANDLE>(::_wspawnl(
+        _P_NOWAIT, ModulePath().c_str(), L"bench --child", std::to_wstring(i).c_str(), nullptr));
   }
   WaitForAll(kTeamSize);
 }
@@ -74,12 +83,14 @@ Team::Team() {
 Team::~Team() {
   for (int i = 0; i < kTeamSize; ++i) {
     ::TerminateProcess(processes_[i], 0);
-    testing_dll::EndOf(processes_[i]);
+    ::WaitForSingleObject(processes_[i], INFINITE);
+    ::CloseHandle(processes_[i]);
   }
 }
 
 void Team::WaitForAll(int processes) {
   for (int i = 0; i < processes; ++i) {
+    // A member that has died would never be done.
     const HANDLE either[] = {done_[i], processes_[i]};
     if (::WaitForMultipleObjects(2, either, FALSE, INFINITE) == WAIT_OBJECT_0) continue;
     std::fprintf(stderr, "failed: a measuring process has ended\n");
@@ -105,8 +116,10 @@ int RunMember(int index) {
   const HANDLE done = TeamEvent(L"done", index);
   MakeFirstCall();
   Bare bare = MakeBare();
+  // Numbers of all members differ, so that each call changes a stored value and has to write it.
   int number = index;
   for (;;) {
+    // The first time: this member is ready for its first round.
     ::SetEvent(done);
     ::WaitForSingleObject(go, INFINITE);
     for (int i = 0; i < board.calls; ++i, number += kTeamSize) {

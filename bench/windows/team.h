@@ -1,11 +1,11 @@
-// Processes that make the same call at once, and how long each call took.
+// Processes that make the same call at the same time, with the time of each call.
 #ifndef KUPDATE_BENCH_WINDOWS_TEAM_H_
 #define KUPDATE_BENCH_WINDOWS_TEAM_H_
 
 #include <vector>
 
 inline constexpr int kTeamSize = 8;
-/// How many calls of a round one process makes at most.
+/// The most calls of one process in a round.
 inline constexpr int kMostCalls = 8;
 
 enum class Side { kLibrary, kBare };
@@ -13,13 +13,13 @@ enum class Side { kLibrary, kBare };
 /// The leader of kTeamSize processes. Ends the program when one of them dies.
 class Team {
  public:
-  /// Starts them: this program with "--member INDEX".
+  /// Starts the members: this program with "--child INDEX".
   Team();
   ~Team();
   Team(const Team&) = delete;
   Team& operator=(const Team&) = delete;
 
-  /// Has the first `processes` members make `calls` calls each, all at the same time.
+  /// The first `processes` members make `calls` calls each, all at the same time.
   /// @param call   index in Calls()
   /// @param times  receives each call's time in microseconds
   void Round(int call, Side side, int processes, int calls, std::vector<double>* times);
@@ -33,7 +33,7 @@ class Team {
   Handle done_[kTeamSize];
 };
 
-/// Serves the leader until that ends it.
+/// Serves the leader until the leader ends this process.
 int RunMember(int index);
 
 #endif  // KUPDATE_BENCH_WINDOWS_TEAM_H_

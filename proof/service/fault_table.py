@@ -1,4 +1,4 @@
-"""The faults of what the library relies on, and what must come of each."""
+# The faults of what the library relies on, and what must come of each.
 import dataclasses
 from dataclasses import dataclass
 
@@ -10,9 +10,9 @@ from stage import DAY
 CHECK, HOST_CHECK, REPORT = 'check', "host's check", 'report'
 
 
+# What can be seen of an application.
 @dataclass
 class Outcome:
-    """What can be seen of an application."""
     route: str
     meaning: str
     files: str             # as stage.files_of gives them
@@ -23,9 +23,9 @@ class Outcome:
     in_test: bool = False  # ./test runs the row: no other test meets this
 
 
+# What is wrong from the host's call until `until` is seen and `lasts` seconds have passed.
 @dataclass
 class Cause:
-    """What is wrong from the host's call until `until` is seen and `lasts` seconds have passed."""
     control: str = ''  # the service's control file
     log: tuple = ()    # parts of lines that are logged, whatever the outcome
     answer: web.Answer = None
@@ -107,28 +107,24 @@ GOOD_ENDS = {
 
 # --- causes ---
 
+# Calls that the service fails, as in its control file; the first one's code is logged.
 def fails(*calls, log=None, **more):
-    """Calls that the service fails, as in its control file; the first one's code is logged."""
     log = log or f'HR= {calls[0].split()[1]}.'
     return Cause('\n'.join(f'fail {call}' for call in calls), (log,), **more)
 
 
 def executor_fails(*calls):
-    cause = fails(*calls, until='"event":"notify_exit"')
+    cause = fails(*calls, until=EXECUTOR_ENDS)
     return dataclasses.replace(cause, log=cause.log + ('Exit code: 1',))
 
 
+# What the executor leaves goes only when the host starts twice, so many days apart.
 def stays(days, control, *log, answer=None):
-    """What the executor leaves goes only when the host starts twice, so many days apart."""
-    return Cause(control, log, answer, until='"event":"notify_exit"', starts=2, later=days * DAY)
+    return Cause(control, log, answer, until=EXECUTOR_ENDS, starts=2, later=days * DAY)
 
 
-def executor_is(program, journal, **more):
-    return Cause(executor=program, until=journal, **more)
-
-
-def answers(get, head=b'', lasts=0):
-    """An answer of the web server. The service tries again as long as it lasts."""
+# An answer of the web server. The service tries again as long as it lasts.
+def answers(get, lasts=0, head=b''):
     return Cause(answer=web.Answer(get, head), until=STALLED if lasts else '', lasts=lasts)
 
 
@@ -136,19 +132,26 @@ def away(lasts):
     return Cause(server_is_away=True, until=STALLED, lasts=lasts)
 
 
+def redirect(target):
+    return web.empty('302 Found', f'Location: {target}')
+
+
+# Takes two seconds.
 def slow(**more):
-    """Takes two seconds."""
     answer = web.Answer(web.whole(stage.FEED + b' ' * 40_000), pause=0.05, delivers=True)
     return Cause(answer=answer, **more)
 
 
 STALLED = '"event":"transient_error"'
-TWENTY_HOURS = 20 * 3600
-NOT_FOUND = web.status('404 Not Found')
-NO_HEAD = web.status('405 Method Not Allowed')
-SERVER_ERROR = web.status('500 Internal Server Error')
-UNAVAILABLE = web.status('503 Service Unavailable')
-LOOP = web.redirect('/address')
+TRIES = 'TRANSIENT_ERROR'
+EXECUTOR_ENDS = '"event":"notify_exit"'
+NOT_STARTED = 'cannot be started'
+HOUR = 3600
+NOT_FOUND = web.NOT_FOUND.get
+NO_HEAD = web.empty('405 Method Not Allowed')
+SERVER_ERROR = web.empty('500 Internal Server Error')
+UNAVAILABLE = web.empty('503 Service Unavailable')
+LOOP = redirect('/address')
 CUT_FEED = web.sized(5000, b'<?xml version="1.0"?><rss><channel>')
 LONG_FEED = web.sized(40, b'<?xml version="1.0"?><rss><channel></channel></rss>')
 BROKEN_GZIP = web.whole(b'\x1F\x8B\x08' + b'\xA5' * 500, 'Content-Encoding: gzip')
@@ -157,9 +160,8 @@ ENDLESS = web.Answer(web.sized(2_000_000_000, b' ' * 1_000_000), pause=0.5)
 
 FAULTS = [
     # The service, the executor and the clock.
-    ('the service is not there', fails('CreateInstance 0x80040154'),
-     not_queued(LOW_PRIVILEGES), kept(LOW_PRIVILEGES, TAKEN_BACK),
-     host_sees('no check', LOW_PRIVILEGES, GIVES_UP)),
+    ('the service is not there', fails('CreateInstance 0x80040154'), not_queued(LOW_PRIVILEGES),
+     kept(LOW_PRIVILEGES, TAKEN_BACK), host_sees('no check', LOW_PRIVILEGES, GIVES_UP)),
     ('the service denies access', fails('CreateInstance 0x80070005'), not_queued(LOW_PRIVILEGES)),
     ('CreateJob fails', fails('CreateJob 0x80070005'), not_queued(), kept()),
     ('another program has all 60 jobs', Cause(quota_is_used_up=True, log=('HR= 0x80200049.',)),
@@ -190,75 +192,69 @@ FAULTS = [
     ('the job has vanished when the executor comes', stays(2, 'vanish all', 'The job is gone.'),
      check_waits()),
     ('the job of a report that was not received has vanished',
-     stays(16, 'vanish all', answer=web.Answer(NOT_FOUND)), in_test(report_waits('ERROR'))),
+     stays(16, 'vanish all', answer=web.NOT_FOUND), in_test(report_waits('ERROR'))),
     ('another executor ends the job at the same time',
      stays(16, 'states TRANSFERRED ACKNOWLEDGED\nfail Complete 0x80200002\nfail Cancel 0x80200002',
            'Exit code: 0'), in_test(report_waits())),
     ('the job has vanished',
      Cause('vanish all', ('HR= 0x80200001.',), until='"event":"transferred"'),
      host_sees('job failed', 'Job failed.', files='BIT.tmp appinfo.xml', jobs='bare TRANSFERRED')),
-    ('EnumJobs fails', fails('EnumJobs 0x80004005', log='Housekeeping was not finished.'),
-     found(), sent()),
+    ('EnumJobs fails', fails('EnumJobs 0x80004005', log='Housekeeping was not finished.'), found(),
+     sent()),
     ('GetDisplayName, GetId, GetTimes and GetNotifyCmdLine fail',
      fails('GetDisplayName 0x80004005', 'GetId 0x80004005', 'GetTimes 0x80004005',
            'GetNotifyCmdLine 0x80004005', log='Exit code: 0'), found()),
-    ('the executor is not there', executor_is(None, 'cannot be started'),
-     check_waits(), report_waits()),
+    ('the executor is not there', Cause(executor=None, until=NOT_STARTED), check_waits(),
+     report_waits()),
     # The host crashes when it is started under the executor's name.
-    ('the executor crashes', executor_is(stage.HOST, '"exit_code":3221225477'),
+    ('the executor crashes', Cause(executor=stage.HOST, until='"exit_code":3221225477'),
      in_test(check_waits()), report_waits()),
     ('the service is restarted during the transfer', slow(service_restarts=True), found(), sent(2),
      host_sees('update found', 'Update available.',
                files='ID-version.rss appinfo.xml updinfo.xml(2.0) version.rss')),
     ('the service is restarted before the executor could be started',
-     executor_is(None, 'cannot be started', service_restarts=True), in_test(found())),
+     Cause(executor=None, until=NOT_STARTED, service_restarts=True), in_test(found())),
     ('the clock was set back a year', Cause(clock_was_ahead=365 * DAY), found(), in_test(sent())),
     ('the clock was set forward a year', Cause(clock_was_ahead=-365 * DAY), found(), sent()),
 
     # The web server and the way to it.
     ('404', answers(NOT_FOUND), check_fails(), in_test(not_delivered()),
      host_sees('job failed', 'Job failed.')),
-    ('403', answers(web.status('403 Forbidden')), check_fails(), not_delivered()),
-    ('500 for good: the service gives up after 23 hours', answers(SERVER_ERROR, lasts=DAY),
+    ('403', answers(web.empty('403 Forbidden')), check_fails(), not_delivered()),
+    ('500 for good: the service gives up after 23 hours', answers(SERVER_ERROR, DAY),
      check_fails()),
-    ('500 for good: the service gives up after 14 days', answers(SERVER_ERROR, lasts=15 * DAY),
+    ('500 for good: the service gives up after 14 days', answers(SERVER_ERROR, 15 * DAY),
      not_delivered()),
-    ('503 for twenty hours, then good', answers(UNAVAILABLE, lasts=TWENTY_HOURS),
-     check_waits('TRANSIENT_ERROR'),
+    ('503 for twenty hours, then good', answers(UNAVAILABLE, 20 * HOUR), check_waits(TRIES),
      host_sees('in work', 'Job in work.', files='BIT.tmp appinfo.xml',
                jobs='bare TRANSIENT_ERROR')),
-    ('503 for ten days, then good', answers(UNAVAILABLE, lasts=10 * DAY),
-     in_test(report_waits('TRANSIENT_ERROR'))),
-    ('no server listens for twenty hours, then one does', away(TWENTY_HOURS),
-     check_waits('TRANSIENT_ERROR')),
-    ('no server listens for ten days, then one does', away(10 * DAY),
-     report_waits('TRANSIENT_ERROR')),
+    ('503 for ten days, then good', answers(UNAVAILABLE, 10 * DAY), in_test(report_waits(TRIES))),
+    ('no server listens for twenty hours, then one does', away(20 * HOUR), check_waits(TRIES)),
+    ('no server listens for ten days, then one does', away(10 * DAY), report_waits(TRIES)),
     ('no server listens for fifteen days', away(15 * DAY), not_delivered()),
-    ('the connection is closed without an answer, for a day', answers(b'', lasts=DAY),
+    ('the connection is closed without an answer, for a day', answers(b'', DAY), check_fails()),
+    ('no such host, for a day', answers(redirect('http://no-such-host.invalid/'), DAY),
      check_fails()),
-    ('no such host, for a day', answers(web.redirect('http://no-such-host.invalid/'), lasts=DAY),
-     check_fails()),
-    ('cut in the middle, for a day', answers(CUT_FEED, lasts=DAY), check_fails()),
-    ('cut in the middle, then whole', answers(CUT_FEED, lasts=TWENTY_HOURS),
-     check_waits('TRANSIENT_ERROR')),
-    ('cut in the middle, for fifteen days', answers(CUT_FEED, lasts=15 * DAY), not_delivered()),
-    ('longer than the server says, for a day', answers(LONG_FEED, lasts=DAY), check_fails()),
-    ('another size to HEAD than to GET', answers(web.whole(b'<rss>'), web.sized(5000)),
+    ('cut in the middle, for a day', answers(CUT_FEED, DAY), check_fails()),
+    ('cut in the middle, then whole', answers(CUT_FEED, 20 * HOUR), check_waits(TRIES)),
+    ('cut in the middle, for fifteen days', answers(CUT_FEED, 15 * DAY), not_delivered()),
+    ('longer than the server says, for a day', answers(LONG_FEED, DAY), check_fails()),
+    ('another size to HEAD than to GET', answers(web.whole(b'<rss>'), head=web.sized(5000)),
      check_fails(NOT_READ)),
-    ('endless', Cause(answer=ENDLESS, until='"call":"Resume"'),
-     check_waits('CONNECTING'), report_waits('CONNECTING')),
+    ('endless', Cause(answer=ENDLESS, until='"call":"Resume"'), check_waits('CONNECTING'),
+     report_waits('CONNECTING')),
     ('empty', answers(web.whole(b'')), check_fails(WRONG_ROOT + 'NA'), sent(0)),
     ('slow: two seconds', slow(), found()),
-    ('redirected', answers(web.redirect('/good')), found(), sent(0)),
-    ('redirected to itself, for a day', answers(LOOP, lasts=DAY), check_fails()),
-    ('redirected to itself, for fifteen days', answers(LOOP, lasts=15 * DAY), not_delivered()),
-    ('a server without HEAD', answers(web.whole(b'<rss/>'), NO_HEAD),
-     check_fails(), not_delivered()),
-    ('a server without ranges', answers(web.raw('200 OK', ['Content-Length: 6'], b'<rss/>')),
-     check_fails()),
-    ('a server without sizes', answers(web.raw('200 OK', ['Accept-Ranges: bytes'], b'ok')),
+    ('redirected', answers(redirect('/good')), found(), sent(0)),
+    ('redirected to itself, for a day', answers(LOOP, DAY), check_fails()),
+    ('redirected to itself, for fifteen days', answers(LOOP, 15 * DAY), not_delivered()),
+    ('a server without HEAD', answers(web.whole(b'<rss/>'), head=NO_HEAD), check_fails(),
      not_delivered()),
-    ('no HTTP at all, for a day', answers(b'SSH-2.0-none\r\n\r\n', lasts=DAY), check_fails()),
+    ('a server without ranges', answers(web.status('200 OK', 'Content-Length: 6', body=b'<rss/>')),
+     check_fails()),
+    ('a server without sizes', answers(web.status('200 OK', 'Accept-Ranges: bytes', body=b'ok')),
+     not_delivered()),
+    ('no HTTP at all, for a day', answers(b'SSH-2.0-none\r\n\r\n', DAY), check_fails()),
     ('a feed that is no XML', answers(web.whole(b'\xFF' * 3000)), check_fails(NOT_READ)),
     ('broken compressed data', answers(BROKEN_GZIP), in_test(check_fails(NOT_READ))),
     ('an error page with status 200', answers(ERROR_PAGE), check_fails(WRONG_ROOT + 'html'),

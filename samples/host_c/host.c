@@ -1,11 +1,11 @@
-/* A program that keeps itself up to date: it registers, asks for an update and has it installed.
+/* A program that keeps itself up to date: it registers, checks for an update and installs it.
  *
  *   kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL
  *                [--report URL] [--locale LOCALE] [--executor PATH] [--unique NAME=VALUE]
  *                [--use PARAMETER] [--check] [--install] [--uninstall]
  *
- * dllkupdate.dll is expected beside the program. One line is printed per step. --install checks
- * first. Ends with 0 when all went well, 1 after a failure, 2 when there is no update, 3 for wrong
+ * The program looks for dllkupdate.dll in its own folder and prints one line for each step.
+ * --install checks first. Exit code: 0 for success, 1 for a failure, 2 for no update, 3 for wrong
  * usage.
  */
 #include <process.h>
@@ -54,16 +54,16 @@ typedef struct {
   UninstallFunction uninstall;
 } Library;
 
-/* What this program is. Texts are UTF-8, as the library takes them. */
+/* The options of this program. Texts are UTF-8, as the library takes them. */
 typedef struct {
   char id[kTextBytes];
   char platform[kTextBytes];
   char feed[kTextBytes];
   char report[kTextBytes];
   char locale[kTextBytes];
-  const wchar_t* executor; /* null: the updater's default one */
+  const wchar_t* executor; /* null: the updater's default */
   char uniqueName[kTextBytes];
-  const wchar_t* uniqueValue; /* null: none */
+  const wchar_t* uniqueValue; /* null: no parameter */
   char use[kTextBytes];
   int32_t version[4];
   bool check;
@@ -75,12 +75,12 @@ static bool toUtf8(const wchar_t* text, char* utf8) {
   return WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8, kTextBytes, NULL, NULL) > 0;
 }
 
-/* The first characters of a text; the buffer is zeroed already. */
+/* Converts the first characters of a text. The buffer is zero already, so the text ends. */
 static bool toUtf8Part(const wchar_t* text, int chars, char* utf8) {
   return WideCharToMultiByte(CP_UTF8, 0, text, chars, utf8, kTextBytes - 1, NULL, NULL) > 0;
 }
 
-/* Why something failed is told by the library's log. */
+/* The library's log has the reason of a failure. */
 static int failed(const Program* program, const char* what) {
   wchar_t roaming[MAX_PATH] = L"";
   char folder[kTextBytes] = "";
@@ -99,8 +99,8 @@ static AnyFunction find(HMODULE module, const char* name) {
   ExitProcess(kFailed);
 }
 
-/* By its full path: a bare name would be searched for, and could be somebody else's file. The
- * library stays loaded for as long as the program runs. */
+/* By its full path: the system would search for a bare name, and could load a foreign file. The
+ * library stays loaded as long as the program runs. */
 static Library loadLibrary(void) {
   wchar_t path[kPathChars + 16] = L"";
   const DWORD length = GetModuleFileNameW(NULL, path, kPathChars);
@@ -141,7 +141,7 @@ static int setLocale(const Library* library, const Program* program) {
       library->getLocale(program->id, text, &size) != KUPDATE_S_OK) {
     return failed(program, "setting the locale");
   }
-  /* A text that does not fit is not copied; the size has grown then. */
+  /* The library does not copy a text that does not fit, and makes the size larger. */
   if (size > (int32_t)sizeof text || strcmp(text, program->locale) != 0) {
     return failed(program, "reading the locale back");
   }
@@ -149,7 +149,7 @@ static int setLocale(const Library* library, const Program* program) {
   return kDone;
 }
 
-/* Before the report that is to carry it. */
+/* Call it before the report that must contain the parameter. */
 static int setUniqueParam(const Library* library, const Program* program) {
   if (library->setUniqueParam(program->id, program->uniqueName, program->uniqueValue) !=
       KUPDATE_S_OK) {
@@ -224,8 +224,8 @@ static unsigned __stdcall runInstallation(void* argument) {
   return 0;
 }
 
-/* The call returns when the installer is done, so it has a thread of its own. A program with
- * windows would go on handling messages meanwhile. */
+/* The call returns when the installer has ended, so it runs on a thread of its own. A program with
+ * windows would handle messages meanwhile. */
 static int installUpdate(const Library* library, const Program* program) {
   Installation installation = {library, KUPDATE_E_FAIL, 0};
   HANDLE thread = (HANDLE)_beginthreadex(NULL, 0, runInstallation, &installation, 0, NULL);
@@ -288,7 +288,7 @@ static bool parseArguments(int argc, wchar_t** argv, Program* program) {
 
 int wmain(int argc, wchar_t** argv) {
   static Program program;
-  (void)setvbuf(stdout, NULL, _IONBF, 0); /* each line at once, also into a file */
+  (void)setvbuf(stdout, NULL, _IONBF, 0); /* show each line at once, also in a file */
   if (!parseArguments(argc, argv, &program)) {
     puts(
         "usage: kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL\n"

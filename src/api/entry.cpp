@@ -22,8 +22,8 @@
 
 namespace {
 
-// What lives as long as the process. Hosts are expected to call from one thread; the guard keeps
-// the texts whole for those that do not.
+// The state that lives as long as the process. Hosts are expected to call from one thread; for
+// those that do not, the guard keeps the texts whole.
 struct ProcessState {
   CriticalSection guard;
   std::string lastErrorText;
@@ -33,12 +33,13 @@ struct ProcessState {
   std::string uniqUserId;
 };
 
+// Made at the first call and leaked on purpose: the end of a process is no time to work.
 ProcessState& State() {
   static ProcessState& state = *new ProcessState;
   return state;
 }
 
-// The log level is read while the module is loaded: the first line may come from anywhere.
+// The log level is read while the module is loaded, because the first line may come from anywhere.
 [[maybe_unused]] const bool logLevelLoaded = (LoadLogLevel(), true);
 
 Status Report(const char* exportName, const char* kind, const std::string& text) {
@@ -66,7 +67,10 @@ void StartLogOnce(const char* appId) {
     if (state.logStarted) return;
     state.logStarted = true;
   }
+  // From the first call on: the state above must outlive a host that frees the library and loads it
+  // again.
   PinThisModule();
+  // Without the guard, since this reads files and takes the lock of the log.
   StartLog(LogFile(appId ? appId : ""), {});
   JustUtil::OutBanner();
 }
@@ -110,6 +114,7 @@ void InitAppId(const std::string& appId) {
   }
   const bool known = FileSystem::IsFileExist(store.Path());
   LOG_D << "State:" << (known ? "Update" : "Install");
+  // The caller holds the application's mutex, so no other process records the install as well.
   if (!known) TUpdaterController().SetApplicationState(appId.c_str(), "install");
 }
 
@@ -124,6 +129,7 @@ void FixUpdaterPath(TAppInfo* store) {
   }
   if (appId.empty() || path.empty()) return;
   const std::string value = NarrowUtf8(path);
+  // An open record gathers this value with the others of the call.
   store ? store->Write(key::kUpdaterPath, value) : TAppInfo(appId).Write(key::kUpdaterPath, value);
   LOG_D << "Fix" << appId << "with" << path;
 }

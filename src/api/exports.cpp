@@ -9,10 +9,12 @@ namespace {
 
 HostRelease MakeRelease(const char* platform, const char* versionUrl, std::int32_t major,
                         std::int32_t minor, std::int32_t subver, std::int32_t build, bool release) {
+  // A part of a version has 16 bits in every store.
   const auto low = [](std::int32_t part) { return static_cast<std::uint16_t>(part & 0xFFFF); };
   return {platform, versionUrl, low(major), low(minor), low(subver), low(build), release};
 }
 
+// Hosts know no higher number; one that appears here counts as a failed job.
 constexpr std::int32_t kLastKnownStatus = 3;
 
 }  // namespace
@@ -68,6 +70,8 @@ kupdate_status DLLSetExecutorPath(const wchar_t* path) {
   FreeEntry("DLLSetExecutorPath", [&] {
     LogAs("DLLSetExecutorPath", __LINE__, "D:") << (path ? path : L"NULL!!!");
     TUpdaterController::SetExecutorPath(path);
+    // Null names the default executor for this process; records keep getting the path that was
+    // given before.
     if (path) OverrideExecutorPath(path);
     FixUpdaterPath(nullptr);
     return true;
@@ -86,6 +90,7 @@ kupdate_status DLLUsageReport(const char* app_id, const char* value) {
 }
 
 kupdate_status DLLDownloadAndInstallSilentUpdate(int32_t* exit_code) {
+  // Without the application's mutex: an installation takes minutes, and other calls must go on.
   return FreeEntry("DLLDownloadAndInstallSilentUpdate", [&] {
     StartLogOnce(nullptr);
     const bool done = GlobalController().DownloadAndInstallSilentUpdate(exit_code);

@@ -33,10 +33,11 @@ Content Load(const std::string& path, XmlNode* root) {
   return LoadXml(std::move(bytes), root) ? Content::kWhole : Content::kDamaged;
 }
 
-// The file is about to be written over with what could be read of it.
+// The file is about to be replaced by the part of it that could be read.
 bool KeepAside(const std::string& path) { return FileSystem::CopyFile(path, path + ".bak"); }
 
 bool MoveAside(const std::string& path) {
+  // BackupFile shows its success by the changed path only.
   std::wstring moved = WidenUtf8(path);
   JustUtil::BackupFile(moved);
   return moved != WidenUtf8(path);
@@ -72,6 +73,7 @@ bool TAppInfo::Apply(const Edit& edit, XmlNode* root) {
     return child != nullptr;
   }
   if (child && child->Value() == *edit.value) return false;
+  // A new file, or one of which nothing could be read.
   if (!root->HasChildren()) {
     root->SetCodePage(kCodePageUtf8);
     root->SetDeclaration();
@@ -90,6 +92,7 @@ bool TAppInfo::ChangeFile(std::string_view operation, const std::vector<Edit>& e
   const std::string path = Path();
   XmlNode root;
   const Content content = Load(path, &root);
+  // The old content comes first: a file that cannot be read, or be kept aside, is not replaced.
   if (content == Content::kUnreadable || (content == Content::kDamaged && !KeepAside(path)) ||
       (content == Content::kTooLarge && !MoveAside(path))) {
     LogAs(operation, __LINE__, "E:") << "Read error, postpone file write.";
@@ -97,6 +100,7 @@ bool TAppInfo::ChangeFile(std::string_view operation, const std::vector<Edit>& e
   }
   bool isChanged = false;
   for (const Edit& edit : edits) isChanged |= Apply(edit, &root);
+  // A damaged file is replaced by its whole part even when no value changes.
   isChanged |= content == Content::kDamaged && root.HasChildren();
   return !isChanged || FileSystem::WriteFile(path, root.Serialise());
 }
@@ -107,6 +111,7 @@ bool TAppInfo::LoadFile(std::string_view operation, XmlNode* root) const {
     LogAs(operation, __LINE__, "E:") << "Lock error, postpone file write.";
     return false;
   }
+  // A damaged file still gives the values that were read whole.
   Load(Path(), root);
   return true;
 }
@@ -122,6 +127,8 @@ void TAppInfo::Change(std::string_view operation, Edit edit) {
 
 bool TAppInfo::SaveChanges() {
   if (!gathered_ || gathered_->edits.empty()) return true;
+  // The edits are applied to the file as it is now, not to the copy in memory: other processes may
+  // have written other values since.
   const bool isSaved = ChangeFile("TAppInfo::Write", gathered_->edits);
   if (isSaved) gathered_->edits.clear();
   return isSaved;
@@ -136,6 +143,7 @@ StoreChanges::~StoreChanges() {
   try {
     store_->SaveChanges();
   } catch (const std::bad_alloc&) {
+    // A destructor must not throw, and nothing else is thrown by saving.
     LOG_E << "Out of memory, postpone file write.";
   }
   store_->gathered_.reset();

@@ -44,8 +44,8 @@ class TAppInfo {
   std::string Read(std::string_view key) const;
   bool IsValueExist(std::string_view key) const;
   void RemoveValue(std::string_view key);
-  /// Saves what a StoreChanges has gathered so far, at once and in the order in which it was
-  /// written; nothing when there is nothing. Others can then see it.
+  /// Saves the values that a StoreChanges has gathered so far, at once and in the order in which
+  /// they were written; then other processes see them. Without such values it does nothing.
   /// @return false when the file was not written: that was logged, and the next save tries again.
   bool SaveChanges();
 
@@ -68,7 +68,7 @@ class TAppInfo {
   std::string Platform() const;
   std::string Locale() const;
 
-  /// The address of a statistics ping up to the query of the block it carries; empty when the
+  /// The address of a report up to the query of the block it carries; empty when the
   /// application has no report address. Defined by the library `stat`, with the identifiers.
   std::string GetPingUrl() const;
 

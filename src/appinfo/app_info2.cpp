@@ -16,6 +16,7 @@
 
 namespace {
 
+// A host that asks for less reports hourly.
 constexpr std::int64_t kMinPingPeriod = 3600;
 constexpr std::int64_t kDefaultPingPeriod = 86400;
 
@@ -29,13 +30,15 @@ bool IsDebugFeedAllowed() {
          allowed == 1;
 }
 
-// The executor that an application needs, and the one in question.
+// Compares the executor in question with the one that an application names.
 struct Executors {
   const std::wstring& asked;
   const std::wstring& standard;
 
   bool IsNeededWith(const std::string& path) const {
     const std::wstring named = WidenUtf8(path);
+    // An application that names no executor may use any, and the default one serves all: in doubt
+    // it is needed.
     return named.empty() || EqualsIgnoreCase(named, asked) || EqualsIgnoreCase(asked, standard);
   }
 };
@@ -48,7 +51,7 @@ bool IsNeededByLocalRecord(const std::string& appId, const Executors& executors)
 
 bool IsNeededByStore(const std::string& appId, const Executors& executors) {
   const TAppInfo2 app(appId);
-  // A record that cannot be looked at is not one that is gone.
+  // A record that cannot be looked at is not gone.
   return !FileSystem::IsNameFree(app.Path()) && !app.IsRemoved() &&
          executors.IsNeededWith(app.Read(key::kUpdaterPath));
 }
@@ -95,6 +98,7 @@ bool TAppInfo2::ShouldCheck(std::uint64_t now) {
     return false;
   }
   LOG_D << "hours_passed=" << hours;
+  // The next time is read only here, and repaired before: a wrong clock may have written it.
   SanityCheck(now);
   times.next = ReadTime(key::kNextCheckTime);
   return IsCheckDue(times, now);
@@ -119,6 +123,8 @@ std::int64_t TAppInfo2::PingStatPeriod() const {
 
 bool TAppInfo2::ShouldPing(std::uint64_t now) const {
   const std::int64_t period = std::max(PingStatPeriod(), kMinPingPeriod);
+  // Unsigned on purpose: a last time in the future, after the clock was set back, gives a huge
+  // difference and so a report that is due.
   return now - ReadTime("LastPingTime") > static_cast<std::uint64_t>(period);
 }
 
@@ -134,8 +140,9 @@ bool TAppInfo2::IsApplicationListEmpty(const std::wstring& executor,
   const Executors executors{executor, defaultExecutor};
   const auto isListFree = [&](const std::wstring& folder, auto isNeededBy) {
     std::vector<std::string> ids;
+    // A list that may be incomplete does not show that no application is left.
     if (folder.empty() || !ListAppIds(folder, &ids)) return false;
-    ids.emplace_back();  // the empty id, whose folder is the one of all
+    ids.emplace_back();  // the empty id: its folder holds the folders of the others
     return std::none_of(ids.begin(), ids.end(),
                         [&](const std::string& id) { return isNeededBy(id, executors); });
   };

@@ -1,4 +1,4 @@
-// When an application is next due for an update check or a statistics ping.
+// When an application is next due for an update check or a report.
 #ifndef KUPDATE_APPINFO_APP_INFO2_H_
 #define KUPDATE_APPINFO_APP_INFO2_H_
 
@@ -41,10 +41,10 @@ class TAppInfo2 : public TAppInfo {
   CheckTimes StoredCheckTimes() const;
   /// Resets a "NextCheckTime" more than 150 whole days ahead to 150 days from now.
   void SanityCheck(std::uint64_t now);
-  /// Seconds between pings; a day when not stored.
+  /// Seconds between reports; a day when not stored.
   std::int64_t PingStatPeriod() const;
   bool ShouldPing(std::uint64_t now) const;
-  /// Notes that a ping is being sent. Returns the state that it reports: an uninstall for a removed
+  /// Notes that a report is being sent. Returns the state in it: an uninstall for a removed
   /// application, else a day of use.
   AppState RecordPing(std::uint64_t now);
 
@@ -55,7 +55,7 @@ class TAppInfo2 : public TAppInfo {
   static bool IsApplicationListEmpty(const std::wstring& executor,
                                      const std::wstring& defaultExecutor);
 
-  /// Forget the last and next time, so that a check (a ping) is due at once.
+  /// Forget the last and next time, so that a check (a report) is due at once.
   void ForgetCheckTimes();
   void ForgetPingTimes();
 

@@ -11,6 +11,7 @@ constexpr std::uint64_t kMaxDaysAhead = 150;
 }  // namespace
 
 std::uint64_t HoursSinceCheck(const CheckTimes& times, std::uint64_t now) {
+  // Wraps for a last check in the future, on purpose: see the header.
   return (now - times.last) / kSecondsPerHour;
 }
 
@@ -32,5 +33,6 @@ std::uint64_t CheckDueTime(const CheckTimes& times) {
 }
 
 std::uint64_t NextCheckAfter(std::uint64_t now, std::uint64_t random) {
+  // The bias of the remainder does not matter for spreading clients.
   return now + kSecondsBetweenChecks + random % (kMaxSpreadSeconds + 1);
 }

@@ -7,10 +7,10 @@
 
 /// How long a check keeps the next one back.
 inline constexpr std::uint64_t kSecondsBetweenChecks = 86400;
-/// Clients that were installed together must not come together for ever: up to so much is added.
+/// Clients that were installed together must not come together each time: up to so much is added.
 inline constexpr std::uint64_t kMaxSpreadSeconds = 3600;
 
-/// What the record says; 0 for what it lacks.
+/// The times in the record; 0 for one that it lacks.
 struct CheckTimes {
   std::uint64_t last = 0;  ///< of the last check
   std::uint64_t next = 0;  ///< no check before this

@@ -14,6 +14,7 @@
 
 namespace {
 
+// Long for a lock that is held for one change: it ends only the wait for a process that hangs.
 constexpr unsigned kLockWaitMilliseconds = 5000;
 
 std::string LocalPath(const std::string& appId, CreateFolder create, std::string_view name) {
@@ -21,7 +22,8 @@ std::string LocalPath(const std::string& appId, CreateFolder create, std::string
   return folder.empty() ? std::string() : NarrowUtf8(folder).append(name);
 }
 
-// Values as every store keeps them, in a file of this folder. It brings no lock of its own.
+// Values as every store keeps them, in a file of the local folder. Its lock is a file, not a mutex,
+// which any process of the session could hold; the functions below take it.
 class LocalStore final : public TAppInfo {
  public:
   LocalStore(const std::string& appId, const char* name)
@@ -40,6 +42,7 @@ Found Load(const std::string& appId, LocalRecord* record) {
   if (store.Path().empty()) return Found::kUnreadable;
   if (FileSystem::IsNameFree(store.Path())) return Found::kNothing;
   const StoreChanges one(store);
+  // Each record has a version, so a file without one is damaged.
   if (!store.IsValueExist("VerMajor")) return Found::kUnreadable;
   record->version = std::uint64_t{store.VerMajor()} << 48 | std::uint64_t{store.VerMinor()} << 32 |
                     std::uint64_t{store.VerSubver()} << 16 | store.VerBuild();
@@ -66,7 +69,8 @@ bool Save(const std::string& appId, const LocalRecord& record) {
   return store.SaveChanges();
 }
 
-// Both values of an answer in one step.
+// Writes both values of an answer in one step: a host must never read a new name with an old
+// answer.
 bool WritePair(const std::string& appId, const char* nameKey, const std::string& name,
                const char* valueKey, std::int64_t value) {
   GetUpdaterLocalFolder(appId, CreateFolder::kYes);
@@ -81,6 +85,7 @@ std::optional<std::int64_t> ReadPair(const std::string& appId, const char* nameK
                                      const std::string& name, const char* valueKey) {
   LocalStore store(appId, kAnswerFile);
   const StoreChanges one(store);
+  // A missing name reads as empty and must match no host's question.
   if (name.empty() || store.Read(nameKey) != name || !store.IsValueExist(valueKey)) return {};
   return store.ReadNumber(valueKey);
 }
@@ -101,10 +106,11 @@ bool ChangeLocalRecord(const std::string& appId, const std::function<void(LocalR
     return found == Found::kRecord && *wanted == record;
   };
   LocalRecord record;
-  // The usual start changes nothing, and takes no lock for that.
+  // The usual start changes nothing and takes no lock.
   if (isDone(&record)) return true;
   FileLock lock(LocalPath(appId, CreateFolder::kYes, kLocalLockFile), kLockWaitMilliseconds);
   const LockScope scope(&lock);
+  // Read again under the lock: another process may have changed the record since.
   if (scope && (isDone(&record) || Save(appId, record))) return true;
   LOG_E << "The local record was not written:" << appId;
   return false;

@@ -1,4 +1,4 @@
-// What decides about an application, where processes of low integrity cannot write.
+// The data that decides about an application, where processes of low integrity cannot write.
 #ifndef KUPDATE_APPINFO_LOCAL_RECORD_H_
 #define KUPDATE_APPINFO_LOCAL_RECORD_H_
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kParts = 4;
 constexpr int kPartBits = 16;
-// What an error tells of a text from a feed, which may have megabytes.
+// The part of a feed's text that an error shows; the text may have megabytes.
 constexpr std::size_t kMaxShownChars = 256;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -88,9 +88,10 @@ void ParseVersionMask(std::string_view mask, std::vector<std::string>* parts,
     } else if (c == '.' && !part.empty()) {
       endPart();
     } else {
-      throw kBadMask;  // NOLINT(misc-throw-by-value-catch-by-reference): so it is caught
+      throw kBadMask;  // NOLINT(misc-throw-by-value-catch-by-reference): callers catch this type
     }
   }
+  // A dot at the end ends no part, so "3.2." is "3.2".
   if (!part.empty()) endPart();
 }
 

@@ -1,18 +1,17 @@
-// How getters hand text to a caller's buffer.
+// The caller's buffer into which a getter copies text.
 #ifndef KUPDATE_CONTROLLER_COPY_OUT_H_
 #define KUPDATE_CONTROLLER_COPY_OUT_H_
 
 #include <cstdint>
 #include <string_view>
 
-/// A buffer of the caller's. `size` counts characters of type Char, the ending zero included; null:
-/// the caller wants nothing.
+/// `size` counts characters of type Char, the ending zero included; null: the caller wants nothing.
 template <class Char>
 struct CopyOutBuffer {
   Char* buffer;
   std::int32_t* size;
 
-  /// Before the value is looked up: what stood in the buffer must not be taken for it.
+  /// Before the value is looked up: an old content of the buffer must not pass for it.
   void Clear() const {
     if (size && *size > 0 && buffer) buffer[0] = 0;
   }

@@ -16,10 +16,10 @@ struct ExecutorPaths {
   std::wstring legacyExecName;
 };
 
-// Computed on first need. Under the guard.
+// Computed on first need. The caller holds the guard.
 const std::wstring& LegacyExecName(ExecutorPaths& paths) {
   if (paths.legacyExecName.empty()) {
-    // Without its folder it would be looked for in the host's current directory.
+    // Empty without its folder: a bare name would be looked for in the host's current directory.
     paths.legacyExecName = DefaultExecutorPath();
   }
   return paths.legacyExecName;
@@ -67,6 +67,7 @@ std::wstring ExecutorToStart() {
 bool IsExecutorUnused(const std::wstring& executor) {
   ExecutorPaths& paths = Paths();
   std::wstring defaultExecutor;
+  // The guard is given back before the lists are read, which takes many file operations.
   {
     const CriticalScope scope(paths.guard);
     defaultExecutor = LegacyExecName(paths);

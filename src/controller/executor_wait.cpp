@@ -10,20 +10,20 @@
 
 namespace {
 
-// The event wakes one waiting host only; a host that was not woken looks after this time.
+// The event wakes one of the waiting hosts. The others look for their answer after this time.
 constexpr std::uint32_t kLookAgain = 1000;
 // How long an executor may keep house after its answer.
 constexpr std::uint32_t kEndMilliseconds = 10'000;
 // How long an answer may lag behind the end of its executor.
 constexpr std::uint32_t kLateAnswer = 30'000;
 
-// What is left of a wait of `milliseconds` that began at `begin`.
+// The rest of a wait of `milliseconds` that began at `begin`.
 std::uint32_t LeftOf(std::uint32_t milliseconds, std::uint64_t begin) {
   const std::uint64_t waited = SteadyMilliseconds() - begin;
   return waited < milliseconds ? milliseconds - static_cast<std::uint32_t>(waited) : 0;
 }
 
-// What the store in LocalLow says, where any process of the user can write.
+// The code in the store in LocalLow, where any process of the user can write.
 std::optional<std::int32_t> StoredCode(const std::string& appId) {
   TUpdInfo update(appId);
   const StoreChanges one(update);
@@ -31,7 +31,8 @@ std::optional<std::int32_t> StoredCode(const std::string& appId) {
   return static_cast<std::int32_t>(update.ReadNumber(key::kDistroExitCode));
 }
 
-// The executor has ended well, before a signal came.
+// For an executor that ended with 0 before a signal came: each signal up to the limit may bring the
+// code. A code that is there without one may be an old one.
 std::optional<std::int32_t> LateCode(const std::string& appId, const UniqueHandle& event) {
   const std::uint64_t begin = SteadyMilliseconds();
   while (JustUtil::WaitFor(event, LeftOf(kLateAnswer, begin)) == kWaitSignalled) {
@@ -50,6 +51,7 @@ CheckWait WaitForCheck(const std::string& appId, const std::string& job, const U
         milliseconds < 0 ? kWaitForever : LeftOf(static_cast<std::uint32_t>(milliseconds), begin);
     const bool isLast = left <= kLookAgain;
     const std::uint32_t result = JustUtil::WaitFor(event, isLast ? left : kLookAgain);
+    // Asked after each wait, however it ended: another host may have taken the signal.
     const std::optional<bool> found = ReadCheckAnswer(appId, job);
     if (found) return {kWaitSignalled, *found};
     if (result == kWaitSignalled) {
@@ -69,6 +71,7 @@ InstallWait WaitForInstallation(const std::string& appId, const UniqueHandle& ev
     if (result == 0) JustUtil::WaitFor(process, kEndMilliseconds);
     const std::optional<std::uint32_t> exitCode = ExitCodeOf(process);
     if (const auto code = ReadInstallAnswer(appId, run)) return {result, code, 0};
+    // It still runs and has not answered: the signal was for a check, which uses the same event.
     if (!exitCode) continue;
     if (*exitCode != 0) return {result, {}, *exitCode};
     if (result == 1) return {result, LateCode(appId, event), 0};

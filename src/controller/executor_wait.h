@@ -1,4 +1,4 @@
-// Waiting for the executor's answer, and telling it from those of others.
+// Waiting for the executor's answer, apart from the answers to other hosts.
 #ifndef KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
 #define KUPDATE_CONTROLLER_EXECUTOR_WAIT_H_
 
@@ -13,9 +13,9 @@ struct CheckWait {
   bool found = false;
 };
 
-/// Waits until the executor has judged the feed of this very job. The answer of an older check, whose
-/// executor signals the same event, does not end the wait, and neither does a signal that another host
-/// took.
+/// Waits until the executor has judged the feed of this very job. The answer to an older check,
+/// whose executor signals the same event, does not end the wait. When another host takes the
+/// signal, the wait ends at most a second later.
 /// @param job           the id of the check's job
 /// @param milliseconds  negative: without limit
 CheckWait WaitForCheck(const std::string& appId, const std::string& job, const UniqueHandle& event,
@@ -29,14 +29,16 @@ struct InstallWait {
 
 /// Waits, without limit, until the executor has answered or ended.
 ///
-/// Its code counts when the local record names its run, where no process of low integrity can write.
+/// Its code counts when the file of answers names its run: no process of low integrity can write
+/// that file.
 ///
 ///   signal ──> up to 10 s for its end ─┬─> its code is there ──> that code
-///   end without a signal ──────────────┘   it still runs ──────> another's signal: wait on
-///                                          it ended, other exit code than 0 ──> no answer
-///                                          it ended, exit code 0: the code in the store, where the
-///                                          signal came first, else 0; where the end came first, that
-///                                          code once a signal comes within 30 s, else no answer
+///   end without a signal ──────────────┘   it still runs ──────> not its signal: wait on
+///                                          it ended, exit code not 0 ──> no answer
+///                                          it ended, exit code 0 ──> (A) or (B)
+///
+///   (A) The signal came first: the code in the store, else 0.
+///   (B) The end came first: that code once a signal comes within 30 s, else no answer.
 ///
 /// @param process  the executor that was started
 InstallWait WaitForInstallation(const std::string& appId, const UniqueHandle& event,

@@ -7,7 +7,7 @@
 #include "util/diag_log.h"
 #include "util/log_line.h"
 
-/// Where an operation's frame lines are said to come from.
+/// The place that the frame lines of an operation name.
 struct LogPlace {
   std::string_view function;
   int line;
@@ -18,8 +18,7 @@ inline LogLine LogAt(const LogPlace& place, const char* level) {
   return LogAs(place.function, place.line, level);
 }
 
-/// What a body tells its frame: whether the operation came to its end, which is logged, or was
-/// left.
+/// The result of a body: the operation came to its end, which is logged, or was left before.
 enum class Ended { kOut, kLeft };
 
 /// Runs one operation between "in" and "out". Whatever `body` throws ends here, with a line in the

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint32_t kFeedTimeoutSeconds = 86400;  // 1 day
 
-// The steps of a check log as the operation that hosts call.
+// All steps of a check log under the name of the operation that hosts call.
 LogLine LogStep(const char* level, int line) {
   return LogAs("TUpdaterController::IsUpdateAvailable", line, level);
 }
@@ -41,6 +41,7 @@ void HostCheck::Choose(std::string appId, std::string versionUrl) {
 
 bool HostCheck::Start() {
   if (!jobId_.empty()) {
+    // A process has one download at a time.
     STEP_D << "We already wait for update.";
     return true;
   }
@@ -73,6 +74,8 @@ std::optional<CheckStatus> HostCheck::Check(TAppInfo2& store) {
     return download;
   }
   if (download == CheckStatus::kJobFailed) STEP_E << "Job failed.";
+  // A transferred job must be completed to hand its file over. For a failed job the host gets the
+  // same answer whether it can be ended or not.
   if (!EndDownload()) {
     STEP_E << "Error in StopJob.";
     if (download != CheckStatus::kJobFailed) return {};
@@ -83,7 +86,7 @@ std::optional<CheckStatus> HostCheck::Check(TAppInfo2& store) {
 
 CheckStatus HostCheck::EvaluateFeed(TAppInfo2& store) {
   const bool found = TUpdInfo(appId_).Evaluate(store, LoadFeed(feedFile_), NowSeconds());
-  // The same words for both outcomes: those who read the logs look for them.
+  // The same words for both outcomes, because people look for them in logs.
   STEP_D << "Update available.";
   if (!found) return CheckStatus::kNoUpdate;
   updateFound_ = true;
@@ -107,7 +110,7 @@ void HostCheck::StartDownload() {
   jobAppId_ = appId_;
 }
 
-// The job is forgotten whatever happens.
+// The job is forgotten even when it cannot be ended, so that "start" always works again.
 bool HostCheck::EndDownload() {
   try {
     FinishJob(std::exchange(jobId_, std::string()));
@@ -117,7 +120,7 @@ bool HostCheck::EndDownload() {
   }
 }
 
-// Found stands for a feed that is there.
+// The state of the download alone: kFound says that the feed has arrived.
 CheckStatus HostCheck::DownloadStatus() const {
   try {
     const JobProgress job = AskJob(jobId_);

@@ -8,7 +8,7 @@
 
 class TAppInfo2;
 
-/// How a check is, by the numbers that hosts get.
+/// The state of a check, by the numbers that hosts get.
 enum class CheckStatus : std::int32_t { kInWork = 0, kFound = 1, kNoUpdate = 2, kJobFailed = 3 };
 
 /// Knows the feed's download, the file it goes to, and what the last check found. Lives as long as
@@ -23,8 +23,7 @@ class HostCheck {
   /// Starts the download of the feed, unless one runs. False without an address; throws when the
   /// download does not start.
   bool Start();
-  /// Gives the download up. False when there is none, or when it cannot be ended; it is forgotten
-  /// then.
+  /// Gives the download up. False without one, and when it cannot be ended; it is forgotten then.
   bool Stop();
   /// Looks at the download and, once it is there, evaluates the feed.
   /// @param store  the application's record

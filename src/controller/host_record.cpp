@@ -22,6 +22,8 @@ void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool is
       MakeVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
   const std::string executor = NarrowUtf8(TUpdaterController::NamedExecutor());
   ChangeLocalRecord(appId, [&](LocalRecord& record) {
+    // A program that runs on after its update still names its old version, and must not lower the
+    // mark below which no update is installed. Only a new start may lower it.
     record.version = isStart ? version : std::max(version, record.version);
     record.platform = OrEmpty(host.platform);
     record.executor = executor;

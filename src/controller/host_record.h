@@ -1,4 +1,4 @@
-// What hosts say of themselves, and writing it into their record.
+// The data that hosts give about themselves, and writing it into their record.
 #ifndef KUPDATE_CONTROLLER_HOST_RECORD_H_
 #define KUPDATE_CONTROLLER_HOST_RECORD_H_
 

@@ -20,8 +20,10 @@
 
 namespace {
 
-constexpr std::uint32_t kCheckTimeoutSeconds = 82800;   // 23 hours
-constexpr std::uint32_t kDayuseTimeoutSeconds = 86400;  // a day: the next one says the same
+// 23 hours: a check without progress ends before the next one is due.
+constexpr std::uint32_t kCheckTimeoutSeconds = 82800;
+// A day: the next report of a day of use says the same. Other states have the default, 14 days.
+constexpr std::uint32_t kDayuseTimeoutSeconds = 86400;
 
 enum class Removal { kNo, kWhenUnused };
 
@@ -46,8 +48,8 @@ bool Launch(const std::string& appId, const PingBlock& block, Removal removal) n
   }
 }
 
-// Whether the application is removed: its local record says so, where it has one, for any process
-// of the user may write the mark in the store.
+// Whether the application is removed. Where it has a local record, that decides, because any
+// process of the user can write the mark in the store.
 bool IsRemoved(const TAppInfo2& store) {
   const std::optional<LocalRecord> record = ReadLocalRecord(store.AppId());
   return record ? record->removed : store.IsRemoved();
@@ -69,6 +71,7 @@ std::wstring FreshTempFile(const std::wstring& name) {
   std::wstring path = GetTempFolder();
   if (path.empty() || name.find_first_of(L"\\/") != name.npos) return {};
   path += name;
+  // An old file must not pass for the one that the new job brings.
   FileSystem::DeleteFile(NarrowUtf8(path));
   return path;
 }
@@ -86,6 +89,7 @@ std::string CheckUpdate(TAppInfo2& store) {
     LOG_E << "No folder for the check.";
     return {};
   }
+  // The service may start the executor before this function returns.
   store.SaveChanges();
   return StartJob({.url = url,
                    .file = resultFile,
@@ -106,13 +110,14 @@ bool LaunchLastPing(const std::string& appId, const PingBlock& block) noexcept {
 ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now) {
   LOG_I << "*** >>> ScheduleUpdaterJob >>> ***";
   LOG_I << "Name: " << HostProgramName();
+  // A removed application reports once more and then looks for updates no more.
   if (IsRemoved(store)) {
     TStatCtrl::SendStat(store, statisticsLock, now, LaunchLastPing);
     return {};
   }
   const bool isPingDue = store.ShouldPing(now) && !store.Read(key::kReportUrl).empty();
   const bool isCheckDue = store.ShouldCheck(now);
-  // Both are noted before the ping is sent, in the order in which they are done: the file is then
+  // Both times are noted before the report is sent, in the order of the work: so the file is
   // written once.
   if (isPingDue) store.RecordPing(now);
   if (isCheckDue) store.UpdateLastCheckTime(now);

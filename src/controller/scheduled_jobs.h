@@ -10,8 +10,8 @@ class TAppInfo2;
 class TLocker;
 struct PingBlock;
 
-/// Full path of a file in the temporary folder, any old one of that name deleted. Empty when there
-/// is no such folder, or when the name (made with an application id) would lead out of it.
+/// Full path of a file in the temporary folder; an old file of that name is deleted. Empty without
+/// such a folder, and when the name (made with an application id) would lead out of it.
 std::wstring FreshTempFile(const std::wstring& name);
 
 /// Queues the download of the application's feed; when it ends, the transfer service starts the
@@ -38,11 +38,11 @@ struct ScheduledJobs {
   }
 };
 
-/// Runs what is due for an application: its ping and its update check; for a removed one its last
-/// ping, due or not. Saves the store's changes before anything can act on them.
+/// Runs what is due for an application: its report and its update check; for a removed one its last
+/// report, due or not. Saves the store's changes before any program can act on them.
 /// @param statisticsLock  null when the caller holds the statistics' lock
 /// @param now             seconds since 1970-01-01 UTC
-/// Throws what checking throws; a failed ping does not keep the check from being started.
+/// Throws what checking throws; a failed report does not stop the check.
 ScheduledJobs ScheduleUpdaterJob(TAppInfo2& store, TLocker* statisticsLock, std::uint64_t now);
 
 #endif  // KUPDATE_CONTROLLER_SCHEDULED_JOBS_H_

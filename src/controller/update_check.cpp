@@ -21,7 +21,8 @@ namespace {
 #define LOG_INSTALL(level) \
   LogAs("TUpdaterController::DownloadAndInstallSilentUpdate", __LINE__, level)
 
-// Starts the executor and waits for its answer. Nothing, and a line in the log, when it gave none.
+// Starts the executor and waits for its answer; nothing, after a line in the log, when it gave
+// none. The event exists before the executor runs, so no signal is lost.
 std::optional<std::int32_t> InstallByExecutor(const std::string& appId) {
   const std::wstring eventName = ResultEventName(appId);
   const UniqueHandle event = JustUtil::CreateEventW(eventName);
@@ -52,6 +53,7 @@ bool TUpdaterController::IsUpdateAvailable(const char* appId, const HostRelease&
                                            const char* operation, std::int32_t* status) {
   bool done = false;
   Guarded(LOG_PLACE, [&] {
+    // First of all: after a step that fails, an older result must not be installed.
     hostCheck_.ForgetUpdate();
     const std::string id = Required(appId, "AppId is NULL");
     Required(host.versionUrl, "VersionUrl is NULL");
@@ -95,6 +97,7 @@ bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t wait
   bool available = false;
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
+    // Before the job, whose executor may signal before this thread waits.
     const UniqueHandle event = JustUtil::CreateEventW(ResultEventName(store.AppId()));
     if (!event) return Ended::kLeft;
     store.ForgetCheckTimes();
@@ -110,6 +113,7 @@ bool TUpdaterController::IsUpgradeAvailable(const char* appId, std::int32_t wait
       if (wait.result == kWaitAbandoned) LOG_D << "WAIT_ABANDONED";
       available = wait.found;
     }
+    // Only now: a report that failed must not cost the host the answer to its check.
     jobs.RethrowPingFailure();
     return Ended::kOut;
   });

@@ -30,6 +30,7 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
     store.Write(key::kReportUrl, OrEmpty(reportUrl));
     store.WriteNumber(key::kPingStatPeriod, pingStatPeriod);
     WriteChannel(store, host.release);
+    // Before the jobs: this takes back the mark of removal that they look at.
     WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).RethrowPingFailure();
     return Ended::kOut;
@@ -39,8 +40,10 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
 void TUpdaterController::OnApplicationUninstall(const char* appId) {
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
+    // The report takes its state from the mark in the store; the one in the local record decides.
     store.WriteFlag(key::kRemove, true);
     ChangeLocalRecord(store.AppId(), [](LocalRecord& record) { record.removed = true; });
+    // For a removed application this sends the last report, due or not.
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
     return Ended::kOut;
   });
@@ -49,6 +52,7 @@ void TUpdaterController::OnApplicationUninstall(const char* appId) {
 void TUpdaterController::UsageReport(const char* appId, const char* value) {
   Guarded(LOG_PLACE, [&] {
     TAppInfo2& store = Record(appId);
+    // No program reads this flag, but the form of the file has it.
     store.WriteFlag("ShouldPing", true);
     TStatCtrl(store.AppId(), statisticsLock_).AddOptionalParam(Required(value, "Value is NULL"));
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).RethrowPingFailure();
@@ -125,7 +129,8 @@ void TUpdaterController::SetLocale(const char* appId, const char* locale) {
     if (!locale) return Ended::kLeft;
     store.Write(key::kLocale, locale);
     const std::string& id = store.AppId();
-    // These two and their sibling are one product with one language.
+    // These two and their sibling are one product with one language. The sibling's record brings
+    // its own lock, so this needs no mutex of the sibling.
     if (id == "zonie" || id == "zonie64") TAppInfo("vigilorian").Write(key::kLocale, locale);
     return Ended::kOut;
   });

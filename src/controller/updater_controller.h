@@ -1,4 +1,4 @@
-// What the exported functions do.
+// The operations behind the exported functions.
 #ifndef KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
 #define KUPDATE_CONTROLLER_UPDATER_CONTROLLER_H_
 
@@ -13,7 +13,7 @@
 class TLocker;
 class TStatCtrl;
 
-/// What a host says of itself when it asks for an update. Texts are UTF-8.
+/// A host's data about itself when it asks for an update. Texts are UTF-8.
 struct HostRelease {
   const char* platform;
   const char* versionUrl;  ///< address of its feed
@@ -34,7 +34,7 @@ class TUpdaterController {
   // Life of an application.
 
   /// Writes the application's record, then runs what is due. Null texts count as empty.
-  /// @param pingStatPeriod  seconds between statistics pings
+  /// @param pingStatPeriod  seconds between reports
   void OnApplicationStartup(const char* appId, const HostRelease& host, const char* reportUrl,
                             std::int32_t pingStatPeriod);
   void OnApplicationUninstall(const char* appId);
@@ -44,7 +44,7 @@ class TUpdaterController {
   void SetLocale(const char* appId, const char* locale);
   void GetLocale(const char* appId, CopyOutBuffer<char> out);
 
-  // What its next pings report. Null arguments: nothing changes.
+  // The content of its next reports. Null arguments: nothing changes.
 
   void SetOptionalParam(const char* appId, const char* value);
   void GetOptionalParam(const char* appId, CopyOutBuffer<char> out);
@@ -58,15 +58,15 @@ class TUpdaterController {
 
   /// One step of a check that the host drives.
   /// @param operation  "start", "stop" or "check"
-  /// @param status     receives 0 in work, 1 update found, 2 none, 3 job failed; may be null
+  /// @param status     receives 0 in work, 1 update found, 2 no update, 3 job failed; may be null
   /// @return whether the step did what was asked.
   bool IsUpdateAvailable(const char* appId, const HostRelease& host, const char* operation,
                          std::int32_t* status);
-  /// Makes check and ping due and waits for the executor's answer.
+  /// Makes check and report due and waits for the executor's answer.
   /// @param waitMilliseconds  negative: without limit
   /// @return whether a newer version was found.
   bool IsUpgradeAvailable(const char* appId, std::int32_t waitMilliseconds);
-  /// Makes check and ping due and runs them.
+  /// Makes check and report due and runs them.
   /// @param needDialog  whether the executor should show the result
   void ForceUpdateCheck(const char* appId, bool needDialog);
   /// Starts the executor for the application of the last IsUpdateAvailable and waits until it is

@@ -53,6 +53,7 @@ void RemoveLocalFiles(const std::string& appId) {
 
 void ForgetRemovedApplication(const std::string& appId, TLocker* lock) {
   const LockScope scope(lock);
+  // Asked under the lock: a host that installs the application again takes it too.
   if (!scope || IsLiving(appId)) return;
   FileSystem::DeleteFilesIn(GetUpdaterDataPath(appId), IsRecord);
   RemoveLocalFiles(appId);

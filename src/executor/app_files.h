@@ -1,4 +1,4 @@
-// What an application leaves in the updater's folders, and its removal.
+// The files of an application in the updater's folders, and their removal.
 #ifndef KUPDATE_EXECUTOR_APP_FILES_H_
 #define KUPDATE_EXECUTOR_APP_FILES_H_
 

@@ -10,8 +10,8 @@
 
 namespace {
 
-// The day stored in a block; empty when there is none. A day can only be read back as a confirmed
-// one, and an empty one cannot be confirmed.
+// The day stored in a block, or empty. A day can only be read back as a confirmed one, and an empty
+// one cannot be confirmed.
 std::string StoredDate(TStatHolder* block) {
   block->SetConfirmed(true);
   return block->Confirmed() ? block->GetFirstDate(AppState::kDayuse) : std::string();
@@ -41,7 +41,10 @@ std::optional<AppState> ConfirmBlock(const std::string& appId, int blockId, TLoc
   const std::string date = StoredDate(&block);
   if (!date.empty() && !ConfirmDate(folder + kStatisticsFile, date)) return {};
   TStatHolder sent;
+  // A block holds one state, and the smallest budget already gives it.
   const std::optional<AppState> state = block.ExtractBlock(1, &sent);
+  // Saving an empty holder deletes the file. This comes last: after a kill before it the block is
+  // in work for longer, but its day is not lost.
   if (!TStatHolder().Save(blockFile)) return {};
   LOG_I << "Block confirmed:" << blockId;
   return state;

@@ -1,4 +1,4 @@
-// What becomes of a block of statistics that has reached the server.
+// Confirming a block of statistics that has reached the server.
 #ifndef KUPDATE_EXECUTOR_BLOCK_CONFIRM_H_
 #define KUPDATE_EXECUTOR_BLOCK_CONFIRM_H_
 

@@ -6,8 +6,7 @@
 
 #include "appinfo/check_schedule.h"
 #include "appinfo/local_record.h"
-#include "executor/executor_names.h"
-#include "executor/result_signal.h"
+#include "executor/rendezvous.h"
 #include "executor/run.h"
 #include "layout/command_line.h"
 #include "layout/keys.h"
@@ -46,6 +45,7 @@ void DropDialog(TAppInfo2& app, Outcome outcome) {
                            : outcome == Outcome::kNone ? "there is no update"
                                                        : "the check failed";
   LOG_I << "Not shown, though a dialog was asked for: " << news;
+  // The answer to one request. The flag must not stay for later checks, which no user asked for.
   app.SetNeedDialogArterCheck(false);
 }
 
@@ -61,8 +61,8 @@ void WriteOutcome(TAppInfo2& app, const std::string& jobId, Outcome outcome, std
   WriteAnswer(app.AppId(), CheckAnswer{jobId, outcome == Outcome::kFound});
 }
 
-// What is compared with the feed is what the application itself said, and not what a process
-// without rights may have written into the store since.
+// The feed is compared with the data that the application itself gave. A process without rights may
+// have changed the store since.
 void RestoreRecord(TAppInfo2& app) {
   const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
   if (!record) return;
@@ -80,11 +80,12 @@ void Answer(const ExecutorCommand& command, const EndedJob& job) {
     LOG_E << "The check failed: the feed was not downloaded.";
     WriteOutcome(app, command.jobId, Outcome::kFailed, now);
   } else if (FileSystem::IsNameFree(file)) {
-    // Another executor has judged it, or a newer check took it away; the answer there stays.
+    // Another executor has judged the feed, or a newer check has taken it away. The answer that is
+    // there stays.
     LOG_I << (job.end == JobEnd::kGone ? "The job is gone."
                                        : "A newer check has taken the feed away.");
   } else {
-    // Completed here, or by an executor that did not live to judge it.
+    // Completed here, or by an executor that died before it judged the feed.
     RestoreRecord(app);
     WriteOutcome(app, command.jobId, JudgeFeed(app, file, now), now);
   }
@@ -92,7 +93,7 @@ void Answer(const ExecutorCommand& command, const EndedJob& job) {
   FileSystem::DeleteFile(file);
 }
 
-// A record must not come to life again by a late answer.
+// A late answer must not make a removed record again.
 int EndForgottenCheck(const ExecutorCommand& command) {
   LOG_I << "Not registered any more:" << command.appId;
   if (EndJob(command.jobId).end == JobEnd::kAlive) return kExitJobAlive;
@@ -103,6 +104,7 @@ int EndForgottenCheck(const ExecutorCommand& command) {
 }  // namespace
 
 int RunCheckAction(const ExecutorCommand& command) {
+  // Before the lock, whose file would make the application's folder again.
   if (!IsLiving(command.appId)) return EndForgottenCheck(command);
   FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);
@@ -110,6 +112,7 @@ int RunCheckAction(const ExecutorCommand& command) {
     LOG_E << "Another executor works for the application, postpone check.";
     return kExitBusy;
   }
+  // Under the lock: the feed of a job that is ended here is judged by no other executor.
   const EndedJob job = EndJob(command.jobId);
   if (job.end == JobEnd::kAlive) {
     LOG_E << "The job cannot be ended:" << command.jobId;
@@ -118,6 +121,7 @@ int RunCheckAction(const ExecutorCommand& command) {
   try {
     Answer(command, job);
   } catch (...) {
+    // The job is ended, so this exit is final: the host that waits is woken all the same.
     LOG_E << "The check failed.";
   }
   SignalResult(command.appId);

@@ -1,4 +1,4 @@
-// What happens when an application's feed was downloaded.
+// The work after the download of an application's feed.
 #ifndef KUPDATE_EXECUTOR_CHECK_ACTION_H_
 #define KUPDATE_EXECUTOR_CHECK_ACTION_H_
 

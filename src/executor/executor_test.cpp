@@ -2,14 +2,16 @@
 // job, what it answers, what it tidies up over time, and its own end.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <chrono>
 #include <ctime>
-#include <regex>
 
 #include "appinfo/app_info2.h"
 #include "layout/names.h"
-#include "testing/data_home.h"
 #include "testing/dll_client.h"
+#include "util/handle.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
 
@@ -20,47 +22,20 @@ namespace {
 
 constexpr wchar_t kNoJob[] = L"--job {00000000-0000-0000-0000-000000000001}";
 
-// A host whose jobs name an executor that is not there, so that a test can run it itself.
-struct Host {
-  explicit Host(std::string id, std::string feed = {}, std::string report = {})
-      : appId(std::move(id)), feedUrl(std::move(feed)), reportUrl(std::move(report)) {
-    // The library notes a path in the record of the application that called it last: let it be this.
-    std::int32_t size = 0;
-    Dll().getLocale(appId.c_str(), nullptr, &size);
-    Dll().setExecutorPath(L"C:\\none\\kupdate-exec.exe");
-  }
-  // Registers, which starts what is due.
-  void Start() const {
-    Dll().onApplicationStartup(appId.c_str(), "win64", feedUrl.c_str(), reportUrl.c_str(), 3600, 1,
-                               0, 0, 0, true);
-  }
-  void Uninstall() const { Dll().onApplicationUninstall(appId.c_str()); }
-  fs::path File(std::string_view name) const {
-    return testing_dll::DataFolder() / WidenUtf8(appId) / std::string(name);
-  }
-  std::string Record(const char* key) const { return ValueOf(File("appinfo.xml"), key); }
+// The event by which hosts learn of an application's result.
+UniqueHandle ResultEvent(const std::string& appId) {
+  return JustUtil::CreateEventW(ResultEventName(appId));
+}
 
-  std::string appId, feedUrl, reportUrl;
-};
-
-// Whether an application's result has been signalled since this was made.
-struct ResultEvent {
-  explicit ResultEvent(const std::string& appId)
-      : event(::CreateEventW(nullptr, FALSE, FALSE, ResultEventName(appId).c_str())) {}
-  ~ResultEvent() { ::CloseHandle(event); }
-  bool IsSignalled() const { return ::WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
-
-  const HANDLE event;
-};
-
-// Each test has an empty data folder and a copy of the program, which may remove itself, in a path with blanks.
+// Each test has empty folders and a copy of the program, which may remove itself, in a path with
+// blanks. Jobs of hosts name an executor that is not there, so that the test can run it itself.
 class Executor : public testing::Test {
  protected:
+  static void SetUpTestSuite() { Dll().setExecutorPath(L"C:\\none\\kupdate-exec.exe"); }
+
   Executor() {
-    static int copies = 0;
-    program_ = ProcessTempFolder() / ("copy " + std::to_string(++copies)) / "kupdate-exec.exe";
     fs::create_directories(program_.parent_path());
-    fs::copy_file(Setting(L"KUPDATE_EXEC"), program_);
+    fs::copy_file(Setting(L"KUPDATE_EXEC"), program_, fs::copy_options::overwrite_existing);
   }
   // Waits for the executors that the service has started: they work in the data folder.
   ~Executor() override {
@@ -68,29 +43,33 @@ class Executor : public testing::Test {
       return service_.Count("\"event\":\"notify\"") <=
              service_.Count("\"event\":\"notify_exit\"") + service_.Count("\"event\":\"problem\"");
     }));
+    SetUpTestSuite();
   }
 
   int Jobs() const { return service_.Count("\"call\":\"CreateJob\""); }
   // The exit code. The path of the program is not quoted.
-  unsigned Run(const std::wstring& arguments, HANDLE output = nullptr) const {
-    return EndOf(StartProgram(program_, program_.wstring() + L" " + arguments, output));
+  unsigned Run(const std::wstring& arguments) const {
+    return testing_dll::Run(program_, program_.wstring() + L" " + arguments);
   }
+  // What the program writes to the stream that it inherits.
   std::string OutputOf(const std::wstring& arguments) const {
     const fs::path file = ProcessTempFolder() / "output.txt";
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    const HANDLE output = ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
-                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    Run(arguments, output);
-    ::CloseHandle(output);
+    const int own = ::_dup(1), output = ::_wopen(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::_dup2(output, 1);
+    ::_close(output);
+    Run(arguments);
+    ::_dup2(own, 1);
+    ::_close(own);
     return ReadBytes(file);
   }
-  // Waits until all jobs have transferred or failed; returns the newest one's arguments of the executor.
+  // Waits until all jobs have transferred or failed; returns the newest one's arguments of the
+  // executor.
   std::wstring ArgumentsOfNewestJob() const {
     EXPECT_TRUE(service_.WaitFor("\"event\":\"notify\"", Jobs()));
     const std::regex notice("\"event\":\"notify\",.*kupdate-exec\\.exe ((?:[^\"\\\\]|\\\\.)*)\"");
+    std::smatch match;
     std::string arguments;
     for (const std::string& line : service_.Journal()) {
-      std::smatch match;
       if (std::regex_search(line, match, notice)) arguments = match[1];
     }
     return WidenUtf8(std::regex_replace(arguments, std::regex("\\\\(.)"), "$1"));
@@ -98,21 +77,11 @@ class Executor : public testing::Test {
 
   const DataHome home_;
   const TransferService service_;
-  fs::path program_;
+  const fs::path program_ = ProcessTempFolder() / "a copy" / "kupdate-exec.exe";
 };
 
-// The paths of all that is below a folder.
-std::string ContentOf(const fs::path& folder) {
-  std::string paths;
-  std::error_code ignored;
-  for (const auto& entry : fs::recursive_directory_iterator(folder, ignored)) {
-    paths += entry.path().string() + "\n";
-  }
-  return paths;
-}
-
-fs::path FeedFile(const Host& host) {
-  return TempFolder() / WidenUtf8("kupdate-versioninfo-" + host.appId + ".xml");
+fs::path FeedFile(const App& app) {
+  return fs::temp_directory_path() / ("kupdate-versioninfo-" + app.appId + ".xml");
 }
 
 }  // namespace
@@ -120,7 +89,7 @@ fs::path FeedFile(const Host& host) {
 TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
   const std::string newer = Publish("newer.rss", FeedWith("2.0.0.0"));
   const struct {
-    std::string feedUrl;
+    std::string feed;
     const char* control;
     const char* upgrade;  // afterwards; it was not written before
     const char* news;     // of the dialog that is not shown
@@ -133,37 +102,36 @@ TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
       {newer, "vanish all", "", "", false},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.feedUrl + c.control);
+    SCOPED_TRACE(c.feed + c.control);
     const DataHome home;
-    const Host host("my app", c.feedUrl);
-    host.Start();
+    const App app{"my app", c.feed};
+    app.Start();
     const std::wstring arguments = ArgumentsOfNewestJob();
-    TAppInfo2(host.appId).SetNeedDialogArterCheck(true);
+    TAppInfo2(app.appId).SetNeedDialogArterCheck(true);
     service_.Control(c.control);
-    const ResultEvent result(host.appId);
+    const UniqueHandle result = ResultEvent(app.appId);
     const LogCapture log(RoamingFolder() / "kupdate-exec-my app.log");
     const std::int64_t before = std::time(nullptr);
     EXPECT_EQ(Run(arguments), 0u);
     service_.Control({});
-    EXPECT_TRUE(result.IsSignalled());
-    EXPECT_EQ(host.Record("UpgradeAvailable"), c.upgrade);
-    const std::int64_t next = ParseInt64(host.Record("NextCheckTime")) - before - 86400;
+    EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled);
+    EXPECT_EQ(app.Record("UpgradeAvailable"), c.upgrade);
+    const std::int64_t next = ParseInt64(app.Record("NextCheckTime")) - before - 86400;
     EXPECT_EQ(next >= 0 && next <= 3700, c.isScheduled) << next;
-    EXPECT_FALSE(fs::exists(FeedFile(host)));
-    EXPECT_EQ(host.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
+    EXPECT_FALSE(fs::exists(FeedFile(app)));
+    EXPECT_EQ(app.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
     EXPECT_TRUE(log.Has(c.news));
   }
 }
 
 TEST_F(Executor, DoesNotBringARecordBackToLife) {
-  const Host host("left", Publish("newer.rss", FeedWith("2.0.0.0")));
-  host.Start();
+  const App app{"left", Publish("newer.rss", FeedWith("2.0.0.0"))};
+  app.Start();
   const std::wstring arguments = ArgumentsOfNewestJob();
-  fs::remove(host.File("appinfo.xml"));
-  fs::remove_all(LocalFolder() / host.appId);
+  fs::remove(app.File("appinfo.xml"));
+  fs::remove_all(LocalFolder() / app.appId);
   EXPECT_EQ(Run(arguments), 0u);
-  for (const fs::path& file :
-       {host.File("appinfo.xml"), LocalFolder() / host.appId, FeedFile(host)}) {
+  for (const fs::path& file : {app.File("appinfo.xml"), LocalFolder() / app.appId, FeedFile(app)}) {
     EXPECT_FALSE(fs::exists(file)) << file;
   }
 }
@@ -171,19 +139,19 @@ TEST_F(Executor, DoesNotBringARecordBackToLife) {
 TEST_F(Executor, AnswersAnInstallWithoutAnUpdate) {
   const fs::path file = home_.AppFolder("app") / "updinfo.xml";
   WriteBytes(file, "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
-  const ResultEvent result("app");
+  const UniqueHandle result = ResultEvent("app");
   EXPECT_EQ(Run(L" --appid app --silent-update-check"), 0u);
-  EXPECT_TRUE(result.IsSignalled());
+  EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled);
   EXPECT_EQ(ValueOf(file, "DistroExitCode"), "-1001");
 }
 
 TEST_F(Executor, TellsPeople) {
-  Host("status app", HttpUrl("slow/none")).Start();
+  App{"status app", HttpUrl("slow/none")}.Start();
   ArgumentsOfNewestJob();
   const std::pair<const wchar_t*, const char*> cases[] = {
       {L"--help", "--silent-update-check"},
       {L"--version", "kupdate-exec 1."},
-      {L"--status", "TEST BUILD. Updates need a manifest signed with one of these keys: "},
+      {L"--status", "a build folder. Updates need a manifest signed with one of these keys: "},
       {L"--status", "Application \"status app\""},
       {L"--status", "check of status app"},
       {L"--status --appid status app --json", "{\"program\":"},
@@ -199,10 +167,10 @@ TEST_F(Executor, TellsPeople) {
 }
 
 TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
-  const Host host("old", {}, Publish("report", "ok"));
-  host.Start();
+  const App app{"old", {}, Publish("report", "ok")};
+  app.Start();
   const std::wstring arguments = ArgumentsOfNewestJob();
-  const fs::path block = host.File("in_work_0.xml");
+  const fs::path block = app.File("in_work_0.xml");
   const auto made = fs::last_write_time(block);
   const auto isTakenBack = [&](int ageDays, const std::wstring& command) {
     fs::last_write_time(block, made - std::chrono::hours(24 * ageDays));
@@ -216,10 +184,10 @@ TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
 
 TEST_F(Executor, LeavesTheNewestOfSeveralChecks) {
   Publish("big.rss", std::string(200000, 'x'));
-  const Host host("many", HttpUrl("slow/big.rss"));
+  const App app{"many", HttpUrl("slow/big.rss")};
   Dll().setExecutorPath(program_.c_str());
-  host.Start();
-  Dll().forceUpdateCheck(host.appId.c_str(), false);
+  app.Start();
+  Dll().forceUpdateCheck(app.appId.c_str(), false);
   EXPECT_EQ(Jobs(), 2);
   for (int i = 0; i < 2; ++i) {
     Run(kNoJob);
@@ -231,51 +199,53 @@ TEST_F(Executor, ForgetsAnApplicationWhoseUninstallIsDelivered) {
   for (const bool isReinstalled : {false, true}) {
     SCOPED_TRACE(isReinstalled);
     const DataHome home;
-    Host("stayer").Start();  // else the program would go with its last application
-    const Host host("leaver", {}, Publish("report", "ok"));
-    host.Start();
+    App{"stayer"}.Start();  // else the program would go with its last application
+    const App app{"leaver", {}, Publish("report", "ok")};
+    app.Start();
     Run(ArgumentsOfNewestJob());
-    host.Uninstall();
+    Dll().onApplicationUninstall(app.appId.c_str());
     const std::wstring arguments = ArgumentsOfNewestJob();
-    if (isReinstalled) host.Start();
+    if (isReinstalled) app.Start();
     EXPECT_EQ(Run(arguments), 0u);
-    EXPECT_EQ(fs::exists(host.File("appinfo.xml")), isReinstalled);
-    EXPECT_TRUE(fs::exists(host.File("statistics.xml")));
+    EXPECT_EQ(fs::exists(app.File("appinfo.xml")), isReinstalled);
+    EXPECT_TRUE(fs::exists(app.File("statistics.xml")));
   }
 }
 
 TEST_F(Executor, ReportsAnUndeliveredUninstallOnceMore) {
-  Host("stayer").Start();
-  const Host host("unheard", {}, HttpUrl("missing"));
-  host.Start();
+  App{"stayer"}.Start();
+  const App app{"unheard", {}, HttpUrl("missing")};
+  app.Start();
   Run(ArgumentsOfNewestJob());
-  host.Uninstall();
+  Dll().onApplicationUninstall(app.appId.c_str());
   for (const bool isPeriodOver : {false, true}) {
     const std::wstring arguments = ArgumentsOfNewestJob();
-    if (isPeriodOver) TAppInfo2(host.appId).ForgetPingTimes();
+    if (isPeriodOver) TAppInfo2(app.appId).ForgetPingTimes();
     const int sent = Jobs();
     EXPECT_EQ(Run(arguments), 0u);
     EXPECT_EQ(Jobs(), sent + isPeriodOver);
-    host.Uninstall();
+    Dll().onApplicationUninstall(app.appId.c_str());
   }
 }
 
 TEST_F(Executor, IsRemovedByTheLastUninstall) {
   const std::string report = Publish("report", "ok");
-  const Host host("last", {}, report), other("other", {}, report);
+  // The library notes the path in the record of the application that called it last: let it be this.
+  TextFrom(Dll().getLocale, "last");
   Dll().setExecutorPath(program_.c_str());
-  host.Start();
-  other.Start();
+  for (const char* app : {"last", "other"}) App{app, {}, report}.Start();
   const auto isQuiet = [&] { return service_.Count("\"event\":\"notify_exit\"") == Jobs(); };
   EXPECT_TRUE(Eventually(isQuiet));
   // A wish from days ago; by now another application needs the program.
   WriteBytes(program_.wstring() + L".remove", "last\n");
-  host.Uninstall();
+  Dll().onApplicationUninstall("last");
   EXPECT_TRUE(Eventually(isQuiet));
   EXPECT_TRUE(fs::exists(program_));
   EXPECT_EQ(service_.Count("--suicide"), 0);
-  other.Uninstall();
-  EXPECT_TRUE(Eventually([&] { return ContentOf(program_.parent_path()).empty(); }))
+  Dll().onApplicationUninstall("other");
+  EXPECT_TRUE(Eventually([&] { return fs::is_empty(program_.parent_path()); }))
       << "the program, which was renamed, and the wish";
-  EXPECT_EQ(ContentOf(testing_dll::DataFolder()) + ContentOf(LocalFolder()), "");
+  for (const fs::path& folder : {testing_dll::DataFolder(), LocalFolder()}) {
+    EXPECT_TRUE(!fs::exists(folder) || fs::is_empty(folder)) << folder;
+  }
 }

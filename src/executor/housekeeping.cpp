@@ -23,7 +23,7 @@
 
 namespace {
 
-// A ping's job may take 14 days.
+// The job of a report may take 14 days. An older block without a job was left by a kill.
 constexpr std::uint64_t kMaxSecondsInWork = 15 * kSecondsPerDay;
 
 void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
@@ -31,6 +31,7 @@ void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
     const OwnJob& job = jobs[place];
     LOG_I << "Ending abandoned job:" << job.facts.id;
     const EndedJob ended = EndJob(job.facts.id);
+    // A job that is gone was ended by another process, which also takes care of its block.
     const bool isEnded = ended.end == JobEnd::kCompleted || ended.end == JobEnd::kCancelled;
     if (job.command.kind == CommandKind::kStatCallback && isEnded) {
       SettleBlock(job.command.appId, job.command.blockId, ended.transferred);
@@ -41,6 +42,7 @@ void EndJobs(const std::vector<OwnJob>& jobs, std::uint64_t now) {
 bool IsInWork(const std::vector<JobFacts>& jobs, const std::string& appId, int blockId) {
   return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
     const ExecutorCommand command = ParseExecutorCommand(job.notifyCommandLine, job.notifyProgram);
+    // One of the two ids comes from a folder's name, where case does not matter.
     return command.kind == CommandKind::kStatCallback &&
            EqualsIgnoreCase(std::string_view(command.appId), std::string_view(appId)) &&
            command.blockId == blockId;
@@ -61,17 +63,19 @@ void TakeBackOldBlocks(const std::string& appId, const std::vector<JobFacts>& jo
 void KeepHouse() noexcept {
   try {
     const std::uint64_t now = NowSeconds();
-    // Without the list, no block can be known to lack a job: asking throws then. A job that is
-    // ended here has its block settled here, so the same list serves for both.
+    // Without this list no block is known to lack a job; then this call throws, and nothing is
+    // taken back. The list stays true for the blocks below, because a job that ends here takes its
+    // block along.
     const std::vector<JobFacts> jobs = ListOwnJobs();
     EndJobs(JobsOf(jobs, ModulePath()), now);
     std::vector<std::string> appIds;
     ListAppIds(GetUpdaterLocalFolder({}, CreateFolder::kNo), &appIds);
-    appIds.emplace_back();  // the empty id, whose folder is the one of all
+    appIds.emplace_back();  // the empty id: its folder holds the folders of the others
     for (const std::string& appId : appIds) TakeBackOldBlocks(appId, jobs, now);
   } catch (...) {
     LOG_E << "Housekeeping was not finished.";
   }
+  // These two do not need the service, so they follow also when it does not answer.
   RemoveInstallLeftovers();
   FollowSelfRemovalWish();
 }

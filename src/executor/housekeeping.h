@@ -1,4 +1,4 @@
-// What every run of the executor does at its end, so that nothing is left behind for ever.
+// The work at the end of every run of the executor, so that nothing is left behind.
 #ifndef KUPDATE_EXECUTOR_HOUSEKEEPING_H_
 #define KUPDATE_EXECUTOR_HOUSEKEEPING_H_
 

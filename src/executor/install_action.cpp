@@ -1,8 +1,7 @@
 #include "executor/install_action.h"
 
 #include "appinfo/local_record.h"
-#include "executor/executor_names.h"
-#include "executor/result_signal.h"
+#include "executor/rendezvous.h"
 #include "executor/run.h"
 #include "install/silent_update.h"
 #include "layout/command_line.h"
@@ -14,14 +13,16 @@
 
 namespace {
 
-// What the stores say from now on.
-void WriteCode(const std::string& appId, int code) {
+// Writes the outcome into the stores; false when the host cannot learn it.
+bool WriteCode(const std::string& appId, int code) {
   LOG_I << "ExitCode: " << code;
   TUpdInfo(appId).WriteNumber(key::kDistroExitCode, code);
   if (IsInstalled(code) && IsLiving(appId))
     TAppInfo2(appId).WriteFlag(key::kUpgradeAvailable, false);
   // Last: from here on the host that started this run takes the code for its own.
-  WriteAnswer(appId, InstallAnswer{OwnRunId(), code});
+  if (WriteAnswer(appId, InstallAnswer{OwnRunId(), code})) return true;
+  LOG_E << "The answer to the host cannot be stored.";
+  return false;
 }
 
 }  // namespace
@@ -30,21 +31,22 @@ int RunInstallAction(const ExecutorCommand& command) {
   FileLock lock = ExecutorLock(command.appId);
   const LockScope scope(&lock);
   if (!scope) {
-    // Nothing is written: the answer is the other one's to write.
+    // Nothing is written, because the other executor writes the answer.
     LOG_E << "Another executor works for the application, no installation.";
     return kExitBusy;
   }
-  // Should this process die, no host takes an older code for its own.
+  // If this process dies, no host takes an older code for its own.
   TUpdInfo(command.appId).RemoveValue(key::kDistroExitCode);
-  FinishInstall(command.appId, RunSilentUpdate(command.appId));
-  return kExitDone;
+  return FinishInstall(command.appId, RunSilentUpdate(command.appId));
 }
 
-void FinishInstall(const std::string& appId, int code) noexcept {
+int FinishInstall(const std::string& appId, int code) noexcept {
+  bool isStored = false;
   try {
-    WriteCode(appId, code);
+    isStored = WriteCode(appId, code);
   } catch (...) {
     LOG_E << "Can't write the exit code.";
   }
   SignalResult(appId);
+  return isStored ? kExitDone : kExitNoAnswer;
 }

@@ -1,4 +1,4 @@
-// What happens when a host asks for the update that its check has found.
+// Installing the update that a host's check has found.
 #ifndef KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 #define KUPDATE_EXECUTOR_INSTALL_ACTION_H_
 
@@ -9,11 +9,13 @@ struct ExecutorCommand;
 /// "--silent-update-check": installs the update, writes "DistroExitCode" and signals, on every way
 /// out. Holds the application's check lock from start to end. The codes are those of
 /// RunSilentUpdate.
-/// @return kExitDone: the result is in the record; kExitBusy: nothing was done.
+/// @return kExitDone: the host has its answer; kExitNoAnswer; kExitBusy: nothing was done.
 int RunInstallAction(const ExecutorCommand& command);
 
-/// Writes "DistroExitCode" and signals. A host reads a code that is absent as a success, so this is
-/// for every way out, also an unforeseen one. Throws nothing.
-void FinishInstall(const std::string& appId, int code) noexcept;
+/// Writes "DistroExitCode" and the answer, and signals. A host reads a code that is absent as a
+/// success when this process ends with 0, so this is for every way out, also an unforeseen one.
+/// Throws nothing.
+/// @return the exit code of the process: kExitDone or kExitNoAnswer
+int FinishInstall(const std::string& appId, int code) noexcept;
 
 #endif  // KUPDATE_EXECUTOR_INSTALL_ACTION_H_

@@ -6,6 +6,8 @@
 
 namespace {
 
+// An executor may end such a job earlier than a host may, after a day instead of a month, because
+// it also confirms or takes back the block of a report.
 bool IsStale(const JobFacts& job, std::uint64_t now) {
   const bool standsStill = job.state == JobState::kError || job.state == JobState::kTransferred ||
                            job.state == JobState::kSuspended;
@@ -23,7 +25,7 @@ JobPurpose PurposeOf(const OwnJob& job) {
   }
 }
 
-// A transferred one is its program's to judge.
+// The program of a transferred job judges its size.
 bool IsEndless(const OwnJob& job) {
   return job.facts.state != JobState::kTransferred &&
          IsTooLarge(PurposeOf(job), job.facts.bytesTransferred);
@@ -49,12 +51,14 @@ bool IsReplaced(const std::vector<OwnJob>& jobs, std::size_t index) {
   return false;
 }
 
+// Reports are worth most: one that is ended must be sent once more, while a check comes again every
+// day.
 int Worth(const OwnJob& job) {
   if (job.command.kind == CommandKind::kStatCallback) return 2;
   return job.command.kind == CommandKind::kUpdateCheck ? 1 : 0;
 }
 
-// The least wanted of the jobs that are not marked; there is one.
+// The least wanted of the jobs that are not marked. At least one is not marked.
 std::size_t LeastWanted(const std::vector<OwnJob>& jobs, const std::vector<bool>& marked) {
   std::size_t least = jobs.size();
   for (std::size_t i = 0; i < jobs.size(); ++i) {

@@ -11,7 +11,7 @@
 #include "layout/command_line.h"
 #include "transfer/job.h"
 
-/// A job and what its notify command line asks for; kNone for a job without one.
+/// A job and the command in its notify command line; kNone for a job without one.
 struct OwnJob {
   JobFacts facts;
   ExecutorCommand command;
@@ -26,8 +26,8 @@ std::vector<OwnJob> JobsOf(const std::vector<JobFacts>& jobs, std::wstring_view 
 ///   before it came back;
 /// - one that has transferred more than it may, and goes on;
 /// - an update check into the same file as a newer one;
-/// - what is more than kMaxOwnJobs: first those without a
-///   command, then checks, then pings, the oldest first.
+/// - the jobs above kMaxOwnJobs: first those without a command, then checks, then reports, the
+///   oldest first.
 /// @param now  seconds since 1970-01-01 UTC
 std::vector<std::size_t> JobsToEnd(const std::vector<OwnJob>& jobs, std::uint64_t now);
 

@@ -1,4 +1,4 @@
-// kupdate-exec.exe: what the library and the transfer service start.
+// kupdate-exec.exe: the program that the library and the transfer service start.
 //
 // Linked for the subsystem without a console: the transfer service decides how it starts a notify
 // program, and a console program would show a window to the user each time. Help and status still
@@ -11,9 +11,9 @@
 
 namespace {
 
-// The folder that this program lies in belongs to the user, and anything may be put there. What the
-// system's own DLLs load by bare names comes from the system's folder too. Windows 7 without its
-// update of 2011 lacks this.
+// The user can write into the folder of this program, and any file may lie there. So DLLs that the
+// system's own DLLs load by bare names come from the system's folder too. Windows 7 without its
+// update of 2011 lacks this function.
 void LoadFromSystemOnly() {
   const auto set = reinterpret_cast<decltype(&::SetDefaultDllDirectories)>(reinterpret_cast<void*>(
       ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories")));
@@ -25,7 +25,7 @@ void LoadFromSystemOnly() {
 int wmain() {
   LoadFromSystemOnly();
   try {
-    // No box of the system's either, should this program or one that it loads crash.
+    // The system shows no box either when this program, or one that it starts, crashes.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     LoadLogLevel();
     return RunCommand(ParseExecutorCommand(::GetCommandLineW(), ModulePath()));

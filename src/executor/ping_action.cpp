@@ -7,7 +7,7 @@
 #include "controller/scheduled_jobs.h"
 #include "executor/app_files.h"
 #include "executor/block_confirm.h"
-#include "executor/executor_names.h"
+#include "executor/run.h"
 #include "executor/self_removal.h"
 #include "layout/command_line.h"
 #include "layout/file_names.h"
@@ -24,7 +24,8 @@ namespace {
 
 void TakeBack(const std::string& appId, int blockId, TLocker* lock) {
   TStatCtrl(appId, lock).Rollback(blockId);
-  // Only for an application that hosts registered: the folders in LocalLow are anybody's.
+  // Only for an application that hosts registered: any process of the user can make folders in
+  // LocalLow.
   const std::optional<LocalRecord> record = ReadLocalRecord(appId);
   TAppInfo2 app(appId);
   const StoreChanges one(app);
@@ -60,16 +61,18 @@ int RunPingAction(const ExecutorCommand& command) {
   const EndedJob job = EndJob(command.jobId);
   if (job.end == JobEnd::kAlive) {
     LOG_E << "The job cannot be ended:" << command.jobId;
-    return 1;
+    return kExitJobAlive;
   }
   if (job.end == JobEnd::kGone) {
-    // The process that ended it took care of its block, which may be in use for another report by
-    // now.
+    // The process that ended it took care of its block. By now another report may use the block's
+    // number.
     LOG_I << "The job is gone:" << command.jobId;
-    return 0;
+    return kExitDone;
   }
   SettleBlock(command.appId, command.blockId, job.transferred);
-  FreshTempFile(ReportAnswerFile(command.appId));  // the answer says nothing
+  // The server's answer says nothing; this deletes it.
+  FreshTempFile(ReportAnswerFile(command.appId));
+  // Only a note: the end of the run looks whether an application still needs the program.
   if (command.suicide) WishSelfRemoval(command.appId);
-  return 0;
+  return kExitDone;
 }

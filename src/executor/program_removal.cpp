@@ -17,12 +17,12 @@ std::wstring SystemProgram(const wchar_t* name) {
   return length > 0 && length <= MAX_PATH ? std::wstring(folder) + L'\\' + name : std::wstring();
 }
 
-// The command interpreter waits for this process by trying: ten times, once a second. The line is
-// kept to what every interpreter of that name understands.
+// The command interpreter tries to delete the file ten times, once a second, until this process has
+// ended. The line uses only what every interpreter of that name understands.
 bool DeleteWhenEnded(const std::wstring& path) {
   const std::wstring shell = SystemProgram(L"cmd.exe");
   const std::wstring pause = SystemProgram(L"ping.exe");
-  // It would replace what stands between percent signs, even in quotes.
+  // The interpreter would replace a text between percent signs, even in quotes.
   if (shell.empty() || pause.empty() || path.find(L'%') != path.npos) return false;
   std::wstring commandLine = L"\"";
   commandLine.append(shell)
@@ -38,8 +38,10 @@ bool DeleteWhenEnded(const std::wstring& path) {
 }  // namespace
 
 bool RemoveRunningProgram(const std::wstring& path) {
+  // A name of its own: an earlier file may still wait to be deleted.
   const std::wstring renamed = path + L"." + WidenUtf8(NewGuidText()) + L".old";
   if (!FileSystem::RenameFile(NarrowUtf8(path), NarrowUtf8(renamed))) return false;
+  // The second way needs an administrator, so it is only the last resort.
   if (!DeleteWhenEnded(renamed) &&
       !::MoveFileExW(renamed.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT)) {
     LOG_E << "The program stays as" << renamed << kLastError;

@@ -6,7 +6,7 @@
 #include "executor/housekeeping.h"
 #include "executor/install_action.h"
 #include "executor/ping_action.h"
-#include "executor/result_signal.h"
+#include "executor/rendezvous.h"
 #include "executor/status.h"
 #include "install/silent_update.h"
 #include "layout/command_line.h"
@@ -28,7 +28,7 @@ constexpr char kHelp[] =
     "  kupdate-exec --help\n"
     "  kupdate-exec --version\n"
     "  kupdate-exec --status [--appid ID] [--json]\n"
-    "      what is registered, when it is next due, what waits, which jobs run\n"
+    "      shows applications, their next checks and reports, waiting data and jobs\n"
     "\n"
     "For the library and the transfer service:\n"
     "  kupdate-exec --appid ID --update-check --file \"FILE\" --job {JOB}\n"
@@ -36,7 +36,8 @@ constexpr char kHelp[] =
     "  kupdate-exec --appid ID --silent-update-check\n"
     "  kupdate-exec --job {JOB}\n"
     "\n"
-    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy.\n";
+    "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy,\n"
+    "4 an installation's answer could not be stored.\n";
 
 int RunBareJob(const ExecutorCommand& command) {
   return EndJob(command.jobId).end == JobEnd::kAlive ? kExitJobAlive : kExitDone;
@@ -55,10 +56,12 @@ int RunAction(const ExecutorCommand& command) {
   }
 }
 
-// Whatever went wrong: a job that can be ended is, and a host that waits is woken.
+// After any failure: ends the job where that is possible, and wakes a host that waits.
 int RescueFrom(const ExecutorCommand& command) noexcept {
   LOG_E << "Unhandled exception.";
-  if (command.kind == CommandKind::kSilentUpdate) FinishInstall(command.appId, kInstallFailed);
+  if (command.kind == CommandKind::kSilentUpdate) {
+    return FinishInstall(command.appId, kInstallFailed);
+  }
   const int code = command.jobId.empty() ? kExitDone : RunBareJob(command);
   if (command.kind == CommandKind::kUpdateCheck && code == kExitDone) SignalResult(command.appId);
   return code;
@@ -69,12 +72,13 @@ int RunLogged(const ExecutorCommand& command) noexcept {
   try {
     StartLog(LogFile(command.appId), {});
     JustUtil::OutBanner();
-    // The jobs that are made here shall start this program, wherever it lies.
+    // Jobs that this process makes start this program again, wherever it lies.
     TUpdaterController::SetExecutorPath(ModulePath().c_str());
     code = RunAction(command);
   } catch (...) {
     code = RescueFrom(command);
   }
+  // After the action, whose answer a host may wait for.
   KeepHouse();
   LOG_I << "Exit code:" << code;
   return code;
@@ -107,6 +111,6 @@ int RunCommand(const ExecutorCommand& command) noexcept {
         return RunLogged(command);
     }
   } catch (...) {
-    return kExitUsage;  // nothing but memory can be short here
+    return kExitUsage;  // only a lack of memory leads here
   }
 }

@@ -10,6 +10,7 @@ constexpr int kExitDone = 0;
 constexpr int kExitJobAlive = 1;  ///< it could be neither completed nor cancelled
 constexpr int kExitUsage = 2;     ///< the command line asks for nothing, and names no job
 constexpr int kExitBusy = 3;      ///< another executor worked for the application for too long
+constexpr int kExitNoAnswer = 4;  ///< an installation has ended, but its answer cannot be stored
 
 /// Does what the command asks for. Help, version and status are printed; everything else is logged,
 /// in "kupdate-exec-" and the application id and ".log", and is followed by housekeeping. Throws

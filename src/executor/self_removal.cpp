@@ -5,7 +5,6 @@
 
 #include "appinfo/app_info2.h"
 #include "executor/app_files.h"
-#include "executor/executor_names.h"
 #include "executor/program_removal.h"
 #include "layout/folders.h"
 #include "layout/names.h"
@@ -23,7 +22,7 @@ namespace {
 
 std::wstring NotePath() { return ModulePath() + L".remove"; }
 
-// The ids in the note, one a line.
+// The ids in the note, one in each line.
 std::vector<std::string> NotedApplications() {
   std::vector<std::string> ids;
   const std::string text = FileSystem::ReadFile(NarrowUtf8(NotePath()));
@@ -39,6 +38,7 @@ bool IsNeeded() {
   const std::wstring program = ModulePath();
   const std::wstring defaultProgram = DefaultExecutorPath();
   if (!TAppInfo2::IsApplicationListEmpty(program, defaultProgram)) return true;
+  // The service will start this program for these jobs.
   const std::vector<JobFacts> jobs = ListOwnJobs();
   return std::any_of(jobs.begin(), jobs.end(), [&](const JobFacts& job) {
     return EqualsIgnoreCase(job.notifyProgram, program);
@@ -53,6 +53,7 @@ void WishSelfRemoval(const std::string& appId) {
 
 void FollowSelfRemovalWish() noexcept {
   try {
+    // Nearly every run ends here, so the lists are not read before.
     if (!JustUtil::IsPathExist(NotePath())) return;
     if (IsNeeded()) {
       LOG_I << "The program is to be removed but still needed: a later run will look again.";
@@ -64,7 +65,7 @@ void FollowSelfRemovalWish() noexcept {
     }
     FileSystem::RemoveEmptyFolder(GetUpdaterDataPath({}));
     FileSystem::RemoveEmptyFolder(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)));
-    // The note goes last: after a kill in between, the next run does all this again.
+    // The note goes last. After a kill in between, the next run does all this again.
     LOG_I << "No application needs the program any more: it removes itself.";
     if (RemoveRunningProgram(ModulePath())) FileSystem::DeleteFile(NarrowUtf8(NotePath()));
   } catch (...) {

@@ -71,8 +71,9 @@ JobStatus StatusOf(const JobFacts& job) {
 
 void AddApplications(const ExecutorCommand& command, StatusReport* report) {
   std::vector<std::string> ids;
+  // Folders in LocalLow are no list to act on. They are enough here, where people only look.
   FileSystem::ListFolders(GetUpdaterDataPath({}), &ids);
-  ids.emplace_back();  // the empty id, whose folder is the one of all
+  ids.emplace_back();  // the empty id: its folder holds the folders of the others
   for (const std::string& id : ids) {
     if (command.hasAppId && id != command.appId) continue;
     if (FileSystem::IsFileExist(TAppInfo2(id).Path())) report->apps.push_back(StatusOf(id));
@@ -87,6 +88,7 @@ void AddJobs(const ExecutorCommand& command, StatusReport* report) {
     }
     report->serviceAnswers = true;
   } catch (...) {
+    // A machine without the service is one of the cases that people look into with this.
     report->serviceAnswers = false;
   }
 }

@@ -1,4 +1,4 @@
-// "--status": what the updater knows, read and changed by nothing.
+// "--status": the state of the updater, for people. It only reads.
 #ifndef KUPDATE_EXECUTOR_STATUS_H_
 #define KUPDATE_EXECUTOR_STATUS_H_
 

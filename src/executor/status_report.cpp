@@ -64,6 +64,7 @@ void AddJob(std::string* text, const JobStatus& job) {
 
 std::string Quoted(std::string_view text) {
   std::string json = "\"";
+  // There and back, so that bytes that are no UTF-8 become U+FFFD: JSON has no other form for them.
   for (const char c : NarrowUtf8(WidenUtf8(text))) {
     if (c == '"' || c == '\\') {
       json += '\\';
@@ -143,6 +144,8 @@ std::string LastErrorIn(std::string_view log) {
   while (!log.empty()) {
     const std::string_view line = log.substr(0, log.find('\n'));
     log.remove_prefix(std::min(line.size() + 1, log.size()));
+    // Files and keys that cannot be opened are left out: most do not exist before they are first
+    // written.
     if (line.find(kLevel) == kTimeChars && line.find(": Can't open ") == line.npos) {
       found = line.substr(kTimeChars + 1);
     }

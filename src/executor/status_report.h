@@ -15,7 +15,7 @@ struct AppStatus {
   std::string executor;         ///< the program that the host named; empty: the default one
   std::uint64_t nextCheck = 0;  ///< in the past: due
   std::uint64_t nextPing = 0;
-  std::string update;  ///< the version that the last check found; empty: none
+  std::string update;  ///< the version that the last check found; empty: no update
   bool statisticsWait = false;
   std::vector<int> blocksInWork;
   std::string lastError;  ///< the last error in its log
@@ -27,21 +27,21 @@ struct JobStatus {
   std::string purpose;  ///< "check", "ping" or "download"
   std::string appId;
   std::uint64_t created = 0;
-  std::uint32_t error = 0;  ///< the service's code; 0: none
+  std::uint32_t error = 0;  ///< the service's code; 0: no error
 };
 
 struct StatusReport {
   std::string program;
   std::string version;
-  std::string trust;  ///< which updates are installed, or why none is
+  std::string trust;  ///< which updates are installed, or why no update is
   bool serviceAnswers = false;
   std::vector<AppStatus> apps;
   std::vector<JobStatus> jobs;
 };
 
-/// The last error in the text of a log, from its level on; empty when there is none. That a file or
-/// a registry key cannot be opened is none: most are not there before they are first written, and
-/// whoever cannot go on without one logs a line of its own.
+/// The last error in the text of a log, from its level on; empty without one. A file or a registry
+/// key that cannot be opened does not count: most are not there before they are first written, and
+/// a caller that cannot go on without one logs a line of its own.
 std::string LastErrorIn(std::string_view log);
 
 std::string ReadableStatus(const StatusReport& report, std::uint64_t now);

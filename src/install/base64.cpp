@@ -25,6 +25,7 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
     bytes += static_cast<char>(bits >> bitCount & 0xFF);
     bits &= (1U << bitCount) - 1;
   }
+  // Bits that belong to no byte: the same bytes would have several spellings.
   if (bits != 0) return {};
   return bytes;
 }

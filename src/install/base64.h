@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// The bytes that `text` stands for; nothing when it is not the one way to write them: another
-/// character (blanks and line ends too), wrong padding, or bits set that belong to no byte.
+/// The bytes that `text` stands for. Nothing when it is not their one spelling: another character
+/// (blanks and line ends too), wrong padding, or bits set that belong to no byte.
 std::optional<std::string> DecodeBase64(std::string_view text);
 
 #endif  // KUPDATE_INSTALL_BASE64_H_

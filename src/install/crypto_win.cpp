@@ -22,13 +22,14 @@ SYSTEM_FUNCTION("bcrypt.dll", BCryptOpenAlgorithmProvider);
 SYSTEM_FUNCTION("bcrypt.dll", BCryptVerifySignature);
 }  // namespace crypt
 
-// What is closed was opened by functions of the same DLL.
+// Find() gives the function wherever there is something to close: another function of the same DLL
+// has opened it.
 void CloseAlgorithm(BCRYPT_ALG_HANDLE algorithm) {
   const auto close = crypt::BCryptCloseAlgorithmProvider.Find();
   if (algorithm && close) close(algorithm, 0);
 }
 
-// The system's functions take what they only read as not constant.
+// The system's functions declare even their input as not constant.
 PUCHAR BytesOf(std::string_view text) {
   return reinterpret_cast<PUCHAR>(const_cast<char*>(text.data()));
 }
@@ -36,6 +37,7 @@ PUCHAR BytesOf(std::string_view text) {
 class UniqueAlgorithm {
  public:
   explicit UniqueAlgorithm(const wchar_t* name) {
+    // Negative results are failures, here and below.
     if (crypt::BCryptOpenAlgorithmProvider(&handle_, name, nullptr, 0) < 0) handle_ = nullptr;
   }
   ~UniqueAlgorithm() { CloseAlgorithm(handle_); }
@@ -84,6 +86,7 @@ Hasher::Hasher(DigestKind kind) {
 }
 
 Hasher::~Hasher() {
+  // The hash object uses the algorithm, so it goes first.
   const auto destroy = crypt::BCryptDestroyHash.Find();
   if (hash_ && destroy) destroy(hash_);
   CloseAlgorithm(algorithm_);

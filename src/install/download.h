@@ -7,18 +7,20 @@
 #include <string>
 #include <string_view>
 
-/// The limits of a download. They hold whatever the server does: the calling thread waits for it
-/// only so long, while threads of the system talk to it.
+/// The limits of a download. They hold whatever the server does: threads of the system talk to it,
+/// and the calling thread stops waiting for them in time.
 struct DownloadRules {
-  std::uint64_t maxBytes = 0;      ///< what is longer is given up as soon as that shows
+  std::uint64_t maxBytes = 0;      ///< a longer content is given up as soon as that shows
   unsigned timeoutSeconds = 3600;  ///< for all of it, redirections included
-  unsigned paceSeconds = 60;  ///< in each such time 1 KiB for each second must come. The head of an
-                              ///< answer may take twice as long
+  /// In each such time 1 KiB must come for each of its seconds. The head of an answer may take
+  /// twice as long.
+  unsigned paceSeconds = 60;
 };
 
 enum class DownloadOutcome {
-  kDone,  ///< everything that the server announced has come
-  kFailed,  ///< refused address, no connection, bad certificate, another status than 200, cut off, slow
+  kDone,     ///< everything that the server announced has come
+  kFailed,   ///< refused address, no connection, bad certificate, another status than 200, cut off,
+             ///< too slow
   kTooLong,  ///< more than the limit
   kNotTaken  ///< `take` refused
 };

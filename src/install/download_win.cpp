@@ -17,8 +17,8 @@
 namespace {
 
 constexpr int kMaxRedirects = 5;
-// The system's own limits for single steps. They are no limit for a server that sends a little now
-// and then, so Patience has the last word.
+// The limits that the system keeps for single steps. A server that sends a little now and then
+// never reaches them, so Patience has the last word.
 constexpr int kTimeoutMilliseconds = 120'000;
 constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 constexpr std::uint64_t kLeastBytesPerSecond = 1024;
@@ -52,7 +52,7 @@ struct InternetTraits {
 };
 using UniqueInternet = Unique<InternetTraits>;
 
-// How long the server is waited for.
+// The time that the server still has.
 class Patience {
  public:
   explicit Patience(const DownloadRules& rules)
@@ -62,7 +62,7 @@ class Patience {
   void BeginContent() { BeginPace(rules_.paceSeconds, kLeastBytesPerSecond * rules_.paceSeconds); }
   void HaveCome(std::uint64_t bytes) { bytes_ += bytes; }
 
-  /// Waits for an event. False, and a line in the log, when the server has had its time.
+  /// Waits for an event. False, and a line in the log, when the server's time is over.
   bool WaitFor(const UniqueHandle& event) {
     for (;;) {
       const std::uint64_t now = SteadyMilliseconds();
@@ -102,7 +102,8 @@ class Patience {
   std::uint64_t bytes_ = 0;
 };
 
-// What the system says of a request, from threads of its own, and where it puts the content.
+// The system's reports about a request, which come on its own threads, and the content that it
+// reads. The system may still write here when the Exchange has ended, so both own the report.
 struct Report {
   UniqueHandle arrived{::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
   DWORD error = 0;
@@ -148,6 +149,7 @@ std::optional<AddressParts> Split(const std::string& url) {
   const std::wstring wide = WidenUtf8(url);
   URL_COMPONENTS parts = {};
   parts.dwStructSize = sizeof parts;
+  // A length other than zero asks for a pointer into the address instead of a copy.
   parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = 1;
   if (!http::WinHttpCrackUrl(wide.c_str(), 0u, 0u, &parts)) return {};
   AddressParts result;
@@ -165,11 +167,12 @@ UniqueInternet OpenSession() {
         http::WinHttpOpen(L"kupdate", access, nullptr, nullptr, DWORD{WINHTTP_FLAG_ASYNC}));
   };
   UniqueInternet session = open(kAutomaticProxy);
+  // Before Windows 8.1 the first call fails. The proxy of the system's own settings is left then.
   if (!session) session = open(WINHTTP_ACCESS_TYPE_DEFAULT_PROXY);
   if (!session) return session;
   http::WinHttpSetTimeouts(session.get(), kTimeoutMilliseconds, kTimeoutMilliseconds,
                            kTimeoutMilliseconds, kTimeoutMilliseconds);
-  // Windows 7 offers no more than TLS 1.0 when not asked, and does not know of 1.3.
+  // Windows 7 offers at most TLS 1.0 unless it is asked for more, and does not know 1.3.
   for (DWORD protocols :
        {WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | kTls13, DWORD{WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2}}) {
     if (http::WinHttpSetOption(session.get(), DWORD{WINHTTP_OPTION_SECURE_PROTOCOLS}, &protocols,
@@ -180,8 +183,8 @@ UniqueInternet OpenSession() {
   return session;
 }
 
-// One request and what it hangs on; closed in the opposite order. Each step that the server has a
-// part in is started, and then waited for with patience.
+// One request with its session and connection, which are closed in the opposite order. A step that
+// needs the server is started first; then Patience limits the wait for its end.
 class Exchange {
  public:
   explicit Exchange(Patience* patience) : patience_(*patience) {}
@@ -202,6 +205,7 @@ class Exchange {
 
   /// Empty when the answer has no such header.
   std::string Header(DWORD which) const {
+    // A longer header does not fit and counts as absent: no address of its length would be fetched.
     wchar_t text[kMaxAddressBytes + 1];
     DWORD bytes = sizeof text;
     if (!http::WinHttpQueryHeaders(request_.get(), which, nullptr, text, &bytes, nullptr)) {
@@ -230,10 +234,11 @@ class Exchange {
     connection_ = UniqueInternet(
         http::WinHttpConnect(session_.get(), address.host.c_str(), address.port, 0u));
     if (!connection_) return false;
+    // REFRESH keeps proxies from answering out of their caches.
     request_ = UniqueInternet(http::WinHttpOpenRequest(
         connection_.get(), L"GET", address.path.c_str(), nullptr, nullptr, nullptr,
         WINHTTP_FLAG_REFRESH | (address.secure ? WINHTTP_FLAG_SECURE : 0u)));
-    // Redirections are looked at here: the rules for addresses hold for them too.
+    // Download follows redirections itself, because the rules for addresses hold for them too.
     DWORD features =
         WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION;
     return request_ &&
@@ -243,6 +248,7 @@ class Exchange {
   }
 
   bool ListenToReports() {
+    // No report comes before the callback is set, so a failure up to then frees the owner here.
     auto owner = std::make_unique<SharedReport>(report_);
     SharedReport* context = owner.get();
     if (!http::WinHttpSetOption(request_.get(), DWORD{WINHTTP_OPTION_CONTEXT_VALUE}, &context,
@@ -259,7 +265,7 @@ class Exchange {
     return true;
   }
 
-  // Waits for a step that was started, or not. False: with the last error.
+  // Waits for the end of a step. False, with the last error, also for a step that did not start.
   bool Await(BOOL isStarted) {
     if (!isStarted) return false;
     if (!patience_.WaitFor(report_->arrived)) {
@@ -286,6 +292,7 @@ DownloadOutcome TakeContent(Exchange& exchange, const DownloadRules& rules,
                             const std::function<bool(std::string_view)>& take) {
   const std::string lengthText = exchange.Header(WINHTTP_QUERY_CONTENT_LENGTH);
   const auto announced = static_cast<std::uint64_t>(ParseInt64(lengthText));
+  // A negative length has become a huge number and ends here too.
   if (announced > rules.maxBytes) {
     LOG_E << "The server announces" << announced << "bytes, at most" << rules.maxBytes
           << "are expected.";
@@ -305,7 +312,7 @@ DownloadOutcome TakeContent(Exchange& exchange, const DownloadRules& rules,
     }
     if (!take(piece)) return DownloadOutcome::kNotTaken;
   }
-  // A connection that ends too soon is not an error to every system.
+  // Not every system reports a connection that ends too soon as an error.
   if (!lengthText.empty() && total != announced) {
     LOG_E << "The server announced" << announced << "bytes and sent" << total << ".";
     return DownloadOutcome::kFailed;
@@ -317,6 +324,7 @@ DownloadOutcome TakeContent(Exchange& exchange, const DownloadRules& rules,
 
 DownloadOutcome Download(const std::string& url, const DownloadRules& rules,
                          const std::function<bool(std::string_view)>& take) {
+  // One deadline for all requests: a server gains no time by redirecting.
   Patience patience(rules);
   std::string address = url;
   for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {

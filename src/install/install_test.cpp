@@ -1,36 +1,205 @@
-// From the recorded update to the installer's code, against a web server, with manifests that
-// OpenSSL signed.
-#include <gtest/gtest.h>
-
+// Downloads, private files, and the way from the recorded update to the installer's code, against a
+// web server, with manifests that OpenSSL signed.
 #include "util/win/windows_lean.h"
 
+#include <aclapi.h>
+#include <sddl.h>
 #include <wincrypt.h>
 
-#include <filesystem>
+#include <chrono>
 #include <functional>
 #include <map>
-#include <vector>
 
 #include "appinfo/local_record.h"
+#include "install/download.h"
 #include "install/manifest.h"
 #include "install/private_file.h"
 #include "install/silent_install.h"
 #include "install/silent_update.h"
 #include "layout/folders.h"
-#include "testing/data_home.h"
-#include "testing/log_capture.h"
 #include "testing/raw_server.h"
 #include "testing/transfer_service.h"
+#include "testing/unit_test.h"
 #include "update/upd_info.h"
 #include "util/text.h"
 #include "util/win/security.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using testing_dll::Setting;
 
-constexpr std::uint64_t kNow = 1'800'000'000;
+// --- downloads ---
+
+constexpr std::uint64_t kLimit = 100'000;
+
+std::string Ok(const std::string& headers) { return "HTTP/1.1 200 OK\r\n" + headers + "\r\n"; }
+std::string Redirect(const std::string& location) {
+  return "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: " + location + "\r\n\r\n";
+}
+
+DownloadOutcome Get(const std::string& url, DownloadRules rules = {kLimit}) {
+  std::uint64_t taken = 0;
+  return Download(url, rules, [&](auto piece) { return (taken += piece.size()) <= kLimit; });
+}
+
+TEST(Download, EveryAnswerHasItsOutcome) {
+  using enum DownloadOutcome;
+  const std::string whole = Ok("Content-Length: 3\r\n") + "abc",
+                    close = Ok("Connection: close\r\n");
+  const auto expect = [&](DownloadOutcome want, const std::string& answer, const char* line = "") {
+    SCOPED_TRACE(answer.substr(0, 100) + line);
+    const RawServer server({{"/", answer}, {"/whole", whole}});
+    const LogCapture log;
+    EXPECT_EQ(Get(server.Url("/")), want);
+    EXPECT_TRUE(log.Has(line));
+  };
+  expect(kDone, whole);
+  expect(kDone, close + "abc");
+  expect(kDone, Ok("Content-Length: 100000\r\n") + std::string(kLimit, 'a'));
+  expect(kDone, Redirect("/whole"));
+  expect(kTooLong, Ok("Content-Length: 100001\r\n") + "a",
+         "The server announces 100001 bytes, at most 100000 are expected.");
+  expect(kTooLong, close + "...", "The server sends more than the expected 100000 bytes.");
+  expect(kFailed, Ok("Content-Length: 100\r\n") + "a");
+  expect(kFailed, "");
+  expect(kFailed, "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "answers 404");
+  expect(kFailed, "HTTP/1.1 206 Partial Content\r\nContent-Length: 1\r\n\r\na", "answers 206");
+  expect(kFailed, Redirect("file:///C:/a"), "The redirection is not followed: file:///C:/a");
+  expect(kFailed, Redirect("/"), "Too many redirections: http");
+  const RawServer endless(std::map<std::string, std::string>{{"/", close + "..."}});
+  const auto none = [](std::string_view) { return false; };
+  EXPECT_EQ(Download(endless.Url("/"), {~std::uint64_t{0}}, none), kNotTaken);
+}
+
+TEST(Download, NoServerMakesItLast) {
+  const std::string ok = Ok("Content-Length: 40960\r\n"), enough(1024, 'x');
+  const DownloadRules pace{kLimit, 60, 1}, end{kLimit, 1, 60};
+  // Without a line the download is done.
+  const auto expect = [](const char* line, DownloadRules rules, const std::string& head,
+                         const std::string& drop) {
+    SCOPED_TRACE(head + drop.substr(0, 1) + line);
+    const RawServer server(head, drop);
+    const LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Get(server.Url("/"), rules),
+              *line ? DownloadOutcome::kFailed : DownloadOutcome::kDone);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+    EXPECT_TRUE(log.Has(line));
+  };
+  expect("too slow: 0 bytes in 2 seconds.", pace, "", "");
+  expect("too slow: 0 bytes in 2", pace, "HTTP/1.1 200 OK\r\n", "X: y\r\n");
+  expect("too slow: 3 bytes in 1 seconds.", pace, ok + "abc", "");
+  expect("too slow:", pace, ok, "x");
+  expect("", pace, ok, enough);
+  expect("too slow: given up after 1 seconds.", end, ok, enough);
+}
+
+// --- private files ---
+
+// Lets everyone write to a sealed folder. Wine allows that to its owner, Windows to no user.
+void Unseal(const fs::path& folder) {
+  EXPECT_TRUE(::SetFileSecurityW(folder.c_str(), DACL_SECURITY_INFORMATION,
+                                 DescriptorOf(L"D:(A;;FA;;;WD)").get()));
+}
+
+TEST(PrivateFile, NoProgramSwapsAHeldFile) {
+  std::wstring folder;
+  {
+    const auto file = PrivateFile::Make(L".exe");
+    ASSERT_TRUE(file);
+    folder = file->Folder();
+    ASSERT_TRUE(file->Append("ab") && file->Append("c"));
+    EXPECT_EQ(ReadBytes(file->Path()), "");
+    ASSERT_TRUE(file->Hold());
+    EXPECT_TRUE(file->IsAlone());
+    const std::wstring other = folder + L"other", path = file->Path();
+    Unseal(folder);
+    WriteBytes(other, "evil");
+    EXPECT_FALSE(file->IsAlone());
+    WriteBytes(path, "evil");
+    EXPECT_FALSE(::MoveFileExW(other.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING));
+    EXPECT_FALSE(::MoveFileExW(path.c_str(), (other + L"2").c_str(), 0));
+    EXPECT_FALSE(::DeleteFileW(path.c_str()));
+    EXPECT_EQ(ReadBytes(path), "abc");
+    EXPECT_EQ(file->Size(), 3u);
+    EXPECT_EQ(file->Digest(DigestKind::kSha256),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(file->Digest(DigestKind::kMd5), "900150983cd24fb0d6963f7d28e17f72");
+  }
+  EXPECT_FALSE(fs::exists(folder));
+}
+
+TEST(PrivateFile, TheUserMayNotAddToItsFolder) {
+  const auto file = PrivateFile::Make(L".exe");
+  ASSERT_TRUE(file);
+  for (std::wstring path : {file->Folder(), file->Path()}) {
+    UniqueDescriptor descriptor;
+    wchar_t* text = nullptr;
+    ::GetNamedSecurityInfoW(path.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                            nullptr, nullptr, nullptr, descriptor.put());
+    ::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
+    // Whatever Wine adds for the system, the user's entry no longer allows everything.
+    const std::string rights = NarrowUtf8(text);
+    EXPECT_NE(rights.find(";;;S-1-5-21-"), rights.npos) << rights;
+    EXPECT_EQ(rights.find(";FA;;;S-1-5-21-"), rights.npos) << rights;
+    ::LocalFree(text);
+  }
+}
+
+TEST(RemoveInstallLeftovers, TakesUnusedFoldersAndFollowsNoLink) {
+  const DataHome home;
+  const fs::path precious = ProcessTempFolder() / "precious", here = fs::current_path();
+  fs::create_directories(precious);
+  WriteBytes(precious / "file", "x");
+  const auto used = PrivateFile::Make(L".exe");
+  auto left = PrivateFile::Make(L".msi");
+  ASSERT_TRUE(used && left);
+  const fs::path kept = fs::path(left->Folder()).parent_path(), below = kept / "below" / "it";
+  left->Keep();
+  left.reset();
+  Unseal(kept);
+  fs::create_directories(below);
+  WriteBytes(below / "file", "x");
+  ::SetFileAttributesW((below / "file").c_str(), FILE_ATTRIBUTE_READONLY);
+  const fs::path base = kept.parent_path(), foreign = base / "not ours";
+  fs::create_directories(foreign);
+  const fs::path links[] = {base / std::string(32, 'a'), base / std::string(32, 'b') / "link"};
+  for (const fs::path& link : links) {
+    fs::create_directories(link.parent_path());
+    LinkFolder(link, precious);
+  }
+  // A program that runs there holds its folder.
+  for (const bool isHeld : {true, false}) {
+    fs::current_path(isHeld ? kept : here);
+    RemoveInstallLeftovers();
+    EXPECT_EQ(fs::exists(below / "file"), isHeld);
+    EXPECT_EQ(fs::exists(kept), isHeld);
+  }
+  EXPECT_TRUE(fs::exists(used->Path()) && fs::exists(foreign));
+  EXPECT_EQ(ReadBytes(precious / "file"), "x");
+  // Wine cannot remove links.
+  for (const fs::path& link : links) UnlinkFolder(link);
+}
+
+TEST(RemoveInstallLeftovers, TakesNothingFromTheCurrentFolderWhereOursIsALink) {
+  const DataHome home;
+  const fs::path ours = GetUpdaterLocalFolder({}, CreateFolder::kYes) + L"Install";
+  const fs::path here = fs::current_path(), elsewhere = ProcessTempFolder() / "elsewhere";
+  const fs::path likeOurs = elsewhere / std::string(32, 'c');
+  fs::create_directories(likeOurs);
+  fs::remove_all(ours);
+  LinkFolder(ours, elsewhere);
+  fs::current_path(elsewhere);
+  RemoveInstallLeftovers();
+  fs::current_path(here);
+  UnlinkFolder(ours);
+  EXPECT_TRUE(fs::exists(likeOurs));
+  EXPECT_FALSE(fs::exists(elsewhere / "install.lock"));
+}
+
+// --- installations ---
+
 constexpr char kRecord[] = "C:\\kupdate-record.txt";
 
 std::string Prepared(const std::string& name) {
@@ -49,9 +218,9 @@ std::string PublicKey(const std::string& name) {
 // The folders of installations.
 std::vector<fs::path> PrivateFolders() {
   std::vector<fs::path> folders;
-  for (const auto& entry :
+  for (const fs::path& path :
        fs::directory_iterator(GetUpdaterLocalFolder("Install", CreateFolder::kYes))) {
-    if (entry.is_directory()) folders.push_back(entry.path());
+    if (fs::is_directory(path)) folders.push_back(path);
   }
   return folders;
 }
@@ -61,28 +230,21 @@ struct Update {
   const DataHome home;
   std::string manifest;
   std::string file = ReadBytes(Setting(L"KUPDATE_TEST_INSTALLER"));
-  std::map<std::string, std::string> values = {{"VerMajor", "2"}, {"VerBuild", "1"}};
+  std::map<std::string, std::string> values = {
+      {"VerMajor", "2"}, {"VerBuild", "1"}, {"DistroUrl", testing_dll::HttpUrl("update")}};
   LocalRecord record{MakeVersion(1, 0, 0, 0), "win", "", /*release=*/true, /*removed=*/false};
-  InstallSettings settings;
+  InstallSettings settings{.trust = {}, .now = 1'800'000'000};
+  std::vector<PublisherKey>& keys = settings.trust.publicKeys;
   std::function<void()> happens;  // when the file is asked for
 
-  // The feed says what the manifest says.
+  // The feed says what the manifest says. The publisher's key may sign for all applications.
   explicit Update(const std::string& name) : manifest(Prepared(name + ".sig")) {
     Manifest parsed;
     EXPECT_EQ(ParseManifest(manifest, &parsed), "");
-    values["DistroUrl"] = testing_dll::HttpUrl("update");
     const bool isMsi = parsed.starter == Starter::kMsi;
     if (isMsi) values["DistroStarter"] = "msi";
     values[isMsi ? "MSIArgs" : "DistroArgs"] = parsed.args;
-    settings.now = kNow;
-    Trust({});
-  }
-
-  // The publisher's key, for these applications.
-  void Trust(std::vector<std::string> apps) {
-    settings.trust.publicKeys = {{"no key", {}},
-                                 {PublicKey("other"), {"nothing"}},
-                                 {PublicKey("publisher"), std::move(apps)}};
+    keys = {{"no key", {}}, {PublicKey("other"), {"nothing"}}, {PublicKey("publisher"), {}}};
   }
 
   int Install() {
@@ -93,8 +255,7 @@ struct Update {
       const bool isFile = !request.ends_with(".sig");
       if (isFile) happens();
       const std::string& content = isFile ? file : manifest;
-      return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" +
-             content;
+      return Ok("Content-Length: " + std::to_string(content.size()) + "\r\n") + content;
     });
     if (happens) values["DistroUrl"] = own.Url("/update");
     fs::remove(kRecord);
@@ -104,12 +265,9 @@ struct Update {
     return InstallUpdate("app", settings);
   }
 
-  // Puts a library beside the file. Wine allows that to the owner of the folder, Windows to no user.
-  static void AddLibrary() {
-    const fs::path folder = PrivateFolders().front();
-    ::SetFileSecurityW(folder.c_str(), DACL_SECURITY_INFORMATION,
-                       DescriptorOf(L"D:(A;;FA;;;WD)").get());
-    WriteBytes(folder / "version.dll", "evil");
+  void AddLibrary() const {
+    Unseal(PrivateFolders().front());
+    WriteBytes(PrivateFolders().front() / "version.dll", "evil");
   }
   void Remove() {
     record.removed = true;
@@ -118,26 +276,22 @@ struct Update {
 };
 
 TEST(Install, ThePublishersFileIsRunAsItDeclares) {
-  const struct {
-    const char* label;
-    unsigned code;
-    std::string arguments;  // as they stand in the manifest
-    VersionNumber version;  // that the record has then
-  } rows[] = {{"good", 7, " /code=7 \"a b\"", MakeVersion(1, 0, 0, 0)},
-              {"restart", 3010, " /code=3010", MakeVersion(2, 0, 0, 1)},
-              {"crash", 0xC0000005, " /crash", MakeVersion(1, 0, 0, 0)}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.label);
-    Update update(row.label);
-    update.Trust({"other", "app"});
-    EXPECT_EQ(update.Install(), static_cast<int>(row.code));
+  const auto expect = [](const char* manifest, unsigned code, const std::string& arguments,
+                         bool isInstalled) {
+    SCOPED_TRACE(manifest);
+    Update update(manifest);
+    update.keys.back().apps = {"other", "app"};
+    EXPECT_EQ(update.Install(), static_cast<int>(code));
     const std::string line = ReadBytes(kRecord);
     EXPECT_TRUE(line.starts_with("\"C:\\users\\")) << line;
-    EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + row.arguments)) << line;
+    EXPECT_TRUE(line.ends_with(".exe\" /record=C:\\kupdate-record.txt" + arguments)) << line;
     EXPECT_TRUE(PrivateFolders().empty());
-    update.record.version = row.version;
+    if (isInstalled) update.record.version = MakeVersion(2, 0, 0, 1);
     EXPECT_EQ(ReadLocalRecord("app"), update.record);
-  }
+  };
+  expect("good", 7, " /code=7 \"a b\"", false);
+  expect("restart", 3010, " /code=3010", true);
+  expect("crash", 0xC0000005, " /crash", false);
 }
 
 TEST(Install, MsiIsOpenedByTheSystemsInstaller) {
@@ -162,58 +316,45 @@ TEST(Install, AnInstallerThatGoesOnIsLeftAloneUntilItEnds) {
 }
 
 TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
-  const struct {
-    const char* manifest;
-    void (*change)(Update&);
-    int want;
-    const char* line;
-  } rows[] = {
-      {"good", [](Update& u) { u.settings.trust = {}; }, kInstallNotTrusted,
-       "No update is ever run: this build knows no publisher's key."},
-      {"good", [](Update& u) { u.settings.trust.publicKeys.pop_back(); }, kInstallNotTrusted,
-       "no key of this build signed it."},
-      {"other-key", [](Update&) {}, kInstallNotTrusted,
-       "the key that signed it is bound to other applications."},
-      {"good", [](Update& u) { ++u.manifest[u.manifest.find("2099")]; }, kInstallNotTrusted,
-       "no key of this build signed it."},
-      {"expired", [](Update&) {}, kInstallNotTrusted, "it has expired."},
-      {"good", [](Update& u) { u.record.platform = "mac"; }, kInstallNotTrusted,
-       "it is for another platform."},
-      {"good", [](Update& u) { u.record.version = MakeVersion(3, 0, 0, 0); }, kInstallNothing,
-       "version 2.0.0.1 is not above the application's, 3.0.0.0"},
-      {"good", [](Update& u) { u.manifest.clear(); }, kInstallDownloadFailed,
-       "The manifest could not be fetched."},
-      {"good", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); }, kInstallNotTrusted,
-       "it is too long."},
-      {"good", [](Update& u) { u.file.back() ^= 1; }, kInstallWrongContent,
-       "The file's SHA-256 is not the declared one."},
-      {"good", [](Update& u) { u.file += '\0'; }, kInstallWrongContent,
-       "The file is longer than declared."},
-      {"good", [](Update& u) { u.file.clear(); }, kInstallWrongContent, ""},
-      {"good", [](Update& u) { u.values["DistroMD5"] = std::string(32, '0'); },
-       kInstallWrongContent, "The file's MD5 is not the declared one."},
-      {"no-program", [](Update& u) { u.file = Prepared("no-program"); }, kInstallCannotStart, ""},
-      {"good", [](Update& u) { u.values["DistroStarter"] = "bat"; }, kInstallUnknownStarter,
-       "The starter is neither exe nor msi."},
-      {"good", [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; },
-       kInstallBadAddress, "The address is refused: \\\\server\\share\\a.exe"},
-      // During the download.
-      {"good", [](Update& u) { u.happens = u.AddLibrary; }, kInstallNotTrusted,
-       "The file is not alone in its folder."},
-      {"good", [](Update& u) { u.happens = [&] { u.Remove(); }; }, kInstallNothing,
-       "The application is removed."},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.manifest + (": " + std::string(row.line)));
+  using Change = void(Update&);
+  const auto expect = [](int want, const char* line, Change* change,
+                         const char* manifest = "good") {
+    SCOPED_TRACE(manifest + (": " + std::string(line)));
     const LogCapture log;
-    Update update(row.manifest);
-    row.change(update);
-    EXPECT_EQ(update.Install(), row.want);
-    EXPECT_TRUE(log.Has(row.line));
-    EXPECT_FALSE(fs::exists(kRecord));
-    EXPECT_TRUE(PrivateFolders().empty());
+    Update update(manifest);
+    if (change) change(update);
+    EXPECT_EQ(update.Install(), want);
+    EXPECT_TRUE(log.Has(line));
+    EXPECT_FALSE(fs::exists(kRecord) || !PrivateFolders().empty());
     EXPECT_EQ(ReadLocalRecord("app"), update.record);
-  }
+  };
+  const int untrusted = kInstallNotTrusted, wrong = kInstallWrongContent;
+  expect(untrusted, "this executor trusts no publisher yet.", [](Update& u) { u.keys.clear(); });
+  expect(untrusted, "no key of this executor signed it.", [](Update& u) { u.keys.pop_back(); });
+  expect(untrusted, "no key of this executor signed it.",
+         [](Update& u) { ++u.manifest[u.manifest.find("2099")]; });
+  expect(untrusted, "is bound to other applications.", nullptr, "other-key");
+  expect(untrusted, "it has expired.", nullptr, "expired");
+  expect(untrusted, "for another platform.", [](Update& u) { u.record.platform = "mac"; });
+  expect(untrusted, "too long.", [](Update& u) { u.manifest.resize(kMaxManifestBytes + 1); });
+  expect(wrong, "SHA-256 is not the declared one.", [](Update& u) { u.file.back() ^= 1; });
+  expect(wrong, "The file is longer than declared.", [](Update& u) { u.file += '\0'; });
+  expect(wrong, "The file has 0 bytes,", [](Update& u) { u.file.clear(); });
+  expect(wrong, "The file's MD5 is not the declared one.",
+         [](Update& u) { u.values["DistroMD5"] = std::string(32, '0'); });
+  expect(kInstallNothing, "version 2.0.0.1 is not above the application's, 3.0.0.0",
+         [](Update& u) { u.record.version = MakeVersion(3, 0, 0, 0); });
+  expect(kInstallDownloadFailed, "could not be fetched.", [](Update& u) { u.manifest.clear(); });
+  expect(
+      kInstallCannotStart, "", [](Update& u) { u.file = Prepared("no-program"); }, "no-program");
+  expect(kInstallUnknownStarter, "The starter is neither exe nor msi.",
+         [](Update& u) { u.values["DistroStarter"] = "bat"; });
+  expect(kInstallBadAddress, "The address is refused: \\\\server\\share\\a.exe",
+         [](Update& u) { u.values["DistroUrl"] = "\\\\server\\share\\a.exe"; });
+  // During the download.
+  expect(untrusted, "not alone in its folder.",
+         [](Update& u) { u.happens = [&] { u.AddLibrary(); }; });
+  expect(kInstallNothing, "is removed.", [](Update& u) { u.happens = [&] { u.Remove(); }; });
 }
 
 TEST(Install, AnotherServersCertificateIsRefused) {
@@ -240,11 +381,11 @@ TEST(Install, AnIdOutsideOfTheDataFolderNamesNothing) {
 
 // As openssl computes them.
 TEST(Trust, KeysAreNamedByTheirFingerprints) {
-  const std::string fingerprint = Prepared("publisher.fingerprint").substr(0, 16);
+  const std::string name = Prepared("publisher.fingerprint").substr(0, 16);
   const std::string key = PublicKey("publisher");
   EXPECT_EQ(Describe({{{key, {}}, {key, {"a", "b c"}}}}),
-            "Updates need a manifest signed with one of these keys: " + fingerprint + ", " +
-                fingerprint + " (a, b c).");
+            "Updates need a manifest signed with one of these keys: " + name + ", " + name +
+                " (a, b c).");
 }
 
 }  // namespace

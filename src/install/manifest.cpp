@@ -15,6 +15,7 @@ namespace {
 constexpr std::string_view kFirstLine = "kupdate-manifest 1";
 constexpr std::string_view kSignature = "signature: ";
 
+// The fields before kStarter are required: kRequiredCount counts them.
 enum Field {
   kApp,
   kVersion,
@@ -71,6 +72,8 @@ std::optional<std::uint64_t> ParseDigits(std::string_view text) {
 
 bool TakeVersion(std::string_view text, VersionNumber* version) {
   try {
+    // The feed's reader also takes blanks, signs and parts above 65535. Here each version has one
+    // spelling, so that the signed text has one meaning.
     *version = ParseVersion(text);
     return FormatVersion(*version) == text;
   } catch (const std::invalid_argument&) {
@@ -97,6 +100,7 @@ std::optional<std::uint64_t> EndOfDay(std::string_view text) {
   const year_month_day day(year(DigitsAt(text, 0, 4)),
                            month(static_cast<unsigned>(DigitsAt(text, 5, 2))),
                            std::chrono::day(static_cast<unsigned>(DigitsAt(text, 8, 2))));
+  // The calendar refuses days such as February 30.
   if (!day.ok() || day.year() < year(1970)) return {};
   return static_cast<std::uint64_t>(seconds((sys_days(day) + days(1)).time_since_epoch()).count());
 }
@@ -146,6 +150,7 @@ std::string_view ParseManifest(std::string_view bytes, Manifest* manifest) {
     if (!line) return "its end is missing";
     if (HasControls(*line)) return "a line holds control characters";
     if (line->starts_with(kSignature)) {
+      // The signature covers only the lines before it.
       if (!rest.empty()) return "something follows the signature";
       const auto der = DecodeBase64(line->substr(kSignature.size()));
       const auto signature = der ? SignatureFromDer(*der) : std::nullopt;
@@ -160,6 +165,8 @@ std::string_view ParseManifest(std::string_view bytes, Manifest* manifest) {
 
 std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer,
                          const LocalRecord& record, std::uint64_t now) {
+  // Any process of the user may have written the offer, so each value that an installation takes
+  // from it must be the signed one.
   if (manifest.app != offer.appId) return "it is for another application";
   if (manifest.version != offer.version) return "it is for another version";
   if (now >= manifest.expiresAt) return "it has expired";
@@ -170,6 +177,7 @@ std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer,
   if (offer.size != 0 && manifest.size != offer.size) return "it declares another size";
   if (manifest.starter != offer.starter) return "it declares another starter";
   if (manifest.args != offer.args) return "it declares other arguments";
+  // The offer may ask for less than the publisher allows, but not for more.
   if (offer.mayElevate && !manifest.mayElevate) return "it does not allow elevation";
   return {};
 }

@@ -30,7 +30,7 @@ struct Manifest {
   P256Pair signature = {};
 };
 
-/// Reads a manifest. Its signature is not verified; nothing in it is worth anything before it is.
+/// Reads a manifest. Its signature is not verified; nothing in it counts before it is.
 ///
 /// UTF-8, each line ended by LF and nothing else. The first line is "kupdate-manifest 1"; then
 /// come lines of "name: value", in any order, each at most once, the value neither empty nor with
@@ -39,7 +39,7 @@ struct Manifest {
 /// channel (release). The last line is "signature: " with the base64 of a DER signature over all
 /// lines before it.
 /// @param manifest  not null; to be used only when there was no fault
-/// @return what is wrong with it, for the log; empty for nothing.
+/// @return the fault, for the log; empty without one.
 std::string_view ParseManifest(std::string_view bytes, Manifest* manifest);
 
 /// Whether a manifest whose signature was verified vouches for an offer.

@@ -11,7 +11,7 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t kNumberBytes = 32;
 
-// What comes before the point in each such key: the algorithm, the curve, "uncompressed".
+// The bytes before the point, the same in each such key: the algorithm, the curve, "uncompressed".
 constexpr std::string_view kKeyHeader =
     "\x30\x59\x30\x13\x06\x07\x2A\x86\x48\xCE\x3D\x02\x01\x06\x08\x2A\x86\x48\xCE\x3D\x03\x01\x07"
     "\x03\x42\x00\x04"sv;
@@ -37,7 +37,7 @@ bool TakeNumber(std::string_view& der, std::uint8_t* number) {
   std::optional<std::string_view> content = TakeElement(der, kInteger);
   if (!content || content->empty() || IsHigh(content->front())) return false;
   if (content->front() == 0) {
-    // The zero is there to keep the number positive, and for nothing else.
+    // A leading zero may only keep a number with a high bit positive.
     content->remove_prefix(1);
     if (content->empty() || !IsHigh(content->front())) return false;
   }

@@ -11,7 +11,7 @@
 using P256Pair = std::array<std::uint8_t, 64>;
 
 /// The key in a PEM file's text between its first and last line, line ends left out; nothing when
-/// it is no uncompressed P-256 public key. Whether the point is on the curve is not looked at.
+/// it is no uncompressed P-256 public key. Does not check whether the point is on the curve.
 std::optional<P256Pair> PublicKeyFromBase64(std::string_view text);
 
 /// A signature from its DER form. Nothing for anything but the one DER form of two numbers from 1

@@ -12,8 +12,8 @@
 
 /// A file alone in a fresh folder, both with names that no program can foresee. As soon as the file
 /// is there, and before anything is written to it, the folder is sealed: the user may read, run and
-/// delete what is in it, and neither add to it nor change that; the system and administrators may
-/// read and run. File and folder are removed with the object. Used by one thread at a time.
+/// delete its content, but neither add to it nor change these rights; the system and administrators
+/// may read and run it. File and folder are removed with the object. Used by one thread at a time.
 class PrivateFile {
  public:
   /// Makes the folder and the empty file, open for writing, and seals the folder.

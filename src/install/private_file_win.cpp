@@ -30,7 +30,7 @@ struct LocalTraits {
 };
 using UniqueLocal = Unique<LocalTraits>;
 
-// The user of this process as text, "S-1-5-..."; empty on failure.
+// The security identifier of this process's user, "S-1-5-..."; empty on failure.
 std::wstring UserSid() {
   HANDLE token = nullptr;
   if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
@@ -45,6 +45,9 @@ std::wstring UserSid() {
   return text.get();
 }
 
+// The system's MSI service and an elevated installer open the file with the rights of the system
+// and of administrators. The label at the end keeps processes of low integrity from writing,
+// whatever rights their user has.
 constexpr wchar_t kOthersRead[] = L"(A;OICI;FRFX;;;SY)(A;OICI;FRFX;;;BA)S:(ML;OICI;NW;;;ME)";
 
 // Nothing is inherited from above; what is made below inherits this.
@@ -67,12 +70,13 @@ bool SetRights(const std::wstring& path, const UniqueDescriptor& descriptor) {
                             descriptor.get()) != FALSE;
 }
 
-// Opens a folder itself, never what it may link to. Until that is closed it can be neither renamed
-// nor removed, nor replaced by a link.
+// Opens the folder itself, never the target of a link. Until the handle is closed, the folder can
+// be neither renamed nor removed, nor replaced by a link.
 UniqueHandle OpenFolder(const std::wstring& folder, DWORD access) {
   HANDLE const handle = ::CreateFileW(
       folder.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  // UniqueHandle knows one value for "no handle"; files have another one.
   return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
 }
 
@@ -98,14 +102,15 @@ std::vector<Entry> EntriesOf(const std::wstring& folder) {
   return entries;
 }
 
-// Whether it is gone. Nothing happens where another process has the folder open, or as its current
-// one. While its content goes the folder is held, so that no link comes in between.
+// Whether the folder is gone. Nothing happens where another process has it open, or as its current
+// folder. This process holds the folder while it deletes the content, so that no link takes its
+// place.
 bool RemoveFolder(const std::wstring& folder, const UniqueDescriptor& descriptor) {
   if (!OpenFolder(folder, DELETE)) return false;
   if (const UniqueHandle held = OpenFolder(folder, FILE_LIST_DIRECTORY);
       held && !FileSystem::IsLink(NarrowUtf8(folder))) {
-    // Windows refuses this in a sealed folder, and deletes there all the same. Wine, which keeps
-    // rights as modes, needs it.
+    // Windows refuses this in a sealed folder but deletes there all the same. Wine needs it,
+    // because it keeps rights as modes.
     SetRights(folder, descriptor);
     for (const Entry& entry : EntriesOf(folder)) {
       const std::wstring path = folder + entry.name;
@@ -124,8 +129,8 @@ bool RemoveFolder(const std::wstring& folder, const UniqueDescriptor& descriptor
 
 std::wstring Base(CreateFolder create) { return GetUpdaterLocalFolder("Install", create); }
 
-// Held while a folder is made or leftovers are removed, so that a folder that was just made is no
-// leftover.
+// Held while a folder is made and while leftovers are removed, so that a new folder does not count
+// as a leftover.
 FileLock BaseLock(const std::wstring& base) {
   return FileLock(NarrowUtf8(base) + kInstallLockFile, kLockWaitMilliseconds);
 }
@@ -135,7 +140,8 @@ bool IsNameOfOurs(const std::wstring& name) {
 }
 
 void RemoveLeftoversIn(const std::wstring& base) {
-  // Empty when the folder is refused: then the current folder would be searched.
+  // The name is empty when the folder is refused; an empty name would stand for the current folder.
+  // Without leftovers no lock file is made.
   if (base.empty() || EntriesOf(base).empty()) return;
   FileLock lock = BaseLock(base);
   const LockScope scope(&lock);
@@ -157,7 +163,8 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
   const UniqueDescriptor descriptor = OpenDescriptor(user);
   const UniqueDescriptor sealed = SealedDescriptor(user);
   const std::wstring folderName = WidenUtf8(RandomHex(kNameBytes));
-  // Not "setup": to a program of such a name the system may give rights that it did not ask for.
+  // A random name, not "setup": the system may give rights that a program did not ask for when it
+  // has such a name.
   const std::wstring fileName = WidenUtf8(RandomHex(kNameBytes));
   if (base.empty() || !descriptor || !sealed || folderName.empty() || fileName.empty()) {
     LOG_E << "Can't prepare a private folder." << kLastError;
@@ -166,7 +173,7 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
   FileLock lock = BaseLock(base);
   const LockScope scope(&lock);
   SECURITY_ATTRIBUTES security = {sizeof security, descriptor.get(), FALSE};
-  // A folder that is there already is a failure: another program may have made it.
+  // An existing folder is a failure, because another program may have made it.
   if (!scope || !::CreateDirectoryW((base + folderName).c_str(), &security)) {
     LOG_E << "Can't create a private folder in" << base << kLastError;
     return nullptr;
@@ -174,10 +181,12 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
   std::unique_ptr<PrivateFile> file(new PrivateFile);
   file->folder_ = base + folderName + L"\\";
   file->path_ = file->folder_ + fileName + std::wstring(extension);
+  // From here on no program can rename the folder or put a link in its place.
   file->openFolder_ = OpenFolder(file->folder_, FILE_LIST_DIRECTORY);
   HANDLE const handle = ::CreateFileW(file->path_.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW,
                                       FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle != INVALID_HANDLE_VALUE) file->file_ = UniqueHandle(handle);
+  // The seal comes last. The open handle keeps its right to write, which no new one can get.
   if (!file->openFolder_ || !file->file_ || !SetRights(file->folder_, sealed) ||
       !SetRights(file->path_, sealed)) {
     LOG_E << "Can't create a private file in" << file->folder_ << kLastError;
@@ -187,6 +196,7 @@ std::unique_ptr<PrivateFile> PrivateFile::Make(std::wstring_view extension) {
 }
 
 PrivateFile::~PrivateFile() {
+  // Its own handles would keep file and folder from being removed.
   file_ = UniqueHandle();
   openFolder_ = UniqueHandle();
   if (keep_) return;
@@ -210,8 +220,8 @@ bool PrivateFile::Append(std::string_view bytes) {
 }
 
 bool PrivateFile::Hold() {
-  // The system runs no program that is open for writing, so the file is opened once more. Whatever
-  // happened to it in between is seen by the checks, which read through this handle.
+  // The system runs no program that is open for writing, so the file is opened once more. The
+  // checks read through this handle, so they see all that happened to the file in between.
   file_ = UniqueHandle();
   HANDLE const handle = ::CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);

@@ -11,7 +11,9 @@
 
 namespace {
 
-constexpr DWORD kElevationRequired = 740;  // ERROR_ELEVATION_REQUIRED, which this SDK lacks
+// ERROR_ELEVATION_REQUIRED, which this SDK lacks. The system gives it for a file that demands an
+// administrator's rights.
+constexpr DWORD kElevationRequired = 740;
 
 struct Program {
   std::wstring path;
@@ -26,6 +28,7 @@ std::wstring SystemFolder() {
 
 Program ProgramOf(const InstallerCommand& command) {
   if (command.starter == Starter::kProgram) return {command.file, command.args};
+  // By full path, so that no other program of that name is found first.
   return {SystemFolder() + L"msiexec.exe", L"/i \"" + command.file + L"\" " + command.args};
 }
 
@@ -44,7 +47,8 @@ DWORD Start(const Program& program, const std::wstring& folder, UniqueHandle* pr
   return 0;
 }
 
-// The same with the user asked for consent.
+// The same, after the user has agreed. NOASYNC, because this thread pumps no messages: the call
+// must be complete when it returns.
 DWORD StartElevated(const Program& program, const std::wstring& folder, UniqueHandle* process) {
   SHELLEXECUTEINFOW info = {};
   info.cbSize = sizeof info;
@@ -80,6 +84,7 @@ int RunInstaller(const InstallerCommand& command) {
   if (error == kElevationRequired && command.mayElevate) {
     error = StartElevated(program, command.folder, &process);
   }
+  // A shell that hands the file to another process may succeed without a process to wait for.
   if (error != 0 || !process) return CodeOfFailure(error);
   if (JustUtil::WaitFor(process, command.limitSeconds * 1000) != kWaitSignalled) {
     LOG_E << "The installer is still running after" << command.limitSeconds << "seconds.";

@@ -39,7 +39,7 @@ int FetchManifest(const std::string& url, const InstallSettings& settings, std::
   }
 }
 
-// What is wrong with the offer as far as that shows before anything is fetched: 0 for nothing.
+// 0, or the fault of the offer that shows before anything is fetched.
 int CodeOf(const UpdateOffer& offer, const TrustAnchors& trust) {
   if (trust.publicKeys.empty()) {
     LOG_E << Describe(trust);
@@ -61,6 +61,7 @@ int Expect(const UpdateOffer& offer, const LocalRecord& record, const InstallSet
            Manifest* manifest) {
   std::string bytes;
   if (const int code = FetchManifest(offer.url + ".sig", settings, &bytes)) return code;
+  // The signature comes before the values: nothing in an unsigned manifest counts.
   std::string_view fault = ParseManifest(bytes, manifest);
   if (fault.empty()) fault = FaultOfSigner(settings.trust, *manifest);
   if (fault.empty()) fault = FaultOf(*manifest, offer, record, settings.now);
@@ -91,10 +92,12 @@ int Verify(const UpdateOffer& offer, const Manifest& manifest, const PrivateFile
     LOG_E << "The file's SHA-256 is not the declared one.";
     return kInstallWrongContent;
   }
+  // The SHA-256 is signed and decides. A feed may omit the MD5 but not declare a wrong one.
   if (!offer.md5.empty() && !EqualsIgnoreCase(file.Digest(DigestKind::kMd5), offer.md5)) {
     LOG_E << "The file's MD5 is not the declared one.";
     return kInstallWrongContent;
   }
+  // An installer loads DLLs from its own folder.
   if (!file.IsAlone()) {
     LOG_E << "The file is not alone in its folder.";
     return kInstallNotTrusted;
@@ -105,6 +108,7 @@ int Verify(const UpdateOffer& offer, const Manifest& manifest, const PrivateFile
 int Run(const UpdateOffer& offer, const InstallSettings& settings, PrivateFile& file) {
   const int code = RunInstaller({offer.starter, file.Path(), file.Folder(), WidenUtf8(offer.args),
                                  offer.mayElevate, settings.installerLimitSeconds});
+  // The installer goes on and needs its file: it is never killed half-way.
   if (code == kInstallStillRunning) file.Keep();
   return code;
 }
@@ -112,6 +116,7 @@ int Run(const UpdateOffer& offer, const InstallSettings& settings, PrivateFile& 
 }  // namespace
 
 int InstallUpdate(const std::string& appId, const InstallSettings& settings) {
+  // Read once. Another process may change the store at any time, and all steps must see one offer.
   const std::optional<UpdateOffer> offer = ReadOffer(appId);
   if (!offer) return kInstallNothing;
   const std::optional<LocalRecord> record = ReadLocalRecord(appId);
@@ -127,7 +132,8 @@ int InstallUpdate(const std::string& appId, const InstallSettings& settings) {
   // The user may have removed the application, or updated it, while the file was fetched.
   if (!MayUpdate(ReadLocalRecord(appId), offer->version)) return kInstallNothing;
   const int code = Run(*offer, settings, *file);
-  // A record that went away meanwhile must not come back.
+  // A record that was removed during the installation must not come back. The version never goes
+  // down here: the new program may have run already and be newer.
   if (IsInstalled(code) && ReadLocalRecord(appId)) {
     ChangeLocalRecord(
         appId, [&](LocalRecord& now) { now.version = std::max(now.version, offer->version); });

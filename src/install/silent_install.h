@@ -1,4 +1,4 @@
-// The steps of a silent installation, with everything it depends on handed in.
+// The steps of a silent installation. The caller passes everything that it depends on.
 #ifndef KUPDATE_INSTALL_SILENT_INSTALL_H_
 #define KUPDATE_INSTALL_SILENT_INSTALL_H_
 

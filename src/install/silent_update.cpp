@@ -8,6 +8,7 @@
 #include "util/log_line.h"
 
 int RunSilentUpdate(const std::string& appId) {
+  // A host waits for a code, so no exception may leave.
   try {
     InstallSettings settings;
     settings.trust = OwnTrust();

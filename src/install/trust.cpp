@@ -11,6 +11,7 @@
 
 namespace {
 
+// People compare them with the digest that openssl prints of their key.
 constexpr std::size_t kFingerprintDigits = 16;
 
 bool IsSignedBy(const PublisherKey& publisher, const Manifest& manifest) {

@@ -27,7 +27,8 @@ bool IsAlphanumeric(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-// Printable ASCII that stands for itself in an address.
+// Printable ASCII characters that an address need not encode. "@" is no such one, so no user name
+// passes.
 bool IsAddressCharacter(char c) {
   return c > ' ' && c <= '~' && std::string_view("\"#<>@\\^`{|}").find(c) == std::string_view::npos;
 }
@@ -52,6 +53,7 @@ Starter ParseStarter(std::string_view text) {
 
 std::optional<UpdateOffer> ReadOffer(const std::string& appId) {
   TUpdInfo update(appId);
+  // One load for all values: a check may write another update in between.
   const StoreChanges inOneGo(update);
   UpdateOffer offer = OfferOf(update);
   if (!offer.url.empty()) return offer;
@@ -78,6 +80,7 @@ bool IsFetched(std::string_view url) {
   if (!secure && !BeginsWith(url, "http://")) return false;
   if (url.size() > kMaxAddressBytes || !AllAre(url, IsAddressCharacter)) return false;
   const std::string_view rest = url.substr(secure ? 8 : 7);
+  // "[" begins the number of an IPv6 host.
   return !rest.empty() && (IsAlphanumeric(rest[0]) || rest[0] == '[');
 }
 
@@ -85,6 +88,7 @@ std::string RedirectedAddress(std::string_view url, std::string_view location) {
   if (IsFetched(location)) return std::string(location);
   if (!location.starts_with('/')) return {};
   const std::size_t host = url.find("://") + 3;
+  // "//host/path" takes over the scheme alone, "/path" scheme and host.
   const std::size_t end = location.starts_with("//") ? host - 2 : url.find_first_of("/?", host);
   const std::string address = std::string(url.substr(0, end)) + std::string(location);
   return IsFetched(address) ? address : std::string();

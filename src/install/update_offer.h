@@ -1,5 +1,5 @@
-// What the state files say of the update to install: a hint, which any process of the user may have
-// written, and nothing more.
+// The update to install, as the state files describe it. That is only a hint: any process of the
+// user may have written it.
 #ifndef KUPDATE_INSTALL_UPDATE_OFFER_H_
 #define KUPDATE_INSTALL_UPDATE_OFFER_H_
 

@@ -27,13 +27,14 @@ constexpr wchar_t kJob[] = L"--job";
 
 }  // namespace option
 
+// Every writer of a command line passes here, so no id can smuggle a switch into one.
 std::wstring Checked(const std::wstring& appId) {
   if (IsPlainId(appId)) return appId;
   LOG_E << "The application id cannot stand in a command line:" << appId;
   throw std::invalid_argument("bad application id");
 }
 
-// An option as it stands behind something else; " " and its value follow.
+// An option as it stands behind other text; " " and its value follow.
 std::wstring Behind(const wchar_t* name) { return std::wstring(L" ") + name; }
 
 std::wstring AppIdOption(const std::wstring& appId) {
@@ -42,7 +43,8 @@ std::wstring AppIdOption(const std::wstring& appId) {
 
 bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
 
-// The command line behind the program, where its end can be seen.
+// The command line behind the program's path. The path itself may hold blanks and switches and be
+// unquoted, so it is compared as a whole with the known one.
 std::wstring_view BehindProgram(std::wstring_view line, std::wstring_view program) {
   const bool quoted = line.starts_with(L'"');
   const std::wstring_view path = line.substr(quoted ? 1 : 0);
@@ -56,14 +58,14 @@ std::wstring_view BehindProgram(std::wstring_view line, std::wstring_view progra
   return end == path.npos ? std::wstring_view() : path.substr(end + 1);
 }
 
-// The text up to the next " --" or the end, without the one blank that parts it from its switch.
+// The text up to the next " --" or the end, without the one blank behind its switch.
 std::wstring_view UpToNextSwitch(std::wstring_view text) {
   text = text.substr(0, text.find(L" --"));
   if (!text.empty() && IsBlank(text[0])) text.remove_prefix(1);
   return text;
 }
 
-// People quote an id with blanks; none can hold a quote, since it names a folder.
+// People quote an id with blanks. No id can hold a quote, since it names a folder.
 std::wstring_view Unquoted(std::wstring_view text) {
   const bool quoted = text.size() >= 2 && text.starts_with(L'"') && text.ends_with(L'"');
   return quoted ? text.substr(1, text.size() - 2) : text;
@@ -90,7 +92,7 @@ std::optional<int> BlockId(std::wstring_view token) {
   return token.empty() ? std::nullopt : std::optional<int>(id);
 }
 
-// Walks over the tokens once and remembers what they say.
+// Walks over the tokens once and collects their meaning.
 class CommandReader {
  public:
   explicit CommandReader(std::wstring_view text) : rest_(text) {}
@@ -124,11 +126,12 @@ class CommandReader {
     if (token_ == option::kJson) command_.json = true;
     if (token_ == option::kAppId) TakeAppId();
     if (token_ == option::kFile) TakeFile();
-    // The service puts it last: whatever an id holds, the last one is the true one.
+    // The service puts the job last: whatever an id holds, the last one is the true one.
     if (token_ == option::kJob && Next()) command_.jobId = NarrowUtf8(token_);
   }
 
   void Note(CommandKind kind) {
+    // Two kinds in one line: neither is done, and the job is ended.
     isAmbiguous_ = isAmbiguous_ || (asked_ != CommandKind::kNone && asked_ != kind);
     asked_ = kind;
   }
@@ -162,6 +165,7 @@ class CommandReader {
 
   CommandKind Kind() const {
     const bool hasJob = !command_.jobId.empty();
+    // A command that is incomplete still ends its job, or the job would stay in the service.
     const CommandKind otherwise = hasJob ? CommandKind::kJob : CommandKind::kNone;
     if (isAmbiguous_) return otherwise;
     switch (asked_) {
@@ -209,6 +213,8 @@ std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suici
          L" " + WidenUtf8(DecimalText(callbackId)) + AppIdOption(appId);
 }
 
+// Without quotes, as the transfer service writes it. The system gets the program's path apart, so a
+// path with blanks starts no other program.
 std::wstring SilentUpdateCommandLine(const std::wstring& executor, const std::wstring& appId) {
   return executor + AppIdOption(appId) + Behind(option::kSilentUpdate);
 }

@@ -1,4 +1,4 @@
-// The command lines of the executor: how hosts and jobs write them, and how it reads them.
+// The command lines of the executor: their writer, for hosts and jobs, and their reader.
 #ifndef KUPDATE_LAYOUT_COMMAND_LINE_H_
 #define KUPDATE_LAYOUT_COMMAND_LINE_H_
 
@@ -17,23 +17,24 @@ std::wstring QuotedPath(const std::wstring& path);
 /// The executor's arguments after a feed was downloaded.
 std::wstring UpdateCheckArguments(const std::wstring& appId, const std::wstring& resultFile);
 
-/// The executor's arguments after a ping was sent.
-/// @param callbackId  of the block that the ping carried
+/// The executor's arguments after a report was sent.
+/// @param callbackId  of the block that the report carried
 /// @param suicide     whether the executor removes itself when no application needs it any more
 std::wstring PingArguments(const std::wstring& appId, int callbackId, bool suicide);
 
-/// What the transfer service adds to the arguments of the program that it starts for a job.
+/// The text that is added to the arguments of the program that the transfer service starts for a
+/// job.
 std::wstring JobOption(const std::wstring& jobId);
 
 /// The whole command line of a silent install.
 std::wstring SilentUpdateCommandLine(const std::wstring& executor, const std::wstring& appId);
 
 enum class CommandKind {
-  kNone,          ///< nothing that is understood, and no job that could be ended
+  kNone,          ///< no known option, and no job that could be ended
   kHelp,          ///< --help
   kVersion,       ///< --version
   kStatus,        ///< --status [--appid A] [--json]
-  kJob,           ///< --job alone, or with something that is not understood: the job is to be ended
+  kJob,           ///< --job alone, or in an unknown or incomplete command: the job is to be ended
   kUpdateCheck,   ///< --appid A --update-check --file "F" --job {G}
   kStatCallback,  ///< [--suicide] --stat-callback N --appid A --job {G}
   kSilentUpdate,  ///< --appid A --silent-update-check
@@ -44,16 +45,16 @@ struct ExecutorCommand {
   bool hasAppId = false;
   std::string appId;  ///< may be empty; blanks in it belong to it
   std::wstring file;  ///< of an update check, without quotes
-  std::string jobId;  ///< as it stands; empty when there is none
+  std::string jobId;  ///< as it stands; may be empty
   int blockId = 0;    ///< of a statistics callback, 0 to 100
   bool suicide = false;
   bool json = false;
 };
 
-/// Reads a command line as it was handed to the process, not split into arguments: the program that
+/// Reads a command line as the process got it, not split into arguments: the program that
 /// starts the executor quotes neither the program's path nor the application id, and both may hold
 /// blanks. Switches count where a token begins outside of quotes; an id runs to the next " --" or
-/// to the end. What is not understood is passed over.
+/// to the end. Unknown text is skipped.
 /// @param programPath  of this program; a command line that begins with it is read behind it, so
 ///                     that nothing in the path is taken for a switch. May be empty.
 ExecutorCommand ParseExecutorCommand(std::wstring_view commandLine, std::wstring_view programPath);

@@ -1,11 +1,9 @@
 // The command lines of the executor, as they are written and as they are read.
 #include "layout/command_line.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
-#include "testing/table.h"
+#include "testing/unit_test.h"
 
 namespace {
 
@@ -35,30 +33,30 @@ TEST(CommandLine, RefusesIdsThatWouldAddAnArgument) {
 }
 
 TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
-  const Table<std::wstring, std::string> table = {
-      {L"", "none"},
-      {L"exe --help", "help"},
-      {L"\"C:\\a --help\\exe\" --version", "version"},
-      {L"\"C:\\unclosed --help", "none"},
-      {L"exe --status --appid my app --json", "status id=[my app] json"},
-      {L"exe --status --appid \"my app\"", "status id=[my app]"},
-      {L"exe\t--status\t--json", "status json"},
-      {L"exe x--help --helpx", "none"},
-      {L"exe \"--help\"", "none"},
-      {L"exe --appid a --update-check --file f g --job {1}", "check id=[a] file=[f g] job=[{1}]"},
-      {L"exe --appid a --update-check --file \"f --job {1}", "none id=[a] file=[f --job {1}]"},
-      {L"exe --appid a --update-check --job {1}", "job id=[a] job=[{1}]"},
-      {L"exe --update-check --file f --job {1}", "job file=[f] job=[{1}]"},
-      {L"exe --appid a --stat-callback 101 --job {1}", "job id=[a] job=[{1}]"},
-      {L"exe --appid a --stat-callback 99999999999999999999 --job {1}", "job id=[a] job=[{1}]"},
-      {L"exe --suicide --stat-callback 100 --appid x --job {0} --job {1}",
-       "ping id=[x] job=[{1}] block=100 suicide"},
-      {L"exe --job {1}", "job job=[{1}]"},
-      {L"exe --silent-update-check", "none"},
-      {L"exe --appid a --update-check --silent-update-check --job {1}", "job id=[a] job=[{1}]"},
-  };
   // The program's path may not be known.
   for (const wchar_t* const program : {L"exe", L""}) {
-    table.Expect([&](const std::wstring& line) { return Read(line, program); });
+    const auto expect = [&](const char* want, std::initializer_list<const wchar_t*> lines) {
+      ExpectAll(std::string(want), lines, [&](const wchar_t* line) { return Read(line, program); });
+    };
+    expect("none", {L"", L"\"C:\\unclosed --help", L"exe x--help --helpx", L"exe \"--help\"",
+                    L"exe --silent-update-check"});
+    expect("help", {L"exe --help"});
+    expect("version", {L"\"C:\\a --help\\exe\" --version"});
+    expect("status id=[my app] json", {L"exe --status --appid my app --json"});
+    expect("status id=[my app]", {L"exe --status --appid \"my app\""});
+    expect("status json", {L"exe\t--status\t--json"});
+    expect("check id=[a] file=[f g] job=[{1}]",
+           {L"exe --appid a --update-check --file f g --job {1}"});
+    expect("none id=[a] file=[f --job {1}]",
+           {L"exe --appid a --update-check --file \"f --job {1}"});
+    expect("job file=[f] job=[{1}]", {L"exe --update-check --file f --job {1}"});
+    expect(
+        "job id=[a] job=[{1}]",
+        {L"exe --appid a --update-check --job {1}", L"exe --appid a --stat-callback 101 --job {1}",
+         L"exe --appid a --stat-callback 99999999999999999999 --job {1}",
+         L"exe --appid a --update-check --silent-update-check --job {1}"});
+    expect("ping id=[x] job=[{1}] block=100 suicide",
+           {L"exe --suicide --stat-callback 100 --appid x --job {0} --job {1}"});
+    expect("job job=[{1}]", {L"exe --job {1}"});
   }
 }

@@ -15,13 +15,14 @@ std::string BlockFile(int blockId) {
 std::optional<int> BlockIdOfFile(std::string_view fileName) {
   if (!fileName.starts_with(kBlockPrefix)) return {};
   const std::int64_t id = ParseInt64(fileName.substr(kBlockPrefix.size()));
+  // Compares with the one spelling of each number: "in_work_07.xml" is no file of ours.
   if (id < 0 || id > kLastBlockId || fileName != BlockFile(static_cast<int>(id))) return {};
   return static_cast<int>(id);
 }
 
 std::wstring LogFile(const std::string& appId) {
   std::wstring name = L"kupdate-exec-" + WidenUtf8(appId) + L".log";
-  // The id becomes part of the file's name; it must not become part of its folder.
+  // The id becomes part of the file's name and must not become part of its folder.
   for (wchar_t& c : name) {
     if (std::wstring_view(L"\\/:*?\"<>|").find(c) != std::wstring_view::npos) c = L'_';
   }

@@ -14,7 +14,8 @@ inline constexpr char kStatisticsFile[] = "statistics.xml";
 // Of one application, in the local folder.
 inline constexpr char kLocalRecordFile[] = "local.xml";
 inline constexpr char kAnswerFile[] = "answer.xml";
-inline constexpr char kFeedFile[] = "version.rss";  ///< the last feed of a scheduled check
+/// The feed in which a host's check found an update.
+inline constexpr char kFeedFile[] = "version.rss";
 inline constexpr char kLocalLockFile[] = "local.lock";
 inline constexpr char kExecutorLockFile[] = "executor.lock";
 
@@ -29,14 +30,14 @@ inline constexpr int kLastBlockId = 100;
 
 /// The file of such a block: "in_work_7.xml".
 std::string BlockFile(int blockId);
-/// The block whose file has this name; nothing for other names.
+/// The block whose file has this name. Nothing for other names.
 std::optional<int> BlockIdOfFile(std::string_view fileName);
 
-/// The log of a process: hosts and executor of an application share it. What cannot stand in a
-/// file's name is replaced by "_".
+/// The log of a process: hosts and executor of an application share it. Characters
+/// that cannot stand in a file's name become "_".
 std::wstring LogFile(const std::string& appId);
 
-// What a job downloads to in the temporary folder. An id with a slash names no file there.
+// The files in the temporary folder to which jobs download. An id with a slash names no file there.
 
 /// A scheduled check's feed, ...
 std::wstring ScheduledFeedFile(const std::string& appId);

@@ -11,7 +11,8 @@ namespace {
 constexpr wchar_t kMaker[] = L"Krelix";
 constexpr wchar_t kUpdater[] = L"Krelix\\Updater\\";
 
-// `folder`, unless one of the folders between it and `root` is a link.
+// `folder`; empty when one of the folders between it and `root` is a link. Any process of the user
+// may have put one there, and the file behind it could be any of the user's.
 std::wstring UnlessLinked(std::wstring folder, const std::wstring& root) {
   for (std::size_t end = root.size(); (end = folder.find(L'\\', end)) != folder.npos; ++end) {
     const std::wstring part = folder.substr(0, end);
@@ -47,6 +48,8 @@ bool ListAppIds(const std::wstring& folder, std::vector<std::string>* ids) {
   std::vector<std::string> names;
   bool areAll = !folder.empty() && FileSystem::ListFolders(NarrowUtf8(folder), &names);
   for (const std::string& name : names) {
+    // Folders are named from ANSI text, so a name without an ANSI form stands for no id that could
+    // be asked.
     std::optional<std::string> id = NarrowAnsi(WidenUtf8(name));
     if (id) {
       ids->push_back(*std::move(id));
@@ -65,6 +68,7 @@ std::string GetUpdaterDataPath(const std::string& subPath) {
   const std::wstring root = GetLocalAppDataLowFolder({});
   const std::wstring updater = FolderBelow(root, kUpdater);
   const std::wstring folder = UnlessLinked(FolderBelow(updater, WidenAnsi(subPath)), root);
+  // The application's own folder is made by the first write: reading leaves no folder behind.
   if (!folder.empty()) MakeFolder(updater);
   return NarrowUtf8(folder);
 }

@@ -24,6 +24,7 @@ std::string LogHeading() {
 std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
   if (folder.empty()) folder = GetUpdaterRoamingFolder();
   NormalizeFolder(folder);
+  // Without a folder there is no log; a bare name would go into the host's current directory.
   if (folder.empty()) return folder;
   MakeFolder(folder);
   std::wstring path = folder + fileName;
@@ -38,13 +39,16 @@ std::wstring PrepareLogFile(const std::wstring& fileName, std::wstring folder) {
 
 void LoadLogLevel() noexcept {
   try {
-    DiagLog& log = DiagLog::Instance();  // made before the registry is read: that may log
+    // Made first, because reading the registry may log.
+    DiagLog& log = DiagLog::Instance();
     constexpr wchar_t kValue[] = L"Log";
+    // Most users have no such value, and reading it would log that as an error.
     if (JustUtil::IsValueNotExist(kSettingsKey, kValue)) return;
     log.SetParanoid(JustUtil::ReadStringFromRegistry(RegistryRoot::kCurrentUser, kSettingsKey,
                                                      kValue) == L"paranoiac");
   } catch (...) {
-    return;  // a host is loading the library: no memory for a level, so it stays the usual one
+    // A host is loading the library and must not fail for this: the level stays the usual one.
+    return;
   }
 }
 

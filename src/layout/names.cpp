@@ -2,6 +2,8 @@
 
 #include "util/text.h"
 
+// Libraries and executors of different versions meet under these names, so they never change; the
+// system tells their letters' case apart.
 std::wstring StatisticsMutexName(const std::string& appId) {
   return L"STATISTIC{2B8F4B48-C2C5-4985-B7EB-B8818DDBBEC4}-" + WidenUtf8(appId);
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 /// The mutex that a host holds for each of its calls, and the executor while it changes the
-/// statistics. All ids here are ANSI text.
+/// statistics. All ids here are UTF-8.
 std::wstring StatisticsMutexName(const std::string& appId);
 /// The mutex around each access to the application's record.
 std::wstring RecordMutexName(const std::string& appId);

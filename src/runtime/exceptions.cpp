@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <string>
 
-// The runtime's own prints a readable type name to a terminal that hosts
-// do not have, and brings a demangler of 45 KB for it.
+// The runtime's own handler prints a readable type name to a terminal that hosts do not have, and
+// brings a demangler of 45 KB for it.
 namespace __gnu_cxx {
 void __verbose_terminate_handler() { std::abort(); }
 }  // namespace __gnu_cxx
@@ -64,7 +64,7 @@ runtime_error::runtime_error(const runtime_error& other) noexcept
 runtime_error::~runtime_error() noexcept = default;
 const char* runtime_error::what() const noexcept { return _M_msg._M_p; }
 
-// Faults of ours, which no handler tells apart.
+// Faults of our own code. No handler treats them differently.
 void __throw_logic_error(const char* text) { throw logic_error(text); }
 void __throw_length_error(const char* text) { throw logic_error(text); }
 void __throw_out_of_range(const char* text) { throw logic_error(text); }

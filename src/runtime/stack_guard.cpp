@@ -1,6 +1,6 @@
-// What functions with arrays on the stack check before they return. The compiler's own version asks
-// a provider of cryptography for its random value, and so loads a DLL while the library is being
-// loaded.
+// The guard that functions with arrays on the stack check before they return. The compiler's own
+// version asks a provider of cryptography for its random value, and so loads a DLL while the
+// library is being loaded.
 #include "util/win/windows_lean.h"
 
 #include <cstdint>
@@ -15,16 +15,16 @@ std::uintptr_t __stack_chk_guard = 0;
 
 namespace {
 
-// Reported as a crash, but no handler of the program's runs: it could belong to the attacker by
-// now.
+// Ends the process as a crash and runs no handler of the program: by now the attacker may control
+// it.
 [[noreturn]] void End() {
   ::RaiseFailFastException(nullptr, nullptr, FAIL_FAST_GENERATE_EXCEPTION_ADDRESS);
   __builtin_trap();
 }
 
-// Where the system has put this module and this thread's stack is random, and both clocks are fine
+// The addresses of this module and of this thread's stack are random, and both clocks are fine
 // enough to differ from start to start. A function that has begun with the old value must not check
-// the new one.
+// the new one, so this one has no guard.
 [[gnu::constructor, gnu::no_stack_protector]] void ChooseGuard() {
   constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
   LARGE_INTEGER ticks = {};

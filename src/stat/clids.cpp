@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::string_view kClid = "clid";
 constexpr std::size_t kMaxVendorChars = 254;
-// A longer one, which any user of the machine can write, would leave no room for the report itself.
+// Any user of the machine can write such an identifier. A longer one would leave no room for the
+// report itself.
 constexpr std::size_t kMaxCommonChars = 254;
 // Real files have a few hundred bytes; the tree of one many times this size could take all memory
 // of the host.
@@ -31,7 +32,8 @@ int NumberOf(std::string_view name) {
   return whole && number > 0 ? number : 0;
 }
 
-// Any user of the machine can make the files of all users: what comes from there stays one value.
+// Any user of the machine can make the files of all users, so their text must stay one value of the
+// address.
 std::string PercentEncoded(std::string_view text) {
   constexpr std::string_view kUnreserved =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
@@ -48,7 +50,7 @@ std::string PercentEncoded(std::string_view text) {
   return encoded;
 }
 
-// The application of which the other flavour's identifiers count too; empty when there is none.
+// The application whose identifiers also count for this one; empty for most.
 std::string_view OtherFlavour(std::string_view appId) {
   if (appId == "zonie") return "zonie64";
   if (appId == "zonie64") return "zonie";
@@ -96,6 +98,7 @@ void TClids::ParseFile(const std::string& path) {
     return;
   }
   XmlNode root;
+  // A cut file must not hide the whole one that comes behind it.
   if (!LoadXml(std::move(bytes), &root)) return;
   for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
     const XmlNode* const node = root.FindChild(std::string(kClid) + static_cast<char>('1' + slot));
@@ -131,6 +134,7 @@ std::string TClids::VendorParam() const {
   if (FileSystem::ReadFileIfAny(path, &text, kMaxFileBytes) == FileSystem::ReadOutcome::kFailed) {
     return "vendor-url-retr-failed=yes";
   }
+  // The limit is for the text as the installer wrote it.
   if (text.empty() || text.size() > kMaxVendorChars) return {};
   if (text.front() == '?' || text.front() == '&') text.erase(0, 1);
   text.erase(text.find_last_not_of("\r\n") + 1);

@@ -1,4 +1,4 @@
-// Through which channel an application was distributed, and what its pings say of it.
+// The channel through which an application was distributed, and its part of the reports.
 #ifndef KUPDATE_STAT_CLIDS_H_
 #define KUPDATE_STAT_CLIDS_H_
 
@@ -16,7 +16,7 @@ class TClids {
  public:
   struct Clid {
     std::string text;
-    std::string vid;  ///< a sub-identifier; empty when there is none
+    std::string vid;  ///< a sub-identifier; may be empty
   };
 
   explicit TClids(std::string appId) : appId_(std::move(appId)) {}
@@ -33,15 +33,15 @@ class TClids {
   /// All elements "clid" + number, by number.
   const std::map<int, Clid>& Numbered() const { return numbered_; }
 
-  /// What pings say of the application, as query text that begins with "krsoft=". Reads the
+  /// The data about the application in reports, as query text that begins with "krsoft=". Reads the
   /// identifier files, the user id (made when it may be) and the vendor parameter. No value of
   /// the user's own is encoded.
   std::string AppInfoForUrl(std::string_view version, std::string_view platform);
 
-  /// What a distributor asked to pass along: the application's vendor file without one leading "?"
-  /// or "&" and without line breaks at its end. Empty when file or folder are missing, and when the
-  /// text is empty or longer than 254 characters; "vendor-url-retr-failed=yes" when it is there and
-  /// cannot be read.
+  /// The text that a distributor wants passed along: the application's vendor file without one
+  /// leading "?" or "&" and without line breaks at its end. Empty when file or folder are missing,
+  /// and when the text is empty or longer than 254 characters; "vendor-url-retr-failed=yes" when it
+  /// is there and cannot be read.
   std::string VendorParam() const;
 
  private:

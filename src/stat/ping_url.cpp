@@ -1,4 +1,5 @@
-// TAppInfo::GetPingUrl: here, because the identifiers build on the record and not the other way.
+// TAppInfo::GetPingUrl stands here because the identifiers build on the record, and not the other
+// way.
 #include "appinfo/app_info.h"
 #include "layout/keys.h"
 #include "stat/clids.h"

@@ -15,8 +15,8 @@ namespace {
 constexpr int kMaxUrlChars = 1024;
 constexpr int kFirstDateChars = 10;  // "xx.xx.xxxx"
 
-// What the block's query may take. It is checked as a wide number: narrowed first, an address of
-// 64 KiB would look short again.
+// The room for the block's query. It is checked as a wide number: if it were narrowed first, an
+// address of 64 KiB would look short again.
 std::int16_t BudgetBehind(const std::string& baseUrl) {
   const auto budget = kMaxUrlChars - kFirstDateChars - static_cast<std::int64_t>(baseUrl.size());
   if (budget < 1) throw std::runtime_error("BaseUrl too long.");
@@ -24,8 +24,8 @@ std::int16_t BudgetBehind(const std::string& baseUrl) {
 }
 
 // The base ends in a value ("...&os=win"), the query begins with a key: without a "&" between them
-// the first state would become part of that value. A base without a query is one that pings leave
-// as it is (a file, an address without a scheme); there the query follows bare.
+// the first state would become part of that value. A base without a query is a file or an address
+// without a scheme, to which nothing was added; there the query follows bare.
 std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
   const bool hasQuery = baseUrl.find_first_of("?&") != baseUrl.npos;
   // Only the first "?" opens the query; a later one belongs to a value.
@@ -35,13 +35,14 @@ std::string JoinUrl(const std::string& baseUrl, const std::string& query) {
 
 }  // namespace
 
-// How an operation is named in the log, and what it says there when it is postponed.
+// The name of an operation in the log, and its words there when it is postponed.
 struct TStatCtrl::Operation {
   std::string_view name;
   std::string_view lockError;
 
   void Postpone(std::string_view fault) const {
     std::string text(lockError);
+    // The words behind the comma are fixed: people search logs for them.
     text.replace(0, text.find(','), fault);
     LogAs(name, __LINE__, "E:") << text;
   }
@@ -57,7 +58,7 @@ TStatCtrl::TStatCtrl(std::string appId, TLocker* lock) : folder_(std::move(appId
 std::string TStatCtrl::InWorkPath(int blockId) const { return folder_.PathOf(BlockFile(blockId)); }
 
 std::optional<int> TStatCtrl::FreeBlockId() const {
-  // A file that cannot be opened at the moment holds a block all the same.
+  // A file that cannot be opened at the moment holds a block too.
   for (int id = 0; id <= kLastBlockId; ++id) {
     if (FileSystem::IsNameFree(InWorkPath(id))) return id;
   }
@@ -142,11 +143,13 @@ std::optional<PingBlock> TStatCtrl::NextBlock(const std::string& baseUrl,
     kGetPingUrl.Postpone("Read error");
     return {};
   }
+  // The state and its block cost one load and one save.
   const bool isChanged = state && waiting.AddState(*state);
   std::optional<PingBlock> ping;
   try {
     ping = CutBlock(baseUrl, &waiting);
   } catch (...) {
+    // No block fits behind an address that is too long. The state waits like any other.
     if (isChanged) waiting.Save(StatisticsPath());
     throw;
   }
@@ -171,9 +174,9 @@ std::optional<PingBlock> TStatCtrl::CutBlock(const std::string& baseUrl, TStatHo
   }
   const std::string date = waiting->GetFirstDate(*state);
   block.SetFirstDate(date);
-  // In this order a kill in between leaves the block in both files instead of in none; it is
-  // counted twice then, once the executor takes back a block that no job sends. When the statistics
-  // cannot be written the block must not be sent: it would be cut off and sent again and again.
+  // In this order a kill in between leaves the block in both files instead of in none. It is then
+  // counted twice when the executor takes back a block that no job sends. When the statistics
+  // cannot be written, the block must not be sent: it would be cut off and sent again and again.
   if (!block.Save(InWorkPath(*id)) || !waiting->Save(StatisticsPath())) {
     FileSystem::DeleteFile(InWorkPath(*id));
     waiting->Merge(std::move(block));
@@ -217,9 +220,11 @@ void TStatCtrl::SendStat(TAppInfo2& app, TLocker* lock, std::uint64_t now, const
   }
   TStatCtrl statistics(app.AppId(), lock);
   std::optional<AppState> state = app.RecordPing(now);
+  // Before the first block leaves: after a kill the same report must not be due again.
   app.SaveChanges();
   while (const std::optional<PingBlock> block =
              statistics.NextBlock(baseUrl, std::exchange(state, std::nullopt))) {
+    // NextBlock has given its lock back: the sender calls the transfer service.
     if (send(app.AppId(), *block)) continue;
     LOG_E << "Can't send statistic to ping_url: " << baseUrl;
     statistics.Rollback(block->id);

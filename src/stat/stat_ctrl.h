@@ -16,7 +16,8 @@
 
 class TAppInfo2;
 
-/// One block on its way: the address that carries it, and where its data waits meanwhile.
+/// One block on its way: the address that carries it, and the number of the file that holds its
+/// data.
 struct PingBlock {
   std::string url;      ///< the whole address, nothing in it encoded
   AppState firstState;  ///< the state that the block reports
@@ -52,16 +53,17 @@ class TStatCtrl {
 
   /// Cuts the next block off the statistics into a new in-work file and makes its address. Nothing
   /// when no state waits, when an operation on the files fails, or when all in-work files are
-  /// taken; what waits is then left as it was.
-  /// @param baseUrl  the ping address up to the query of the block
+  /// taken; the waiting data then stays as it was.
+  /// @param baseUrl  the report's address up to the query of the block
   /// Throws std::runtime_error "BaseUrl too long." for 1014 characters and more.
   std::optional<PingBlock> GetPingUrl(const std::string& baseUrl);
-  /// Puts a block back in front of what waits and removes its in-work file.
-  /// @param blockId  PingBlock::id; a block that is not there is nothing
+  /// Puts a block back in front of the waiting data and removes its in-work file.
+  /// @param blockId  PingBlock::id; without such a block nothing happens
   void Rollback(int blockId);
 
-  /// Records a ping of `app` and sends all that waits, block after block, until the sender refuses
-  /// one, which is rolled back. An application without a report address is logged and left alone.
+  /// Records a report of `app` and sends all that waits, block after block, until the sender
+  /// refuses one, which is rolled back. An application without a report address is logged and left
+  /// alone.
   /// @param lock  as for the constructor
   /// @param now   seconds since 1970-01-01 UTC
   /// Throws what GetPingUrl throws.
@@ -86,7 +88,7 @@ class TStatCtrl {
 
   /// `edit` says whether the file is to be written.
   void Change(const Operation& operation, const std::function<bool(TStatHolder&)>& edit);
-  /// What the file holds; a fresh holder when the operation is postponed.
+  /// The content of the file; a fresh holder when the operation is postponed.
   TStatHolder Read(const Operation& operation);
 
   DataFolder folder_;

@@ -17,8 +17,8 @@ namespace {
 
 constexpr std::string_view kStateKey = "stat=";
 constexpr std::string_view kActionKey = "action=";
-// A host that reports much and is never online would else fill the disk with the log: each
-// parameter it adds writes all that wait.
+// Each parameter that a host adds writes all that wait. Without this limit, a host that reports
+// much and is never online would fill the disk with its log.
 constexpr std::size_t kMaxLoggedBytes = 4096;
 
 std::string TodayText() {
@@ -59,6 +59,7 @@ void PutInFront(std::deque<Item>&& items, std::deque<Item>* queue) {
 }
 
 bool MoveAside(const std::string& path) {
+  // BackupFile shows its success by the changed path only.
   std::wstring moved = WidenUtf8(path);
   JustUtil::BackupFile(moved);
   return moved != WidenUtf8(path);
@@ -80,7 +81,7 @@ bool TStatHolder::Load(const std::string& path) {
   }
   if (text.empty()) return true;
   try {
-    // A damaged file is about to be written over with what could be read of it.
+    // The next save writes over a damaged file with the part that could be read.
     return ParseXML(std::move(text)) || FileSystem::CopyFile(path, path + ".bak");
   } catch (const std::invalid_argument&) {
     MoveAside(path);
@@ -96,7 +97,7 @@ bool TStatHolder::Save(const std::string& path) const {
     return FileSystem::WriteFile(path, text);
   }
   FileSystem::DeleteFile(path);
-  // A file that waits for its last reader to close it can no longer be opened: it counts as gone.
+  // A file that is deleted while a reader has it open can no longer be opened, and counts as gone.
   const bool gone = !FileSystem::IsFileExist(path);
   if (!gone) LOG_E << "Can't delete file: " << path;
   return gone;
@@ -176,6 +177,8 @@ std::optional<AppState> TStatHolder::ExtractBlock(std::int16_t budget, TStatHold
   const AppState first = states_.front();
   states_.pop_front();
   block->AddState(first);
+  // Each 1 stands for a "&", "=" or ",". The sum need not be exact, since the last item may overrun
+  // it anyway.
   std::int64_t remaining = budget - Length(kStateKey) - Length(TAppStateHolder::Text(first)) - 1;
   MoveWhileFits(&optionalParams_, &block->optionalParams_, &remaining);
   remaining -= 1;
@@ -186,6 +189,7 @@ std::optional<AppState> TStatHolder::ExtractBlock(std::int16_t budget, TStatHold
   }
   remaining -= 1 + Length(kActionKey);
   MoveWhileFits(&actions_, &block->actions_, &remaining);
+  // The last values stay with the application; a block that is taken back must not change them.
   block->lastState_ = AppState::kDayuse;
   block->lastParam_.clear();
   block->lastAction_.clear();
@@ -214,6 +218,7 @@ void TStatHolder::Merge(TStatHolder&& block) {
   KeepFirstDayuse();
   PutInFront(std::move(block.optionalParams_), &optionalParams_);
   PutInFront(std::move(block.actions_), &actions_);
+  // Keeps the value that is here already: the host has set it since.
   uniqueParams_.merge(block.uniqueParams_);
   block.Clear();
 }

@@ -1,4 +1,4 @@
-// What one application has to report: one statistics file in memory.
+// The data that one application has to report: one statistics file in memory.
 #ifndef KUPDATE_STAT_STAT_HOLDER_H_
 #define KUPDATE_STAT_STAT_HOLDER_H_
 
@@ -23,18 +23,18 @@ class XmlNode;
 class TStatHolder {
  public:
   /// Fills this fresh holder from a file; an empty or missing one leaves it as it is. A file that
-  /// is no whole statistics file is copied to its name with ".bak", and what could be read of it
-  /// stays here. One above kMaxStoreBytes is moved to that name.
+  /// is no whole statistics file is copied to its name with ".bak", and the part that could be
+  /// read stays here. One above kMaxStoreBytes is moved to that name.
   /// @param path  UTF-8
   /// @return false when the file is there and could be neither read nor, where damaged, brought to
   ///         safety: it must not be written over then. That was logged.
   /// Throws std::invalid_argument "Unknown state." for a file with an unknown state word; the
-  /// file has been moved to its name with ".bak" before, so that the next load starts afresh. What
-  /// the holder holds then is of no use.
+  /// file has been moved to its name with ".bak" before, so that the next load starts afresh. The
+  /// holder's content is of no use then.
   bool Load(const std::string& path);
   /// Fills this fresh holder from the text of a file.
-  /// @return false when the text is no whole statistics file: logged, and what was read of it
-  /// stays. Throws std::invalid_argument as Load.
+  /// @return false when the text is no whole statistics file: logged, and the part that was
+  /// read stays. Throws std::invalid_argument as Load.
   bool ParseXML(std::string text);
 
   /// The text of the file.
@@ -62,7 +62,7 @@ class TStatHolder {
   const std::string& LastParam() const { return lastParam_; }
   const std::string& LastAction() const { return lastAction_; }
 
-  /// The day that pings give as the first one, "dd.mm.yyyy": the stored one once it is confirmed;
+  /// The day that reports give as the first one, "dd.mm.yyyy": the stored one once it is confirmed;
   /// until then today for an install, else the day on which the user's id was written. Empty when
   /// it is unknown. An empty stored date counts as not confirmed.
   std::string GetFirstDate(AppState state) const;
@@ -76,9 +76,9 @@ class TStatHolder {
   /// Whether there is nothing to keep; the first date alone is nothing.
   bool IsEmpty() const;
 
-  /// Moves the oldest state, and what fits behind it, from here into `block`: parameters, unique
-  /// parameters by name, actions. The last item moved may overrun the budget. Takes time linear in
-  /// what is moved.
+  /// Moves the oldest state, and the items that fit behind it, from here into `block`: parameters,
+  /// unique parameters by name, actions. The last item moved may overrun the budget. Takes time
+  /// linear in the moved items.
   /// @param budget  characters of query text
   /// @param block   not null, a fresh holder
   /// @return the state; nothing when none is queued: then nothing is moved, for parameters are only
@@ -87,7 +87,7 @@ class TStatHolder {
   /// The query text of a block: "stat=dayuse&a=1&unique=x&action=b,c". The four collections are
   /// empty afterwards. No value is encoded.
   std::string MakeQuery();
-  /// Takes a block back: what it holds goes in front of what is queued here, in its order. Of a
+  /// Takes a block back: its items go in front of those that are queued here, in their order. Of a
   /// unique parameter the value set here since wins. Last values and first date stay.
   void Merge(TStatHolder&& block);
   /// Empties the four collections; last values and first date stay.

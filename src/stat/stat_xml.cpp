@@ -16,7 +16,7 @@ void ForEachItem(const XmlNode& section, std::string_view item, Take take) {
   }
 }
 
-// The sections log as the operation that callers know.
+// All sections log under the name of the operation that callers know.
 constexpr std::string_view kOperation = "TStatHolder::ParseXML";
 
 // One section as it is written: its items are numbered from 1.
@@ -85,7 +85,7 @@ void TStatHolder::ReadSections(const XmlNode& root) {
 
 std::string TStatHolder::MakeXML() const {
   XmlNode root;
-  // The declaration that files in the field carry; the texts are bytes, whatever it says.
+  // Files in the field carry this declaration. The texts are bytes, whatever it says.
   root.SetCodePage(kCodePage1251);
   root.SetDeclaration();
   root.SetName("statistics");

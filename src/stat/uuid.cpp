@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kIdChars = 38;
 constexpr std::uint64_t kMaxFileBytes = 4096;
 constexpr char kNoId[] = "{none}";
-// Low-integrity processes may write here.
+// Processes of low integrity may write here, so they too can note that an id was made.
 constexpr wchar_t kLowKey[] = L"Software\\AppDataLow\\Krelix";
 constexpr std::uint32_t kProtectData = 1;
 
@@ -43,7 +43,7 @@ std::string TUuid::EnsureUniqUserIdExists(const std::string& path) {
   }
   LOG_D << "Try to generate new guid...";
   if (ProtectValueAlreadyExist()) return kNoId;
-  // Before the id is made: one that fails half-way must not be made again at every start.
+  // Before the id is made: a start that fails half-way must not lead to a new id at each later one.
   WriteProtectValue();
   id = NewGuid();
   FileSystem::WriteFile(path, id);

@@ -5,7 +5,7 @@
 #include <string>
 
 /// A GUID with braces in the file "ui" of the maker's folder. It is made at most once per user: the
-/// protect value in the registry records that it was, and then none is made again, even when the
+/// protect value in the registry records that it was, and then no other one is made, even when the
 /// file is gone. Takes no lock: of two processes that make it at the same time the last one's
 /// stays. Nothing throws for a fault of file or registry.
 struct TUuid {

@@ -6,7 +6,8 @@
 
 namespace {
 
-bool IsLogged(HRESULT result, HRESULT* fault) {
+// Logs a failure. The first one of several stays in `fault`, since it is the cause of the others.
+bool HasFailed(HRESULT result, HRESULT* fault) {
   if (SUCCEEDED(result)) return false;
   LOG_E << kHresult << result;
   if (SUCCEEDED(*fault)) *fault = result;
@@ -30,11 +31,11 @@ EndedJob EndOpenedJob(IBackgroundCopyJob& job, HRESULT* fault) {
     return {JobEnd::kGone};
   }
   const bool transferred = state == JobState::kTransferred;
-  if (transferred && !IsLogged(job.Complete(), fault)) return {JobEnd::kCompleted, true};
-  // Where another host has the file open, the job would stay, and its id is known to no one any
-  // more.
-  if (!IsLogged(job.Cancel(), fault)) return {JobEnd::kCancelled, transferred};
-  // Both are refused when another process was faster.
+  if (transferred && !HasFailed(job.Complete(), fault)) return {JobEnd::kCompleted, true};
+  // Completing fails while another host has the target file open. Without this the job would stay,
+  // because no program keeps its id.
+  if (!HasFailed(job.Cancel(), fault)) return {JobEnd::kCancelled, transferred};
+  // Both calls fail when another process was faster.
   return {IsEnded(StateOf(job)) ? JobEnd::kGone : JobEnd::kAlive};
 }
 

@@ -5,6 +5,7 @@
 _COM_SMARTPTR_TYPEDEF(IUnknown, __uuidof(IUnknown));
 
 IBackgroundCopyManagerPtr ConnectToService() {
+  // The steps of the smart pointer's own CreateInstance, which would import ole32.dll.
   IUnknownPtr server;
   hrcheck() = com::CoCreateInstance(__uuidof(BackgroundCopyManager), nullptr, CLSCTX_LOCAL_SERVER,
                                     __uuidof(IUnknown), reinterpret_cast<void**>(&server));

@@ -22,8 +22,7 @@ IBackgroundCopyManagerPtr ConnectToService();
 /// Whether one more job of that purpose keeps to the limits: kMaxOwnJobs and kMaxReports, which
 /// hold for jobs on their way that start the executor, and kMaxJobsOfAllKinds. A refusal is logged
 /// as TBitsTransfer::Work. Abandoned jobs are ended: those that stand still always, those on their
-/// way when there is no room, for as long as there is, these are asked for nothing but name and
-/// state. True when the jobs cannot be listed.
+/// way only when there is no room. True when the jobs cannot be listed.
 bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager, JobPurpose purpose);
 
 /// The state of a job, which is logged. Throws _com_error.

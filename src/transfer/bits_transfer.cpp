@@ -9,7 +9,7 @@
 
 namespace {
 
-// The steps of a transfer log as the operation that is known.
+// All steps of a transfer log under this one name, which people look for.
 LogLine LogStep(const char* level, int line) { return LogAs("TBitsTransfer::Work", line, level); }
 #define STEP_D LogStep("D:", __LINE__)
 #define STEP_E LogStep("E:", __LINE__)
@@ -32,6 +32,8 @@ void TBitsTransfer::Work() {
   try {
     manager = ConnectToService();
   } catch (const _com_error&) {
+    // COM gives no service to a process of low integrity. Its host gets no job, but no error
+    // either.
     LOG_D << "Low-privileges process";
     return;
   }
@@ -45,12 +47,14 @@ void TBitsTransfer::Work() {
            "&job_id, &job1)";
   IBackgroundCopyJob2Ptr job2;
   try {
+    // From here on a failure must cancel the job, or it would stay in the service.
     const HRESULT result = job.QueryInterface(__uuidof(IBackgroundCopyJob2), &job2);
     if (result != E_NOINTERFACE) hrcheck() = result;
     if (!job2) LOG_E << "job == NULL!!";
     LimitSize(*job);
     Configure(*job);
     SetNotifyFlags(job2.GetInterfacePtr());
+    // A new job is suspended, so the service starts nothing before the last step.
     if (job2) Start(*job2, GuidText(id));
   } catch (...) {
     job->Cancel();
@@ -59,7 +63,8 @@ void TBitsTransfer::Work() {
   if (!job2) throw _com_error(E_POINTER);
 }
 
-// A service without that property is fine: each look at the job ends one that has grown too large.
+// A service without that property is no failure: the executor, and a host that asks for its job,
+// end a job that has grown too large.
 void TBitsTransfer::LimitSize(IBackgroundCopyJob& job) {
   IBackgroundCopyJob5Ptr job5;
   job.QueryInterface(__uuidof(IBackgroundCopyJob5), reinterpret_cast<void**>(&job5));
@@ -82,6 +87,8 @@ void TBitsTransfer::Configure(IBackgroundCopyJob& job) {
             "BG_JOB_PRIORITY_NORMAL)";
 }
 
+// A refusal is only logged: a service that starts no programs refuses the command line too, and
+// that ends the transfer.
 void TBitsTransfer::SetNotifyFlags(IBackgroundCopyJob2* job) {
   try {
     if (!job) throw _com_error(E_POINTER);  // a service older than notify programs

@@ -30,7 +30,7 @@ class TBitsTransfer final {
   /// @param purpose  decides how large the file may be and how many such jobs there may be
   TBitsTransfer(std::string url, std::wstring outfile, JobPurpose purpose = JobPurpose::kHostFeed);
 
-  /// @param program     full path of the notify program; empty: none is started
+  /// @param program     full path of the notify program; empty: no program is started
   /// @param parameters  its arguments
   void NotifyCmdLine(std::wstring program, std::wstring parameters);
   /// Seconds without progress after which the service gives the job up; 0 keeps the service's own.

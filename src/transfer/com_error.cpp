@@ -11,8 +11,8 @@ _COM_SMARTPTR_TYPEDEF(IErrorInfo, __uuidof(IErrorInfo));
 
 namespace {
 
-// One of the texts that came with the error; empty when there is none. The system's own wrapper of
-// such a text would import what frees it.
+// One of the texts that came with the error, or empty. The system's own wrapper of such a text
+// would import the function that frees it.
 std::string TextOf(const _com_error& error, HRESULT (STDMETHODCALLTYPE IErrorInfo::*get)(BSTR*)) {
   IErrorInfoPtr info(error.ErrorInfo(), false);
   BSTR text = nullptr;

@@ -7,6 +7,8 @@
 namespace {
 
 constexpr std::uint64_t kMaxSecondsOfHostJob = kSecondsPerDay;
+// A month, because a delivered report may wait that long for its executor. With a week, reports
+// were ended before the executor had confirmed them, and were sent twice.
 constexpr std::uint64_t kMaxSecondsUntouched = 30 * kSecondsPerDay;
 
 }  // namespace

@@ -25,7 +25,7 @@ enum class JobState {
 /// The state's name for the log, "unknown state" for any other number.
 const char* JobStateName(JobState state);
 
-/// Whether it still waits for data, or for somebody to resume it.
+/// Whether it still waits for data, or for a program to resume it.
 constexpr bool IsInWork(JobState state) {
   return state == JobState::kQueued || state == JobState::kConnecting ||
          state == JobState::kTransferring || state == JobState::kSuspended ||
@@ -40,7 +40,7 @@ constexpr bool IsEnded(JobState state) {
   return state == JobState::kAcknowledged || state == JobState::kCancelled;
 }
 
-/// What a job is for.
+/// The purpose of a job.
 enum class JobPurpose {
   kHostFeed,  ///< the feed of a host, which comes back for it; no program is started
   kCheck,     ///< a feed for the executor
@@ -51,8 +51,8 @@ enum class JobPurpose {
 inline constexpr std::size_t kMaxOwnJobs = 20;
 /// The last place of these is kept for a check.
 inline constexpr std::size_t kMaxReports = kMaxOwnJobs - 1;
-/// How many of the 60 jobs that the service grants a user are ours at most, whatever they are for
-/// and whatever became of them.
+/// The most jobs of ours at a time, all purposes and states counted together. The service grants a
+/// user 60.
 inline constexpr std::size_t kMaxJobsOfAllKinds = 40;
 
 /// How many bytes a job may transfer.
@@ -61,16 +61,16 @@ constexpr std::uint64_t MaxBytesOf(JobPurpose purpose) {
 }
 
 /// Whether a job has transferred more than it may, so that it is to be ended. A service that knows
-/// the limit ends it itself; for the others those who look at the job do.
+/// the limit ends it itself; for other services the programs that look at the job end it.
 constexpr bool IsTooLarge(JobPurpose purpose, std::uint64_t bytesTransferred) {
   return bytesTransferred > MaxBytesOf(purpose);
 }
 
-/// What the service tells of one job. Times are seconds since 1970-01-01 UTC.
+/// The service's data of one job. Times are seconds since 1970-01-01 UTC.
 struct JobFacts {
   std::string id;  ///< with braces
   JobState state = JobState::kQueued;
-  std::wstring notifyProgram;      ///< empty: none is started
+  std::wstring notifyProgram;      ///< empty: no program is started
   std::wstring notifyCommandLine;  ///< the program included
   std::uint64_t created = 0;
   std::uint64_t modified = 0;
@@ -78,10 +78,10 @@ struct JobFacts {
   std::uint64_t bytesTransferred = 0;  ///< so far
 };
 
-/// Whether no program will come for a job any more, so that it may be ended to make room: one
-/// without a notify program after a day, whatever its state, for hosts do not live that long;
-/// another one that has ended or was never started after 30 days: until then its program may come
-/// back and act on it. A time as far in the future counts as long ago: the clock was set back.
+/// Whether no program will come for a job any more, so that it may be ended to make room. A job
+/// without a notify program counts after a day in any state, because hosts do not live that long.
+/// Another one counts when it has ended or was never started, after 30 days: until then its program
+/// may still act on it. A time as far in the future counts as long ago: the clock was set back.
 /// @param now  seconds since 1970-01-01 UTC
 bool IsAbandoned(const JobFacts& job, std::uint64_t now);
 

@@ -12,7 +12,7 @@ _COM_SMARTPTR_TYPEDEF(IBackgroundCopyError, __uuidof(IBackgroundCopyError));
 
 namespace {
 
-// Takes over a text that the service allocated.
+// Copies a text that the service allocated, and frees it.
 std::wstring Taken(LPWSTR text) {
   std::wstring result = text ? text : L"";
   com::CoTaskMemFree(text);
@@ -27,6 +27,7 @@ bool IsOurs(const IBackgroundCopyJobPtr& job) {
 template <class Visit>
 void ForEachOwnJob(const IBackgroundCopyManagerPtr& manager, Visit visit) {
   IEnumBackgroundCopyJobsPtr jobs;
+  // 0: only the jobs of this user. Those of all users need an administrator.
   hrcheck() = manager->EnumJobs(0, &jobs);
   IBackgroundCopyJobPtr job;
   while (jobs->Next(1, &job, nullptr) == S_OK) {
@@ -79,9 +80,11 @@ JobFacts FactsOf(const IBackgroundCopyJobPtr& job) {
   return facts;
 }
 
+// The census is a step of the transfer that is about to start, so it logs under that name.
 LogLine WorkLine(int line) { return LogAs("TBitsTransfer::Work", line, "I:"); }
 
-// Our jobs, as far as a new one has to know them.
+// Our jobs, counted before a new one is made. Each question about a job is a call into the
+// service's process, so a job on its way is asked for nothing but its state while there is room.
 class Census {
  public:
   explicit Census(const IBackgroundCopyManagerPtr& manager) {
@@ -94,8 +97,8 @@ class Census {
     return Total() < kMaxJobsOfAllKinds && (isHosts || onTheirWay_.size() < limit);
   }
 
-  // Asks those on their way too: abandoned ones are ended, and only those that start a program
-  // count as on their way afterwards.
+  // Asks the jobs on their way too. Abandoned ones are ended; of the others only those that start a
+  // program count as on their way afterwards.
   void LookCloser() {
     std::vector<IBackgroundCopyJobPtr> starting;
     for (const IBackgroundCopyJobPtr& job : onTheirWay_) {
@@ -132,6 +135,8 @@ class Census {
   bool EndIfAbandoned(const IBackgroundCopyJobPtr& job, JobFacts* facts) const {
     try {
       ReadTimes(job, facts);
+      // The notify program is not known yet, so this is the shorter limit, that of hosts' jobs. No
+      // rule abandons a younger job.
       const bool mayBeHosts = IsAbandoned(*facts, now_);
       if (!mayBeHosts && !IsOnItsWay(facts->state)) return false;
       ReadNotify(job, facts);
@@ -159,6 +164,7 @@ std::vector<JobFacts> ListJobs() {
     try {
       list.push_back(FactsOf(job));
     } catch (const _com_error&) {
+      // It may have ended since the list was begun.
       LOG_D << "A job is left out of the list.";
     }
   });
@@ -178,6 +184,7 @@ bool IsRoomForJob(const IBackgroundCopyManagerPtr& manager, JobPurpose purpose) 
     }
     return false;
   } catch (const _com_error&) {
+    // Without a list nothing shows that there are too many, and the service has a limit of its own.
     return true;
   }
 }

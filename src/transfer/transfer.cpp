@@ -12,8 +12,10 @@
 
 namespace {
 
+// BG_E_NOT_FOUND: no job of this id, or no longer.
 constexpr HRESULT kNotFound = static_cast<HRESULT>(0x80200001);
 
+// The other folders know no COM: its errors become TransferError here.
 template <class Call>
 auto WithCom(Call call) {
   try {
@@ -68,6 +70,8 @@ EndedJob EndJob(const std::string& jobId) noexcept {
   try {
     return WithCom([&] { return EndFoundJob(jobId); });
   } catch (...) {
+    // In doubt the job is alive: the executor then ends with a code after which the service starts
+    // it again. A job that counts as gone would stay for 90 days.
     return {JobEnd::kAlive};
   }
 }

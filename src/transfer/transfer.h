@@ -1,6 +1,5 @@
-// What the rest of the library and the executor ask of the transfer service. Each function enters
-// COM on the calling thread and leaves it again; none waits for a transfer. A failing call is in
-// the log.
+// The transfer service, as the library and the executor use it. Each function enters COM on the
+// calling thread and leaves it again; none waits for a transfer. A failing call is in the log.
 #ifndef KUPDATE_TRANSFER_TRANSFER_H_
 #define KUPDATE_TRANSFER_TRANSFER_H_
 
@@ -11,7 +10,7 @@
 
 #include "transfer/job.h"
 
-/// What these functions throw when a call of the service fails.
+/// Thrown by these functions when a call of the service fails.
 class TransferError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -23,8 +22,8 @@ struct JobOrder {
   std::wstring file;  ///< full path; the file appears when the job is completed
   JobPurpose purpose = JobPurpose::kHostFeed;
   std::uint32_t timeoutSeconds = 0;  ///< without progress, until the service gives up; 0: 14 days
-  std::wstring program = {};         ///< full path; started when the job has ended; empty: none
-  std::wstring arguments = {};       ///< its arguments; the job's id is added
+  std::wstring program = {};    ///< full path; started when the job has ended; empty: no program
+  std::wstring arguments = {};  ///< its arguments; the job's id is added
 };
 
 /// Creates, configures and starts a job. Ends abandoned jobs of ours.
@@ -39,7 +38,7 @@ struct JobProgress {
   std::uint64_t bytes = 0;  ///< transferred so far; asked only while the job is in work
 };
 
-/// How a job is. Throws TransferError, also for a job that is gone.
+/// The state of a job. Throws TransferError, also for a job that is gone.
 /// @param jobId  with braces
 JobProgress AskJob(const std::string& jobId);
 
@@ -50,22 +49,22 @@ void FinishJob(const std::string& jobId);
 enum class JobEnd {
   kCompleted,  ///< its file was handed over
   kCancelled,  ///< its file is gone
-  kGone,       ///< another process ended it before, or meanwhile
+  kGone,       ///< another process ended it, before or during the call
   kAlive,      ///< it could be neither completed nor cancelled, or the service not be asked
 };
 
 struct EndedJob {
   JobEnd end = JobEnd::kAlive;
-  bool transferred =
-      false;  ///< the server had answered, so it was heard even when the file is lost
+  /// The server had answered, so it was heard even when the file is lost.
+  bool transferred = false;
 };
 
-/// Ends a job so that its outcome is certain, whichever process else may be ending it.
+/// Ends a job so that its outcome is certain, even when another process ends it at the same time.
 /// @param jobId  with braces; a text that is no id names a job that is gone
 EndedJob EndJob(const std::string& jobId) noexcept;
 
-/// The current user's jobs with our display name. A job that cannot be asked, as one that ends
-/// meanwhile, is left out. Throws TransferError when the service cannot be asked at all.
+/// The current user's jobs with our display name. A job that cannot be asked, for example because
+/// it has just ended, is left out. Throws TransferError when the service cannot be asked at all.
 std::vector<JobFacts> ListOwnJobs();
 
 #endif  // KUPDATE_TRANSFER_TRANSFER_H_

@@ -1,10 +1,10 @@
-// What an update in the feed brings into the store of the update found, one row for each value.
+// The values that an update in the feed brings into the store of the update found, one row each.
 #ifndef KUPDATE_UPDATE_FEED_FIELDS_H_
 #define KUPDATE_UPDATE_FEED_FIELDS_H_
 
 #include "layout/keys.h"
 
-/// Where the parser finds a value.
+/// The place where the parser finds a value.
 enum class FieldSource {
   kOwn,       ///< an element that targeted updates have for themselves
   kCommon,    ///< an element that all updates of an item share

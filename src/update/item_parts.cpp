@@ -9,8 +9,8 @@ constexpr std::string_view kNick = "version:nick";
 constexpr std::string_view kVersion = "version:version";
 constexpr std::string_view kTarget = "update:target";
 
-// Texts lie in the order of the nodes, and most of the time goes by waiting for them: half an item
-// ahead they are asked for. Any address will do for that, also one behind the feed.
+// Texts lie in memory in the order of the nodes, and waiting for them takes most of the time. So
+// they are asked for half an item ahead. Any address will do for that, also one behind the feed.
 constexpr int kBytesAhead = 400;
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What decides about an item of a feed.
+// The parts of a feed's item that decide whether it counts.
 #ifndef KUPDATE_UPDATE_ITEM_PARTS_H_
 #define KUPDATE_UPDATE_ITEM_PARTS_H_
 

@@ -16,9 +16,9 @@ namespace {
 constexpr std::string_view kCommonPrefix = "version:";
 constexpr std::string_view kTargetPrefix = "update:";
 constexpr std::string_view kTarget = "update:target";
-// Four parts count, and whether there is a fifth one. A feed can have millions.
+// Four parts count, and whether there is a fifth one. A mask in a feed can have millions of parts.
 constexpr std::size_t kMaskParts = 5;
-// Of a text of the feed, in the log.
+// The part of a feed's text that the log shows.
 constexpr std::size_t kMaxShownChars = 256;
 
 std::string_view Shown(std::string_view text) { return text.substr(0, kMaxShownChars); }
@@ -40,7 +40,8 @@ void AddCandidate(std::string_view version, const XmlNode& item, std::vector<Can
   to->push_back({ParseVersion(version), to->size(), &item});
 }
 
-// Takes the highest candidate out, and those of the same version that it stands for.
+// Takes the highest candidate out, and with it the others of that version: of these the last in the
+// feed counts.
 Candidate TakeHighest(std::vector<Candidate>* heap) {
   const Candidate highest = heap->front();
   while (!heap->empty() && heap->front().version == highest.version) {
@@ -115,6 +116,7 @@ bool RssParser::FillUpdateList(std::string_view appId, std::string_view platform
     const bool isSingle = isTargeted && IsTargetSingle(*item);
     if (isSingle) AddCandidate(ChildText(*item, kTargetPrefix, "version"), *item, &target_);
     AddCandidate(TextOf(parts.version), *item, &common_);
+    // Such an item does not say which of its updates is meant, so the feed as a whole is refused.
     if (isTargeted && !isSingle) {
       LOG_E << "RSS <item> have multiple (or empty) targets URL/status/version.";
       LOG_E << "Update stopped.";
@@ -128,13 +130,14 @@ UpdateInfo RssParser::FindUpdate(bool wantUnstable, bool* isCurrentListed) {
   const bool isTarget = !target_.empty();
   LOG_I << "Will use " << (isTarget ? "target" : "common") << " update.";
   const std::string_view prefix = isTarget ? kTargetPrefix : kCommonPrefix;
-  // A heap, because few of the many are ever looked at.
+  // A heap, because of many candidates only the highest are looked at.
   std::vector<Candidate>& heap = isTarget ? target_ : common_;
   std::make_heap(heap.begin(), heap.end());
   while (!heap.empty()) {
     const auto [version, position, item] = TakeHighest(&heap);
     log_.BeginItem();
     if (log_.Takes(ItemLog::kVersion)) LOG_D << "Try to check ver: " << FormatVersion(version);
+    // All that follow are lower, so the first one that is not newer ends the search.
     *isCurrentListed = version == current_;
     if (version <= current_) return {};
     const std::string_view status = ChildText(*item, prefix, "status");
@@ -167,6 +170,8 @@ bool RssParser::AreWeTarget(const XmlNode* target) {
       if (log_.Takes(ItemLog::kMask)) LOG_D << "Target version: " << Shown(mask);
       ParseVersionMask(mask, &lowParts, kMaskParts);
       highParts = lowParts;
+      // Four parts name one version. Fewer name a range, in which the missing parts run from 0 to
+      // 65535.
       const bool isOneVersion = lowParts.size() == 4;
       if (isOneVersion ? MaskToVersion(lowParts, 0) == current_ : isInRange()) return true;
     } else if (!begin.empty() || !end.empty()) {
@@ -223,6 +228,7 @@ void RssParser::FillTexts(const UpdateInfo& update) {
     return own.empty() ? TextOf(item.FindChild(name)) : own;
   };
   result_[key::kTitle] = ownOrCommon("title");
+  // Unlike title and link, a targeted update takes no description from the common one.
   result_[key::kDescription] = ChildText(item, update.isTarget ? kTargetPrefix : "", "description");
   result_[key::kHomepage] = ownOrCommon("link");
 }
@@ -256,6 +262,7 @@ DatedUrl RssParser::GetArchiveUrl(const XmlNode& item, std::string_view prefix,
   if (!archive) return {};
   std::string_view ver = archive->Attribute("ver");
   std::string_view date = archive->Attribute("date");
+  // A feed may also give them as elements of their own.
   if (ver.empty()) ver = ChildText(item, prefix, name + "-ver");
   if (date.empty()) date = ChildText(item, prefix, name + "-date");
   return IsCompatibleVersion(ver) ? DatedUrl{archive->Text(), date} : DatedUrl{};

@@ -13,20 +13,20 @@
 #include "appinfo/version_number.h"
 #include "xml/xml_node.h"
 
-/// A version that an item of the feed offers. Without an item it is "none". The texts and the item
-/// live in the feed.
+/// A version that an item of the feed offers. Without an item it stands for no update. The texts
+/// and the item live in the feed.
 struct UpdateInfo {
   std::string_view version;
   std::string_view status;  ///< "release", "beta" or "critical"
-  bool isTarget =
-      false;  ///< made for certain installed versions, from the item's "update:" elements
+  /// Made for certain installed versions, from the item's "update:" elements.
+  bool isTarget = false;
   const XmlNode* item = nullptr;
 
   /// Logs what was found.
   void LogI() const;
 };
 
-/// An address from the feed and its date; both empty when there is none.
+/// An address from the feed and its date; both may be empty.
 struct DatedUrl {
   std::string_view url;
   std::string_view date;
@@ -76,7 +76,7 @@ class RssParser {
   /// @param app   the application's record; its "LastCheckTime" is set when there is no update
   /// @param feed  the root of the parsed feed; taken over, not copied
   /// @param now   seconds since 1970-01-01 UTC
-  /// @return whether there is an update, which Result() then tells.
+  /// @return whether there is an update, which Result() then gives.
   /// Throws std::invalid_argument for another root element than "rss" and for a bad version, a
   /// const char* for a bad mask.
   bool IsUpgradeAvailable(TAppInfo2& app, XmlNode feed, std::uint64_t now);

@@ -16,12 +16,12 @@
 
 namespace {
 
-// An update's description is a text for people, not a place to keep things in.
+// More than people read in a description. A feed cannot use a store to keep large data in.
 constexpr std::size_t kMaxTextBytes = 64 << 10;
 
 // A reference gives a single byte, whatever the code page is ("&nbsp;" A0, "&#169;" A9). Where it
 // is not a part of a character, it becomes the character of that number.
-// @param strays  how many bytes but A0 there were
+// @param strays  receives the number of such bytes other than A0
 std::string WithWholeChars(std::string_view bytes, std::size_t* strays) {
   std::string text;
   *strays = 0;
@@ -84,6 +84,8 @@ bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
   };
   {
     const StoreChanges one(*this);
+    // A version from a feed may have parts above 16 bits, which spill into the next one. They are
+    // stored as the parts of the number.
     SetVersion(PartOf(version, 48), PartOf(version, 32), PartOf(version, 16), PartOf(version, 0));
     SetVersionStatus(ParseVersionStatus(result.at("upd_stat")));
     for (const FeedField& field : kFeedFields) {
@@ -96,6 +98,7 @@ bool TUpdInfo::Evaluate(TAppInfo2& app, XmlNode feed, std::uint64_t now) {
       }
     }
   }
+  // After the update is stored: a kill in between leads to another check.
   app.UpdateLastCheckTime(now);
   return true;
 }

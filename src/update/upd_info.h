@@ -16,8 +16,8 @@ class TUpdInfo final : public TAppInfo2 {
 
   std::string Path() const override;
 
-  /// Decides from `feed` whether there is an update for `app` and writes it down; nothing is
-  /// written when there is none. Both outcomes set the application's "LastCheckTime"; a feed that
+  /// Decides from `feed` whether there is an update for `app` and writes it down; without
+  /// an update nothing is written. Both outcomes set the application's "LastCheckTime"; a feed that
   /// is refused, be it by an exception or for ambiguous targets, does not. A feed that declares no
   /// code page is read as UTF-8 where it is that, else as windows-1251. In one that declares UTF-8
   /// a byte that belongs to no character stands for the character of that number. A text above

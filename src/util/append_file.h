@@ -7,7 +7,8 @@
 #include <string_view>
 
 /// Opens the file (made when absent), appends `text` in one write and closes it. On Windows each LF
-/// is written as CR LF. Others may read, write and rename the file meanwhile. Logs nothing.
+/// is written as CR LF. Other processes may read, write and rename the file at the same time. Logs
+/// nothing.
 /// @return whether everything was written.
 bool AppendToFile(const std::wstring& path, std::string_view text);
 

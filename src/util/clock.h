@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-/// Whole seconds since 1970-01-01 UTC. Callers read it once per operation and hand it on.
+/// Whole seconds since 1970-01-01 UTC. Callers read it once per operation and pass it on.
 std::uint64_t NowSeconds();
 
 /// Milliseconds since some moment before the process began; no change of the clock moves it.

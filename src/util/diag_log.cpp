@@ -6,8 +6,8 @@
 
 namespace {
 
-// A line and its end. Foreign texts have line ends of their own, behind which they could pass for
-// lines of ours.
+// A line and its end. A foreign text may hold line ends, and what follows one could pass for a line
+// of ours: so it is indented.
 std::string EntryOf(std::string_view line) {
   const std::size_t last = line.find_last_not_of("\r\n");
   line = line.substr(0, last == line.npos ? 0 : last + 1);
@@ -42,17 +42,20 @@ void DiagLog::Write(std::string_view line) noexcept {
       heldLines_.push_back(std::move(entry));
     }
   } catch (...) {
-    // Out of memory; there is nowhere left to say so.
+    // Out of memory, and the log itself is the place for failures.
   }
 }
 
 void DiagLog::Start(const std::function<std::wstring()>& choosePath,
                     std::string_view heading) noexcept {
   try {
+    // The guard keeps lines of several threads apart. It may be taken again, because choosing a
+    // path logs.
     CriticalScope scope(guard_);
     if (started_) return;
     std::wstring path = choosePath();
-    started_ = true;  // also without a path: lines must not be held for ever
+    // Also without a path: otherwise the held lines would grow without limit.
+    started_ = true;
     std::string text(heading);
     text += '\n';
     for (const std::string& entry : heldLines_) text += entry;
@@ -60,7 +63,7 @@ void DiagLog::Start(const std::function<std::wstring()>& choosePath,
     path_ = std::move(path);
     if (!path_.empty()) Append(text);
   } catch (...) {
-    // Out of memory: the next line may fare better.
+    // Out of memory: the next call tries again.
   }
 }
 

@@ -39,8 +39,8 @@ class DiagLog {
   /// Names the file and writes `heading` and then the held lines into it, unless a file was named
   /// before.
   /// @param choosePath  called under the log's lock, and only when the log is not started yet.
-  ///                    Returns the full path; lines written meanwhile are held. Without a path
-  ///                    this and all later lines are lost.
+  ///                    Returns the full path; lines written during the call are held. Without a
+  ///                    path this and all later lines are lost.
   void Start(const std::function<std::wstring()>& choosePath, std::string_view heading) noexcept;
 
  private:

@@ -12,6 +12,7 @@ FileLock::FileLock(std::string path, unsigned waitMilliseconds)
 FileLock::~FileLock() { FileLock::Unlock(); }
 
 bool FileLock::Lock() {
+  // Nothing announces that a file becomes free, so this tries again and again.
   constexpr unsigned kPauseMilliseconds = 20;
   for (unsigned waited = 0;; waited += kPauseMilliseconds) {
     bool isHeld = false;

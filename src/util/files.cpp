@@ -1,4 +1,4 @@
-// The parts of files.h that ask the system nothing.
+// The parts of files.h that need nothing of the system.
 #include "util/files.h"
 
 #include <algorithm>
@@ -18,6 +18,7 @@ std::wstring GetFolderOfPath(const std::wstring& path) {
 }
 
 bool PrepareString(const std::wstring& path, wchar_t* buffer) {
+  // The shell reads a list of paths, which ends with an empty one: hence the second zero.
   std::fill_n(buffer, kMaxShellPathChars + 1, L'\0');
   if (path.size() >= kMaxShellPathChars) {
     LOG_E << "Path too long.";

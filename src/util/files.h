@@ -1,6 +1,6 @@
 // Whole files: reading, replacing, moving, measuring. Nothing here throws; every failure is logged.
-// Stores name files by narrow UTF-8 paths (FileSystem); wide paths are for what shells and logs
-// use. An empty path is a file that cannot be opened, never one in the current directory.
+// Stores name files by narrow UTF-8 paths (FileSystem); shells and logs use wide paths. An empty
+// path is a file that cannot be opened, never one in the current directory.
 #ifndef KUPDATE_UTIL_FILES_H_
 #define KUPDATE_UTIL_FILES_H_
 
@@ -16,7 +16,7 @@ std::wstring NormalizeFolder(std::wstring& path);
 /// The text up to and including the last "\"; the whole path when it holds none.
 std::wstring GetFolderOfPath(const std::wstring& path);
 
-/// How much a path may be long for the shell's file operations, its ending zero included.
+/// How long a path may be for the shell's file operations, its ending zero included.
 inline constexpr std::size_t kMaxShellPathChars = 260;
 
 /// Copies `path` with a second ending zero, as a list of one file for the shell.
@@ -76,7 +76,7 @@ std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, std::string_view content);
 
 /// The names of the folders in a folder, in no order.
-/// @return false when it is there and cannot be listed; a folder that is missing holds none.
+/// @return false when it is there and cannot be listed; a missing folder holds no folders.
 bool ListFolders(const std::string& path, std::vector<std::string>* names);
 
 /// Whether there is surely nothing of that name: false also when the system does not say, which
@@ -86,8 +86,8 @@ bool IsNameFree(const std::string& path);
 /// Whether the file can be opened for reading.
 bool IsFileExist(const std::string& path);
 
-/// Deletes the file, also where a program holds it open for less than 100 ms; not being there and
-/// not being deletable are the same.
+/// Deletes the file, also where a program holds it open for less than 100 ms. A file that is not
+/// there, or cannot be deleted, is no failure here.
 void DeleteFile(const std::string& path);
 
 /// Copies the file over `target`. A failure is logged.

@@ -1,4 +1,4 @@
-// What lies in a folder, its age, and its removal. Windows only. Nothing throws; names and paths
+// The content of a folder, its age, and its removal. Windows only. Nothing throws; names and paths
 // are UTF-8, folders end with a backslash.
 #ifndef KUPDATE_UTIL_FOLDER_CONTENT_H_
 #define KUPDATE_UTIL_FOLDER_CONTENT_H_
@@ -22,7 +22,7 @@ std::vector<FileEntry> ListFiles(const std::string& folder);
 bool RemoveEmptyFolder(const std::string& folder);
 
 /// Deletes those files of a folder whose names `isOurs` accepts. Follows no link: a folder that is
-/// one is left alone, which is logged, and nobody can put one in its place meanwhile.
+/// a link is left alone, which is logged, and no program can put a link in its place meanwhile.
 void DeleteFilesIn(const std::string& folder, bool (*isOurs)(std::string_view name));
 
 /// Renames a file within its volume, also a program that runs. False when that is refused.

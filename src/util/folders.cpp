@@ -1,4 +1,4 @@
-// The folders of the system that are made of others.
+// The folders of the system that are derived from others.
 #include "util/folders.h"
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 
 namespace {
 
+// The shell's numbers, written here because only Windows has their names.
 constexpr int kCsidlAppData = 0x1A;
 constexpr int kCsidlLocalAppData = 0x1C;
 constexpr int kCsidlCommonAppData = 0x23;
@@ -20,6 +21,7 @@ bool HasParentComponent(std::wstring_view path) {
   while (!path.empty()) {
     const std::size_t end = std::min(path.find_first_of(L"\\/"), path.size());
     const std::wstring_view component = path.substr(0, end);
+    // Windows drops blanks and dots at the end of a name, so "..." and ".. " lead out too.
     const bool onlyDots = component.find_first_not_of(L". ") == component.npos;
     if (onlyDots && std::count(component.begin(), component.end(), L'.') >= 2) return true;
     path.remove_prefix(std::min(end + 1, path.size()));
@@ -33,6 +35,7 @@ std::wstring FolderBelow(std::wstring folder, const std::wstring& subPath) {
     return {};
   }
   NormalizeFolder(folder);
+  // Below no folder, the sub-path alone would name one in the current directory.
   if (folder.empty()) return folder;
   folder += subPath;
   return NormalizeFolder(folder);

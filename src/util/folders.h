@@ -8,8 +8,8 @@
 
 enum class CreateFolder { kNo, kYes };
 
-/// Makes a folder with its parents; one that is there is fine, failure is ignored, empty is
-/// nothing.
+/// Makes a folder with its parents. An existing one is fine, a failure is ignored, and an empty
+/// path does nothing.
 void MakeFolder(const std::wstring& path);
 
 /// Whether a path has a component that leads out of the folder it is appended to: "..", also where

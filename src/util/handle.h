@@ -1,4 +1,4 @@
-// Kernel objects: their owner, events, and waiting. A waiting host is woken by an event.
+// Kernel objects: their owner, events, and waiting. An event wakes a waiting host.
 #ifndef KUPDATE_UTIL_HANDLE_H_
 #define KUPDATE_UTIL_HANDLE_H_
 

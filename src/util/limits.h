@@ -1,4 +1,4 @@
-// Sizes above which what others made is refused.
+// Sizes above which foreign data is refused.
 #ifndef KUPDATE_UTIL_LIMITS_H_
 #define KUPDATE_UTIL_LIMITS_H_
 

@@ -32,6 +32,9 @@ const char* Prefix(CodeMode mode) {
 
 }  // namespace
 
+// Each function here keeps the thread's last error: what a line does to it must not reach the
+// caller, nor a later kLastError of the same line. A line for which memory is short is dropped as a
+// whole.
 LogLine::LogLine(DiagLog* log, std::string_view function, int line, std::string_view level) noexcept
     : log_(log) {
   const LastErrorKeeper keeper;
@@ -48,6 +51,7 @@ LogLine::LogLine(DiagLog* log, std::string_view function, int line, std::string_
 
 LogLine::~LogLine() {
   const LastErrorKeeper keeper;
+  // A statement that adds nothing writes nothing.
   if (log_ && !suppressed_ && !headerOnly_ && !text_.empty()) log_->Write(text_);
 }
 
@@ -72,6 +76,7 @@ LogLine& LogLine::operator<<(std::wstring_view text) noexcept {
 }
 
 LogLine& LogLine::WithError(CodeMode mode) noexcept {
+  // First of all, before another call can change it.
   const std::uint32_t code = LastErrorCode();
   codeMode_ = mode;
   codeHex_ = mode != CodeMode::kNone;

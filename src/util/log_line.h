@@ -9,7 +9,7 @@
 
 class DiagLog;
 
-/// How the next number of a line is decorated.
+/// The text that goes before the next number of a line.
 enum class CodeMode {
   kNone = 0,
   kSystemError = 1,  ///< "LastError: 0x5."; the number is the thread's last error, appended at once
@@ -21,11 +21,11 @@ inline constexpr CodeMode kLastError = CodeMode::kSystemError;
 inline constexpr CodeMode kHresult = CodeMode::kHresult;
 inline constexpr CodeMode kOtherCode = CodeMode::kOther;
 
-/// Cuts what __PRETTY_FUNCTION__ gives down to the function's qualified name:
+/// Cuts the text of __PRETTY_FUNCTION__ down to the function's qualified name:
 /// "TStatCtrl::AddState", also inside its lambdas.
 constexpr std::string_view QualifiedName(std::string_view pretty);
 
-/// What is written as a number: no truth value, no character.
+/// A type that is written as a number: no truth value, no character.
 template <class T>
 concept LogNumber = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
                     !std::same_as<T, wchar_t>;

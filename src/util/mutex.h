@@ -21,8 +21,8 @@ class Mutex final : public TLocker {
   Mutex& operator=(const Mutex&) = delete;
 
   /// Waits without limit. An abandoned mutex (its owner died) counts as acquired; the file it
-  /// guards is whole all the same, since files are replaced in one step wherever the system lets
-  /// that be done.
+  /// guards is whole all the same, since files are replaced in one step wherever the system allows
+  /// it.
   bool Lock() override;
   void Unlock() override;
 

@@ -14,9 +14,9 @@ std::wstring HostProgramName();
 /// Full path of the module that this code is in; empty on failure.
 std::wstring ModulePath();
 
-/// Keeps the module that this code is in loaded until the process ends. The C++ runtime that is
-/// linked into it loses a thread-local index with each load in which something was thrown, and a
-/// process has about a thousand of them.
+/// Keeps the module that this code is in loaded until the process ends. Each load in which
+/// something is thrown leaks one thread-local index of the C++ runtime that is linked into the
+/// module, and a process has about a thousand of them.
 void PinThisModule();
 
 /// Names one run of a process for all processes of the machine: its id and its time of creation.

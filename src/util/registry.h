@@ -32,8 +32,8 @@ struct RegistryValue {
 
 namespace JustUtil {
 
-/// Strings, expandable ones as they stand. One stored without its ending zero is returned whole and
-/// logged.
+/// Strings, expandable ones unexpanded. A string that is stored without its ending zero is returned
+/// whole and logged.
 std::wstring ReadStringFromRegistry(RegistryRoot root, const std::wstring& keyPath,
                                     const std::wstring& valueName);
 bool ReadIntFromRegistry(RegistryRoot root, const std::wstring& keyPath,

@@ -1,4 +1,4 @@
-// The system and its user: what the log's banner says of them, rights, error texts, the last error,
+// The system and its user: their names for the log's banner, rights, error texts, the last error,
 // new GUIDs.
 #ifndef KUPDATE_UTIL_SYSTEM_H_
 #define KUPDATE_UTIL_SYSTEM_H_
@@ -47,7 +47,7 @@ class LastErrorKeeper {
 /// A new GUID in registry form with braces, 38 characters; empty when the system gives none.
 std::string NewGuidText();
 
-/// The user's logon name, up to 1023 characters; empty when the system does not tell it.
+/// The user's logon name, up to 1023 characters; empty when the system does not give it.
 std::wstring LogonName();
 
 namespace JustUtil {

@@ -49,6 +49,7 @@ std::size_t Utf8CharLength(std::string_view bytes) {
   if (lead < 0x80) return 1;
   if (lead >= 0xC2 && lead <= 0xDF) return continues(1) ? 2 : 0;
   if (lead >= 0xE0 && lead <= 0xEF) {
+    // A longer form of a character, or half of a pair, is no character: other readers refuse it.
     const bool overlong = lead == 0xE0 && at(1) < 0xA0;
     const bool surrogate = lead == 0xED && at(1) > 0x9F;
     return continues(1) && continues(2) && !overlong && !surrogate ? 3 : 0;
@@ -76,11 +77,12 @@ bool EqualsIgnoreCase(std::string_view a, std::string_view b) {
 }
 
 std::int64_t ParseInt64(std::string_view text) {
+  // Not by strtoll, whose blanks depend on the host's locale.
   while (!text.empty() && (text[0] == ' ' || (text[0] >= '\t' && text[0] <= '\r')))
     text.remove_prefix(1);
   const bool negative = !text.empty() && text[0] == '-';
   if (!text.empty() && text[0] == '+') text.remove_prefix(1);
-  // from_chars would take the sign of "+-1" for one sign.
+  // from_chars would accept the minus of "+-1".
   if (!text.empty() && !negative && text[0] == '-') return 0;
   std::int64_t value = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -91,6 +93,7 @@ std::int64_t ParseInt64(std::string_view text) {
   return result.ec == std::errc() ? value : 0;
 }
 
+// Numbers are formatted without printf, which would bring 23 KB into library and executor.
 std::string DecimalText(std::int64_t value) {
   char text[24];
   return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);

@@ -15,6 +15,7 @@ std::string WithCrLf(std::string_view text) {
 }
 
 std::size_t TextBytesIn(std::string_view text, std::size_t written) {
+  // Counts as the text does, so that a short write and a whole one log comparable numbers.
   std::size_t count = 0;
   for (std::size_t onDisk = 0; count < text.size(); ++count) {
     onDisk += text[count] == '\n' ? 2 : 1;
@@ -25,6 +26,7 @@ std::size_t TextBytesIn(std::string_view text, std::size_t written) {
 
 void DropCrBeforeLf(std::string* text) {
   constexpr const char* kCrLf = "\r\n";
+  // Moves whole runs between two ends of line, which is faster than byte by byte.
   std::size_t cr = text->find(kCrLf);
   std::size_t kept = cr;
   while (cr != std::string::npos) {

@@ -24,6 +24,7 @@ XmlAttribute* LowerBound(XmlAttributes& attributes, std::string_view name) {
 void XmlTree::AddBlock(std::size_t leastBytes) {
   const std::size_t leftBytes = mostBytes_ - std::min(mostBytes_, heldBytes_);
   if (leastBytes > leftBytes) throw std::bad_alloc();
+  // The next block may be cut to the rest of the bound, so that an honest text can use all of it.
   const std::size_t size = std::max(leastBytes, std::min(nextBlockBytes_, leftBytes));
   heldBytes_ += size;
   blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(size));
@@ -43,6 +44,7 @@ XmlNode::XmlNode(const XmlNode& other) : XmlNode() {
     const XmlNode* from;  // the next child to be copied
     XmlNode* to;          // its parent's copy
   };
+  // A list instead of recursion: no tree is too deep to be copied.
   std::vector<Level> levels = {{other.FirstChild(), this}};
   while (!levels.empty()) {
     const auto [from, to] = levels.back();
@@ -119,6 +121,7 @@ XmlNode& XmlNode::ChildOrNew(std::string_view name) {
 
 void XmlNode::RemoveChild(XmlNode& child) {
   XmlNode& last = child.LastSpecial();
+  // The ring has no way back, so the search for the node before starts at the last child.
   XmlNode* before = lastChild_;
   while (before->next_ != &child) before = before->next_;
   if (before == &last) {
@@ -201,6 +204,7 @@ void XmlNode::TakeFrom(XmlNode& other) noexcept {
   next_ = std::exchange(other.next_, nullptr);
   lastChild_ = std::exchange(other.lastChild_, nullptr);
   attributes_ = std::exchange(other.attributes_, nullptr);
+  // A root's texts lie in the tree that moves, so views of them stay valid.
   HoldName(other.Name());
   other.HoldName(kUnnamedNode);
   HoldValue(other.Value());
@@ -217,6 +221,7 @@ const XmlAttribute* XmlNode::FindAttribute(std::string_view name) const {
 
 void XmlNode::InsertAttribute(std::size_t index, const XmlAttribute& attribute) {
   if (attributes_->count == attributes_->capacity) {
+    // The old place stays in the tree's memory, which gives nothing back.
     XmlAttributes* grown = Tree().AllocateAttributes(attributes_->count * std::size_t{2});
     std::uninitialized_copy(attributes_->begin(), attributes_->end(), grown->begin());
     grown->count = attributes_->count;

@@ -13,7 +13,7 @@ struct XmlAttribute;
 struct XmlAttributes;
 struct XmlTree;
 
-/// What the parser throws. what() is the message for the log.
+/// Thrown by the parser. what() is the message for the log.
 class exXML : public std::runtime_error {
  public:
   exXML(const std::string& message, std::size_t position)
@@ -59,7 +59,7 @@ class XmlNode {
   XmlNode(const XmlNode& other);
   /// Takes the tree of the root `other` without a copy; `other` is an empty root then.
   XmlNode(XmlNode&& other) noexcept;
-  /// Both are for roots only: what this tree held is gone.
+  /// Both are for roots only: the old content of this tree is gone.
   XmlNode& operator=(const XmlNode& other);
   XmlNode& operator=(XmlNode&& other) noexcept;
   ~XmlNode();
@@ -171,7 +171,7 @@ class XmlNode {
 };
 
 /// Parses the bytes of a file. Drops a leading UTF-8 byte-order mark.
-/// @param root  not null; what it held is gone
+/// @param root  not null; its old content is gone
 /// @return false when the text does not parse, or is neither blank nor has a root element: that is
 ///         logged, with the position, and `root` holds the children that were read whole.
 bool LoadXml(std::string bytes, XmlNode* root);

@@ -16,9 +16,13 @@
 
 namespace {
 
+// Only a text that is made for it nests so deep or has so many attributes. The limits keep the
+// memory for open elements and attributes small.
 constexpr std::size_t kMaxDepth = 256;
 constexpr std::size_t kMaxAttributes = 4096;
+// Up to this number, sorting by insertion costs less than a heap.
 constexpr std::ptrdiff_t kFewAttributes = 8;
+// The parts of a feed's text that messages show.
 constexpr std::size_t kMaxValueShown = 32;
 constexpr std::size_t kMaxNameShown = 256;
 
@@ -30,11 +34,14 @@ constexpr bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
 }
 
+// Letters, digits, "-", ".", ":" and "_" continue a name. Without && and ||, so that it works on
+// vectors too.
 constexpr auto kEndsAttributeName = [](auto c) {
   const auto lower = c | ' ';
   return ((lower < 'a') | (lower > 'z')) & ((c < '-') | (c > ':') | (c == '/')) & (c != '_');
 };
-// The names of nodes have these too, though seldom.
+// The names of nodes may hold these too, though they seldom do. Looking for them apart keeps the
+// usual search short.
 constexpr bool IsNodeNameMark(char c) { return c == '?' || c == '!' || c == '['; }
 
 std::string Quoted(std::string_view text, std::size_t maxShown) {
@@ -44,8 +51,8 @@ std::string Quoted(std::string_view text, std::size_t maxShown) {
   return quoted.append("\"");
 }
 
-// A name of at most four bytes as a number. The one in front tells names that begin with zeros
-// apart.
+// A name of at most four bytes as a number. The leading one keeps names apart that begin with zero
+// bytes.
 constexpr std::uint64_t Packed(std::string_view name) {
   std::uint64_t number = 1;
   for (const char c : name) number = number << 8 | static_cast<unsigned char>(c);
@@ -66,7 +73,7 @@ unsigned DigitValue(char c) {
   return 16;
 }
 
-// Finds the byte that the reference "&name;" stands for. False when there is none.
+// Finds the byte that the reference "&name;" stands for. False for an unknown one.
 bool DecodeEntity(std::string_view name, char* byte) {
   const std::uint64_t packed = name.size() <= 4 ? Packed(name) : 0;
   for (const auto& entity : kEntities) {
@@ -77,7 +84,7 @@ bool DecodeEntity(std::string_view name, char* byte) {
   if (!name.starts_with('#')) return false;
   const unsigned radix = name.starts_with("#x") ? 16 : 10;
   name.remove_prefix(radix == 16 ? 2 : 1);
-  unsigned code = 0;  // wraps: only its low 8 bits count
+  unsigned code = 0;  // may wrap, because only its low 8 bits count
   for (const char c : name) {
     if (DigitValue(c) >= radix) return false;
     code = code * radix + DigitValue(c);
@@ -132,14 +139,14 @@ class XmlParser {
   void FinishNode();
   [[noreturn]] void Fail(const char* at, std::string_view message) const;
 
-  // Notes where the parse stands, for the case that there is no memory.
+  // Notes where the parse stands, for the message when memory runs out.
   XmlNode& NewNode(const char* at) {
     pos_ = at;
     return *new (tree_.Allocate(sizeof(XmlNode))) XmlNode(&tree_);
   }
   bool IsAt(const char* at, char c) const { return at != end_ && *at == c; }
   char* SkipBlanks(char* at) const {
-    // Mostly there are none, or one and spaces behind it.
+    // Mostly there are no blanks, or one with spaces behind it.
     while (at != end_ && IsBlank(*at)) {
       at = FindFirst(at + 1, end_, [](auto c) { return c != ' '; });
     }
@@ -234,6 +241,7 @@ inline XmlParser::Cursor XmlParser::ReadStart(char* at) {
     }
     if (name.starts_with(kCdataNode)) {
       at -= name.size() - kCdataNode.size();
+      // The content may follow at once: only the mark itself is the name.
       node_->HoldName(From(begin, at));
       return {ReadCdata(at), Start::kWhole};
     }
@@ -264,6 +272,8 @@ char* XmlParser::ReadCdata(char* at) {
   const std::string_view rest = From(at, end_);
   const std::size_t length = rest.find(kTerminator);
   node_->HoldValue(rest.substr(0, length));
+  // A section without its end takes the rest of the text. Inside an element, the missing closing
+  // tag is the error then.
   return length == rest.npos ? end_ : at + length + kTerminator.size();
 }
 
@@ -273,6 +283,7 @@ char* XmlParser::ReadSpecial(char* at, XmlNode& special) {
     at = ReadAttributes(at);
     if (!IsAt(at, '?')) Fail(at, kBadInstruction);
     if (!IsAt(++at, '>')) Fail(at, kBadInstruction);
+    // Only a declaration in front of the root counts.
     if (owner == &root_ && special.Name() == kXmlDeclaration) ReadCodePage(special);
   } else {
     const char* begin = at;
@@ -302,6 +313,7 @@ char* XmlParser::ReadAttributes(char* at) {
     std::string_view value;
     at = ReadAttributeValue(at + 1, &value);
     if (listener_) listener_->OnAttribute(*node_, name, value);
+    // A value without a name is read and dropped.
     if (name.empty()) continue;
     if (attributes_.size() == kMaxAttributes) Fail(at, "too many attributes");
     pos_ = at;
@@ -326,8 +338,9 @@ char* XmlParser::ReadAttributeValue(char* at, std::string_view* value) {
   return at + 1;
 }
 
-// Values lie in the input in the order they were read, so that of equal names the last one read
-// comes last. Many are sorted by heap, because it is the sort of least code.
+// Of equal names the last one read counts. Values lie in the input in the order in which they were
+// read, so it also comes last here. Many are sorted by heap, because that sort takes the least
+// code.
 void XmlParser::StoreAttributes() {
   const auto isBefore = [](const XmlAttribute& a, const XmlAttribute& b) {
     const int order = a.Name().compare(b.Name());
@@ -367,8 +380,8 @@ inline char* XmlParser::ReadValue(char* at) {
   return ReadClosingTag(at + 1);
 }
 
-// Reads up to `stop`, which is left, or to the end of input, and decodes what it reads. What comes
-// before a reference becomes the value of `valueOf`, for the message about a bad one.
+// Reads up to `stop`, which is not taken, or to the end of input, and decodes what it reads. For
+// the message about a bad reference, the text before it becomes the value of `valueOf`.
 inline char* XmlParser::ReadText(char* at, char stop, XmlNode* valueOf, const char** end) {
   const auto isEnd = [stop](auto c) { return (c == stop) | (c == '&'); };
   const char* const begin = at;
@@ -376,6 +389,8 @@ inline char* XmlParser::ReadText(char* at, char stop, XmlNode* valueOf, const ch
   char* out = at;
   while (IsAt(at, '&')) {
     if (valueOf) valueOf->HoldValue(From(begin, out));
+    // A reference is longer than its byte, so the text moves towards its beginning and needs no
+    // other memory.
     char* const run = ReadEntity(at + 1, out++);
     at = FindFirst(run, end_, isEnd);
     const auto length = static_cast<std::size_t>(at - run);
@@ -407,7 +422,7 @@ inline char* XmlParser::ReadClosingTag(char* at) {
   return at + 1;
 }
 
-// Only whole nodes are hung into the tree: a failed parse leaves no half of a child behind.
+// Only whole nodes are put into the tree: a failed parse leaves no half of a child behind.
 inline void XmlParser::FinishNode() {
   XmlNode* parent = depth_ > 0 ? open_[depth_ - 1] : nullptr;
   if (parent) parent->Append(*node_);
@@ -426,6 +441,7 @@ void XmlParser::Fail(const char* at, std::string_view message) const {
 
 void XmlNode::Parse(std::string text, XmlListener* listener) {
   *this = XmlNode();
+  // Sizes of names and values have 31 bits.
   if (text.size() > kMaxTextBytes) throw exXML("out of memory", 0);
   Tree().input = std::move(text);
   tree_->BoundByInput();
@@ -443,10 +459,11 @@ bool LoadXml(std::string bytes, XmlNode* root) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   const std::size_t markSize = bytes.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
   bytes.erase(0, markSize);
+  // An empty file counts as a store without values.
   const bool isBlank = std::all_of(bytes.begin(), bytes.end(), IsBlank);
   try {
     root->Parse(std::move(bytes));
-    // The parser stops before what is no element; for a file that is a fault like any other.
+    // The parser stops before a text that is no element. For a file that is a fault like any other.
     if (root->Name() == kUnnamedNode && !isBlank) throw exXML("no root element", 0);
     return true;
   } catch (const exXML& error) {

@@ -1,4 +1,4 @@
-// Searches in bytes: what a parser does most of its time. Private to the XML sources.
+// Searches in bytes, in which a parser spends most of its time. Private to the XML sources.
 #ifndef KUPDATE_XML_XML_SCAN_H_
 #define KUPDATE_XML_XML_SCAN_H_
 

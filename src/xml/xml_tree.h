@@ -1,4 +1,4 @@
-// What the nodes of one tree share. Private to the XML sources.
+// Shared by the nodes of one tree. Private to the XML sources.
 #ifndef KUPDATE_XML_XML_TREE_H_
 #define KUPDATE_XML_XML_TREE_H_
 
@@ -42,8 +42,7 @@ struct XmlAttributes {
   XmlAttribute* end() { return begin() + count; }
 };
 
-/// The memory of one tree: the parsed input and a few growing blocks. Nothing is given back before
-/// the whole goes.
+/// The memory of one tree: the parsed input and a few growing blocks. It is freed as a whole only.
 struct XmlTree {
   std::string input;
   int codePage = kCodePage1251;
@@ -101,7 +100,7 @@ struct XmlTree {
   std::size_t mostBytes_ = kNoBound;
 };
 
-// What the parser does for each node.
+// The steps of the parser for each node, inline for speed.
 
 inline void XmlNode::HoldName(std::string_view text) {
   name_ = text.data();

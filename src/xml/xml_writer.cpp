@@ -11,9 +11,11 @@
 
 namespace {
 
+// A declaration must begin with its version; the other attributes follow by name.
 constexpr std::string_view kFirstAttribute = "version";
 
-// What bytes are written as. The number sign is escaped on purpose: files in the field hold it so.
+// The bytes that are escaped, and their form. The number sign is one of them on purpose: files in
+// the field hold it so.
 constexpr struct {
   char byte;
   std::string_view text;
@@ -30,8 +32,8 @@ constexpr std::array<unsigned char, 256> MakeEscapeNumbers() {
 
 constexpr std::array<unsigned char, 256> kEscapeNumbers = MakeEscapeNumbers();
 
-// Whether the byte has an escape. But for two bits " # & and ' are the same, but for one bit < and
-// >.
+// Whether the byte has an escape. " # & and ' differ in two bits only, < and > in one, so that
+// three comparisons find all.
 constexpr auto kHasEscape = [](auto c) {
   return ((c & '\xFA') == '"') | ((c & '\xFD') == '<') | (c == '\r');
 };
@@ -47,7 +49,7 @@ class XmlWriter {
   void WriteSpecial(const XmlNode& special);
   /// The node up to its children, or all of a node without children.
   void WriteStart(const XmlNode& node);
-  /// What follows the children.
+  /// The text and the closing tag behind the children.
   void WriteEnd(const XmlNode& node);
   void WriteAttributes(const XmlNode& node);
   void WriteAttribute(const XmlAttribute& attribute);
@@ -68,15 +70,16 @@ class XmlWriter {
   static char* PutBlanks(char* at, std::size_t count) { return std::fill_n(at, count, ' '); }
 
   std::string out_;
-  // What comes next is gathered here: the short pieces cost less than as appends to a string.
+  // The next pieces are gathered here: appending each short one to a string would cost more.
   std::vector<char> room_ = std::vector<char>(4096);
   std::size_t used_ = 0;
   std::size_t indent_ = 0;
 };
 
 std::string XmlWriter::Write(const XmlNode& root) {
-  // What was parsed is written as a text of about the same size.
+  // A parsed tree is written as a text of about the same size.
   if (root.tree_) out_.reserve(root.tree_->input.size());
+  // A list instead of recursion: no tree is too deep to be written.
   std::vector<const XmlNode*> parents;
   const XmlNode* node = &root;
   for (;;) {

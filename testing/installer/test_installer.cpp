@@ -1,4 +1,4 @@
-// An installer for tests: says how it was called, and ends as it is told.
+// An installer for tests: says how it was called, and ends as its arguments say.
 //
 // Its arguments: /record=FILE (UTF-8 path; the whole command line is written there), /code=N,
 // /seconds=N (runs that long first), /crash.
@@ -19,10 +19,9 @@ const wchar_t* ValueOf(int count, wchar_t** arguments, std::wstring_view name) {
 }
 
 void Record(const wchar_t* path) {
-  char line[4096];
-  const int bytes = ::WideCharToMultiByte(CP_UTF8, 0, ::GetCommandLineW(), -1, line, sizeof line,
-                                          nullptr, nullptr);
-  std::FILE* const file = bytes > 0 ? ::_wfopen(path, L"wb") : nullptr;
+  char line[4096] = "";
+  ::WideCharToMultiByte(CP_UTF8, 0, ::GetCommandLineW(), -1, line, sizeof line, nullptr, nullptr);
+  std::FILE* const file = ::_wfopen(path, L"wb");
   if (!file) std::exit(99);
   std::fputs(line, file);
   std::fclose(file);
@@ -31,12 +30,9 @@ void Record(const wchar_t* path) {
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  if (const wchar_t* const path = ValueOf(count, arguments, L"/record=")) Record(path);
-  if (const wchar_t* const seconds = ValueOf(count, arguments, L"/seconds=")) {
-    ::Sleep(static_cast<DWORD>(::_wtoi(seconds)) * 1000);
-  }
-  if (ValueOf(count, arguments, L"/crash"))
-    ::RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
-  const wchar_t* const code = ValueOf(count, arguments, L"/code=");
-  return code ? ::_wtoi(code) : 0;
+  const auto given = [&](std::wstring_view name) { return ValueOf(count, arguments, name); };
+  if (given(L"/record=")) Record(given(L"/record="));
+  if (given(L"/seconds=")) ::Sleep(static_cast<DWORD>(::_wtoi(given(L"/seconds="))) * 1000);
+  if (given(L"/crash")) ::RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
+  return given(L"/code=") ? ::_wtoi(given(L"/code=")) : 0;
 }

@@ -17,6 +17,8 @@ void* FileLock::OpenAlone(const std::string& path, bool* isHeld) {
   const int file = open(native.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (file < 0) return nullptr;
   void* const owned = reinterpret_cast<void*>(static_cast<std::intptr_t>(file) + 1);
+  // The system frees the lock when the process dies, as Windows does with a file that is open
+  // alone.
   if (flock(file, LOCK_EX | LOCK_NB) == 0) return owned;
   *isHeld = errno == EWOULDBLOCK;
   Close(owned);

@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// Says what becomes of a file operation that is about to be done: 0 lets it be done, any other
+/// Decides about the next file operation: 0 lets it be done, any other
 /// number is the errno with which it fails instead. May end the process.
 /// @param step  "open", "write", "write on" (the second half of the bytes), "read", "flush",
 ///              "resize", "rename", "unlink", "mkdir", "list" or "look"

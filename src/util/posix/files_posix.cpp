@@ -37,7 +37,8 @@ std::string Native(std::string path) {
 
 std::string Native(const std::wstring& path) { return Native(NarrowUtf8(path)); }
 
-// An open file; none when it could not be opened.
+// An open file; false when it could not be opened. Each operation that a proof counts asks the
+// guard first.
 class OpenFile {
  public:
   OpenFile(const std::string& path, int flags)
@@ -53,6 +54,7 @@ class OpenFile {
 
   bool LockAlone() const { return flock(file_, LOCK_EX) == 0; }
 
+  // Whether the name still leads to this file: another process may have moved it aside.
   bool IsNamed(const std::string& path) const {
     struct stat own;
     struct stat named;
@@ -77,8 +79,8 @@ class OpenFile {
     return count == 0 ? ReadOutcome::kRead : ReadOutcome::kFailed;
   }
 
-  // Where someone watches the steps, a write is two: a disk may be full in the middle of one.
-  // Returns how many bytes were written.
+  // For a proof that watches the steps, a write is two steps: a disk may be full in the middle of
+  // one. Returns how many bytes were written.
   std::size_t Write(std::string_view bytes) const {
     const std::size_t half = HasFileStepGuard() ? bytes.size() / 2 : bytes.size();
     const std::size_t written = WritePiece("write", bytes.substr(0, half));
@@ -110,7 +112,7 @@ enum class WriteOutcome { kWritten, kNotOpened, kShort };
 
 bool Unlink(const std::string& path) { return MayDo("unlink", path) && unlink(path.c_str()) == 0; }
 
-// A new file: what a killed process left, or a link, goes.
+// Makes a new file. A file that a killed process left, or a link, is deleted first.
 OpenFile MakeFile(const std::string& path) {
   constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL;
   OpenFile file(path, kNew);
@@ -128,7 +130,7 @@ WriteOutcome WriteBytes(const std::string& path, std::string_view bytes, std::si
   return WriteOutcome::kWritten;
 }
 
-// What is beyond the old end comes first, as on Windows.
+// Writes the part beyond the old end first, as on Windows.
 WriteOutcome OverwriteBytes(const std::string& path, std::string_view bytes, std::size_t* written) {
   *written = 0;
   const OpenFile file(path, O_WRONLY | O_CREAT | O_NOFOLLOW);
@@ -168,7 +170,7 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
 void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
   const std::string native = Native(path);
   const OpenFile file(native, O_RDWR);
-  // Those who wait here find afterwards that the name is another file's.
+  // Processes take turns here: those that had to wait find that the name is another file's by now.
   if (file && file.LockAlone() && file.Size() > maxBytes && file.IsNamed(native)) {
     Rename(native, native + ".bak");
   }

@@ -27,7 +27,8 @@ UniqueHandle::~UniqueHandle() {
   if (handle_) close(Descriptor(handle_));
 }
 
-// A lock file: like a mutex it is shared by processes and freed when its owner dies.
+// A lock file. Like a mutex of Windows it is shared by processes and is free when its owner has
+// died.
 Mutex::Mutex(std::wstring name) : name_(std::move(name)) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment stays while threads run
   const char* const home = std::getenv("KUPDATE_HOME");

@@ -1,4 +1,5 @@
-// The registry on other systems, for tests: a map that lives as long as the process.
+// The registry on other systems, for tests: a map that lives as long as the process. It holds
+// numbers only, as the portable code needs no more.
 #include "util/registry.h"
 
 #include <map>

@@ -1,4 +1,4 @@
-// The user and new GUIDs on other systems, for tests: what the environment says, and random
+// The user and new GUIDs on other systems, for tests: fixed answers, the environment and random
 // numbers.
 #include "util/system.h"
 

@@ -8,7 +8,8 @@ namespace {
 
 constexpr wchar_t kReplacement = 0xFFFD;
 
-// Decodes one sequence at the start of `bytes` and drops it; a broken one is dropped byte by byte.
+// Decodes one sequence at the start of `bytes` and drops it. Of a broken one each byte becomes a
+// replacement of its own.
 wchar_t DecodeOne(std::string_view& bytes) {
   const auto lead = static_cast<unsigned char>(bytes[0]);
   const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
@@ -29,6 +30,7 @@ void Encode(std::uint32_t code, std::string* text) {
     *text += static_cast<char>(code);
     return;
   }
+  // Half of a pair is no character, as on Windows.
   if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = kReplacement;
   const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
   const std::uint32_t marks[] = {0, 0xC0, 0xE0, 0xF0};
@@ -41,6 +43,7 @@ void Encode(std::uint32_t code, std::string* text) {
 }  // namespace
 
 std::wstring WidenUtf8(std::string_view text) {
+  // Most texts are ASCII: they are widened at once.
   const auto plainEnd =
       std::find_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
   std::wstring wide(text.begin(), plainEnd);

@@ -5,8 +5,8 @@
 
 namespace {
 
-// Processes of low integrity may not even open the file: a process that has it open keeps all
-// others out. Its other rights are those that its folder gives.
+// Processes of low integrity may not even open the file, since a process that has it open keeps all
+// others out. All other rights come from the folder.
 constexpr wchar_t kNothingForLow[] = L"S:(ML;;NRNWNX;;;ME)";
 
 bool IsLink(HANDLE file) {
@@ -30,6 +30,7 @@ void* FileLock::OpenAlone(const std::string& path, bool* isHeld) {
   }
   if (!IsLink(file.get())) return file.release();
   file.reset();
+  // For the line that the caller logs.
   ::SetLastError(ERROR_CANT_ACCESS_FILE);
   return nullptr;
 }

@@ -17,7 +17,7 @@
 
 namespace {
 
-// A reader of a state file must not keep others from replacing it meanwhile.
+// While this process reads a state file, others must be able to replace it.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 bool IsLink(DWORD attributes) {
@@ -44,7 +44,7 @@ UniqueFile OpenForWriting(const std::wstring& path, DWORD disposition) {
                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-// A new file: what a killed process left, or a link, goes.
+// Makes a new file. A file that a killed process left, or a link, is deleted first.
 UniqueFile MakeFile(const std::wstring& path) {
   UniqueFile file = OpenForWriting(path, CREATE_NEW);
   if (!file && ::GetLastError() == ERROR_FILE_EXISTS && ::DeleteFileW(path.c_str())) {
@@ -58,6 +58,7 @@ FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string
   LARGE_INTEGER size;
   if (!::GetFileSizeEx(file, &size)) return ReadOutcome::kFailed;
   if (static_cast<std::uint64_t>(size.QuadPart) > maxBytes) return ReadOutcome::kTooLarge;
+  // One call reads no more; no file of ours comes near it.
   if (size.QuadPart > std::numeric_limits<std::int32_t>::max()) return ReadOutcome::kFailed;
   content->resize(static_cast<std::size_t>(size.QuadPart));
   DWORD read = 0;
@@ -70,8 +71,8 @@ FileSystem::ReadOutcome ReadAll(HANDLE file, std::uint64_t maxBytes, std::string
 
 enum class WriteOutcome { kWritten, kNotOpened, kShort };
 
-// Writes `bytes` in one call and onto the disk, so that a replacement that survives a power cut
-// does not bring an empty file with it.
+// Writes `bytes` in one call and flushes them: otherwise a power cut could leave the renaming on
+// the disk without the content.
 WriteOutcome WriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
   const UniqueFile file = MakeFile(path);
@@ -97,12 +98,13 @@ bool Resize(HANDLE file, std::size_t size) {
   return ::SetFilePointerEx(file, to, nullptr, FILE_BEGIN) && ::SetEndOfFile(file);
 }
 
-// Overwrites a file that cannot be replaced. What is beyond its old end comes first: nothing else
-// needs room on the disk, and without room the old content stays.
+// Overwrites a file that cannot be replaced. The part beyond the old end comes first, because only
+// that needs room on the disk: without room the old content stays.
 WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DWORD* written) {
   *written = 0;
   const UniqueFile file = OpenForWriting(path, OPEN_ALWAYS);
   LARGE_INTEGER size;
+  // A link that was opened itself is not written to either.
   if (!file || IsLink(::GetFileAttributesW(path.c_str())) || !::GetFileSizeEx(file.get(), &size)) {
     return WriteOutcome::kNotOpened;
   }
@@ -118,6 +120,7 @@ WriteOutcome OverwriteBytes(const std::wstring& path, std::string_view bytes, DW
   return WriteOutcome::kWritten;
 }
 
+// Returns when the renaming is on the disk, so that an acknowledged value survives a power cut.
 bool Replace(const std::wstring& target, const std::wstring& replacement) {
   return TryWhileHeld(target, Use::kChange, [&] {
     return ::MoveFileExW(replacement.c_str(), target.c_str(),
@@ -127,18 +130,20 @@ bool Replace(const std::wstring& target, const std::wstring& replacement) {
 
 }  // namespace
 
-// Where access is denied for good, no reader waits each time.
+// A read that is denied for good fails at once and does not wait each time.
 bool MayBeHeld(const std::wstring& path, Use use, DWORD error) {
   if (error == ERROR_SHARING_VIOLATION) return true;
   if (error != ERROR_ACCESS_DENIED) return false;
   const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  // One that goes when its last reader closes it tells not even its attributes.
+  // A file that is deleted, and goes when its last reader closes it, does not even give its
+  // attributes.
   if (attributes == INVALID_FILE_ATTRIBUTES) return true;
   constexpr DWORD kNeverChanged = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
   return use == Use::kChange && (attributes & kNeverChanged) == 0;
 }
 
 bool AppendToFile(const std::wstring& path, std::string_view text) {
+  // With this right alone the system writes at the end, also when several processes do so at once.
   const UniqueFile file(::CreateFileW(path.c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return false;
@@ -149,8 +154,8 @@ bool AppendToFile(const std::wstring& path, std::string_view text) {
          written == bytes.size();
 }
 
-// By a handle: what another process has moved aside meanwhile is renamed to the name that it has,
-// and the new file is not taken for it.
+// Works on a handle, not on the name. If another process has moved the file aside in the meantime,
+// this renames the same file again and not the new log.
 void MoveAsideAbove(const std::wstring& path, std::uint64_t maxBytes) {
   const UniqueFile file(::CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, kShareAll,
                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -215,6 +220,8 @@ ReadOutcome ReadFileIfAny(const std::string& path, std::string* content, std::ui
   content->clear();
   const UniqueFile file = OpenForReading(WidenUtf8(path));
   if (!file) {
+    // An empty path stands for a folder that the system does not name: a failure, not a missing
+    // file.
     if (IsMissing(::GetLastError()) && !path.empty()) return ReadOutcome::kMissing;
     LogAs(kOperation, __LINE__, "E:") << "Can't open file: " << path;
     return ReadOutcome::kFailed;
@@ -244,6 +251,7 @@ bool WriteFile(const std::string& path, std::string_view content) {
   WriteOutcome outcome = WriteOutcome::kNotOpened;
   if (!target.empty()) {
     outcome = WriteBytes(sibling, bytes, &written);
+    // The folder is made only when it is missed, so most writes do not ask for it.
     if (outcome == WriteOutcome::kNotOpened && ::GetLastError() == ERROR_PATH_NOT_FOUND &&
         ::CreateDirectoryW(GetFolderOfPath(target).c_str(), nullptr)) {
       outcome = WriteBytes(sibling, bytes, &written);
@@ -275,6 +283,7 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW((WidenUtf8(path) + L"*").c_str(), &data));
   if (!find) {
+    // Each folder has "." at least, so nothing found means a missing folder or a failure.
     return IsMissing(::GetLastError());
   }
   do {
@@ -285,6 +294,7 @@ bool ListFolders(const std::string& path, std::vector<std::string>* names) {
   return ::GetLastError() == ERROR_NO_MORE_FILES;
 }
 
+// Looks the name up instead of opening the file: a file that is held, or refuses, is still there.
 bool IsNameFree(const std::string& path) {
   WIN32_FIND_DATAW data;
   const UniqueFind find(::FindFirstFileW(WidenUtf8(path).c_str(), &data));
@@ -318,7 +328,7 @@ bool CopyFile(const std::string& path, const std::string& target) {
 
 bool IsLink(const std::string& path) {
   std::wstring name = WidenUtf8(path);
-  // A name that ends so may be looked at behind the link.
+  // With a backslash at its end the system may look behind the link.
   while (name.ends_with(L'\\')) name.pop_back();
   return ::IsLink(::GetFileAttributesW(name.c_str()));
 }
@@ -328,6 +338,7 @@ std::string GetFileTime(const std::string& path) {
   FILETIME modified;
   SYSTEMTIME utc;
   SYSTEMTIME local;
+  // This conversion uses the daylight saving of the file's own day, not that of today.
   if (!file || !::GetFileTime(file.get(), nullptr, nullptr, &modified) ||
       !::FileTimeToSystemTime(&modified, &utc) ||
       !::SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local)) {

@@ -10,8 +10,8 @@
 
 namespace {
 
-// Opens a folder so that it can be neither renamed nor removed, nor replaced by a link, until that
-// is closed.
+// Opens a folder. Until it is closed it can be neither renamed nor removed, and no link can replace
+// it.
 UniqueFile HoldFolder(const std::wstring& folder) {
   UniqueFile held;
   TryWhileHeld(folder, Use::kRead, [&] {
@@ -53,7 +53,7 @@ void DeleteFilesIn(const std::string& folder, bool (*isOurs)(std::string_view na
     if (!missing) LOG_E << "Can't hold folder: " << folder << kLastError;
     return;
   }
-  // Asked now: until the folder is let go, its name stands for it.
+  // Asked after the folder is held: from now on its name means this folder.
   if (IsLink(folder)) {
     LOG_E << "Folder left alone, it is a link: " << folder;
     return;

@@ -21,8 +21,8 @@ SYSTEM_FUNCTION("shell32.dll", SHGetKnownFolderPath);
 SYSTEM_FUNCTION("shell32.dll", SHGetSpecialFolderPathW);
 }  // namespace shell
 
-// A system that fails may still fill the buffer (a folder that does not exist yet): what it holds
-// counts.
+// A system that fails may still fill the buffer, for example when the folder does not exist yet.
+// That content counts.
 std::wstring ShellFolder(int csidl, BOOL* result) {
   wchar_t path[kMaxShellPathChars] = {};
   const auto getFolder = shell::SHGetSpecialFolderPathW.Find();
@@ -49,15 +49,15 @@ std::wstring FindLowFolder() {
   if (!folder.empty()) return folder;
   BOOL result = FALSE;
   folder = ShellFolder(CSIDL_LOCAL_APPDATA, &result);
-  if (result >= 0)
-    return folder;  // FALSE counts as success here: the buffer holds the path all the same
+  // FALSE counts as success here, because the buffer holds the path all the same.
+  if (result >= 0) return folder;
   wchar_t path[kMaxShellPathChars] = {};
   ::GetEnvironmentVariableW(L"APPDATA", path, kMaxShellPathChars);
   return path;
 }
 
-// Folders do not change while the process lives; every operation asks for some, and the system
-// looks into its registry each time.
+// Folders do not change while the process lives. Every operation asks for some, and each time the
+// system would look into its registry.
 struct KnownFolders {
   CriticalSection guard;
   std::wstring low;
@@ -76,7 +76,7 @@ std::wstring LowFolder() {
   return low;
 }
 
-// A folder that the system failed to name is asked for again: it may come to be.
+// A folder that the system failed to name is asked for again, because it may be made later.
 std::wstring KnownShellFolder(int csidl) {
   const CriticalScope scope(Known().guard);
   std::wstring& known = Known().shell[csidl % kShellFolders];
@@ -91,6 +91,7 @@ std::wstring KnownShellFolder(int csidl) {
 
 void MakeFolder(const std::wstring& path) {
   if (path.empty() || ::CreateDirectoryW(path.c_str(), nullptr)) return;
+  // Only missing parents need the shell, whose library is loaded for them.
   if (::GetLastError() == ERROR_PATH_NOT_FOUND) {
     const auto createFolders = shell::SHCreateDirectoryExW.Find();
     if (createFolders) createFolders(nullptr, path.c_str(), nullptr);
@@ -111,6 +112,7 @@ std::wstring GetTempFolder() {
   std::wstring folder(kTempPathChars, L'\0');
   const DWORD length = ::GetTempPathW(kTempPathChars, folder.data());
   folder.resize(length < kTempPathChars ? length : 0);
+  // The system names this folder without a look whether it exists.
   NormalizeFolder(folder);
   MakeFolder(folder);
   return folder;

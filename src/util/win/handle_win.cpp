@@ -11,8 +11,10 @@ UniqueHandle::~UniqueHandle() {
 namespace JustUtil {
 
 UniqueHandle CreateEventW(const std::wstring& name) {
+  // Auto-reset: a signal that comes before the wait stays until one host takes it.
   HANDLE handle = ::CreateEventW(nullptr, FALSE, FALSE, name.c_str());
   if (!handle && ::GetLastError() == ERROR_ACCESS_DENIED) {
+    // A process of another integrity level made it; creating asks for more rights than it gives.
     handle = ::OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name.c_str());
   }
   if (!handle) LOG_E << "Can't create event." << kLastError;

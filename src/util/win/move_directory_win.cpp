@@ -18,6 +18,7 @@ bool JustUtil::MoveDirectory(const std::wstring& source, const std::wstring& des
   operation.pTo = to;
   operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
   const int code = ::SHFileOperationW(&operation);
+  // After a success too: the result says nothing, so callers learn of a failure from this line.
   LOG_E << "SHFileOperation." << kLastError << kOtherCode << code;
   if (operation.fAnyOperationsAborted) LOG_E << "Error in SHFileOperation. OperationsAborted.";
   return true;

@@ -8,8 +8,7 @@
 
 Mutex::Mutex(std::wstring name) : name_(std::move(name)) {
   HANDLE handle = ::CreateMutexW(nullptr, FALSE, name_.c_str());
-  // A process of a higher integrity level made it: what is asked for here must be no more than to
-  // wait.
+  // A process of a higher integrity level made it, and gives no more than the right to wait.
   if (!handle && ::GetLastError() == ERROR_ACCESS_DENIED) {
     handle = ::OpenMutexW(SYNCHRONIZE, FALSE, name_.c_str());
   }
@@ -25,6 +24,7 @@ bool Mutex::Lock() {
     return false;
   }
   const DWORD result = ::WaitForSingleObject(handle_.get(), INFINITE);
+  // The owner of an abandoned mutex died. Its file is whole, since files are replaced in one step.
   locked_ = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
   if (!locked_) LOG_E << kLastError << name_ << "Lock error.";
   return locked_;

@@ -1,13 +1,9 @@
 // What only Windows can show: the registry, names of kernel objects, files held by others, the system's DLLs.
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <thread>
-#include <vector>
 
 #include "layout/log_start.h"
-#include "testing/data_home.h"
-#include "testing/log_capture.h"
+#include "testing/unit_test.h"
 #include "util/files.h"
 #include "util/folder_content.h"
 #include "util/handle.h"
@@ -19,8 +15,6 @@
 #include "util/win/system_library.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const fs::path kHeld = ProcessTempFolder() / "held.xml";
 
@@ -69,7 +63,7 @@ TEST(Registry, ReadsByTypeAndSaysWhatIsWrong) {
   EXPECT_TRUE(IsKeyNotExist(key) && IsValueNotExist(key, L"long"));
   LoadLogLevel();
   IsUacEnabled();
-  EXPECT_EQ(quiet.Lines(), std::vector<std::string>()) << "what need not be there is no failure";
+  EXPECT_EQ(quiet.Lines().size(), 0u) << "what need not be there is no failure";
   EXPECT_FALSE(ReadIntFromRegistry(root, key, L"int", &small));
   EXPECT_TRUE(quiet.Has("Can't open key:  Software\\Krelix\\UnitTest Root:  HKEY_CURRENT_USER"));
 }
@@ -87,15 +81,11 @@ TEST(FilesHeldByOthers, AreWrittenInPlaceOrKeepTheirContent) {
   EXPECT_FALSE(fs::exists(name + ".new"));
 }
 
-TEST(FilesHeldByOthers, AreReadWhenTheyAreLetGo) {
+TEST(FilesHeldByOthers, AreReadWhenTheyAreReleased) {
   WriteBytes(kHeld, "content");
   for (const DWORD milliseconds : {50, 400}) {
-    std::thread holder([&, held = Hold(0)]() mutable {
-      ::Sleep(milliseconds);
-      held = {};
-    });
+    std::jthread holder([&, held = Hold(0)] { ::Sleep(milliseconds); });
     EXPECT_EQ(FileSystem::ReadFile(kHeld.string()), milliseconds == 50 ? "content" : "");
-    holder.join();
   }
 }
 
@@ -149,65 +139,46 @@ TEST(FolderContent, OnlyOurFilesGoAndLinksAreLeftAlone) {
   EXPECT_TRUE(FileSystem::RemoveEmptyFolder(path));
 }
 
-TEST(Process, RunsInTheSystemFolderAndTellsItsEnd) {
-  const fs::path told = ProcessTempFolder() / "folder.txt";
-  const std::wstring line = L"cmd /c cd > \"" + told.wstring() + L"\" & exit 7";
+TEST(Process, RunsInTheSystemFolderAndReportsItsEnd) {
+  const fs::path output = ProcessTempFolder() / "folder.txt";
+  const std::wstring line = L"cmd /c cd > \"" + output.wstring() + L"\" & exit 7";
   UniqueHandle process;
   ASSERT_EQ(TEnvironment::Execute(SystemFolder() / "cmd.exe", line, &process), 0u);
   EXPECT_NE(RunIdOf(process), OwnRunId());
   JustUtil::WaitFor(process, kWaitForever);
   EXPECT_EQ(ExitCodeOf(process), 7u);
-  EXPECT_TRUE(fs::equivalent(LinesOf(ReadBytes(told)).at(0), SystemFolder()));
+  EXPECT_TRUE(fs::equivalent(LinesOf(ReadBytes(output)).at(0), SystemFolder()));
 }
 
-// The owner and the list of a part of the program's path.
-bool LetsOthers(Part part, const std::wstring& list, const std::wstring& owner = L"O:BA") {
-  const UniqueDescriptor descriptor = DescriptorOf((owner + list).c_str());
-  EXPECT_TRUE(static_cast<bool>(descriptor));
-  return LetsOthersReplace(descriptor.get(), part);
-}
-
-TEST(Security, NobodyElseMayReplaceTheProgramOrAPartOfItsPath) {
+TEST(Security, OnlyAdministratorsMayReplaceTheProgramOrAPartOfItsPath) {
   constexpr Part kProgram = Part::kProgram, kFolder = Part::kItsFolder, kAbove = Part::kFolderAbove;
-  const std::wstring service = L"O:S-1-5-80-956008885-";
-  const struct {
-    Part part;
-    const wchar_t* list;
-    bool lets;
-  } rows[] = {
-      {kProgram, L"", true},
-      {kProgram, L"D:", false},
-      {kProgram, L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x1200a9;;;BU)", false},
-      // Writing, appending, attributes, the list, the owner.
-      {kProgram, L"D:(A;;FA;;;BA)(A;;GW;;;WD)", true},
-      {kProgram, L"D:(A;;0x2;;;BU)", true},
-      {kProgram, L"D:(A;;0x4;;;BU)", true},
-      {kProgram, L"D:(A;;0x100;;;BU)", true},
-      {kProgram, L"D:(A;;0x40000;;;BU)", true},
-      {kAbove, L"D:(A;;0x80000;;;BU)", true},
-      // A denial takes no right away that another entry gives.
-      {kProgram, L"D:(D;;FA;;;BU)(A;;FA;;;BU)", true},
-      {kProgram, L"D:(D;;FA;;;BU)", false},
-      // Entries that are inherited only, and those for the owner.
-      {kFolder, L"D:(A;OICIIO;GA;;;CO)(A;CIIO;FA;;;AU)", false},
-      {kFolder, L"D:(A;;FA;;;S-1-3-4)", false},
-      // Folders and files may be made above the program's folder, but not be moved or deleted.
-      {kFolder, L"D:(A;;0x4;;;AU)", true},
-      {kAbove, L"D:(A;;0x4;;;AU)", false},
-      {kAbove, L"D:(A;;0x2;;;AU)", false},
-      {kAbove, L"D:(A;;SD;;;AU)", true},
-      {kAbove, L"D:(A;;0x40;;;AU)", true},
-      {kAbove, L"D:(A;;GA;;;AU)", true},
+  const auto expect = [](bool lets, Part part, std::initializer_list<const wchar_t*> descriptors) {
+    for (const wchar_t* const text : descriptors) {
+      const UniqueDescriptor descriptor = DescriptorOf(text);
+      EXPECT_TRUE(static_cast<bool>(descriptor)) << NarrowUtf8(text);
+      EXPECT_EQ(LetsOthersReplace(descriptor.get(), part), lets) << NarrowUtf8(text);
+    }
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(LetsOthers(row.part, row.list), row.lets) << NarrowUtf8(row.list);
-  }
-  const std::wstring list = L"D:(A;;FA;;;BA)";
-  EXPECT_FALSE(LetsOthers(kProgram, list, L"O:SY"));
-  EXPECT_FALSE(LetsOthers(kFolder, list, service + L"3418522649-1831038044-1853292631-2271478464"));
-  EXPECT_TRUE(LetsOthers(kAbove, list, service + L"1-1-1-1"));
-  EXPECT_TRUE(LetsOthers(kProgram, list, L"O:S-1-5-21-1-2-3-1000"));
-  EXPECT_TRUE(LetsOthers(kProgram, list, L""));
+  // Writing, appending, attributes, the list, the owner; no list, and a user who is the owner.
+  expect(true, kProgram,
+         {L"O:BAD:(A;;FA;;;BA)(A;;GW;;;WD)", L"O:BAD:(A;;0x2;;;BU)", L"O:BAD:(A;;0x4;;;BU)",
+          L"O:BAD:(A;;0x100;;;BU)", L"O:BAD:(A;;0x40000;;;BU)", L"O:BA",
+          L"O:S-1-5-21-1-2-3-1000D:(A;;FA;;;BA)"});
+  // A denial takes no right away that another entry gives.
+  expect(true, kProgram, {L"O:BAD:(D;;FA;;;BU)(A;;FA;;;BU)"});
+  expect(false, kProgram,
+         {L"O:BAD:", L"O:BAD:(D;;FA;;;BU)", L"O:SYD:(A;;FA;;;BA)",
+          L"O:BAD:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x1200a9;;;BU)"});
+  // Entries that are inherited only, those for the owner, and the service that installs Windows.
+  expect(false, kFolder,
+         {L"O:BAD:(A;OICIIO;GA;;;CO)(A;CIIO;FA;;;AU)", L"O:BAD:(A;;FA;;;S-1-3-4)",
+          L"O:S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464D:(A;;FA;;;BA)"});
+  // Folders and files may be made above the program's folder, but not be moved or deleted.
+  expect(true, kFolder, {L"O:BAD:(A;;0x4;;;AU)"});
+  expect(false, kAbove, {L"O:BAD:(A;;0x4;;;AU)", L"O:BAD:(A;;0x2;;;AU)"});
+  expect(true, kAbove,
+         {L"O:BAD:(A;;SD;;;AU)", L"O:BAD:(A;;0x40;;;AU)", L"O:BAD:(A;;GA;;;AU)",
+          L"O:BAD:(A;;0x80000;;;BU)", L"O:S-1-5-80-956008885-1-1-1-1D:(A;;FA;;;BA)"});
   EXPECT_TRUE(LetsOthersReplace(nullptr, kProgram));
 }
 
@@ -222,10 +193,10 @@ TEST(Security, EveryPartOfAPathIsJudged) {
   EXPECT_EQ(parts(L"C:\\a\\b\\c/x.exe"),
             L"0C:\\a\\b\\c\\x.exe 1C:\\a\\b\\c 2C:\\a\\b 2C:\\a 2C:\\ ");
   EXPECT_EQ(parts(L"C:\\x.exe"), L"0C:\\x.exe 1C:\\ ");
-  for (const wchar_t* bad : {L"a\\x.exe", L"C:x.exe", L"\\\\m\\a\\x.exe", L"\\\\?\\C:\\x.exe",
-                             L"C:\\a\\..\\x.exe", L"C:\\a\\x:y.exe", L"C:\\a\\", L"C:\\", L""}) {
-    EXPECT_EQ(parts(bad), L"") << NarrowUtf8(bad);
-  }
+  ExpectAll(std::wstring(),
+            {L"a\\x.exe", L"C:x.exe", L"\\\\m\\a\\x.exe", L"\\\\?\\C:\\x.exe", L"C:\\a\\..\\x.exe",
+             L"C:\\a\\x:y.exe", L"C:\\a\\", L"C:\\", L""},
+            parts);
 }
 
 TEST(System, TextsAreReadable) {

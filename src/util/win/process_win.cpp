@@ -22,7 +22,8 @@ std::wstring SystemFolder() {
   return length < MAX_PATH ? std::wstring(path, length) : std::wstring();
 }
 
-// The id alone is soon another process's.
+// The system soon gives the id of an ended process to another one, so the time of creation belongs
+// to the name.
 std::string RunId(HANDLE process) {
   FILETIME created;
   FILETIME ignored;
@@ -44,6 +45,7 @@ std::wstring ModulePath() {
   HMODULE module = nullptr;
   constexpr DWORD kByAddress =
       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  // By an address of ours: in a host this is the library's path, not that of the program.
   if (!::GetModuleHandleExW(kByAddress, reinterpret_cast<LPCWSTR>(&ModulePath), &module)) return {};
   return PathOf(module, kPathChars);
 }
@@ -60,6 +62,7 @@ std::string OwnRunId() { return RunId(::GetCurrentProcess()); }
 
 std::optional<std::uint32_t> ExitCodeOf(const UniqueHandle& process) {
   DWORD code = 0;
+  // The code of a running process, 259, could also be that of one that has ended.
   if (::WaitForSingleObject(process.get(), 0) != WAIT_OBJECT_0 ||
       !::GetExitCodeProcess(process.get(), &code)) {
     return {};

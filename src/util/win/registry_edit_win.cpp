@@ -1,5 +1,5 @@
-// Listing and removing keys and values of the registry: apart from reading, which is all that the
-// library and the executor need.
+// Listing and removing keys and values of the registry, apart from reading: library and executor
+// need only that, and would carry the rest along.
 #include <cstring>
 #include <utility>
 
@@ -53,6 +53,7 @@ std::vector<RegistryValue> EnumValues(const std::wstring& keyPath) {
 
 bool RemoveKey(RegistryRoot root, const std::wstring& keyPath) {
   LSTATUS status = 0;
+  // All names first: a key that is deleted during the enumeration ends it.
   std::vector<std::wstring> subKeys;
   {
     const UniqueKey key = OpenKey(root, keyPath, KEY_ALL_ACCESS, &status);

@@ -1,4 +1,4 @@
-// What the registry's sources share.
+// Shared by the sources of the registry.
 #ifndef KUPDATE_UTIL_WIN_REGISTRY_KEY_H_
 #define KUPDATE_UTIL_WIN_REGISTRY_KEY_H_
 

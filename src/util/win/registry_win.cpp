@@ -23,6 +23,7 @@ bool ReadNumber(RegistryRoot root, const std::wstring& keyPath, const std::wstri
   RegistryData data;
   *wrongType = false;
   if (!ReadFromRegistry(root, keyPath, valueName, &data)) return false;
+  // The size too: a program may have written any bytes under this type.
   *wrongType = data.type != static_cast<std::uint32_t>(type) || data.bytes.size() != sizeof *value;
   if (*wrongType) return false;
   std::memcpy(value, data.bytes.data(), sizeof *value);
@@ -69,6 +70,7 @@ bool ReadFromRegistry(RegistryRoot root, const std::wstring& keyPath, const std:
     LOG_E << "No data.";
     return false;
   }
+  // The value may have become shorter since its size was asked.
   data->bytes.resize(size);
   data->type = type;
   return true;
@@ -85,6 +87,7 @@ std::wstring ReadStringFromRegistry(RegistryRoot root, const std::wstring& keyPa
     return {};
   }
   std::wstring text = TextOfData(data.bytes);
+  // The registry keeps the bytes that a program wrote, with or without an ending zero.
   if (text.empty() || text.back() != L'\0') {
     LOG_E << "Strange value in" << keyPath;
   } else {
@@ -139,6 +142,7 @@ bool IsValueNotExist(const std::wstring& keyPath, const std::wstring& valueName,
   LSTATUS status = 0;
   const UniqueKey key = OpenKey(root, keyPath, KEY_READ, &status);
   if (!key) {
+    // In doubt the value exists: an id that may have been made must not be made again.
     if (IsMissing(status)) return true;
     LOG_E << "Can't open key: " << keyPath;
     return false;

@@ -17,7 +17,7 @@ using UniqueDescriptor = Unique<DescriptorTraits>;
 /// The descriptor of a text in the system's own language for them; empty when it is wrong.
 UniqueDescriptor DescriptorOf(const wchar_t* text);
 
-/// What a file or folder is to the program whose path it is a part of.
+/// The role of a file or folder in the path of a program.
 enum class Part { kProgram, kItsFolder, kFolderAbove };
 
 struct PathPart {
@@ -25,13 +25,13 @@ struct PathPart {
   Part part;
 };
 
-/// A program's file and its folders, up to the root of the volume. Empty for what is not plainly a
-/// path from a drive's root.
+/// A program's file and its folders, up to the root of the volume. Empty for a text that is not
+/// plainly a path from a drive's root.
 std::vector<PathPart> PartsOf(std::wstring program);
 
-/// Whether a descriptor lets anybody but the system, its installer and administrators put another
-/// program into the place of the one that this is a part of the path of, or something beside it. An
-/// owner may change what others may do. What is not understood lets everybody.
+/// Whether a descriptor lets other users than the system, its installer and administrators replace
+/// the program whose path this is a part of, or put a file beside it. Owners count, because they
+/// may change the rights of others. An entry that is not understood counts as all rights for all.
 bool LetsOthersReplace(PSECURITY_DESCRIPTOR descriptor, Part part);
 
 #endif  // KUPDATE_UTIL_WIN_SECURITY_H_

@@ -12,8 +12,8 @@
 namespace {
 
 constexpr ACCESS_MASK kReplace = DELETE | WRITE_DAC | WRITE_OWNER | FILE_DELETE_CHILD;
-// New files beside the program count too: it would load them, or they would send it elsewhere. An
-// attribute can be written that makes a link of what it is written to.
+// New files beside the program count too: it would load them, or they would send it elsewhere. The
+// right to write attributes is enough to turn a file into a link.
 constexpr ACCESS_MASK kChange =
     kReplace | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_ATTRIBUTES | FILE_WRITE_EA;
 
@@ -23,7 +23,7 @@ bool IsTrusted(PSID sid) {
       L"S-1-5-18",                                                        // the system
       L"S-1-5-32-544",                                                    // administrators
       L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464",  // its installer
-      L"S-1-3-4"};  // the rights of the owner, who is judged apart
+      L"S-1-3-4"};  // the owner's rights; the owner is judged apart
   wchar_t* text = nullptr;
   if (!sid || !::ConvertSidToStringSidW(sid, &text)) return false;
   const bool isTrusted = std::any_of(std::begin(kTrusted), std::end(kTrusted),
@@ -32,10 +32,11 @@ bool IsTrusted(PSID sid) {
   return isTrusted;
 }
 
-// What an entry gives to somebody who is not trusted. Entries that deny are left out: an order in
-// which they count for nothing is possible.
+// The rights that an entry gives to a user who is not trusted. Entries that deny count for nothing,
+// because they may stand in an order in which they have no effect.
 ACCESS_MASK GivenToOthers(ACE_HEADER* header) {
   constexpr ACCESS_MASK kEverything = ~ACCESS_MASK{0};
+  // Such an entry is for new files below and gives nothing here.
   if (header->AceFlags & INHERIT_ONLY_ACE) return 0;
   switch (header->AceType) {
     case ACCESS_DENIED_ACE_TYPE:
@@ -83,6 +84,7 @@ UniqueDescriptor DescriptorOf(const wchar_t* text) {
 std::vector<PathPart> PartsOf(std::wstring program) {
   constexpr std::size_t kRootChars = 3;
   std::replace(program.begin(), program.end(), L'/', L'\\');
+  // A colon further behind names a stream of a file, and ".." leads elsewhere.
   const bool isPlain = program.size() > kRootChars && program.compare(1, 2, L":\\") == 0 &&
                        program.back() != L'\\' && program.find(L':', 2) == program.npos &&
                        !HasParentComponent(program);
@@ -103,11 +105,13 @@ bool LetsOthersReplace(PSECURITY_DESCRIPTOR descriptor, Part part) {
   PACL list = nullptr;
   BOOL isDefault = FALSE;
   BOOL isThere = FALSE;
+  // A descriptor without a list lets all users do everything.
   if (!descriptor || !::GetSecurityDescriptorOwner(descriptor, &owner, &isDefault) ||
       !IsTrusted(owner) || !::GetSecurityDescriptorDacl(descriptor, &isThere, &list, &isDefault) ||
       !isThere || !list) {
     return true;
   }
+  // New files in a folder further above are not loaded; only replacing a part of the path counts.
   const ACCESS_MASK matters = part == Part::kFolderAbove ? kReplace : kChange;
   for (DWORD index = 0; index < list->AceCount; ++index) {
     void* entry = nullptr;
@@ -121,7 +125,7 @@ bool LetsOthersReplace(PSECURITY_DESCRIPTOR descriptor, Part part) {
 
 bool CanOthersReplace(const std::wstring& path) {
   const std::vector<PathPart> parts = PartsOf(path);
-  // Other file systems keep no rights, or another machine judges them.
+  // On other kinds of drives no rights are kept, or another machine judges them.
   return parts.empty() || ::GetDriveTypeW(parts.back().path.c_str()) != DRIVE_FIXED ||
          std::any_of(parts.begin(), parts.end(), IsReplaceable);
 }

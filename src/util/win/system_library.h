@@ -7,9 +7,9 @@
 
 #include "util/win/unique.h"
 
-/// Loads a DLL of the system by its full path in the system's folder. Neither a DLL of that name
-/// beside the program nor one in the current folder is taken for it or for what it imports. Empty
-/// on failure.
+/// Loads a DLL of the system by its full path in the system's folder. A DLL of that name
+/// beside the program or in the current folder is never loaded instead, and neither is one for its
+/// imports. Empty on failure.
 UniqueModule LoadSystemLibrary(const wchar_t* name);
 
 /// The part of SystemFunction that knows no type.

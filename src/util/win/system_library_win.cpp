@@ -8,8 +8,9 @@
 
 namespace {
 
-// Windows 7 without its update of 2011 refuses the flag; what came with it shows that it is there.
-// Without it, the folder of the DLL is the first in which its own imports are looked for.
+// Windows 7 without its update of 2011 refuses the flag; a function of that update shows that it is
+// there. Without the flag, the system looks for the imports of a DLL first in the folder of that
+// DLL.
 DWORD SearchFlags() {
   const bool hasFlag = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "AddDllDirectory");
   return hasFlag ? LOAD_LIBRARY_SEARCH_SYSTEM32 : LOAD_WITH_ALTERED_SEARCH_PATH;
@@ -34,6 +35,7 @@ void* SystemFunctionAddress::Find() {
     LOG_E << "Can't find function:" << name_ << kLastError;
     return nullptr;
   }
+  // Never freed: the address stays valid. Two threads that come here at once find the same one.
   module.release();
   address_ = found;
   return found;

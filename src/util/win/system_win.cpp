@@ -34,7 +34,7 @@ struct OsVersion {
   std::wstring servicePack;
 };
 
-// GetVersionEx answers what the host's manifest allows; this is the true version.
+// GetVersionEx gives the version that the host's manifest allows; this is the true one.
 OsVersion GetOsVersion() {
   using RtlGetVersion = LONG(WINAPI*)(OSVERSIONINFOEXW*);
   OSVERSIONINFOEXW info = {};
@@ -96,10 +96,13 @@ bool IsVistaOrLater() { return GetOsVersion().major >= 6; }
 
 bool IsElevated() {
   TOKEN_ELEVATION elevation = {};
+  // Systems before Vista do not know the question.
   return IsVistaOrLater() && AskOwnToken(TokenElevation, &elevation) &&
          elevation.TokenIsElevated != 0;
 }
 
+// Without account control all programs of the user have the same rights, so none needs protection
+// from the others.
 bool IsElevatedUnderUac() {
   TOKEN_ELEVATION_TYPE type = TokenElevationTypeDefault;
   return AskOwnToken(TokenElevationType, &type) && type == TokenElevationTypeFull && IsUacEnabled();
@@ -138,6 +141,8 @@ std::string FileVersionText(const std::wstring& path) {
 
 std::string ErrorCodeText(std::uint32_t code) {
   std::string text = MessageFrom(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code);
+  // These hold the texts of network errors. They are asked only where the host has loaded them: no
+  // text is worth loading a DLL.
   for (const wchar_t* name : {L"wininet.dll", L"urlmon.dll"}) {
     if (!text.empty()) return text;
     if (const HMODULE module = ::GetModuleHandleW(name)) {

@@ -28,8 +28,8 @@ std::wstring WidenAnsi(std::string_view text) { return Widen(CP_ACP, text); }
 
 std::string NarrowUtf8(std::wstring_view text) { return Narrow(CP_UTF8, text); }
 
-// Not by the flags that refuse what has no exact form: a system whose code page is UTF-8 does not
-// take them.
+// Compares instead of using the flags that refuse a text without an exact form: a system whose code
+// page is UTF-8 does not take them.
 std::optional<std::string> NarrowAnsi(std::wstring_view text) {
   std::string narrow = Narrow(CP_ACP, text);
   if (WidenAnsi(narrow) != text) return {};

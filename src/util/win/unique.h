@@ -23,7 +23,7 @@ class Unique {
 
   explicit operator bool() const { return value_ != Traits::None(); }
   Type get() const { return value_; }
-  /// For out-parameters; what is owned is closed first.
+  /// For out-parameters; the owned resource is closed first.
   Type* put() {
     reset();
     return &value_;

@@ -7,7 +7,7 @@
 #include "util/clock.h"
 #include "util/win/windows_lean.h"
 
-/// What is wanted of a file.
+/// The use that a caller wants of a file.
 enum class Use { kRead, kChange };
 
 /// Whether a file that refuses with `error` may do so only because a program has it open.

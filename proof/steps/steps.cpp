@@ -1,39 +1,40 @@
+// steps LOG: does to the stores of applications what the lines of its standard input say, "VERB APP
+// TEXT", as hosts and executors would. Replies to each with a line. LOG receives the library's log
+// and the addresses of reports.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
 #include <sstream>
-#include <stdexcept>
 
 #include "appinfo/app_info2.h"
 #include "executor/block_confirm.h"
-#include "executor/executor_names.h"
+#include "executor/rendezvous.h"
 #include "layout/folders.h"
 #include "layout/names.h"
-#include "proof/steps/steps.h"
+#include "proof/steps/hindrance.h"
 #include "stat/stat_ctrl.h"
 #include "stat/uuid.h"
 #include "update/feed_file.h"
 #include "update/upd_info.h"
+#include "util/diag_log.h"
 #include "util/files.h"
 #include "util/mutex.h"
 #include "util/registry.h"
+#include "util/text.h"
 
 namespace {
 
 constexpr std::uint64_t kNow = 1'800'000'000;
 constexpr std::uint64_t kLater = 1'900'000'000;
 
-// The words are verbs of `Host`, some with a text: "verb:text".
-constexpr char kFirstValues[] = "address long-locale locale";
-constexpr char kMoreValues[] = "version no-locale read-locale should-check user-id";
-constexpr char kStatistics[] =
-    "install parameter:p1 parameter:p2 parameter:p3 unique:u1 action:a1 last-state last-parameter "
-    "read-unique cut take-back:0 cut confirm:0 uninstall unique:u2 parameter:p4 parameter:p5 "
-    "send:2 "
-    "parameter:p6 parameter:p7 send:0 confirm:0 take-back:1";
-constexpr char kUpdates[] = "receive:2.0.0.0 judge forget receive:10.20.30.40 judge";
+std::filesystem::path logFile;
 
-const std::map<std::string, Kind> kKinds = {
-    {"version", Kind::kRepeatable}, {"confirm", Kind::kRepeatable}, {"judge", Kind::kRepeatable},
-    {"cut", Kind::kMoves},          {"send", Kind::kMoves},         {"take-back", Kind::kTakesBack},
-    {"forget", Kind::kQuiet}};
+void NoteSent(const std::string& address) {
+  std::ofstream(logFile, std::ios::app) << "--- sent " << address << '\n';
+}
 
 std::string FeedPath() {
   return NarrowUtf8(GetUpdaterLocalFolder("app", CreateFolder::kYes)) + "version.rss";
@@ -64,6 +65,10 @@ struct Host {
     });
     return ids;
   }
+  /// Returns what is wrong.
+  std::string Probe();
+  /// Sends what waits, one block for each state, and all of it arrives. Returns what is wrong.
+  std::string Report();
   void Do(const std::string& verb, const std::string& text);
 
   const std::string app;
@@ -108,46 +113,57 @@ void Host::Do(const std::string& verb, const std::string& text) {
   if (verb == "receive") return void(FileSystem::WriteFile(FeedPath(), Feed(text)));
   if (verb == "judge") return void(TUpdInfo(app).Evaluate(record, LoadFeed(FeedPath()), kNow));
   if (verb == "forget") return FileSystem::DeleteFile(FeedPath());
-  throw std::logic_error("no such verb: " + verb);
+  std::abort();
 }
 
-void Add(const std::string& app, const char* words, std::vector<Operation>* all) {
-  std::istringstream stream(words);
-  for (std::string word; stream >> word;) {
-    const std::string verb = word.substr(0, word.find(':'));
-    const std::string text = word == verb ? "" : word.substr(verb.size() + 1);
-    const Kind kind = kKinds.contains(verb) ? kKinds.at(verb) : Kind::kOneStep;
-    all->push_back({app, verb, text, kind});
+std::string Host::Probe() {
+  record.Write("ReportUrl", "http://h/report");
+  record.Write("Probe", "1");
+  statistics.AddOptionalParam(Token("probe"));
+  const bool areBack = record.Read("Probe") == "1" && statistics.LastParam() == Token("probe");
+  return areBack ? "done" : "values do not come back";
+}
+
+std::string Host::Report() {
+  for (const int block : Send(kLater, 0)) {
+    if (!ConfirmBlock(app, block, &lock)) return "a block cannot be confirmed";
   }
+  return "done";
+}
+
+void RunLine(const std::string& line) {
+  std::istringstream input(line);
+  std::string verb, app, text;
+  input >> verb >> std::quoted(app) >> text;
+  if (verb == "hinder") {
+    Hinder(app, std::stoi(text));
+    return Reply("done");
+  }
+  if (verb == "hinder-nothing") {
+    HinderNothing();
+    return Reply("done");
+  }
+  if (verb == "probe") return Reply(Host(app).Probe());
+  if (verb == "report") return Reply(Host(app).Report());
+  RunHindered([&] {
+    try {
+      Host(app).Do(verb, text);
+    } catch (const std::exception&) {
+      // The refusal of a feed that cannot be read.
+    }
+  });
 }
 
 }  // namespace
 
-std::vector<Operation> Operations() {
-  std::vector<Operation> all;
-  for (const char* app : kApplications) Add(app, kFirstValues, &all);
-  Add("app", kMoreValues, &all);
-  for (const char* app : kApplications) Add(app, kStatistics, &all);
-  Add("app", kUpdates, &all);
-  return all;
+void Reply(const std::string& line) {
+  std::puts(line.c_str());
+  std::fflush(stdout);
 }
 
-void Run(const Operation& operation) { Host(operation.app).Do(operation.verb, operation.text); }
-
-std::string FaultOfStores(const std::string& app) {
-  Host host(app);
-  host.record.Write("ReportUrl", "http://h/report");
-  host.record.Write("Probe", "1");
-  host.statistics.AddOptionalParam(host.Token("probe"));
-  const bool areBack =
-      host.record.Read("Probe") == "1" && host.statistics.LastParam() == host.Token("probe");
-  return areBack ? "" : "values do not come back: " + app;
-}
-
-std::string FaultOfReport(const std::string& app) {
-  Host host(app);
-  for (const int block : host.Send(kLater, 0)) {
-    if (!ConfirmBlock(app, block, &host.lock)) return "a block cannot be confirmed: " + app;
-  }
-  return {};
+int main(int count, char** arguments) {
+  if (count != 2) return 2;
+  logFile = arguments[1];
+  DiagLog::Instance().Start([] { return logFile.wstring(); }, "Log of the proof");
+  for (std::string line; std::getline(std::cin, line);) RunLine(line);
 }

@@ -1,17 +1,10 @@
-#include "update/rss_parser.h"
-
-#include <gtest/gtest.h>
-
-#include <regex>
+// From a feed to the update found.
 #include <stdexcept>
 
-#include "testing/data_home.h"
-#include "testing/log_capture.h"
-#include "testing/table.h"
+#include "testing/unit_test.h"
 #include "update/feed_file.h"
 #include "update/upd_info.h"
 #include "util/limits.h"
-#include "util/text.h"
 
 namespace {
 
@@ -36,15 +29,8 @@ std::string Update(const std::string& version) {
          Element("update:guid", "target " + version);
 }
 
-XmlNode Parsed(std::string text) {
-  XmlNode root;
-  root.Parse(std::move(text));
-  return root;
-}
-
 // The application "qb" of version 1.0.5.3 on "x86", and the store of its updates.
-class Evaluation : public testing::Test {
- protected:
+struct Evaluation : testing::Test {
   Evaluation() {
     app_.SetVersion(1, 0, 5, 3);
     app_.Write("Platform", "x86");
@@ -53,10 +39,12 @@ class Evaluation : public testing::Test {
 
   // The address of the update found; "-" when there is none and the check counts, else "refused";
   // what was thrown.
-  std::string Evaluate(std::string feed) {
+  std::string Evaluate(std::string text) {
     app_.RemoveValue("LastCheckTime");
     try {
-      const bool isFound = store_.Evaluate(app_, Parsed(std::move(feed)), kNow);
+      XmlNode feed;
+      feed.Parse(std::move(text));
+      const bool isFound = store_.Evaluate(app_, std::move(feed), kNow);
       if (app_.ReadNumber("LastCheckTime") != kNow) return "refused";
       return isFound ? store_.Read("DistroUrl") : "-";
     } catch (const std::invalid_argument& error) {
@@ -68,11 +56,11 @@ class Evaluation : public testing::Test {
 
   // Of the update that was found, as they stand in its file.
   std::string Values() const {
-    static const std::regex value("<(\\w+)(?:/|>([^<]*)</\\1)>");
-    const std::string file = ReadBytes(home_.AppFolder("qb") / "updinfo.xml");
+    XmlNode file;
+    LoadXml(ReadBytes(home_.AppFolder("qb") / "updinfo.xml"), &file);
     std::string values;
-    for (std::sregex_iterator at(file.begin(), file.end(), value), end; at != end; ++at) {
-      values += (*at)[1].str() + "=" + (*at)[2].str() + " ";
+    for (const XmlNode* each = file.FirstChild(); each; each = each->Next()) {
+      values.append(each->Name()).append("=").append(each->Value()).append(" ");
     }
     return values;
   }
@@ -82,41 +70,42 @@ class Evaluation : public testing::Test {
   TUpdInfo store_{"qb"};
 };
 
+// Two items, of which the second is a targeted update as well.
 std::string Targeted(const std::string& targets) {
   return Item("3.0.0.0") + Item("2.0.0.0", targets + Update("1.5.0.0"));
 }
+std::string Masked(const char* mask) { return Targeted(Element(kTarget, mask)); }
 
 }  // namespace
 
 TEST_F(Evaluation, ChoosesAnUpdate) {
-  const std::string beta = Item("1.2.0.0", "", "beta") + Item("1.1.0.0");
-  const Table<std::string, std::string> table = {
-      {"no version", "<item/>", "sscanf failed on input string; ''"},
-      {"newest", Item("1.9.0.0") + Item("1.10.0.0", "", "critical"), "common 1.10.0.0"},
-      {"beta passed over", beta, "common 1.1.0.0"},
-      {"current", Item("1.0.5.3") + Item("1.0.5.2"), "-"},
-      {"later of equals", Item("2.0.0.0") + Item(" 2.0.0.0"), "common  2.0.0.0"},
-      {"another platform", Item("2.0.0.0", Element("version:platform", "x64")), "-"},
-      {"our nick", Item("2.0.0.0", Element("version:nick", "QB")), "common 2.0.0.0"},
-      {"another nick", Item("2.0.0.0", Element("version:nick", "qbx")), "-"},
-      {"target over higher common", Targeted(Element(kTarget, "1.0")), "target 1.5.0.0"},
-      {"four parts, not us", Targeted(Element(kTarget, "1.0.5.0")), "common 3.0.0.0"},
-      {"second target", Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
-       "target 1.5.0.0"},
-      {"begin and end", Targeted("<update:target begin='1.0.5.3' end='1.0.5.3'/>"),
-       "target 1.5.0.0"},
-      {"begin above us", Targeted("<update:target begin='1.0.5.4'/>"), "common 3.0.0.0"},
-      {"end below us", Targeted("<update:target end='1.0.4'/>"), "common 3.0.0.0"},
-      {"bad mask", Targeted(Element(kTarget, "any")), "Bad version mask."},
-      {"ambiguous", Targeted(Element(kTarget, "1") + "<update:guid/>"), "refused"},
-      {"ambiguous for others", Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
-       "common 2.0.0.0"},
+  const auto expect = [&](const std::string& want, std::initializer_list<std::string> items) {
+    ExpectAll(want, items, [&](const std::string& each) { return Evaluate(Feed(each)); });
   };
-  table.Expect([&](const std::string& items) { return Evaluate(Feed(items)); });
+  const std::string beta = Item("1.2.0.0", "", "beta") + Item("1.1.0.0");
+  expect("sscanf failed on input string; ''", {"<item/>"});
+  expect("common 1.10.0.0", {Item("1.9.0.0") + Item("1.10.0.0", "", "critical")});
+  expect("common 1.1.0.0", {beta});
+  // The later one of equals.
+  expect("common  2.0.0.0", {Item("2.0.0.0") + Item(" 2.0.0.0")});
+  // The current version; another platform; another nick.
+  expect("-", {Item("1.0.5.3") + Item("1.0.5.2"), Item("2.0.0.0", Element("version:platform", "x")),
+               Item("2.0.0.0", Element("version:nick", "qbx"))});
+  // A target wins over a higher common version.
+  expect("target 1.5.0.0", {Masked("1.0"), Masked("1."), Masked("1.0.5.3"),
+                            Targeted("<update:target/>" + Element(kTarget, "<![CDATA[1]]>")),
+                            Targeted("<update:target begin='1.0.5.3' end='1.0.5.3'/>")});
+  expect("common 3.0.0.0", {Masked("1.0.5.0"), Targeted("<update:target begin='1.0.5.4'/>"),
+                            Targeted("<update:target end='1.0.4'/>")});
+  expect("Bad version mask.", {Masked("any"), Masked(".1"), Masked("1..2")});
+  // Two addresses are ambiguous for those that are meant; others, and those of our nick, go on.
+  expect("refused", {Targeted(Element(kTarget, "1") + "<update:guid/>")});
+  expect("common 2.0.0.0", {Item("2.0.0.0", Update("1.5.0.0") + "<update:guid/>"),
+                            Item("2.0.0.0", Element("version:nick", "QB"))});
   EXPECT_EQ(Evaluate("<rss/>"), "-");
   EXPECT_EQ(Evaluate("<html/>"), "bad xml: root node name is not 'rss' but html");
   app_.WriteFlag("WantUnstableToo", true);
-  EXPECT_EQ(Evaluate(Feed(beta)), "common 1.2.0.0");
+  expect("common 1.2.0.0", {beta});
 }
 
 TEST_F(Evaluation, LogsItsWayInBounds) {
@@ -143,18 +132,16 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
       "<title>t</title><description><![CDATA[<d>]]></description><link>l</link>"
       "<version:locale date='2'>loc</version:locale><version:dlgs>dlg</version:dlgs>"
       "<version:dlgs-ver>1.0</version:dlgs-ver><version:dlgs-date>3</version:dlgs-date>";
-  ASSERT_EQ(Evaluate(Feed(Item("2.1.0.15", common, "critical"))), "common 2.1.0.15");
+  Evaluate(Feed(Item("2.1.0.15", common, "critical")));
   EXPECT_EQ(Values(),
             "VerMajor=2 VerMinor=1 VerSubver=0 VerBuild=15 VersionStatus=2 "
             "DistroUrl=common 2.1.0.15 DistroMD5=m DistroArgs=a DistroStarter=s MSIArgs=i "
             "DlgsArchiveUrl=dlg DlgsArchiveDate=3 DlgsArchiveStyle=static Title=t "
-            "Description=&lt;d&gt; Platform=x86 Favicon=f LocaleUrl=loc LocaleDate=2 UACDlg=1 "
+            "Description=<d> Platform=x86 Favicon=f LocaleUrl=loc LocaleDate=2 UACDlg=1 "
             "DistroSize=1048576 Homepage=l ");
   // A targeted update has texts of its own; what it lacks is emptied.
-  const std::string own =
-      "<update:target>1</update:target><update:description>o</update:description>";
-  ASSERT_EQ(Evaluate(Feed(Item("1.0.0.0", common + own + Update("2.0.0.0"), "beta"))),
-            "target 2.0.0.0");
+  const std::string own = Element(kTarget, "1") + Element("update:description", "o");
+  Evaluate(Feed(Item("1.0.0.0", common + own + Update("2.0.0.0"), "beta")));
   EXPECT_EQ(Values(),
             "VerMajor=2 VerMinor=0 VerSubver=0 VerBuild=0 VersionStatus=1 "
             "DistroUrl=target 2.0.0.0 DistroMD5= DistroArgs= DistroStarter= MSIArgs= "
@@ -163,7 +150,7 @@ TEST_F(Evaluation, WritesTheUpdateDown) {
 }
 
 TEST_F(Evaluation, ChoosesDialogs) {
-  const auto local = [](const std::string& attributes, const std::string& url) {
+  const auto local = [](const std::string& attributes, const char* url) {
     return "<version:local_dlgs " + attributes + ">" + url + "</version:local_dlgs>";
   };
   const Table<std::string, std::string> table = {
@@ -176,8 +163,7 @@ TEST_F(Evaluation, ChoosesDialogs) {
            Element("version:dlgs-date", "5"),
        "b 4 static"},
       {"all made for others",
-       "<version:dlgs date='4'>b</version:dlgs>" + Element("version:dlgs-ver", "2.0"), "  "},
-  };
+       "<version:dlgs date='4'>b</version:dlgs>" + Element("version:dlgs-ver", "2.0"), "  "}};
   table.Expect([&](const std::string& dialogs) {
     Evaluate(Feed(Item("2.0.0.0", dialogs)));
     return store_.Read("DlgsArchiveUrl") + " " + store_.Read("DlgsArchiveDate") + " " +
@@ -194,16 +180,15 @@ TEST_F(Evaluation, StoresTextsAsUtf8) {
       {{"", cyrillic + "&nbsp;"}, cyrillic + "\xC2\xA0"},
       {{"", "\xC0\xFF"}, cyrillic},
       {{" encoding='Windows-1251'", "\xD0\x90&nbsp;"}, "\xD0\xA0\xD1\x92\xC2\xA0"},
-      {{" encoding='koi8-r'", cyrillic}, cyrillic},
-  };
+      {{" encoding='koi8-r'", cyrillic}, cyrillic}};
   table.Expect([&](const Text& title) {
     Evaluate("<?xml version='1.0'" + std::string(title.first) + "?>" +
              Feed(Item("2.0.0.0", Element("title", title.second))));
     return store_.Read("Title");
   });
   const std::string almost(65535, 'x');  // one byte less than a store takes
-  Evaluate(
-      Feed(Item("2.0.0.0", Element("title", almost + cyrillic) + Element("link", almost + "yz"))));
+  const std::string more = Element("title", almost + cyrillic) + Element("link", almost + "yz");
+  Evaluate(Feed(Item("2.0.0.0", more)));
   EXPECT_EQ(store_.Read("Title"), almost);
   EXPECT_EQ(store_.Read("Homepage"), almost + "y");
 }
