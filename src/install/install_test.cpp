@@ -383,7 +383,7 @@ TEST(Install, AnIdOutsideOfTheDataFolderNamesNothing) {
 TEST(Trust, KeysAreNamedByTheirFingerprints) {
   const std::string name = Prepared("publisher.fingerprint").substr(0, 16);
   const std::string key = PublicKey("publisher");
-  EXPECT_EQ(Describe({{{key, {}}, {key, {"a", "b c"}}}}),
+  EXPECT_EQ(Describe({"", {{key, {}}, {key, {"a", "b c"}}}}),
             "Updates need a manifest signed with one of these keys: " + name + ", " + name +
                 " (a, b c).");
 }
