@@ -17,7 +17,6 @@ target_compile_options(kupdate_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Wsuggest-override>
   $<$<BOOL:${KUPDATE_WERROR}>:-Werror>)
-target_compile_definitions(kupdate_settings INTERFACE $<$<BOOL:${KUPDATE_TEST_BUILD}>:KUPDATE_TEST_BUILD>)
 if(KUPDATE_SANITIZE)
   target_compile_options(kupdate_settings INTERFACE
     -fsanitize=${KUPDATE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -44,13 +43,18 @@ if(WIN32)
     $<$<CONFIG:Release>:-s>)
 endif()
 
+# Before the sources of a target that another project builds only when it needs it.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  set(KUPDATE_OPTIONAL EXCLUDE_FROM_ALL)
+endif()
+
 # kupdate_library(NAME source... LINKS target...): one static library per folder.
 # A source of one line per header proves that each header compiles alone.
 function(kupdate_library name)
   cmake_parse_arguments(ARG "" "" "LINKS" ${ARGN})
   set(sources ${ARG_UNPARSED_ARGUMENTS})
   foreach(source IN LISTS sources)
-    if(source MATCHES "\\.h$")
+    if(PROJECT_IS_TOP_LEVEL AND source MATCHES "\\.h$")
       string(MAKE_C_IDENTIFIER ${source} id)
       set(probe ${CMAKE_CURRENT_BINARY_DIR}/alone/${id}.cpp)
       file(RELATIVE_PATH header ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR}/${source})
@@ -58,7 +62,7 @@ function(kupdate_library name)
       list(APPEND sources ${probe})
     endif()
   endforeach()
-  add_library(${name} STATIC ${sources})
+  add_library(${name} STATIC ${KUPDATE_OPTIONAL} ${sources})
   target_link_libraries(${name} PUBLIC kupdate_settings ${ARG_LINKS})
 endfunction()
 

@@ -52,6 +52,10 @@
 #include <stdint.h>
 #include <wchar.h>
 
+#define KUPDATE_VERSION_MAJOR 1
+#define KUPDATE_VERSION_MINOR 0
+#define KUPDATE_VERSION_PATCH 0
+
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -33,31 +33,39 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 # --- building ---
 
-# The publisher of the demo and the tests: the executor that is built here trusts no other.
-PUBLISHER_KEY=$BUILD/keys/publisher.pem
-make_publisher_key() {
-  [[ -e $BUILD/keys/publisher.pub.pem ]] && return
-  mkdir -p "$BUILD/keys"
-  openssl ecparam -name prime256v1 -genkey -noout -out "$PUBLISHER_KEY" 2>"$LOGS/keys.log" &&
-    openssl ec -in "$PUBLISHER_KEY" -pubout -out "$BUILD/keys/publisher.pub.pem" 2>>"$LOGS/keys.log" ||
-    die "failed: making a key (see $LOGS/keys.log)"
-}
-
 # build PRESET TARGET...: configures and builds; shows the output only after a failure. A second build of the same
 # preset waits for the first.
 build() {
   local preset=$1 log=$LOGS/build-$1.log
   shift
-  make_publisher_key
   {
     flock 9
-    cmake --preset "$preset" -DKUPDATE_WERROR=ON -DKUPDATE_TEST_BUILD=ON \
-      -DKUPDATE_PUBLIC_KEYS="$BUILD/keys/publisher.pub.pem" &&
+    cmake --preset "$preset" -DKUPDATE_WERROR=ON &&
       cmake --build --preset "$preset" --target "$@"
   } >"$log" 2>&1 </dev/null 9>"$BUILD/$preset.lock" || {
     tail -n 60 "$log" >&2
     die "failed: building $preset (whole output: $log)"
   }
+}
+
+# The publisher of the demo and the tests. The key is made once and stays in the build folder.
+PUBLISHER_KEY=$BUILD/keys/publisher.pem
+EXECUTOR=$BUILD/trusting/kupdate-exec.exe
+
+# trusting_executor: makes EXECUTOR, the built executor as that publisher ships it: with his public key.
+trusting_executor() {
+  local public=$BUILD/keys/publisher.pub.pem
+  build native kupdate
+  mkdir -p "$BUILD/keys" "$BUILD/trusting"
+  {
+    [[ -e $public ]] || {
+      openssl ecparam -name prime256v1 -genkey -noout -out "$PUBLISHER_KEY" &&
+        openssl ec -in "$PUBLISHER_KEY" -pubout -out "$public"
+    }
+    cp "$BUILD/win64/src/executor/kupdate-exec.exe" "$EXECUTOR" &&
+      "$BUILD/native/tools/kupdate/kupdate" trust set "$EXECUTOR" --key "$public" \
+        --publisher "TEST BUILD, do not ship: its private key lies in a build folder"
+  } >"$LOGS/trust.log" 2>&1 </dev/null || die "failed: setting the trust (see $LOGS/trust.log)"
 }
 
 # --- Wine ---
@@ -194,7 +202,7 @@ start_stage() {
   KUPDATE_WWW=$(windows_path "$BUILD/web/$1/www")
   KUPDATE_ACCESS_LOG=$(windows_path "$WEB_ACCESS_LOG")
   KUPDATE_DLL=$(windows_path "$BUILD/win64/src/api/dllkupdate.dll")
-  KUPDATE_EXEC=$(windows_path "$BUILD/win64/src/executor/kupdate-exec.exe")
+  KUPDATE_EXEC=$(windows_path "$EXECUTOR")
   KUPDATE_TEST_KEY=$(windows_path "$BUILD/keys/tests")
   KUPDATE_TEST_INSTALLER=$(windows_path "$BUILD/win64/testing/installer/test_installer.exe")
   export KUPDATE_STANDIN_FOLDER KUPDATE_WWW KUPDATE_ACCESS_LOG KUPDATE_DLL KUPDATE_EXEC KUPDATE_TEST_KEY

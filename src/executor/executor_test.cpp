@@ -151,7 +151,7 @@ TEST_F(Executor, TellsPeople) {
   const std::pair<const wchar_t*, const char*> cases[] = {
       {L"--help", "--silent-update-check"},
       {L"--version", "kupdate-exec 1."},
-      {L"--status", "TEST BUILD. Updates need a manifest signed with one of these keys: "},
+      {L"--status", "a build folder. Updates need a manifest signed with one of these keys: "},
       {L"--status", "Application \"status app\""},
       {L"--status", "check of status app"},
       {L"--status --appid status app --json", "{\"program\":"},

@@ -1,6 +1,7 @@
 // What decides about an update without Windows: the manifest, what it vouches for, and addresses.
 #include "install/base64.h"
 #include "install/manifest.h"
+#include "install/trust_text.h"
 #include "testing/unit_test.h"
 
 namespace {
@@ -22,6 +23,16 @@ std::string Integer(std::string_view bytes) {
 }
 std::string Sequence(std::string_view content) {
   return std::string{0x30, static_cast<char>(content.size())} + std::string(content);
+}
+
+std::string Printed(const std::optional<TrustAnchors>& trust) {
+  if (!trust) return "damaged";
+  std::string text = trust->publisher;
+  for (const PublisherKey& key : trust->publicKeys) {
+    text += "; " + key.key.substr(0, 4);
+    for (const std::string& app : key.apps) text += " " + app;
+  }
+  return text;
 }
 
 }  // namespace
@@ -172,4 +183,25 @@ TEST(UpdateOffer, ArgumentsAreThoseOfTheStarter) {
   EXPECT_EQ(offer->args, "/qn");
   EXPECT_EQ(offer->size, 0u);
   EXPECT_TRUE(offer->mayElevate);
+}
+
+TEST(TrustText, KeepsPublisherKeysAndTheirApplications) {
+  const std::string key = "MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAE" + std::string(85, 'A') + "A==";
+  TrustAnchors trust{"Ж Ltd", {{key, {"my app", "b"}}, {key, {}}}};
+  const std::string text = FormatTrust(trust).value();
+  EXPECT_EQ(text.size(), kTrustBytes);
+  EXPECT_EQ(Printed(ParseTrust(text)), "Ж Ltd; MFkw my app b; MFkw");
+  EXPECT_EQ(Printed(ParseTrust("kupdate-trust 1\n\n")), "");
+  const auto with = [&](std::string_view from, std::string_view to) {
+    return std::string(text).replace(text.find(from), from.size(), to);
+  };
+  ExpectAll("damaged",
+            {std::string(), with("trust 1", "trust 2"), text + "x", with("for: b", "for: "),
+             with("for: b", "fur: b"), with("for: b", "for: \x01"), with("key: ", "key: A"),
+             with("publisher: Ж Ltd", "for: app"), with("for: b", "publisher: c")},
+            [](const std::string& damaged) { return Printed(ParseTrust(damaged)); });
+  trust.publisher = "a\nkey: b";
+  EXPECT_FALSE(FormatTrust(trust));
+  EXPECT_FALSE(FormatTrust({"", {{key, {""}}}}));
+  EXPECT_FALSE(FormatTrust({"", std::vector<PublisherKey>(31, PublisherKey{key, {}})}));
 }

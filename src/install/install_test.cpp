@@ -329,9 +329,9 @@ TEST(Install, WhatItsPublisherDoesNotVouchForIsRefused) {
     EXPECT_EQ(ReadLocalRecord("app"), update.record);
   };
   const int untrusted = kInstallNotTrusted, wrong = kInstallWrongContent;
-  expect(untrusted, "this build knows no publisher's key.", [](Update& u) { u.keys.clear(); });
-  expect(untrusted, "no key of this build signed it.", [](Update& u) { u.keys.pop_back(); });
-  expect(untrusted, "no key of this build signed it.",
+  expect(untrusted, "this executor trusts no publisher yet.", [](Update& u) { u.keys.clear(); });
+  expect(untrusted, "no key of this executor signed it.", [](Update& u) { u.keys.pop_back(); });
+  expect(untrusted, "no key of this executor signed it.",
          [](Update& u) { ++u.manifest[u.manifest.find("2099")]; });
   expect(untrusted, "is bound to other applications.", nullptr, "other-key");
   expect(untrusted, "it has expired.", nullptr, "expired");
@@ -383,7 +383,7 @@ TEST(Install, AnIdOutsideOfTheDataFolderNamesNothing) {
 TEST(Trust, KeysAreNamedByTheirFingerprints) {
   const std::string name = Prepared("publisher.fingerprint").substr(0, 16);
   const std::string key = PublicKey("publisher");
-  EXPECT_EQ(Describe({{{key, {}}, {key, {"a", "b c"}}}}),
+  EXPECT_EQ(Describe({"", {{key, {}}, {key, {"a", "b c"}}}}),
             "Updates need a manifest signed with one of these keys: " + name + ", " + name +
                 " (a, b c).");
 }

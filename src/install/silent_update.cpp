@@ -11,7 +11,7 @@ int RunSilentUpdate(const std::string& appId) {
   // A host waits for a code, so no exception may leave.
   try {
     InstallSettings settings;
-    settings.trust = BuiltInTrust();
+    settings.trust = OwnTrust();
     settings.now = NowSeconds();
     return InstallUpdate(appId, settings);
   } catch (const std::exception& error) {
@@ -22,10 +22,4 @@ int RunSilentUpdate(const std::string& appId) {
   return kInstallFailed;
 }
 
-std::string TrustStatus() {
-#ifdef KUPDATE_TEST_BUILD
-  return "TEST BUILD. " + Describe(BuiltInTrust());
-#else
-  return Describe(BuiltInTrust());
-#endif
-}
+std::string TrustStatus() { return Describe(OwnTrust()); }

@@ -11,8 +11,8 @@ enum InstallCode : int {
                                    ///< last, or the application is not registered or is removed
   kInstallDownloadFailed = -1002,  ///< manifest or file could not be fetched or stored
   kInstallWrongContent = -1003,    ///< size or digest of the file is not the declared one
-  kInstallNotTrusted = -1004,      ///< no publisher vouches for it, this build knows no
-                                   ///< publisher's key, or another file lies beside it
+  kInstallNotTrusted = -1004,      ///< no publisher vouches for it, this executor trusts no
+                                   ///< publisher, or another file lies beside it
   kInstallUnknownStarter = -1005,  ///< neither a program nor an MSI package
   kInstallStillRunning = -1006,    ///< the installer had not ended after its limit; it goes on
   kInstallCannotStart = -1007,     ///< the system did not start the installer
@@ -35,8 +35,7 @@ constexpr bool IsInstalled(int code) { return code == 0 || code == 3010 || code 
 ///         InstallCode.
 int RunSilentUpdate(const std::string& appId);
 
-/// One line for people: the publishers that this build trusts. Begins with "TEST BUILD" in
-/// a build for tests, whose publisher's private key is no secret.
+/// One line for people: the publishers that this executor trusts.
 std::string TrustStatus();
 
 #endif  // KUPDATE_INSTALL_SILENT_UPDATE_H_

@@ -7,6 +7,7 @@
 #include "install/crypto.h"
 #include "util/diag_log.h"
 #include "util/log_line.h"
+#include "util/win/windows_lean.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr std::size_t kFingerprintDigits = 16;
 
 bool IsSignedBy(const PublisherKey& publisher, const Manifest& manifest) {
   const std::optional<P256Pair> key = PublicKeyFromBase64(publisher.key);
-  if (!key) LOG_E << "A public key of this build cannot be read.";
+  if (!key) LOG_E << "A public key of this executor cannot be read.";
   return key && VerifyP256(*key, manifest.signedText, manifest.signature);
 }
 
@@ -30,6 +31,21 @@ std::string Fingerprint(const PublisherKey& publisher) {
   return HexText(hasher.Finish()).substr(0, kFingerprintDigits);
 }
 
+std::string_view OwnResource() {
+  const HRSRC found = ::FindResourceW(nullptr, kTrustResource, RT_RCDATA);
+  const HGLOBAL loaded = found ? ::LoadResource(nullptr, found) : nullptr;
+  if (!loaded) return {};
+  return {static_cast<const char*>(::LockResource(loaded)), ::SizeofResource(nullptr, found)};
+}
+
+TrustAnchors ReadOwnTrust() {
+  const std::string_view text = OwnResource();
+  if (text.empty()) return {};
+  std::optional<TrustAnchors> trust = ParseTrust(text);
+  if (!trust) LOG_E << "The trust in this program is damaged.";
+  return trust.value_or(TrustAnchors());
+}
+
 std::string Describe(const PublisherKey& publisher) {
   std::string text = Fingerprint(publisher);
   for (const std::string& app : publisher.apps) {
@@ -40,8 +56,13 @@ std::string Describe(const PublisherKey& publisher) {
 
 }  // namespace
 
+const TrustAnchors& OwnTrust() {
+  static const TrustAnchors* const trust = new TrustAnchors(ReadOwnTrust());
+  return *trust;
+}
+
 std::string_view FaultOfSigner(const TrustAnchors& trust, const Manifest& manifest) {
-  std::string_view fault = "no key of this build signed it";
+  std::string_view fault = "no key of this executor signed it";
   for (const PublisherKey& publisher : trust.publicKeys) {
     if (!IsSignedBy(publisher, manifest)) continue;
     if (MaySignFor(publisher, manifest.app)) return {};
@@ -52,9 +73,10 @@ std::string_view FaultOfSigner(const TrustAnchors& trust, const Manifest& manife
 
 std::string Describe(const TrustAnchors& trust) {
   if (trust.publicKeys.empty()) {
-    return "No update is ever run: this build knows no publisher's key.";
+    return "No update is ever run: this executor trusts no publisher yet.";
   }
-  std::string text = "Updates need a manifest signed with one of these keys: ";
+  std::string text = trust.publisher.empty() ? "" : trust.publisher + ". ";
+  text += "Updates need a manifest signed with one of these keys: ";
   for (const PublisherKey& publisher : trust.publicKeys) {
     text.append(&publisher == trust.publicKeys.data() ? "" : ", ").append(Describe(publisher));
   }

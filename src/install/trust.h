@@ -1,26 +1,16 @@
-// The publishers that a build trusts.
+// Which manifests an executor believes.
 #ifndef KUPDATE_INSTALL_TRUST_H_
 #define KUPDATE_INSTALL_TRUST_H_
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "install/manifest.h"
+#include "install/trust_text.h"
 
-/// A public key that may sign manifests.
-struct PublisherKey {
-  std::string key;                ///< base64 as between the first and the last line of a PEM file,
-                                  ///< without line ends
-  std::vector<std::string> apps;  ///< the applications that it may sign for; empty: all
-};
-
-struct TrustAnchors {
-  std::vector<PublisherKey> publicKeys;
-};
-
-/// The keys that the build option KUPDATE_PUBLIC_KEYS named.
-const TrustAnchors& BuiltInTrust();
+/// The trust in the resource of the running program, read once. A damaged one, which is logged, and
+/// a missing one trust no publisher.
+const TrustAnchors& OwnTrust();
 
 /// Whether one of the keys signed the manifest and may sign for its application.
 /// @return why not, for the log; empty when it did.
