@@ -1,4 +1,4 @@
-#include "files.h"
+#include "kupdate/files.h"
 
 #include <cerrno>
 #include <filesystem>

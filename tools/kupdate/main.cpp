@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "trust_command.h"
-#include "utf8_arguments.h"
+#include "kupdate/trust_command.h"
+#include "kupdate/utf8_arguments.h"
 
 namespace {
 

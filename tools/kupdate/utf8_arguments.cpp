@@ -1,4 +1,4 @@
-#include "utf8_arguments.h"
+#include "kupdate/utf8_arguments.h"
 
 #include <algorithm>
 
