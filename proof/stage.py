@@ -131,7 +131,10 @@ def _values(file):
     except (FileNotFoundError, ElementTree.ParseError):
         return ''
     if file.name == 'appinfo.xml':
-        return root.findtext('UpgradeAvailable', '')
+        return ' '.join(
+            [root.findtext('UpgradeAvailable', '')] * (root.find('UpgradeAvailable') is not None) +
+            ['scheduled'] * (int(root.findtext('NextCheckTime', '0')) > time.time()) +
+            ['dialog'] * (root.findtext('NeedDialogArterCheck') == '1'))
     if file.name == 'updinfo.xml':
         return root.findtext('VerMajor') + '.' + root.findtext('VerMinor')
     confirmed = any(element.get('confirmed') == 'true' for element in root.iter())

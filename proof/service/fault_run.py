@@ -24,7 +24,7 @@ class Run:
         self.host = None  # one that drives its check
         self.answer = ''  # the last one that it got
         self.later = 0
-        self.parameter = ['DLLSetOptionalParam p=1']
+        self.is_new = True
 
     # Lets the fault strike and end; returns what was found instead of what must come.
     def faults(self):
@@ -59,11 +59,16 @@ class Run:
         if self.want.route == HOST_CHECK:
             self.host = self.host or stage.Host(self.app, stays=True)
             self.answer = '' if self._ask('start') == 'in work' else 'no check'
-        elif self.want.route == REPORT:
-            stage.run_host(self.app, *self.parameter, f'DLLOnApplicationStartup "" {url} 3600')
-            self.parameter = []
-        else:
-            stage.run_host(self.app, f'DLLOnApplicationStartup {url} "" 3600')
+            return
+        calls = [f'DLLOnApplicationStartup "" {url} 3600' if self.want.route == REPORT else
+                 f'DLLOnApplicationStartup {url} "" 3600']
+        if self.is_new:
+            # A check that finds no address keeps the start from making one beside that with a
+            # dialog.
+            calls = (['DLLSetOptionalParam p=1', *calls] if self.want.route == REPORT else
+                     ['DLLForceUpdateCheck', *calls, 'DLLForceUpdateCheck dialog'])
+        self.is_new = False
+        stage.run_host(self.app, *calls)
 
     def _ask(self, step):
         before = len(self.host.diary())

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "testing/dll_client.h"
+#include "testing/table.h"
 #include "util/clock.h"
 #include "util/process.h"
 #include "util/text.h"
@@ -164,37 +165,6 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
   ::RegDeleteKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log");
 }
 
-TEST(Statistics, TravelFromTheCallsToTheWebServer) {
-  const TransferService service;
-  const std::string program = R"("parameters":"C:\\none\\exec.exe  --stat-callback )";
-  const auto sent = [&](const std::string& query) {
-    const LocalTime now = LocalNow().value();
-    return service.Count("&ver=1.2.3.4&os=win64&" + query +
-                         "&fd=" + DateText(now.day, now.month, now.year) + "\"");
-  };
-  Dll().setExecutorPath(L"C:\\none\\exec.exe");
-  Dll().setOptionalParam("travel", "tool=1");
-  Dll().setUniqueParam("travel", "name", L"last #1");
-  const std::string url = HttpUrl("report");
-  Dll().onApplicationStartup("travel", "win64", "", url.c_str(), 0, 1, 2, 3, 4, true);
-  // A new application is an install; the day's use behind it says nothing more.
-  EXPECT_EQ(sent("stat=install&tool=1&name=last #1"), 1);
-  EXPECT_EQ(service.Count(program + "0 --appid travel --job {"), 1);
-  EXPECT_EQ(service.Count("\"seconds\":1209600"), 1);
-  EXPECT_TRUE(fs::exists(DataFolder() / "travel" / "in_work_0.xml"));
-  EXPECT_EQ(TextFrom(Dll().getApplicationState, "travel"), "dayuse");
-  EXPECT_EQ(Dll().usageReport("travel", "x=%20&y"), KUPDATE_S_OK);
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1) << "the next ping is due in a day";
-  EXPECT_EQ(App{"travel"}.Record("ShouldPing"), "1");
-  Dll().forceUpdateCheck("travel", false);
-  EXPECT_EQ(sent("stat=dayuse&x=%20&y"), 1);
-  EXPECT_EQ(service.Count(program + "1 --appid travel --job {"), 1);
-  EXPECT_EQ(service.Count("\"seconds\":86400"), 1);
-  // An address that is too long keeps no program from updating.
-  App{"long", HttpUrl("long.rss"), HttpUrl("r?" + std::string(1100, 'a'))}.Start();
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 3);
-}
-
 TEST(Statistics, GettersAndWrongWords) {
   const auto state = [](const char* word) {
     EXPECT_TRUE(!word || Dll().setApplicationState("words", word) == KUPDATE_S_OK);
@@ -216,22 +186,9 @@ TEST(Statistics, GettersAndWrongWords) {
   EXPECT_EQ(chars, 7);
   EXPECT_EQ(unique("key"), L"Ж=\xD83D\xDE00 7");
   EXPECT_EQ(unique("none"), L"");
-  EXPECT_EQ(Dll().getUniqUserId(), ReadBytes(RoamingFolder().parent_path() / "ui"));
-  EXPECT_EQ(std::string(Dll().getUniqUserId()).size(), 38u);
-}
-
-TEST(Check, FindsTheUpdateAndWritesItDown) {
-  const DllLog log;
-  Driver host;
-  EXPECT_EQ(host.Check(FeedWith("2.0.1.7")), KUPDATE_S_OK);
-  EXPECT_EQ(host.status, KUPDATE_FOUND);
-  EXPECT_EQ(ValueOf(DataFolder() / "check" / "updinfo.xml", "DistroUrl"), "http://d/f");
-  EXPECT_EQ(ReadBytes(LocalFolder() / "check" / "version.rss"), FeedWith("2.0.1.7"));
-  EXPECT_TRUE(log.Has("Version:  1.0.0.0.Release"));
-  EXPECT_EQ(host.Check(FeedWith("2.0.0.0", "mac")), KUPDATE_S_OK);
-  EXPECT_EQ(host.status, KUPDATE_NO_UPDATE);
-  EXPECT_EQ(host.Check(FeedWith("2.0.0.0").substr(0, 150)), KUPDATE_E_FAIL);
-  EXPECT_EQ(host.status, -1);
+  const std::string id = Dll().getUniqUserId();
+  EXPECT_EQ(id.size(), 38u);
+  EXPECT_EQ(ReadBytes(RoamingFolder().parent_path() / "ui"), id);
 }
 
 TEST(Check, RefusesWhatDoesNotFit) {
@@ -259,70 +216,68 @@ TEST(Check, RefusesWhatDoesNotFit) {
   EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1);
 }
 
-TEST(Check, EndsWellWhateverTheServiceDoes) {
-  const struct {
-    const char *operation, *control;
-    std::int32_t status;  // -1: a failure
-    int cancelled;        // a job that was made and not started must not stay
-    const char* line = "";
-  } cases[] = {
-      {"start", "fail CreateInstance 0x80070005", -1, 0},
-      {"start", "fail AddFile 0x80070057", -1, 1},
-      {"start", "fail SetNotifyFlags 0x80070005", KUPDATE_IN_WORK, 0},
-      {"start", "fail Resume 0x80200004", -1, 1},
-      {"start", "no-job2", -1, 0},
-      {"check", "states QUEUED", KUPDATE_IN_WORK, 0, "Job in work."},
-      {"check", "states CONNECTING", KUPDATE_IN_WORK, 0},
-      {"check", "states TRANSFERRING", KUPDATE_IN_WORK, 0},
-      {"check", "states SUSPENDED", KUPDATE_IN_WORK, 0},
-      {"check", "states TRANSIENT_ERROR", KUPDATE_IN_WORK, 0},
-      {"check", "states ERROR", KUPDATE_JOB_FAILED, 1, "Job failed."},
-      {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 0},
-      {"check", "states 9", KUPDATE_JOB_FAILED, 1},
-      {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "Error in StopJob."},
-      {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 1, "Error in StopJob."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.control);
-    const DllLog log;
-    const TransferService service;
+TEST(Check, KnowsEveryStateOfItsJob) {
+  const Table<const char*, std::int32_t> table = {
+      {"QUEUED", KUPDATE_IN_WORK},          {"CONNECTING", KUPDATE_IN_WORK},
+      {"TRANSFERRING", KUPDATE_IN_WORK},    {"SUSPENDED", KUPDATE_IN_WORK},
+      {"TRANSIENT_ERROR", KUPDATE_IN_WORK}, {"ERROR", KUPDATE_JOB_FAILED},
+      {"CANCELLED", KUPDATE_JOB_FAILED},    {"9", KUPDATE_JOB_FAILED}};
+  const TransferService service;
+  table.Expect([&](const char* state) {
     Driver host;
-    if (std::string(c.operation) == "check") host.Step("start");
-    service.Control(c.control);
-    EXPECT_EQ(host.Step(c.operation), c.status < 0 ? KUPDATE_E_FAIL : KUPDATE_S_OK);
-    EXPECT_EQ(host.status, c.status);
-    EXPECT_EQ(service.Count("\"call\":\"Cancel\""), c.cancelled);
-    EXPECT_TRUE(log.Has(c.line));
+    host.Step("start");
+    service.Control(std::string("states ") + state);
+    EXPECT_EQ(host.Step("check"), KUPDATE_S_OK);
+    const std::int32_t status = host.status;
     service.Control({});
-    EXPECT_EQ(host.Step("start"), KUPDATE_S_OK) << "it works again";
-    EXPECT_EQ(host.Step("stop"), KUPDATE_S_OK);
-  }
+    host.Step("stop");
+    return status;
+  });
 }
 
-TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
+// What an application's calls make of jobs: a check and a report when it starts, the next ones in a
+// day or when they are asked for, and only reports when it is removed.
+TEST(Jobs, AreAsTheServiceNeedsThem) {
   const TransferService service;
-  const App app{"scheduled", HttpUrl("scheduled.rss")};
+  const App app{"jobs", HttpUrl("feed.rss"), HttpUrl("report")};
   Dll().setExecutorPath(L"C:\\none\\a b.exe");
+  Dll().setOptionalParam("jobs", "tool=1");
+  Dll().setUniqueParam("jobs", "name", L"last #1");
   EXPECT_EQ(app.Start(), KUPDATE_S_OK);
-  EXPECT_EQ(app.Start(), KUPDATE_S_OK) << "the next check is due in a day";
-  Dll().onApplicationUninstall("scheduled");
-  Dll().forceUpdateCheck("scheduled", true);
-  EXPECT_EQ(app.Record("NeedDialogArterCheck"), "1");
+  EXPECT_EQ(app.Start(), KUPDATE_S_OK);
+  EXPECT_EQ(Dll().usageReport("jobs", "x=%20&y"), KUPDATE_S_OK);
+  EXPECT_EQ(app.Record("ShouldPing"), "1");
+  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 2);
+  Dll().forceUpdateCheck("jobs", true);
   EXPECT_EQ(App{"no-address"}.Start(), KUPDATE_S_OK);
+  // An address of reports that is too long keeps no program from updating.
+  App{"long", HttpUrl("long.rss"), HttpUrl("r?" + std::string(1100, 'a'))}.Start();
+  Dll().onApplicationUninstall("jobs");
+  Dll().forceUpdateCheck("jobs", true);
   Dll().setExecutorPath(nullptr);
-  const std::string calls[] = {
-      R"("call":"CreateJob")",
-      R"("name":"Kupdate-task","type":0,)",
-      R"("url":")" + app.feed + R"(","file":"C:\\)",
-      R"(\\kupdate-versioninfo-scheduled.xml","result")",
-      R"("seconds":82800,)",
-      R"("priority":2,)",
-      R"("flags":3,)",
-      R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid scheduled)"
-      R"( --update-check --file \"C:\\)",
-      R"("call":"Resume",)",
+  const LocalTime now = LocalNow().value();
+  const std::string report = R"("parameters":"C:\\none\\a b.exe  --stat-callback )",
+                    date = "&fd=" + DateText(now.day, now.month, now.year) + "\"";
+  const std::pair<std::string, int> calls[] = {
+      {R"("name":"Kupdate-task","type":0,)", 6},
+      {R"("url":")" + app.feed + R"(","file":"C:\\)", 2},
+      {R"(\\kupdate-versioninfo-jobs.xml","result")", 2},
+      {"&ver=1.0.0.0&os=win64&stat=install&tool=1&name=last #1" + date, 1},
+      {"&stat=dayuse&x=%20&y" + date, 1},
+      {"&stat=uninstall" + date, 1},
+      {R"("seconds":82800,)", 3},
+      {R"("seconds":1209600,)", 2},
+      {R"("seconds":86400,)", 1},
+      {R"("priority":2,)", 6},
+      {R"("flags":3,)", 6},
+      {R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid jobs)"
+       R"( --update-check --file \"C:\\)",
+       2},
+      {report + "0 --appid jobs --job {", 1},
+      {report + "1 --appid jobs --job {", 1},
+      {R"("call":"Resume",)", 6},
   };
-  for (const std::string& call : calls) EXPECT_EQ(service.Count(call), 1) << call;
+  for (const auto& [call, count] : calls) EXPECT_EQ(service.Count(call), count) << call;
 }
 
 TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {

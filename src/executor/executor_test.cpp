@@ -86,44 +86,6 @@ fs::path FeedFile(const App& app) {
 
 }  // namespace
 
-TEST_F(Executor, AnswersEveryOutcomeOfACheck) {
-  const std::string newer = Publish("newer.rss", FeedWith("2.0.0.0"));
-  const struct {
-    std::string feed;
-    const char* control;
-    const char* upgrade;  // afterwards; it was not written before
-    const char* news;     // of the dialog that is not shown
-    bool isScheduled;
-  } cases[] = {
-      {newer, "", "1", "an update is available", true},
-      {Publish("same.rss", FeedWith("1.0.0.0")), "", "0", "there is no update", true},
-      {Publish("bad.rss", FeedWith("two")), "", "0", "the check failed", false},
-      {newer, "fail Complete 0x80070005", "0", "the check failed", false},
-      {newer, "vanish all", "", "", false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.feed + c.control);
-    const DataHome home;
-    const App app{"my app", c.feed};
-    app.Start();
-    const std::wstring arguments = ArgumentsOfNewestJob();
-    TAppInfo2(app.appId).SetNeedDialogArterCheck(true);
-    service_.Control(c.control);
-    const UniqueHandle result = ResultEvent(app.appId);
-    const LogCapture log(RoamingFolder() / "kupdate-exec-my app.log");
-    const std::int64_t before = std::time(nullptr);
-    EXPECT_EQ(Run(arguments), 0u);
-    service_.Control({});
-    EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled);
-    EXPECT_EQ(app.Record("UpgradeAvailable"), c.upgrade);
-    const std::int64_t next = ParseInt64(app.Record("NextCheckTime")) - before - 86400;
-    EXPECT_EQ(next >= 0 && next <= 3700, c.isScheduled) << next;
-    EXPECT_FALSE(fs::exists(FeedFile(app)));
-    EXPECT_EQ(app.Record("NeedDialogArterCheck"), *c.news ? "0" : "1");
-    EXPECT_TRUE(log.Has(c.news));
-  }
-}
-
 TEST_F(Executor, DoesNotBringARecordBackToLife) {
   const App app{"left", Publish("newer.rss", FeedWith("2.0.0.0"))};
   app.Start();
@@ -180,19 +142,6 @@ TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
   EXPECT_FALSE(isTakenBack(16, kNoJob)) << "its job is alive";
   EXPECT_FALSE(isTakenBack(14, arguments.substr(arguments.find(L"--job")))) << "it is gone now";
   EXPECT_TRUE(isTakenBack(16, kNoJob));
-}
-
-TEST_F(Executor, LeavesTheNewestOfSeveralChecks) {
-  Publish("big.rss", std::string(200000, 'x'));
-  const App app{"many", HttpUrl("slow/big.rss")};
-  Dll().setExecutorPath(program_.c_str());
-  app.Start();
-  Dll().forceUpdateCheck(app.appId.c_str(), false);
-  EXPECT_EQ(Jobs(), 2);
-  for (int i = 0; i < 2; ++i) {
-    Run(kNoJob);
-    EXPECT_EQ(service_.Count("\"call\":\"Cancel\""), 1);
-  }
 }
 
 TEST_F(Executor, ForgetsAnApplicationWhoseUninstallIsDelivered) {
