@@ -1,6 +1,7 @@
 # A private Wine prefix: its hosts, executors and transfer service, and the files they leave.
 import contextlib
 import itertools
+import json
 import os
 import pathlib
 import re
@@ -32,6 +33,9 @@ _USERS = _PREFIX / 'drive_c/users'
 DATA, LOCAL, ROAMING = (_USERS / os.environ['USER'] / 'AppData' / kind / 'Krelix/Updater'
                         for kind in ('LocalLow', 'Local', 'Roaming'))
 SERVICE = ROOT / 'build/standin' / _PREFIX.name
+# A copy, since it may remove itself. The blank in its path is one more thing that must work.
+EXECUTOR = SERVICE / 'program folder/kupdate-exec.exe'
+UNKNOWN_JOB = '--job {00000000-0000-0000-0000-000000000001}'
 _JOBS, _JOURNAL = SERVICE / 'jobs.txt', SERVICE / 'journal.jsonl'
 
 WEB = WebServer()
@@ -50,10 +54,10 @@ def eventually(condition, seconds=20):
 
 # --- programs ---
 
-def start(program, *arguments, stdin=subprocess.DEVNULL):
+def start(program, *arguments, stdin=subprocess.DEVNULL, output=subprocess.DEVNULL):
     # Output never goes to a pipe: Wine's own services would keep it open.
     return subprocess.Popen(['wine', program, *map(str, arguments)], stdin=stdin, text=True,
-                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                            stdout=output, stderr=subprocess.DEVNULL)
 
 
 # A process of host.cpp, which says what its lines mean.
@@ -99,6 +103,17 @@ def place_executor(program, place=ROAMING / 'kupdate-exec.exe'):
     if program:
         place.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(program, place)
+
+
+def path_of(executor):
+    return 'DLLSetExecutorPath ' + json.dumps(windows_path(executor))
+
+
+# Starts the copy, by a line as the service has it.
+def start_executor(arguments, output=subprocess.DEVNULL):
+    if not EXECUTOR.exists():
+        place_executor(GOOD_EXECUTOR, EXECUTOR)
+    return start(EXECUTOR, *(word.strip('"') for word in arguments.split()), output=output)
 
 
 # --- files ---
@@ -232,6 +247,14 @@ def jobs():
             found.append({})
         found[-1][key] = urllib.parse.unquote(value)
     return found
+
+
+# The arguments with which the service would start each job's executor; a job without any is ended
+# by its id.
+def waiting_executors():
+    parameters = [(job['job'], job.get('notify-parameters', '')) for job in jobs()]
+    return [text[text.index(' --') + 1:] if ' --' in text else '--job ' + job
+            for job, text in parameters]
 
 
 # Whose job it is; "bare" ones belong to hosts that drive a check.

@@ -8,9 +8,11 @@
 #include <optional>
 #include <thread>
 
+#include "layout/names.h"
 #include "testing/dll_client.h"
 #include "testing/table.h"
 #include "util/clock.h"
+#include "util/handle.h"
 #include "util/process.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
@@ -26,8 +28,18 @@ fs::path LogFile(const char* appId) {
 std::string Without(const char* pattern, const fs::path& file) {
   return std::regex_replace(ReadBytes(file), std::regex(pattern), "");
 }
-unsigned RunChild(const wchar_t* ids) {
-  return Run(ModulePath(), std::wstring(L"child --child ") + ids);
+// The exit code of a program that is run by this command line.
+std::intptr_t RunProgram(const std::wstring& program, const std::wstring& commandLine) {
+  return ::_wspawnl(_P_WAIT, program.c_str(), commandLine.c_str(), nullptr);
+}
+std::intptr_t RunChild(const wchar_t* ids) {
+  return RunProgram(ModulePath(), std::wstring(L"child --child ") + ids);
+}
+// A feed with one release.
+std::string FeedWith(const std::string& version) {
+  return "<rss><channel><item><version:version>" + version +
+         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
+         "</item></channel></rss>";
 }
 
 // A host that drives one application's check.
@@ -140,7 +152,7 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
 }
 
 TEST(Log, FirstCallNamesItAndTheBannerFollows) {
-  EXPECT_EQ(RunChild(L"null later"), 0u);
+  EXPECT_EQ(RunChild(L"null later"), 0);
   const std::string text = Without("\r|\\([0-9]+\\)", LogFile(""));
   const std::string time = "\n..:..:.. ", banner = time + "I:JustUtil::OutBanner: ";
   const std::regex shape("Log started at: [0-9]{2}\\.[0-9]{2}\\.[0-9]{4}(" + time + "E:.*)*" +
@@ -158,7 +170,7 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
     if (isParanoid) {
       ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
     }
-    EXPECT_EQ(RunChild(L"large"), 0u);
+    EXPECT_EQ(RunChild(L"large"), 0);
     EXPECT_EQ(fs::exists(LogFile("large").wstring() + L".bak"), isParanoid) << "1 MiB is kept";
     EXPECT_EQ(ReadBytes(LogFile("large")).find(" P:") != std::string::npos, isParanoid);
   }
@@ -365,6 +377,22 @@ TEST(SilentInstall, GivesTheExecutorsCodeInEveryOrderOfEvents) {
     EXPECT_EQ(Install(ModulePath(), c.script, c.others), c.want);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(13));
   }
+}
+
+// Of a check whose job is gone, and of an installation without an update.
+TEST(Executor, SignalsItsAnswer) {
+  const App app{"signals"};
+  const std::wstring executor = Setting(L"KUPDATE_EXEC");
+  app.Start();
+  WriteBytes(app.File("updinfo.xml"), "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
+  const UniqueHandle result = JustUtil::CreateEventW(ResultEventName(app.appId));
+  for (const std::wstring command :
+       {L"--update-check --file f --job {00000000-0000-0000-0000-000000000001}",
+        L"--silent-update-check"}) {
+    EXPECT_EQ(RunProgram(executor, executor + L" --appid signals " + command), 0);
+    EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled) << NarrowUtf8(command);
+  }
+  EXPECT_EQ(ValueOf(app.File("updinfo.xml"), "DistroExitCode"), "-1001");
 }
 
 // Takes the 30 seconds that a late answer is given.
