@@ -177,7 +177,7 @@ FAULTS = [
      not_queued(jobs=OTHER_JOBS), in_test(kept(jobs=OTHER_JOBS)),
      host_sees('no check', GIVES_UP, jobs=OTHER_JOBS)),
     ('the service is too old for notify programs', Cause('no-job2', ('job == NULL!!',)),
-     in_test(not_queued(OLD_SERVICE, jobs='bare SUSPENDED'))),
+     in_test(not_queued(OLD_SERVICE, GIVES_UP, jobs='bare SUSPENDED'))),
     ('AddFile fails', fails('AddFile 0x80070057'), in_test(not_queued()), kept()),
     ('SetNoProgressTimeout fails', fails('SetNoProgressTimeout 0x80070005'), not_queued()),
     ('SetPriority fails', fails('SetPriority 0x80070005'), kept()),

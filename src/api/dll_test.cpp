@@ -229,22 +229,19 @@ TEST(Check, RefusesWhatDoesNotFit) {
 }
 
 TEST(Check, KnowsEveryStateOfItsJob) {
-  const Table<const char*, std::int32_t> table = {
-      {"QUEUED", KUPDATE_IN_WORK},          {"CONNECTING", KUPDATE_IN_WORK},
-      {"TRANSFERRING", KUPDATE_IN_WORK},    {"SUSPENDED", KUPDATE_IN_WORK},
-      {"TRANSIENT_ERROR", KUPDATE_IN_WORK}, {"ERROR", KUPDATE_JOB_FAILED},
-      {"CANCELLED", KUPDATE_JOB_FAILED},    {"9", KUPDATE_JOB_FAILED}};
   const TransferService service;
-  table.Expect([&](const char* state) {
+  const auto status = [&](const char* state) {
     Driver host;
     host.Step("start");
     service.Control(std::string("states ") + state);
     EXPECT_EQ(host.Step("check"), KUPDATE_S_OK);
-    const std::int32_t status = host.status;
     service.Control({});
-    host.Step("stop");
-    return status;
-  });
+    Driver().Step("stop");
+    return host.status;
+  };
+  ExpectAll(KUPDATE_IN_WORK,
+            {"QUEUED", "CONNECTING", "TRANSFERRING", "SUSPENDED", "TRANSIENT_ERROR"}, status);
+  ExpectAll(KUPDATE_JOB_FAILED, {"ERROR", "CANCELLED", "9"}, status);
 }
 
 // What an application's calls make of jobs: a check and a report when it starts, the next ones in a
@@ -295,6 +292,10 @@ TEST(Jobs, AreAsTheServiceNeedsThem) {
 TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   const TransferService service("fail CreateInstance 0x80070005");
   const DllLog log;
+  // The executors write the record too.
+  const auto haveEnded = [&](int executors) {
+    return Eventually([&] { return service.Count("\"notify_exit\"") == executors; });
+  };
   const auto wait = [](std::int32_t milliseconds) {
     bool result = true;
     EXPECT_EQ(Dll().isUpgradeAvailable("wait", milliseconds, &result), KUPDATE_S_OK);
@@ -309,12 +310,13 @@ TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
   service.Control({});
   EXPECT_FALSE(wait(0));
   EXPECT_TRUE(log.Has("WAIT_TIMEOUT"));
+  EXPECT_TRUE(haveEnded(1));
   // A report that cannot be sent takes no time away from the wait.
   app.report = HttpUrl("r?" + std::string(1100, 'a'));
   app.Start();
   EXPECT_TRUE(wait(20000));
   EXPECT_TRUE(log.Has("Try to wait for update during  20000 ms."));
-  EXPECT_TRUE(service.WaitFor("\"notify_exit\""));
+  EXPECT_TRUE(haveEnded(2));
   Dll().setExecutorPath(nullptr);
 }
 
