@@ -80,6 +80,14 @@ class Host:
         lines = (line.split(' ', 4) for line in self._diary.read_text('utf-8').splitlines())
         return [Entry(sign, int(milliseconds), *rest) for sign, milliseconds, *rest in lines]
 
+    # Makes a call. Returns its answer, or "failed".
+    def ask(self, line):
+        earlier = len(self.diary())
+        self.make(line)
+        eventually(lambda: len(self.diary()) == earlier + 2)
+        last = self.diary()[-1]
+        return last.answer if last.sign == '!' else 'failed'
+
     # Waits until it ends, or stands still. Returns its diary.
     def finish(self):
         self.process.stdin.close()

@@ -225,7 +225,8 @@ class Storm:
         exports, commands = (min(self.met[name] for name in names) for names in (EXPORTS, COMMANDS))
         if not exports or not commands:
             promise.broken_by('kills', 'not all are met')
-        return promise.print(tried, f', {exports} or more kills in each, {commands} of each command')
+        return promise.print(
+            tried, f', {exports} or more kills in each, {commands} of each command')
 
 
 def main(kills, seed):

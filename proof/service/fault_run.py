@@ -10,7 +10,9 @@ from web import Answer, whole
 GOOD = Answer(whole(stage.FEED), delivers=True)
 OTHER_JOBS = ''.join(f'job {{00000000-0000-0000-0000-0000000000{number}}}\nowner self\n'
                      'state SUSPENDED\nname other\n' for number in range(10, 70))
-ANSWERS = ('in work', 'update found', 'no update', 'job failed')  # of DLLIsUpdateAvailable
+# Of DLLIsUpdateAvailable.
+ANSWERS = {'0': 'in work', '1': 'update found', '2': 'no update', '3': 'job failed',
+           'failed': 'failure'}
 
 _numbers = itertools.count(1)
 
@@ -71,11 +73,7 @@ class Run:
         stage.run_host(self.app, *calls)
 
     def _ask(self, step):
-        before = len(self.host.diary())
-        self.host.make(f"DLLIsUpdateAvailable {WEB.url('address')} {step}")
-        stage.eventually(lambda: len(self.host.diary()) == before + 2)
-        last = self.host.diary()[-1]
-        return ANSWERS[int(last.answer)] if last.sign == '!' else 'failure'
+        return ANSWERS[self.host.ask(f"DLLIsUpdateAvailable {WEB.url('address')} {step}")]
 
     # A host that drives its check asks for its end. Returns whether it must ask again.
     def _host_asks(self):

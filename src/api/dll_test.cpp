@@ -10,8 +10,6 @@
 
 #include "layout/names.h"
 #include "testing/dll_client.h"
-#include "testing/table.h"
-#include "util/clock.h"
 #include "util/handle.h"
 #include "util/process.h"
 #include "util/text.h"
@@ -142,6 +140,8 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
       "<Locale>x<Remove>0<Platform>win64<VersionUrl/><VerMajor>1<VerMinor>65535<VerSubver>3"
       "<VerBuild>4<ReportUrl>r?a=1&amp;b=2<PingStatPeriod>7200<VersionStatus>1"
       "<WantUnstableToo>0<LastPingTime><NextPingTime><LastCheckTime>");
+  EXPECT_EQ(Dll().usageReport("record", "x"), KUPDATE_S_OK);
+  EXPECT_EQ(app.Record("ShouldPing"), "1");
   Dll().onApplicationUninstall("record");
   EXPECT_EQ(app.Record("Remove"), "1");
   start(false);
@@ -203,121 +203,10 @@ TEST(Statistics, GettersAndWrongWords) {
   EXPECT_EQ(ReadBytes(RoamingFolder().parent_path() / "ui"), id);
 }
 
-TEST(Check, RefusesWhatDoesNotFit) {
-  const DllLog log;
-  const TransferService service;
-  const struct {
-    const char *appId, *operation, *url;
-    kupdate_status want;
-    const char* line = "";
-  } cases[] = {
-      {"check", "check", "http://x/", KUPDATE_E_FAIL, "Job not started!"},
-      {"check", "stop", "http://x/", KUPDATE_E_FAIL, "Nothing to stop! No Job started!"},
-      {"check", "start", "", KUPDATE_E_FAIL, "You should specify VersionUrl to rss."},
-      {"check", "Start", "", KUPDATE_E_FAIL, "Unknown operation:  Start"},
-      {"check", "start", "http://x/", KUPDATE_S_OK},
-      {"check", "start", "http://x/", KUPDATE_S_OK, "We already wait for update."},
-      {"other", "check", "http://x/", KUPDATE_E_FAIL},
-      {"check", "stop", "http://x/", KUPDATE_S_OK},
-  };
-  for (const auto& c : cases) {
-    Driver host{c.appId, c.url};
-    EXPECT_EQ(host.Step(c.operation), c.want) << c.appId << " " << c.operation << ": " << c.line;
-    EXPECT_TRUE(log.Has(c.line));
-  }
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1);
-}
-
-TEST(Check, KnowsEveryStateOfItsJob) {
-  const TransferService service;
-  const auto status = [&](const char* state) {
-    Driver host;
-    host.Step("start");
-    service.Control(std::string("states ") + state);
-    EXPECT_EQ(host.Step("check"), KUPDATE_S_OK);
-    service.Control({});
-    Driver().Step("stop");
-    return host.status;
-  };
-  ExpectAll(KUPDATE_IN_WORK,
-            {"QUEUED", "CONNECTING", "TRANSFERRING", "SUSPENDED", "TRANSIENT_ERROR"}, status);
-  ExpectAll(KUPDATE_JOB_FAILED, {"ERROR", "CANCELLED", "9"}, status);
-}
-
-// What an application's calls make of jobs: a check and a report when it starts, the next ones in a
-// day or when they are asked for, and only reports when it is removed.
-TEST(Jobs, AreAsTheServiceNeedsThem) {
-  const TransferService service;
-  const App app{"jobs", HttpUrl("feed.rss"), HttpUrl("report")};
-  Dll().setExecutorPath(L"C:\\none\\a b.exe");
-  Dll().setOptionalParam("jobs", "tool=1");
-  Dll().setUniqueParam("jobs", "name", L"last #1");
-  EXPECT_EQ(app.Start(), KUPDATE_S_OK);
-  EXPECT_EQ(app.Start(), KUPDATE_S_OK);
-  EXPECT_EQ(Dll().usageReport("jobs", "x=%20&y"), KUPDATE_S_OK);
-  EXPECT_EQ(app.Record("ShouldPing"), "1");
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 2);
-  Dll().forceUpdateCheck("jobs", true);
-  EXPECT_EQ(App{"no-address"}.Start(), KUPDATE_S_OK);
-  // An address of reports that is too long keeps no program from updating.
-  App{"long", HttpUrl("long.rss"), HttpUrl("r?" + std::string(1100, 'a'))}.Start();
-  Dll().onApplicationUninstall("jobs");
-  Dll().forceUpdateCheck("jobs", true);
-  Dll().setExecutorPath(nullptr);
-  const LocalTime now = LocalNow().value();
-  const std::string report = R"("parameters":"C:\\none\\a b.exe  --stat-callback )",
-                    date = "&fd=" + DateText(now.day, now.month, now.year) + "\"";
-  const std::pair<std::string, int> calls[] = {
-      {R"("name":"Kupdate-task","type":0,)", 6},
-      {R"("url":")" + app.feed + R"(","file":"C:\\)", 2},
-      {R"(\\kupdate-versioninfo-jobs.xml","result")", 2},
-      {"&ver=1.0.0.0&os=win64&stat=install&tool=1&name=last #1" + date, 1},
-      {"&stat=dayuse&x=%20&y" + date, 1},
-      {"&stat=uninstall" + date, 1},
-      {R"("seconds":82800,)", 3},
-      {R"("seconds":1209600,)", 2},
-      {R"("seconds":86400,)", 1},
-      {R"("priority":2,)", 6},
-      {R"("flags":3,)", 6},
-      {R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid jobs)"
-       R"( --update-check --file \"C:\\)",
-       2},
-      {report + "0 --appid jobs --job {", 1},
-      {report + "1 --appid jobs --job {", 1},
-      {R"("call":"Resume",)", 6},
-  };
-  for (const auto& [call, count] : calls) EXPECT_EQ(service.Count(call), count) << call;
-}
-
-TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
-  const TransferService service("fail CreateInstance 0x80070005");
-  const DllLog log;
-  // The executors write the record too.
-  const auto haveEnded = [&](int executors) {
-    return Eventually([&] { return service.Count("\"notify_exit\"") == executors; });
-  };
-  const auto wait = [](std::int32_t milliseconds) {
-    bool result = true;
-    EXPECT_EQ(Dll().isUpgradeAvailable("wait", milliseconds, &result), KUPDATE_S_OK);
-    return result;
-  };
-  Dll().setExecutorPath(ModulePath().c_str());
-  App app{"wait", Publish("wait.rss", "<rss/>")};
-  app.Start();
-  EXPECT_FALSE(wait(-1));
-  EXPECT_TRUE(log.Has("Low-privileges process"));
-  EXPECT_TRUE(log.Has("No check was queued, so there is no answer to wait for."));
-  service.Control({});
-  EXPECT_FALSE(wait(0));
-  EXPECT_TRUE(log.Has("WAIT_TIMEOUT"));
-  EXPECT_TRUE(haveEnded(1));
-  // A report that cannot be sent takes no time away from the wait.
-  app.report = HttpUrl("r?" + std::string(1100, 'a'));
-  app.Start();
-  EXPECT_TRUE(wait(20000));
-  EXPECT_TRUE(log.Has("Try to wait for update during  20000 ms."));
-  EXPECT_TRUE(haveEnded(2));
-  Dll().setExecutorPath(nullptr);
+TEST(Check, BelongsToOneApplication) {
+  EXPECT_EQ(Driver{"check"}.Step("start"), KUPDATE_S_OK);
+  EXPECT_EQ(Driver{"other"}.Step("check"), KUPDATE_E_FAIL);
+  EXPECT_EQ(Driver{"check"}.Step("stop"), KUPDATE_S_OK);
 }
 
 // What a host with an update gets for its executor, which does what `script` says while another
