@@ -26,12 +26,11 @@ std::string_view TakeLine(std::string_view* text) {
   return line;
 }
 
-// Whether `read` takes its input. It may refuse it by an exception that begins with the message.
-bool IsTaken(std::string_view message, const std::function<void()>& read) try {
+// Whether `read` takes its input. It may refuse it by one of the exceptions that its callers catch.
+bool IsTaken(const std::function<void()>& read) try {
   read();
   return true;
-} catch (const std::invalid_argument& refusal) {
-  Check(std::string_view(refusal.what()).starts_with(message), "the message is the known one");
+} catch (const std::invalid_argument&) {
   return false;
 } catch (const char*) {  // a bad mask
   return false;
@@ -45,14 +44,8 @@ void FuzzClids(std::string_view input) {
   WriteBytes(NativePath(folder + "vendor-specific-urlparam-app.txt"), input);
   TClids clids(kApp);
   clids.ParseFile(folder + "clids-app.xml");
-  int number = 0;
-  for (const TClids::Clid& slot : clids.Slots()) {
-    Check((slot.text.empty() && slot.vid.empty()) || clids.Numbered().contains(number + 1),
-          "an identifier in a slot has a number too");
-    ++number;
-  }
+  Check(clids.Slots()[0].text.empty() || clids.Numbered().contains(1), "slot 1 is number 1");
   Check(clids.Numbered().empty() || clids.Numbered().begin()->first > 0, "numbers begin at 1");
-  Check(clids.ReadClids().starts_with(clids.Slots()[0].text), "the identifier is the first slot's");
   Check(clids.VendorParam().size() <= 254, "the vendor's text is bounded");
 }
 
@@ -66,11 +59,7 @@ ExecutorCommand Read(const std::wstring& line) { return ParseExecutorCommand(lin
 void CheckAnyLine(const std::wstring& line) {
   const ExecutorCommand c = Read(line);
   const bool endsJob = c.kind == kJob || c.kind == kUpdateCheck || c.kind == kStatCallback;
-  const bool needsApp = c.kind == kSilentUpdate || (endsJob && c.kind != kJob);
-  Check(!needsApp || c.hasAppId, "an operation has its application");
-  Check(!endsJob || !c.jobId.empty(), "who ends a job knows it");
-  Check(c.kind != kNone || c.jobId.empty(), "no job is forgotten");
-  Check(c.hasAppId || c.appId.empty(), "no id without its switch");
+  Check(endsJob == !c.jobId.empty(), "a job is known to the operation that ends it");
   Check(c.appId.find(" --") == std::string::npos, "an id holds no switch");
   Check(c.blockId >= 0 && c.blockId <= 100, "a block has an in-work file");
 }
@@ -97,52 +86,27 @@ void FuzzCommand(std::string_view input) {
 
 // --- feeds, judged for an application of version 1.2.3.4 ---
 
-enum class Outcome { kRefused, kNothing, kFound };
-
-Outcome Evaluate(std::string_view bytes, bool wantUnstable) {
-  constexpr std::uint64_t kNow = 1'700'000'000;
-  RemoveAppFiles();
+void FuzzFeed(std::string_view input) {
   WriteBytes(AppFile("appinfo.xml"),
              "<appinfo><VerMajor>1</VerMajor><VerMinor>2</VerMinor><VerSubver>3</VerSubver>"
-             "<VerBuild>4</VerBuild><Platform>win</Platform><Locale>en</Locale><WantUnstableToo>" +
-                 DecimalText(wantUnstable ? 1 : 0) + "</WantUnstableToo></appinfo>");
+             "<VerBuild>4</VerBuild><Platform>win</Platform><Locale>en</Locale></appinfo>");
   TAppInfo2 app(kApp);
   XmlNode feed;
-  if (!LoadXml(std::string(bytes), &feed)) return Outcome::kRefused;
-  bool found = false;
-  IsTaken("", [&] { found = TUpdInfo(kApp).Evaluate(app, std::move(feed), kNow); });
-  const bool checked = app.ReadNumber("LastCheckTime") == kNow;
-  Check(checked || !found, "a check that found an update was made");
-  Check(found == fs::exists(AppFile("updinfo.xml")), "an update is written or none is");
-  return found ? Outcome::kFound : checked ? Outcome::kNothing : Outcome::kRefused;
-}
-
-// The version of the update that was written down.
-VersionNumber CheckUpdate(bool wantUnstable) {
-  XmlNode root;
-  Check(LoadXml(ReadBytes(AppFile("updinfo.xml")), &root), "the store is whole");
+  if (!LoadXml(std::string(input), &feed)) return;
+  bool isFound = false;
+  IsTaken([&] { isFound = TUpdInfo(kApp).Evaluate(app, std::move(feed), 1); });
+  Check(isFound == fs::exists(AppFile("updinfo.xml")), "an update is written or none is");
+  if (!isFound) return;
   const TUpdInfo update(kApp);
   const VersionNumber version =
       MakeVersion(update.VerMajor(), update.VerMinor(), update.VerSubver(), update.VerBuild());
   Check(version > MakeVersion(1, 2, 3, 4), "an update is newer");
-  Check(wantUnstable || update.ReadNumber("VersionStatus") >= VS_RELEASE, "it is a release");
   for (const char* key : {"DistroStarter", "MSIArgs", "Title", "Description"}) {
     const std::string text = update.Read(key);
     Check(IsValidUtf8(text) && text.size() <= 65536, "texts are UTF-8 and bounded");
   }
   const auto offer = ReadOffer(kApp);
-  Check(!offer == update.Read("DistroUrl").empty(), "an update with address is offered");
-  Check(!offer || offer->version == version, "as what it is");
-  return version;
-}
-
-void FuzzFeed(std::string_view input) {
-  const Outcome stable = Evaluate(input, false);
-  const VersionNumber release = stable == Outcome::kFound ? CheckUpdate(false) : 0;
-  const Outcome any = Evaluate(input, true);
-  Check((stable == Outcome::kRefused) == (any == Outcome::kRefused), "a feed is good for all");
-  Check(stable != Outcome::kFound || any == Outcome::kFound, "a release is there for all");
-  if (any == Outcome::kFound) Check(CheckUpdate(true) >= release, "unstable ones give no less");
+  Check(!offer || offer->version == version, "an update is offered as what it is");
 }
 
 // --- manifests ---
@@ -151,18 +115,7 @@ void FuzzManifest(std::string_view input) {
   Manifest m;
   if (!ParseManifest(input, &m).empty()) return;
   Check(input.starts_with(m.signedText + "signature: "), "all but the signature is signed");
-  Check(input.find('\n', m.signedText.size()) + 1 == input.size(), "nothing is behind it");
   Check(input.size() <= kMaxManifestBytes, "it is bounded");
-  Check(m.size > 0 && m.size <= kMaxFileBytes, "a file has a size");
-  UpdateOffer offer{m.app, m.version, {}, {}, m.size, m.starter, m.args, m.mayElevate};
-  LocalRecord record{0, m.platform, {}, !m.isBeta};
-  Check(FaultOf(m, offer, record, m.expiresAt - 1).empty(), "it vouches for its own offer");
-  Check(!FaultOf(m, offer, record, m.expiresAt).empty(), "and not for ever");
-  record.platform += 'x';
-  Check(FaultOf(m, offer, record, 0).empty() == m.platform.empty(), "and for no other platform");
-  ++offer.version;
-  record.platform = m.platform;
-  Check(!FaultOf(m, offer, record, 0).empty(), "and for no other version");
 }
 
 // --- offers: lines are an address and its redirection; as a whole the record of an update ---
@@ -179,21 +132,14 @@ void FuzzOffer(std::string_view input) {
   WriteBytes(AppFile("updinfo.xml"), input);
   const auto offer = ReadOffer(kApp);
   Check(!offer || !offer->url.empty(), "an offer has an address");
-  Check(!offer || offer->size <= INT64_MAX, "its size is a size");
   const std::string_view url = TakeLine(&input), location = TakeLine(&input);
   if (!IsFetched(url)) return;
   CheckAddress(url);
   const std::string to = RedirectedAddress(url, location);
-  if (to.empty()) return;
-  CheckAddress(to);
-  Check(IsFetched(to) && to.ends_with(location), "a redirection goes where the server says");
-  if (!location.starts_with('/') || location.starts_with("//")) return;
-  Check(url.starts_with(to.substr(0, to.size() - location.size())), "a path stays on its host");
+  if (!to.empty()) CheckAddress(to);
 }
 
-// --- statistics: the file of what waits, then that of a block ---
-
-std::string InWork(int id) { return "in_work_" + DecimalText(id) + ".xml"; }
+// --- statistics: the file of what waits ---
 
 // What a file with the holder's content holds when it is read again.
 std::string Stored(const TStatHolder& holder) {
@@ -202,47 +148,23 @@ std::string Stored(const TStatHolder& holder) {
   return stored.MakeXML();
 }
 
-std::string StoredIn(const std::string& file) {
-  TStatHolder stored;
-  Check(stored.Load(AppFile(file).string()), "a stored file is whole");
-  return stored.MakeXML();
-}
-
-// Cuts blocks, then takes them back.
-void CheckNothingIsLost(TStatHolder holder, std::size_t seed) {
-  // Each block takes the time of all that waits; no kind of damage needs more of them.
-  constexpr int kBlocks = 2;
-  if (!holder.Confirmed()) holder.SetFirstDate({});  // alone it is nothing
-  const std::string before = Stored(holder);
-  Check(holder.Save(AppFile("statistics.xml").string()), "statistics are saved");
-  const std::string baseUrl = "http://example.com/?krsoft=app&x=" + std::string(seed % 950, 'x');
-  TStatCtrl statistics(kApp, nullptr);
-  int blocks = 0;
-  for (; blocks < kBlocks; ++blocks) {
-    const std::optional<PingBlock> block = statistics.GetPingUrl(baseUrl);
-    if (!block) break;
-    Check(block->id == blocks, "each block has its own file");
-    TStatHolder inWork;
-    Check(inWork.Load(AppFile(InWork(blocks)).string()), "a block's file is whole");
-    Check(block->url.starts_with(baseUrl + "&" + inWork.MakeQuery()),
-          "an address carries what its file holds");
-  }
-  while (blocks > 0) statistics.Rollback(--blocks);
-  Check(StoredIn("statistics.xml") == before, "nothing is lost");
-}
-
+// Cuts blocks and takes them back. Each block takes the time of all that waits, and no kind of
+// damage needs more than two.
 void FuzzStat(std::string_view input) {
   TStatHolder holder;
-  if (!IsTaken("Unknown state.", [&] { holder.ParseXML(std::string(input)); })) return;
-  TStatHolder merged;
-  merged.Merge(TStatHolder(holder));
-  holder.Merge(TStatHolder());  // leaves one dayuse
-  CheckNothingIsLost(std::move(holder), input.size() * 37);
-  RemoveAppFiles();
-  WriteBytes(AppFile(InWork(0)), WithCrLf(input));
-  TStatCtrl(kApp, nullptr).Rollback(0);
-  Check(!fs::exists(AppFile(InWork(0))), "a block that was taken back is gone");
-  Check(StoredIn("statistics.xml") == Stored(merged), "and waits again");
+  if (!IsTaken([&] { holder.ParseXML(std::string(input)); })) return;
+  holder.Merge(TStatHolder());                       // leaves one dayuse
+  if (!holder.Confirmed()) holder.SetFirstDate({});  // alone it is nothing
+  const std::string file = AppFile("statistics.xml").string(), before = Stored(holder);
+  Check(holder.Save(file), "statistics are saved");
+  TStatCtrl statistics(kApp, nullptr);
+  int blocks = 0;
+  const std::string url = "http://example.com/?" + std::string(input.size() * 37 % 950, 'x');
+  while (blocks < 2 && statistics.GetPingUrl(url)) ++blocks;
+  while (blocks > 0) statistics.Rollback(--blocks);
+  TStatHolder after;
+  Check(after.Load(file) && after.MakeXML() == before, "nothing is lost");
+  Check(!fs::exists(AppFile("in_work_0.xml")), "a block that was taken back is gone");
 }
 
 // --- versions: the first line is a mask ---
@@ -250,33 +172,21 @@ void FuzzStat(std::string_view input) {
 void FuzzVersion(std::string_view input) {
   std::vector<std::string> parts;
   const std::string mask(TakeLine(&input));
-  if (IsTaken("Bad version mask.", [&] { ParseVersionMask(mask, &parts); })) {
-    Check(MaskToVersion(parts, 0) <= MaskToVersion(parts, 0xFFFF), "a range does not end below");
-  }
+  IsTaken([&] { ParseVersionMask(mask, &parts); });
   VersionNumber version = 0;
-  if (!IsTaken("sscanf failed", [&] { version = ParseVersion(input); })) return;
+  if (!IsTaken([&] { version = ParseVersion(input); })) return;
   const std::string written = FormatVersion(version);
   Check(ParseVersion(written) == version, "a version is written as it was read");
   ParseVersionMask(written, &parts);
-  Check(parts.size() == 4 && MaskToVersion(parts, 7) == version, "a version is its own mask");
+  Check(MaskToVersion(parts, 7) == version, "a version is its own mask");
 }
 
 // --- XML ---
 
-// A text without the blanks beside tags, some of which are not kept, while others indent. A run of
-// blanks is one.
-std::string WithoutOuterBlanks(std::string_view text) {
-  const auto isBlank = [](char c) {
-    return std::string_view(" \t\r\n\0", 5).find(c) != std::string::npos;
-  };
-  std::string kept;
-  for (const char c : text) {
-    while (c == '<' && !kept.empty() && isBlank(kept.back())) kept.pop_back();
-    const bool isFirst = kept.ends_with('>') || kept.ends_with("<!") || kept.ends_with(' ');
-    if (!isBlank(c)) kept += c;
-    if (isBlank(c) && !isFirst) kept += ' ';
-  }
-  return kept;
+// Some blanks beside tags are not kept, while others indent.
+std::string WithoutBlanks(std::string text) {
+  std::erase_if(text, [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || !c; });
+  return text;
 }
 
 // What was parsed, whole or not, is written so that it parses again and is the same.
@@ -290,12 +200,10 @@ void FuzzXml(std::string_view input) {
   // A written text is indented: up to 512 blanks for an element of four bytes.
   StopCounting();
   const std::string text = tree.Serialise();
-  Check(XmlNode(tree).Serialise() == text, "a copy is the same");
   XmlNode again;
   again.Parse(text);
   Check(again.CodePage() == tree.CodePage(), "the code page stays");
-  Check(WithoutOuterBlanks(again.Serialise()) == WithoutOuterBlanks(text),
-        "what is parsed is written");
+  Check(WithoutBlanks(again.Serialise()) == WithoutBlanks(text), "what is parsed is written");
 }
 
 }  // namespace

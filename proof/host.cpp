@@ -161,7 +161,8 @@ class Host {
   std::int32_t number_ = 0;  // that a call delivers and no line shows
   // Those behind the exports only the library and this program have.
   const std::map<std::string, std::function<std::int32_t()>> calls_ = {
-      {"DLLForceUpdateCheck", [&] { return Dll().forceUpdateCheck(app_, false); }},
+      {"DLLForceUpdateCheck",
+       [&] { return Dll().forceUpdateCheck(app_, /*needDialog=*/!arguments_.empty()); }},
       {"DLLGetApplicationState",
        [&] { return Dll().getApplicationState(app_, nullptr, &number_); }},
       {"DLLGetOptionalParam", [&] { return Dll().getOptionalParam(app_, nullptr, &number_); }},

@@ -1,6 +1,7 @@
 # A private Wine prefix: its hosts, executors and transfer service, and the files they leave.
 import contextlib
 import itertools
+import json
 import os
 import pathlib
 import re
@@ -32,6 +33,9 @@ _USERS = _PREFIX / 'drive_c/users'
 DATA, LOCAL, ROAMING = (_USERS / os.environ['USER'] / 'AppData' / kind / 'Krelix/Updater'
                         for kind in ('LocalLow', 'Local', 'Roaming'))
 SERVICE = ROOT / 'build/standin' / _PREFIX.name
+# A copy, since it may remove itself. The blank in its path is one more thing that must work.
+EXECUTOR = SERVICE / 'program folder/kupdate-exec.exe'
+UNKNOWN_JOB = '--job {00000000-0000-0000-0000-000000000001}'
 _JOBS, _JOURNAL = SERVICE / 'jobs.txt', SERVICE / 'journal.jsonl'
 
 WEB = WebServer()
@@ -50,10 +54,10 @@ def eventually(condition, seconds=20):
 
 # --- programs ---
 
-def start(program, *arguments, stdin=subprocess.DEVNULL):
+def start(program, *arguments, stdin=subprocess.DEVNULL, output=subprocess.DEVNULL):
     # Output never goes to a pipe: Wine's own services would keep it open.
     return subprocess.Popen(['wine', program, *map(str, arguments)], stdin=stdin, text=True,
-                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                            stdout=output, stderr=subprocess.DEVNULL)
 
 
 # A process of host.cpp, which says what its lines mean.
@@ -76,6 +80,14 @@ class Host:
     def diary(self):
         lines = (line.split(' ', 4) for line in self._diary.read_text('utf-8').split('\n')[:-1])
         return [Entry(sign, int(milliseconds), *rest) for sign, milliseconds, *rest in lines]
+
+    # Makes a call. Returns its answer, or "failed".
+    def ask(self, line):
+        earlier = len(self.diary())
+        self.make(line)
+        eventually(lambda: len(self.diary()) == earlier + 2)
+        last = self.diary()[-1]
+        return last.answer if last.sign == '!' else 'failed'
 
     # Waits until it ends, or stands still. Returns its diary.
     def finish(self):
@@ -100,6 +112,17 @@ def place_executor(program, place=ROAMING / 'kupdate-exec.exe'):
     if program:
         place.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(program, place)
+
+
+def path_of(executor):
+    return 'DLLSetExecutorPath ' + json.dumps(windows_path(executor))
+
+
+# Starts the copy, by a line as the service has it.
+def start_executor(arguments, output=subprocess.DEVNULL):
+    if not EXECUTOR.exists():
+        place_executor(GOOD_EXECUTOR, EXECUTOR)
+    return start(EXECUTOR, *(word.strip('"') for word in arguments.split()), output=output)
 
 
 # --- files ---
@@ -132,7 +155,10 @@ def _values(file):
     except (FileNotFoundError, ElementTree.ParseError):
         return ''
     if file.name == 'appinfo.xml':
-        return root.findtext('UpgradeAvailable', '')
+        return ' '.join(
+            [root.findtext('UpgradeAvailable', '')] * (root.find('UpgradeAvailable') is not None) +
+            ['scheduled'] * (int(root.findtext('NextCheckTime', '0')) > time.time()) +
+            ['dialog'] * (root.findtext('NeedDialogArterCheck') == '1'))
     if file.name == 'updinfo.xml':
         return root.findtext('VerMajor') + '.' + root.findtext('VerMinor')
     confirmed = any(element.get('confirmed') == 'true' for element in root.iter())
@@ -230,6 +256,14 @@ def jobs():
             found.append({})
         found[-1][key] = urllib.parse.unquote(value)
     return found
+
+
+# The arguments with which the service would start each job's executor; a job without any is ended
+# by its id.
+def waiting_executors():
+    parameters = [(job['job'], job.get('notify-parameters', '')) for job in jobs()]
+    return [text[text.index(' --') + 1:] if ' --' in text else '--job ' + job
+            for job, text in parameters]
 
 
 # Whose job it is; "bare" ones belong to hosts that drive a check.

@@ -1,7 +1,5 @@
 #include "testing/dll_client.h"
 
-#include <process.h>
-
 #include <cstdio>
 
 #include "util/win/windows_lean.h"
@@ -55,17 +53,6 @@ std::string ValueOf(const fs::path& file, const std::string& key) {
 kupdate_status App::Start() const {
   return Dll().onApplicationStartup(appId.c_str(), "win64", feed.c_str(), report.c_str(), 3600, 1,
                                     0, 0, 0, true);
-}
-
-std::string FeedWith(const std::string& version, const std::string& platform) {
-  return "<rss><channel><item><version:platform>" + platform +
-         "</version:platform><version:version>" + version +
-         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
-         "</item></channel></rss>";
-}
-
-unsigned Run(const fs::path& program, const std::wstring& commandLine) {
-  return static_cast<unsigned>(::_wspawnl(_P_WAIT, program.c_str(), commandLine.c_str(), nullptr));
 }
 
 }  // namespace testing_dll

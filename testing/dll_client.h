@@ -52,16 +52,10 @@ struct App {
   std::string Record(const char* key) const { return ValueOf(File("appinfo.xml"), key); }
 };
 
-/// A feed with one release.
-std::string FeedWith(const std::string& version, const std::string& platform = "win64");
-
 /// What the DLL writes to this process's log, which the tests' first call has named.
 struct DllLog : LogCapture {
   DllLog() : LogCapture(RoamingFolder() / "kupdate-exec-first.log") {}
 };
-
-/// Runs a program by this command line; returns its exit code.
-unsigned Run(const std::filesystem::path& program, const std::wstring& commandLine);
 
 }  // namespace testing_dll
 

@@ -25,19 +25,8 @@ std::string RequestFrom(SOCKET socket) {
 
 }  // namespace
 
-RawServer::RawServer(const std::map<std::string, std::string>& answers)
-    : RawServer([answers](const std::string& request) {
-        const auto answer = answers.find(request.substr(request.find(' ') + 1));
-        return answer == answers.end() ? std::string() : answer->second;
-      }) {}
-
-RawServer::RawServer(const std::string& head, std::string drop)
-    : RawServer([head](const std::string&) { return head + "..."; }) {
-  drop_ = std::move(drop);
-  pauseMilliseconds_ = 50;
-}
-
-RawServer::RawServer(Answer answer) : answer_(std::move(answer)) {
+RawServer::RawServer(Answer answer, std::string drop, unsigned pauseMilliseconds)
+    : answer_(std::move(answer)), drop_(std::move(drop)), pauseMilliseconds_(pauseMilliseconds) {
   WSADATA data;
   ::WSAStartup(MAKEWORD(2, 2), &data);
   listener_ = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
 #include <thread>
 
@@ -16,11 +15,9 @@ class RawServer {
  public:
   /// What a request such as "GET /path" gets. Runs on the server's thread.
   using Answer = std::function<std::string(const std::string& request)>;
-  explicit RawServer(Answer answer);
-  /// One answer for each path.
-  explicit RawServer(const std::map<std::string, std::string>& answers);
-  /// Answers each request with `head`, and then with `drop` every 50 ms for as long as it lives.
-  RawServer(const std::string& head, std::string drop);
+  /// @param drop  what follows an answer that ends with "...", after each pause
+  explicit RawServer(Answer answer, std::string drop = std::string(4096, 'x'),
+                     unsigned pauseMilliseconds = 0);
   ~RawServer();
 
   std::string Url(const std::string& path) const;
@@ -29,8 +26,8 @@ class RawServer {
   void Serve();
 
   Answer answer_;
-  std::string drop_ = std::string(4096, 'x');
-  unsigned pauseMilliseconds_ = 0;
+  std::string drop_;
+  unsigned pauseMilliseconds_;
   std::atomic<bool> isOver_ = false;
   std::uintptr_t listener_;
   unsigned short port_;

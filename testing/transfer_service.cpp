@@ -44,17 +44,10 @@ void TransferService::Control(std::string_view lines) const {
   WriteBytes(File("control.txt"), lines);
 }
 
-std::vector<std::string> TransferService::Journal() const {
-  return LinesOf(ReadBytes(File("journal.jsonl")).substr(start_));
-}
-
 int TransferService::Count(std::string_view text) const {
-  return static_cast<int>(std::ranges::count_if(
-      Journal(), [&](const std::string& line) { return line.find(text) != line.npos; }));
-}
-
-bool TransferService::WaitFor(std::string_view text, int lines) const {
-  return Eventually([&] { return Count(text) >= lines; });
+  return static_cast<int>(
+      std::ranges::count_if(LinesOf(ReadBytes(File("journal.jsonl")).substr(start_)),
+                            [&](const std::string& line) { return line.find(text) != line.npos; }));
 }
 
 }  // namespace testing_dll

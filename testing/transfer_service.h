@@ -6,7 +6,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace testing_dll {
 
@@ -29,12 +28,8 @@ class TransferService {
   ~TransferService();
 
   void Control(std::string_view lines) const;
-  /// The journal's lines since this was made.
-  std::vector<std::string> Journal() const;
-  /// How many journal lines hold `text`.
+  /// How many lines of the journal since this was made hold `text`.
   int Count(std::string_view text) const;
-  /// Waits up to 20 seconds for so many journal lines that hold `text`.
-  bool WaitFor(std::string_view text, int lines = 1) const;
   /// One of the service's own files.
   std::filesystem::path File(std::string_view name) const { return folder_ / name; }
 

@@ -67,7 +67,8 @@ void FeedArrived() {
   // Made before the job: it looks at journal lines from now on.
   const TransferService service;
   Step(url.c_str(), "start", nullptr);
-  if (!service.WaitFor("\"event\":\"transferred\"")) Fail("the feed does not arrive");
+  if (!Eventually([&] { return service.Count("\"event\":\"transferred\"") > 0; }))
+    Fail("the feed does not arrive");
 }
 
 // Once for the process: installing does not use the found update up.

@@ -10,6 +10,7 @@ from xml.etree import ElementTree
 
 import stage
 from report import windows_path
+from stage import EXECUTOR, path_of
 from web import Answer, whole
 
 EXPORTS = [line.split()[1] for line in (stage.ROOT / 'scripts/exports.txt').open()]
@@ -20,9 +21,6 @@ MAY_FAIL = ('DLLIsUpdateAvailable', 'DLLDownloadAndInstallSilentUpdate')
 # States arrive in words that are counted; all other items are there once.
 STATES = ('install', 'uninstall')
 
-# A copy, since it may remove itself. The blank in its path is one more thing that must work.
-EXECUTOR = stage.SERVICE / 'program folder/kupdate-exec.exe'
-UNKNOWN_JOB = '--job {00000000-0000-0000-0000-000000000001}'
 FEED, REPORT = stage.WEB.url('feed'), stage.WEB.url('report')
 stage.WEB.answers = {'feed': Answer(whole(stage.FEED)),
                      'report': Answer(whole(b'ok'), delivers=True)}
@@ -45,16 +43,6 @@ def lines_of(call, rand, executor, feed, longest_wait):
     }.get(call, [call])
 
 
-def path_of(executor):
-    return 'DLLSetExecutorPath ' + json.dumps(windows_path(executor))
-
-
-def start_executor(arguments):
-    if not EXECUTOR.exists():
-        stage.place_executor(stage.GOOD_EXECUTOR, EXECUTOR)
-    return stage.start(EXECUTOR, *(word.strip('"') for word in arguments.split()))
-
-
 # The processes of the executor under test, whatever has started them.
 def running_executors():
     program = windows_path(EXECUTOR).encode()
@@ -74,14 +62,6 @@ def kill_running_executors():
             os.kill(process, signal.SIGKILL)
     stage.eventually(lambda: not running_executors())
     return len(killed)
-
-
-# The arguments with which the service would start each job's executor; a job without any is ended
-# by its id.
-def waiting_executors():
-    parameters = [(job['job'], job.get('notify-parameters', '')) for job in stage.jobs()]
-    return [text[text.index(' --') + 1:] if ' --' in text else '--job ' + job
-            for job, text in parameters]
 
 
 def failures(diary):

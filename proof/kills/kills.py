@@ -9,8 +9,9 @@ from collections import Counter
 
 import application
 import stage
-from application import EXPORTS, UNKNOWN_JOB, Application
+from application import EXPORTS, Application
 from report import Promise, say
+from stage import UNKNOWN_JOB
 
 VICTIMS = 3
 ROUNDS_OF_AN_APPLICATION = 20
@@ -101,7 +102,7 @@ class Storm:
         self.random.shuffle(lines)
         named = [(next(name for name in COMMANDS if name in line), line) for line in lines]
         name, line = min(named, key=lambda pair: self.met[pair[0]] * COMMANDS[pair[0]])
-        return Victim(name, application.start_executor(line),
+        return Victim(name, stage.start_executor(line),
                       self.random.uniform(0, self.executor_seconds + 0.02))
 
     # Rounds of kills; then what is known is sent, and compared with what was acknowledged.
@@ -118,7 +119,7 @@ class Storm:
         for _ in range(ROUNDS_OF_AN_APPLICATION):
             if self.kills() < kills:
                 self.run_round(app, treatment)
-        self.run_executors(application.waiting_executors())
+        self.run_executors(stage.waiting_executors())
         left = app.stores()
         self.count['blocks'] += len(stage.blocks_of(name))
         # Housekeeping takes blocks back that are older than 15 days.
@@ -133,7 +134,7 @@ class Storm:
         self.count['twice'] += app.check_arrivals(left.in_work, self.lost, self.twice)
 
     def run_round(self, app, treatment):
-        jobs = application.waiting_executors()
+        jobs = stage.waiting_executors()
         victims = [self.start_host(app, treatment) if self.random.random() < 0.6
                    else self.start_executor(app, jobs) for _ in range(VICTIMS)]
         kill(victims)
@@ -185,7 +186,7 @@ class Storm:
 
     # Leaves work for the executors of the next round, and not more than they list quickly.
     def limit_jobs(self):
-        jobs = application.waiting_executors()
+        jobs = stage.waiting_executors()
         if len(jobs) > MANY_JOBS:
             self.random.shuffle(jobs)
             start = time.monotonic()
@@ -196,10 +197,10 @@ class Storm:
     # service does it.
     def run_executors(self, lines):
         for line in lines:
-            code = application.start_executor(line).wait(stage.PATIENCE)
+            code = stage.start_executor(line).wait(stage.PATIENCE)
             if code == 1:
                 self.count['second starts'] += 1
-                code = application.start_executor(line).wait(stage.PATIENCE)
+                code = stage.start_executor(line).wait(stage.PATIENCE)
             if code != 0:
                 self.end.broken_by(line, f'exit code {code}')
 
@@ -225,7 +226,8 @@ class Storm:
         exports, commands = (min(self.met[name] for name in names) for names in (EXPORTS, COMMANDS))
         if not exports or not commands:
             promise.broken_by('kills', 'not all are met')
-        return promise.print(tried, f', {exports} or more kills in each, {commands} of each command')
+        return promise.print(
+            tried, f', {exports} or more kills in each, {commands} of each command')
 
 
 def main(kills, seed):

@@ -10,7 +10,9 @@ from web import Answer, whole
 GOOD = Answer(whole(stage.FEED), delivers=True)
 OTHER_JOBS = ''.join(f'job {{00000000-0000-0000-0000-0000000000{number}}}\nowner self\n'
                      'state SUSPENDED\nname other\n' for number in range(10, 70))
-ANSWERS = ('in work', 'update found', 'no update', 'job failed')  # of DLLIsUpdateAvailable
+# Of DLLIsUpdateAvailable.
+ANSWERS = {'0': 'in work', '1': 'update found', '2': 'no update', '3': 'job failed',
+           'failed': 'failure'}
 
 _numbers = itertools.count(1)
 
@@ -24,7 +26,7 @@ class Run:
         self.host = None  # one that drives its check
         self.answer = ''  # the last one that it got
         self.later = 0
-        self.parameter = ['DLLSetOptionalParam p=1']
+        self.is_new = True
 
     # Lets the fault strike and end; returns what was found instead of what must come.
     def faults(self):
@@ -59,18 +61,19 @@ class Run:
         if self.want.route == HOST_CHECK:
             self.host = self.host or stage.Host(self.app, stays=True)
             self.answer = '' if self._ask('start') == 'in work' else 'no check'
-        elif self.want.route == REPORT:
-            stage.run_host(self.app, *self.parameter, f'DLLOnApplicationStartup "" {url} 3600')
-            self.parameter = []
-        else:
-            stage.run_host(self.app, f'DLLOnApplicationStartup {url} "" 3600')
+            return
+        calls = [f'DLLOnApplicationStartup "" {url} 3600' if self.want.route == REPORT else
+                 f'DLLOnApplicationStartup {url} "" 3600']
+        if self.is_new:
+            # A check that finds no address keeps the start from making one beside that with a
+            # dialog.
+            calls = (['DLLSetOptionalParam p=1', *calls] if self.want.route == REPORT else
+                     ['DLLForceUpdateCheck', *calls, 'DLLForceUpdateCheck dialog'])
+        self.is_new = False
+        stage.run_host(self.app, *calls)
 
     def _ask(self, step):
-        before = len(self.host.diary())
-        self.host.make(f"DLLIsUpdateAvailable {WEB.url('address')} {step}")
-        stage.eventually(lambda: len(self.host.diary()) == before + 2)
-        last = self.host.diary()[-1]
-        return ANSWERS[int(last.answer)] if last.sign == '!' else 'failure'
+        return ANSWERS[self.host.ask(f"DLLIsUpdateAvailable {WEB.url('address')} {step}")]
 
     # A host that drives its check asks for its end. Returns whether it must ask again.
     def _host_asks(self):

@@ -20,7 +20,7 @@ class Outcome:
     log: tuple = ()        # parts of lines in the logs
     host: str = ''         # the last answer to a host that drives its check
     reports: int = 1       # how many with "p=1" the web server has in the end
-    in_test: bool = False  # ./test runs the row: no other test meets this
+    in_test: bool = False  # ./test runs the row
 
 
 # What is wrong from the host's call until `until` is seen and `lasts` seconds have passed.
@@ -52,22 +52,29 @@ OTHER_JOBS = "another program's SUSPENDED x60"
 
 
 def not_queued(*log, jobs='none'):
-    return Outcome(CHECK, 'no check is queued', 'appinfo.xml statistics.xml(install)', jobs,
-                   log or (GIVES_UP,))
+    return Outcome(CHECK, 'no check is queued', 'appinfo.xml(dialog) statistics.xml(install)',
+                   jobs, log or (GIVES_UP,))
 
 
 def check_fails(log='The check failed: the feed was not downloaded.'):
-    return Outcome(CHECK, 'the check fails', 'appinfo.xml(0) statistics.xml(install)', log=(log,))
+    return Outcome(CHECK, 'the check fails', 'appinfo.xml(0) statistics.xml(install)',
+                   log=(log, ':  the check failed'))
 
 
 def check_waits(state='TRANSFERRED'):
-    return Outcome(CHECK, 'the job waits', 'BIT.tmp appinfo.xml statistics.xml(install)',
+    return Outcome(CHECK, 'the job waits', 'BIT.tmp appinfo.xml(dialog) statistics.xml(install)',
                    f'check {state}')
 
 
 def found():
     return Outcome(CHECK, 'the update is found',
-                   'appinfo.xml(1) statistics.xml(install) updinfo.xml(2.0)', log=('Exit code: 0',))
+                   'appinfo.xml(1 scheduled) statistics.xml(install) updinfo.xml(2.0)',
+                   log=(':  an update is available', 'Exit code: 0'))
+
+
+def not_found():
+    return Outcome(CHECK, 'there is no update', 'appinfo.xml(0 scheduled) statistics.xml(install)',
+                   log=(':  there is no update', 'Exit code: 0'))
 
 
 def kept(*log, jobs='none'):
@@ -102,7 +109,8 @@ def in_test(outcome):
 GOOD_ENDS = {
     CHECK: found(), REPORT: sent(),
     HOST_CHECK: host_sees('update found',
-                          files='ID-version.rss appinfo.xml(1) updinfo.xml(2.0) version.rss')}
+                          files='ID-version.rss appinfo.xml(1 scheduled) updinfo.xml(2.0) '
+                                'version.rss')}
 
 
 # --- causes ---
@@ -155,26 +163,29 @@ LOOP = redirect('/address')
 CUT_FEED = web.sized(5000, b'<?xml version="1.0"?><rss><channel>')
 LONG_FEED = web.sized(40, b'<?xml version="1.0"?><rss><channel></channel></rss>')
 BROKEN_GZIP = web.whole(b'\x1F\x8B\x08' + b'\xA5' * 500, 'Content-Encoding: gzip')
+OLD_FEED = stage.FEED.replace(b'2.0.0.0', b'1.0.0.0')
 ERROR_PAGE = web.whole(b'<!DOCTYPE html><html><head><title>Oops</title></head></html>')
 ENDLESS = web.Answer(web.sized(2_000_000_000, b' ' * 1_000_000), pause=0.5)
 
 FAULTS = [
     # The service, the executor and the clock.
     ('the service is not there', fails('CreateInstance 0x80040154'), not_queued(LOW_PRIVILEGES),
-     kept(LOW_PRIVILEGES, TAKEN_BACK), host_sees('no check', LOW_PRIVILEGES, GIVES_UP)),
+     kept(LOW_PRIVILEGES, TAKEN_BACK), in_test(host_sees('no check', LOW_PRIVILEGES, GIVES_UP))),
     ('the service denies access', fails('CreateInstance 0x80070005'), not_queued(LOW_PRIVILEGES)),
     ('CreateJob fails', fails('CreateJob 0x80070005'), not_queued(), kept()),
     ('another program has all 60 jobs', Cause(quota_is_used_up=True, log=('HR= 0x80200049.',)),
      not_queued(jobs=OTHER_JOBS), in_test(kept(jobs=OTHER_JOBS)),
      host_sees('no check', GIVES_UP, jobs=OTHER_JOBS)),
     ('the service is too old for notify programs', Cause('no-job2', ('job == NULL!!',)),
-     not_queued(OLD_SERVICE, jobs='bare SUSPENDED')),
-    ('AddFile fails', fails('AddFile 0x80070057'), not_queued(), kept()),
+     in_test(not_queued(OLD_SERVICE, GIVES_UP, jobs='bare SUSPENDED'))),
+    ('AddFile fails', fails('AddFile 0x80070057'), in_test(not_queued()), kept()),
     ('SetNoProgressTimeout fails', fails('SetNoProgressTimeout 0x80070005'), not_queued()),
     ('SetPriority fails', fails('SetPriority 0x80070005'), kept()),
-    ('SetNotifyFlags fails', fails('SetNotifyFlags 0x80070005', log=OLD_SERVICE), found(), sent()),
+    ('SetNotifyFlags fails', fails('SetNotifyFlags 0x80070005', log=OLD_SERVICE),
+     in_test(found()), sent()),
     ('SetNotifyCmdLine fails', fails('SetNotifyCmdLine 0x80004001'), not_queued(), kept()),
-    ('Resume fails', fails('Resume 0x80200004'), not_queued(), kept()),
+    ('Resume fails', fails('Resume 0x80200004'), not_queued(), kept(),
+     in_test(host_sees('no check', GIVES_UP))),
     ('Resume fails, and Cancel of the job too', fails('Resume 0x80200004', 'Cancel 0x80070005'),
      not_queued(jobs='check SUSPENDED')),
     ('the service is gone when the executor comes',
@@ -183,14 +194,14 @@ FAULTS = [
      executor_fails('GetJob 0x80070005 call 1'), check_waits()),
     ('GetState fails for the executor', executor_fails('GetState 0x80004005 call 1'),
      report_waits()),
-    ('Complete fails', fails('Complete 0x80070070'), check_fails(), in_test(sent())),
+    ('Complete fails', fails('Complete 0x80070070'), in_test(check_fails()), in_test(sent())),
     ('Complete fails once', fails('Complete 0x80070070 call 1'),
-     host_sees('failure', 'Error in StopJob.')),
+     in_test(host_sees('failure', 'Error in StopJob.'))),
     ('Complete and Cancel fail', executor_fails('Complete 0x80004005', 'Cancel 0x80004005'),
      check_waits(), in_test(report_waits())),
     # The first start's executor ends the job, the second one's deletes its file.
     ('the job has vanished when the executor comes', stays(2, 'vanish all', 'The job is gone.'),
-     check_waits()),
+     in_test(check_waits())),
     ('the job of a report that was not received has vanished',
      stays(16, 'vanish all', answer=web.NOT_FOUND), in_test(report_waits('ERROR'))),
     ('another executor ends the job at the same time',
@@ -198,7 +209,8 @@ FAULTS = [
            'Exit code: 0'), in_test(report_waits())),
     ('the job has vanished',
      Cause('vanish all', ('HR= 0x80200001.',), until='"event":"transferred"'),
-     host_sees('job failed', 'Job failed.', files='BIT.tmp appinfo.xml', jobs='bare TRANSFERRED')),
+     in_test(host_sees('job failed', 'Job failed.', files='BIT.tmp appinfo.xml',
+                       jobs='bare TRANSFERRED'))),
     ('EnumJobs fails', fails('EnumJobs 0x80004005', log='Housekeeping was not finished.'), found(),
      sent()),
     ('GetDisplayName, GetId, GetTimes and GetNotifyCmdLine fail',
@@ -219,15 +231,15 @@ FAULTS = [
 
     # The web server and the way to it.
     ('404', answers(NOT_FOUND), check_fails(), in_test(not_delivered()),
-     host_sees('job failed', 'Job failed.')),
+     in_test(host_sees('job failed', 'Job failed.'))),
     ('403', answers(web.empty('403 Forbidden')), check_fails(), not_delivered()),
     ('500 for good: the service gives up after 23 hours', answers(SERVER_ERROR, DAY),
      check_fails()),
     ('500 for good: the service gives up after 14 days', answers(SERVER_ERROR, 15 * DAY),
      not_delivered()),
     ('503 for twenty hours, then good', answers(UNAVAILABLE, 20 * HOUR), check_waits(TRIES),
-     host_sees('in work', 'Job in work.', files='BIT.tmp appinfo.xml',
-               jobs='bare TRANSIENT_ERROR')),
+     in_test(host_sees('in work', 'Job in work.', files='BIT.tmp appinfo.xml',
+                       jobs='bare TRANSIENT_ERROR'))),
     ('503 for ten days, then good', answers(UNAVAILABLE, 10 * DAY), in_test(report_waits(TRIES))),
     ('no server listens for twenty hours, then one does', away(20 * HOUR), check_waits(TRIES)),
     ('no server listens for ten days, then one does', away(10 * DAY), report_waits(TRIES)),
@@ -245,6 +257,10 @@ FAULTS = [
      report_waits('CONNECTING')),
     ('empty', answers(web.whole(b'')), check_fails(WRONG_ROOT + 'NA'), sent(0)),
     ('slow: two seconds', slow(), found()),
+    ('a feed without a newer version', Cause(answer=web.Answer(web.whole(OLD_FEED)), later=2 * DAY),
+     in_test(not_found()),
+     in_test(host_sees('no update', 'No update founded.', 'Version:  1.0.0.0.Release',
+                       files='ID-version.rss appinfo.xml'))),
     ('redirected', answers(redirect('/good')), found(), sent(0)),
     ('redirected to itself, for a day', answers(LOOP, DAY), check_fails()),
     ('redirected to itself, for fifteen days', answers(LOOP, 15 * DAY), not_delivered()),
@@ -258,7 +274,7 @@ FAULTS = [
     ('a feed that is no XML', answers(web.whole(b'\xFF' * 3000)), check_fails(NOT_READ)),
     ('broken compressed data', answers(BROKEN_GZIP), in_test(check_fails(NOT_READ))),
     ('an error page with status 200', answers(ERROR_PAGE), check_fails(WRONG_ROOT + 'html'),
-     sent(0), host_sees('failure', GIVES_UP, files='ID-version.rss appinfo.xml')),
+     sent(0), in_test(host_sees('failure', GIVES_UP, files='ID-version.rss appinfo.xml'))),
 ]
 
 # Label, cause and outcome of each row of the proof.

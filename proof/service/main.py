@@ -2,11 +2,13 @@
 #
 # main.py faults [test | third | PART]   a row for each fault; for those of ./test; for each
 #                                        third; for those with PART in their name
+# main.py stories                        the executor apart from faults
 # main.py waits STARTS                   hosts that wait right behind so many starts
 # main.py weeks DAYS APPLICATIONS        weeks without a network
 import sys
 
 import stage
+import stories
 from fault_run import Run
 from fault_table import ROWS
 from report import Promise, say
@@ -56,6 +58,7 @@ def wait_behind_starts(starts):
                          f'longest wait {longest} ms')
 
 
-AREAS = {'faults': run_faults, 'waits': lambda starts: wait_behind_starts(int(starts)),
+AREAS = {'faults': run_faults, 'stories': stories.tell,
+         'waits': lambda starts: wait_behind_starts(int(starts)),
          'weeks': lambda *sizes: Weeks(*map(int, sizes)).spend()}
 sys.exit(0 if AREAS[sys.argv[1]](*sys.argv[2:]) else 1)

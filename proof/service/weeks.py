@@ -12,7 +12,7 @@ MOST_JOBS = 20
 MOST_DAYS_ONLINE = 12
 # Less than a day, since a simulated day has not one second more than another.
 SECONDS_BETWEEN_REPORTS = 43200
-ALL_REPORTED = 'appinfo.xml(1) statistics.xml(confirmed) updinfo.xml(2.0)'
+ALL_REPORTED = 'appinfo.xml(1 scheduled) statistics.xml(confirmed) updinfo.xml(2.0)'
 
 
 # Starts the applications on so many days without a web server, and then goes on with one.

@@ -16,17 +16,6 @@ using namespace testing_dll;
 
 namespace {
 
-void Store(const std::string& appId, const char* file, const std::string& key, int value) {
-  WriteBytes(App{appId}.File(file),
-             "<appinfo><" + key + ">" + DecimalText(value) + "</" + key + "></appinfo>");
-}
-
-// Wakes the hosts that wait for an application's result.
-void SignalResult(const std::string& appId) {
-  const std::wstring name = L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-" + WidenUtf8(appId);
-  JustUtil::Signal(JustUtil::CreateEventW(name));
-}
-
 // An executor that was started to install does what the variable KUPDATE_TEST_EXECUTOR of its host
 // says, word by word: "signal"; "wait" so many milliseconds; "answer" with a code in the local
 // record; "store" a code where everybody can; "exit".
@@ -35,26 +24,18 @@ void RunInstall(const std::string& appId) {
   for (std::string word; script >> word;) {
     int number = 0;
     if (word == "signal") {
-      SignalResult(appId);
+      JustUtil::Signal(
+          JustUtil::CreateEventW(L"{611172A1-0EBC-49e8-A150-3052CE9F113A}-32-" + WidenUtf8(appId)));
     } else if (script >> number; word == "wait") {
       SleepMilliseconds(static_cast<unsigned>(number));
     } else if (word == "answer") {
       WriteAnswer(appId, InstallAnswer{OwnRunId(), number});
     } else if (word == "store") {
-      Store(appId, "updinfo.xml", "DistroExitCode", number);
+      WriteBytes(App{appId}.File("updinfo.xml"),
+                 "<appinfo><DistroExitCode>" + DecimalText(number) + "</DistroExitCode></appinfo>");
     } else {
       ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(number));
     }
-  }
-}
-
-// After a download it first answers an older check, with "no", and then the one that it is for.
-void RunCheck(const std::string& appId, const std::string& job) {
-  for (const bool isOwn : {false, true}) {
-    Store(appId, "appinfo.xml", "UpgradeAvailable", isOwn);
-    WriteAnswer(appId, CheckAnswer{isOwn ? job : "{older}", isOwn});
-    SignalResult(appId);
-    SleepMilliseconds(300);
   }
 }
 
@@ -69,7 +50,6 @@ int main(int argc, char** argv) {
     return 0;
   }
   const ExecutorCommand command = ParseExecutorCommand(::GetCommandLineW(), ModulePath());
-  if (command.kind == CommandKind::kUpdateCheck) RunCheck(command.appId, command.jobId);
   if (command.kind == CommandKind::kSilentUpdate) RunInstall(command.appId);
   if (command.hasAppId) return 0;
   testing::InitGoogleTest(&argc, argv);

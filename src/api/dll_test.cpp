@@ -8,8 +8,9 @@
 #include <optional>
 #include <thread>
 
+#include "layout/names.h"
 #include "testing/dll_client.h"
-#include "util/clock.h"
+#include "util/handle.h"
 #include "util/process.h"
 #include "util/text.h"
 #include "util/win/windows_lean.h"
@@ -25,8 +26,18 @@ fs::path LogFile(const char* appId) {
 std::string Without(const char* pattern, const fs::path& file) {
   return std::regex_replace(ReadBytes(file), std::regex(pattern), "");
 }
-unsigned RunChild(const wchar_t* ids) {
-  return Run(ModulePath(), std::wstring(L"child --child ") + ids);
+// The exit code of a program that is run by this command line.
+std::intptr_t RunProgram(const std::wstring& program, const std::wstring& commandLine) {
+  return ::_wspawnl(_P_WAIT, program.c_str(), commandLine.c_str(), nullptr);
+}
+std::intptr_t RunChild(const wchar_t* ids) {
+  return RunProgram(ModulePath(), std::wstring(L"child --child ") + ids);
+}
+// A feed with one release.
+std::string FeedWith(const std::string& version) {
+  return "<rss><channel><item><version:version>" + version +
+         "</version:version><version:status>release</version:status><guid>http://d/f</guid>"
+         "</item></channel></rss>";
 }
 
 // A host that drives one application's check.
@@ -129,6 +140,8 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
       "<Locale>x<Remove>0<Platform>win64<VersionUrl/><VerMajor>1<VerMinor>65535<VerSubver>3"
       "<VerBuild>4<ReportUrl>r?a=1&amp;b=2<PingStatPeriod>7200<VersionStatus>1"
       "<WantUnstableToo>0<LastPingTime><NextPingTime><LastCheckTime>");
+  EXPECT_EQ(Dll().usageReport("record", "x"), KUPDATE_S_OK);
+  EXPECT_EQ(app.Record("ShouldPing"), "1");
   Dll().onApplicationUninstall("record");
   EXPECT_EQ(app.Record("Remove"), "1");
   start(false);
@@ -139,7 +152,7 @@ TEST(Exports, TheRecordIsWrittenAndMarked) {
 }
 
 TEST(Log, FirstCallNamesItAndTheBannerFollows) {
-  EXPECT_EQ(RunChild(L"null later"), 0u);
+  EXPECT_EQ(RunChild(L"null later"), 0);
   const std::string text = Without("\r|\\([0-9]+\\)", LogFile(""));
   const std::string time = "\n..:..:.. ", banner = time + "I:JustUtil::OutBanner: ";
   const std::regex shape("Log started at: [0-9]{2}\\.[0-9]{2}\\.[0-9]{4}(" + time + "E:.*)*" +
@@ -157,42 +170,11 @@ TEST(Log, ALargeOneIsMovedAsideAndParanoidLinesComeOnRequest) {
     if (isParanoid) {
       ::RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log", REG_SZ, L"paranoiac", 20);
     }
-    EXPECT_EQ(RunChild(L"large"), 0u);
+    EXPECT_EQ(RunChild(L"large"), 0);
     EXPECT_EQ(fs::exists(LogFile("large").wstring() + L".bak"), isParanoid) << "1 MiB is kept";
     EXPECT_EQ(ReadBytes(LogFile("large")).find(" P:") != std::string::npos, isParanoid);
   }
   ::RegDeleteKeyValueW(HKEY_CURRENT_USER, L"Software\\Krelix", L"Log");
-}
-
-TEST(Statistics, TravelFromTheCallsToTheWebServer) {
-  const TransferService service;
-  const std::string program = R"("parameters":"C:\\none\\exec.exe  --stat-callback )";
-  const auto sent = [&](const std::string& query) {
-    const LocalTime now = LocalNow().value();
-    return service.Count("&ver=1.2.3.4&os=win64&" + query +
-                         "&fd=" + DateText(now.day, now.month, now.year) + "\"");
-  };
-  Dll().setExecutorPath(L"C:\\none\\exec.exe");
-  Dll().setOptionalParam("travel", "tool=1");
-  Dll().setUniqueParam("travel", "name", L"last #1");
-  const std::string url = HttpUrl("report");
-  Dll().onApplicationStartup("travel", "win64", "", url.c_str(), 0, 1, 2, 3, 4, true);
-  // A new application is an install; the day's use behind it says nothing more.
-  EXPECT_EQ(sent("stat=install&tool=1&name=last #1"), 1);
-  EXPECT_EQ(service.Count(program + "0 --appid travel --job {"), 1);
-  EXPECT_EQ(service.Count("\"seconds\":1209600"), 1);
-  EXPECT_TRUE(fs::exists(DataFolder() / "travel" / "in_work_0.xml"));
-  EXPECT_EQ(TextFrom(Dll().getApplicationState, "travel"), "dayuse");
-  EXPECT_EQ(Dll().usageReport("travel", "x=%20&y"), KUPDATE_S_OK);
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1) << "the next ping is due in a day";
-  EXPECT_EQ(App{"travel"}.Record("ShouldPing"), "1");
-  Dll().forceUpdateCheck("travel", false);
-  EXPECT_EQ(sent("stat=dayuse&x=%20&y"), 1);
-  EXPECT_EQ(service.Count(program + "1 --appid travel --job {"), 1);
-  EXPECT_EQ(service.Count("\"seconds\":86400"), 1);
-  // An address that is too long keeps no program from updating.
-  App{"long", HttpUrl("long.rss"), HttpUrl("r?" + std::string(1100, 'a'))}.Start();
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 3);
 }
 
 TEST(Statistics, GettersAndWrongWords) {
@@ -216,139 +198,15 @@ TEST(Statistics, GettersAndWrongWords) {
   EXPECT_EQ(chars, 7);
   EXPECT_EQ(unique("key"), L"Ж=\xD83D\xDE00 7");
   EXPECT_EQ(unique("none"), L"");
-  EXPECT_EQ(Dll().getUniqUserId(), ReadBytes(RoamingFolder().parent_path() / "ui"));
-  EXPECT_EQ(std::string(Dll().getUniqUserId()).size(), 38u);
+  const std::string id = Dll().getUniqUserId();
+  EXPECT_EQ(id.size(), 38u);
+  EXPECT_EQ(ReadBytes(RoamingFolder().parent_path() / "ui"), id);
 }
 
-TEST(Check, FindsTheUpdateAndWritesItDown) {
-  const DllLog log;
-  Driver host;
-  EXPECT_EQ(host.Check(FeedWith("2.0.1.7")), KUPDATE_S_OK);
-  EXPECT_EQ(host.status, KUPDATE_FOUND);
-  EXPECT_EQ(ValueOf(DataFolder() / "check" / "updinfo.xml", "DistroUrl"), "http://d/f");
-  EXPECT_EQ(ReadBytes(LocalFolder() / "check" / "version.rss"), FeedWith("2.0.1.7"));
-  EXPECT_TRUE(log.Has("Version:  1.0.0.0.Release"));
-  EXPECT_EQ(host.Check(FeedWith("2.0.0.0", "mac")), KUPDATE_S_OK);
-  EXPECT_EQ(host.status, KUPDATE_NO_UPDATE);
-  EXPECT_EQ(host.Check(FeedWith("2.0.0.0").substr(0, 150)), KUPDATE_E_FAIL);
-  EXPECT_EQ(host.status, -1);
-}
-
-TEST(Check, RefusesWhatDoesNotFit) {
-  const DllLog log;
-  const TransferService service;
-  const struct {
-    const char *appId, *operation, *url;
-    kupdate_status want;
-    const char* line = "";
-  } cases[] = {
-      {"check", "check", "http://x/", KUPDATE_E_FAIL, "Job not started!"},
-      {"check", "stop", "http://x/", KUPDATE_E_FAIL, "Nothing to stop! No Job started!"},
-      {"check", "start", "", KUPDATE_E_FAIL, "You should specify VersionUrl to rss."},
-      {"check", "Start", "", KUPDATE_E_FAIL, "Unknown operation:  Start"},
-      {"check", "start", "http://x/", KUPDATE_S_OK},
-      {"check", "start", "http://x/", KUPDATE_S_OK, "We already wait for update."},
-      {"other", "check", "http://x/", KUPDATE_E_FAIL},
-      {"check", "stop", "http://x/", KUPDATE_S_OK},
-  };
-  for (const auto& c : cases) {
-    Driver host{c.appId, c.url};
-    EXPECT_EQ(host.Step(c.operation), c.want) << c.appId << " " << c.operation << ": " << c.line;
-    EXPECT_TRUE(log.Has(c.line));
-  }
-  EXPECT_EQ(service.Count("\"call\":\"CreateJob\""), 1);
-}
-
-TEST(Check, EndsWellWhateverTheServiceDoes) {
-  const struct {
-    const char *operation, *control;
-    std::int32_t status;  // -1: a failure
-    int cancelled;        // a job that was made and not started must not stay
-    const char* line = "";
-  } cases[] = {
-      {"start", "fail CreateInstance 0x80070005", -1, 0},
-      {"start", "fail AddFile 0x80070057", -1, 1},
-      {"start", "fail SetNotifyFlags 0x80070005", KUPDATE_IN_WORK, 0},
-      {"start", "fail Resume 0x80200004", -1, 1},
-      {"start", "no-job2", -1, 0},
-      {"check", "states QUEUED", KUPDATE_IN_WORK, 0, "Job in work."},
-      {"check", "states CONNECTING", KUPDATE_IN_WORK, 0},
-      {"check", "states TRANSFERRING", KUPDATE_IN_WORK, 0},
-      {"check", "states SUSPENDED", KUPDATE_IN_WORK, 0},
-      {"check", "states TRANSIENT_ERROR", KUPDATE_IN_WORK, 0},
-      {"check", "states ERROR", KUPDATE_JOB_FAILED, 1, "Job failed."},
-      {"check", "states CANCELLED", KUPDATE_JOB_FAILED, 0},
-      {"check", "states 9", KUPDATE_JOB_FAILED, 1},
-      {"check", "vanish all", KUPDATE_JOB_FAILED, 0, "Error in StopJob."},
-      {"check", "states TRANSFERRED\nfail Complete 0x80200003", -1, 1, "Error in StopJob."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.control);
-    const DllLog log;
-    const TransferService service;
-    Driver host;
-    if (std::string(c.operation) == "check") host.Step("start");
-    service.Control(c.control);
-    EXPECT_EQ(host.Step(c.operation), c.status < 0 ? KUPDATE_E_FAIL : KUPDATE_S_OK);
-    EXPECT_EQ(host.status, c.status);
-    EXPECT_EQ(service.Count("\"call\":\"Cancel\""), c.cancelled);
-    EXPECT_TRUE(log.Has(c.line));
-    service.Control({});
-    EXPECT_EQ(host.Step("start"), KUPDATE_S_OK) << "it works again";
-    EXPECT_EQ(host.Step("stop"), KUPDATE_S_OK);
-  }
-}
-
-TEST(ScheduledCheck, QueuesOneJobThatStartsTheExecutor) {
-  const TransferService service;
-  const App app{"scheduled", HttpUrl("scheduled.rss")};
-  Dll().setExecutorPath(L"C:\\none\\a b.exe");
-  EXPECT_EQ(app.Start(), KUPDATE_S_OK);
-  EXPECT_EQ(app.Start(), KUPDATE_S_OK) << "the next check is due in a day";
-  Dll().onApplicationUninstall("scheduled");
-  Dll().forceUpdateCheck("scheduled", true);
-  EXPECT_EQ(app.Record("NeedDialogArterCheck"), "1");
-  EXPECT_EQ(App{"no-address"}.Start(), KUPDATE_S_OK);
-  Dll().setExecutorPath(nullptr);
-  const std::string calls[] = {
-      R"("call":"CreateJob")",
-      R"("name":"Kupdate-task","type":0,)",
-      R"("url":")" + app.feed + R"(","file":"C:\\)",
-      R"(\\kupdate-versioninfo-scheduled.xml","result")",
-      R"("seconds":82800,)",
-      R"("priority":2,)",
-      R"("flags":3,)",
-      R"("program":"C:\\none\\a b.exe","parameters":"C:\\none\\a b.exe  --appid scheduled)"
-      R"( --update-check --file \"C:\\)",
-      R"("call":"Resume",)",
-  };
-  for (const std::string& call : calls) EXPECT_EQ(service.Count(call), 1) << call;
-}
-
-TEST(Wait, GetsTheExecutorsAnswerOrRunsOut) {
-  const TransferService service("fail CreateInstance 0x80070005");
-  const DllLog log;
-  const auto wait = [](std::int32_t milliseconds) {
-    bool result = true;
-    EXPECT_EQ(Dll().isUpgradeAvailable("wait", milliseconds, &result), KUPDATE_S_OK);
-    return result;
-  };
-  Dll().setExecutorPath(ModulePath().c_str());
-  App app{"wait", Publish("wait.rss", "<rss/>")};
-  app.Start();
-  EXPECT_FALSE(wait(-1));
-  EXPECT_TRUE(log.Has("Low-privileges process"));
-  EXPECT_TRUE(log.Has("No check was queued, so there is no answer to wait for."));
-  service.Control({});
-  EXPECT_FALSE(wait(0));
-  EXPECT_TRUE(log.Has("WAIT_TIMEOUT"));
-  // A report that cannot be sent takes no time away from the wait.
-  app.report = HttpUrl("r?" + std::string(1100, 'a'));
-  app.Start();
-  EXPECT_TRUE(wait(20000));
-  EXPECT_TRUE(log.Has("Try to wait for update during  20000 ms."));
-  EXPECT_TRUE(service.WaitFor("\"notify_exit\""));
-  Dll().setExecutorPath(nullptr);
+TEST(Check, BelongsToOneApplication) {
+  EXPECT_EQ(Driver{"check"}.Step("start"), KUPDATE_S_OK);
+  EXPECT_EQ(Driver{"other"}.Step("check"), KUPDATE_E_FAIL);
+  EXPECT_EQ(Driver{"check"}.Step("stop"), KUPDATE_S_OK);
 }
 
 // What a host with an update gets for its executor, which does what `script` says while another
@@ -410,6 +268,22 @@ TEST(SilentInstall, GivesTheExecutorsCodeInEveryOrderOfEvents) {
     EXPECT_EQ(Install(ModulePath(), c.script, c.others), c.want);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(13));
   }
+}
+
+// Of a check whose job is gone, and of an installation without an update.
+TEST(Executor, SignalsItsAnswer) {
+  const App app{"signals"};
+  const std::wstring executor = Setting(L"KUPDATE_EXEC");
+  app.Start();
+  WriteBytes(app.File("updinfo.xml"), "<appinfo><DistroExitCode>0</DistroExitCode></appinfo>");
+  const UniqueHandle result = JustUtil::CreateEventW(ResultEventName(app.appId));
+  for (const std::wstring command :
+       {L"--update-check --file f --job {00000000-0000-0000-0000-000000000001}",
+        L"--silent-update-check"}) {
+    EXPECT_EQ(RunProgram(executor, executor + L" --appid signals " + command), 0);
+    EXPECT_EQ(JustUtil::WaitFor(result, 0), kWaitSignalled) << NarrowUtf8(command);
+  }
+  EXPECT_EQ(ValueOf(app.File("updinfo.xml"), "DistroExitCode"), "-1001");
 }
 
 // Takes the 30 seconds that a late answer is given.

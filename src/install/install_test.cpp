@@ -48,7 +48,8 @@ TEST(Download, EveryAnswerHasItsOutcome) {
                     close = Ok("Connection: close\r\n");
   const auto expect = [&](DownloadOutcome want, const std::string& answer, const char* line = "") {
     SCOPED_TRACE(answer.substr(0, 100) + line);
-    const RawServer server({{"/", answer}, {"/whole", whole}});
+    const RawServer server(
+        [&](const std::string& request) { return request.ends_with("/whole") ? whole : answer; });
     const LogCapture log;
     EXPECT_EQ(Get(server.Url("/")), want);
     EXPECT_TRUE(log.Has(line));
@@ -66,7 +67,7 @@ TEST(Download, EveryAnswerHasItsOutcome) {
   expect(kFailed, "HTTP/1.1 206 Partial Content\r\nContent-Length: 1\r\n\r\na", "answers 206");
   expect(kFailed, Redirect("file:///C:/a"), "The redirection is not followed: file:///C:/a");
   expect(kFailed, Redirect("/"), "Too many redirections: http");
-  const RawServer endless(std::map<std::string, std::string>{{"/", close + "..."}});
+  const RawServer endless([&](const std::string&) { return close + "..."; });
   const auto none = [](std::string_view) { return false; };
   EXPECT_EQ(Download(endless.Url("/"), {~std::uint64_t{0}}, none), kNotTaken);
 }
@@ -78,7 +79,7 @@ TEST(Download, NoServerMakesItLast) {
   const auto expect = [](const char* line, DownloadRules rules, const std::string& head,
                          const std::string& drop) {
     SCOPED_TRACE(head + drop.substr(0, 1) + line);
-    const RawServer server(head, drop);
+    const RawServer server([&](const std::string&) { return head + "..."; }, drop, 50);
     const LogCapture log;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Get(server.Url("/"), rules),
