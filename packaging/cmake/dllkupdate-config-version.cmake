@@ -25,9 +25,17 @@ elseif(PACKAGE_VERSION VERSION_EQUAL _dllkupdate_least)
   set(PACKAGE_VERSION_EXACT TRUE)
 endif()
 
-# The package has files for Windows on two architectures. A project without a language has no pointer size.
-if(NOT CMAKE_SIZEOF_VOID_P STREQUAL "" AND NOT CMAKE_SIZEOF_VOID_P MATCHES "^[48]$" OR
-   "${CMAKE_SYSTEM_PROCESSOR};${CMAKE_C_COMPILER_ARCHITECTURE_ID};${CMAKE_CXX_COMPILER_ARCHITECTURE_ID}"
-     MATCHES "ARM|arm|aarch")
+# The package has files for two architectures. A project without a language has no pointer size. A computer of
+# another architecture may build for one of the two, so the compiler's word counts first.
+set(_dllkupdate_target "${CMAKE_C_COMPILER_ARCHITECTURE_ID}${CMAKE_CXX_COMPILER_ARCHITECTURE_ID}")
+if(_dllkupdate_target STREQUAL "")
+  set(_dllkupdate_target "${CMAKE_SYSTEM_PROCESSOR}")
+endif()
+if(_dllkupdate_target MATCHES "ARM|arm|aarch")
   set(PACKAGE_VERSION_UNSUITABLE TRUE)
 endif()
+
+unset(_dllkupdate_target)
+unset(_dllkupdate_least)
+unset(_dllkupdate_least_major)
+unset(_dllkupdate_major)
