@@ -47,6 +47,10 @@ COMPONENTS = (
               "Apache-2.0", "The OpenSSL Project Authors",
               "Not in the archive: the tool for Linux uses the library of the system.",
               r"/kupdate$", linked="DYNAMIC_LINK"),
+    Component("libstdcxx", "libstdc++ for Linux", "libstdc++6",
+              "GPL-3.0-or-later WITH GCC-exception-3.1", "Free Software Foundation, Inc.",
+              "Not in the archive: the tool for Linux uses the library of the system.",
+              r"/kupdate$", linked="DYNAMIC_LINK"),
 )
 
 
