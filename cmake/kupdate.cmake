@@ -40,7 +40,12 @@ if(WIN32)
   target_link_options(kupdate_settings INTERFACE
     -static -fstack-protector-strong -Wl,--gc-sections,--no-insert-timestamp
     -Wl,--major-os-version,6,--minor-os-version,1,--major-subsystem-version,6,--minor-subsystem-version,1
-    $<$<CONFIG:Release>:-s>)
+    $<$<CONFIG:Release>:$<IF:$<BOOL:$<TARGET_PROPERTY:KUPDATE_SHIPS>>,-g,-s>>)
+  if(PROJECT_IS_TOP_LEVEL)
+    # The same bytes and the same debug information come out in every folder.
+    target_compile_options(kupdate_settings INTERFACE $<$<CONFIG:Release>:-g>
+      -ffile-prefix-map=${PROJECT_BINARY_DIR}=./build -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  endif()
 endif()
 
 # Before the sources of a target that another project builds only when it needs it.
@@ -64,6 +69,29 @@ function(kupdate_library name)
   endforeach()
   add_library(${name} STATIC ${KUPDATE_OPTIONAL} ${sources})
   target_link_libraries(${name} PUBLIC kupdate_settings ${ARG_LINKS})
+endfunction()
+
+# kupdate_version_resource(depends...): compiles the folder's version.rc to version.rc.obj. windres gives all paths
+# to a shell without quotes, so it gets none: it runs where the file is.
+function(kupdate_version_resource)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in version.rc @ONLY)
+  add_custom_command(OUTPUT version.rc.obj
+    COMMAND ${CMAKE_RC_COMPILER} -O coff version.rc version.rc.obj
+    WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}
+    DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/version.rc ${ARGN} VERBATIM)
+endfunction()
+
+# kupdate_ships(target): keeps the debug information of a file that ships beside it, as FILE.debug. The file
+# itself contains the name and the checksum of that one, so a debugger finds it.
+function(kupdate_ships name)
+  if(NOT PROJECT_IS_TOP_LEVEL)
+    return()
+  endif()
+  set_target_properties(${name} PROPERTIES KUPDATE_SHIPS ON)
+  add_custom_command(TARGET ${name} POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -D FILE=$<TARGET_FILE:${name}> -D CONFIG=$<CONFIG>
+      -D OBJCOPY=${CMAKE_OBJCOPY} -D STRIP=${CMAKE_STRIP} -P ${PROJECT_SOURCE_DIR}/cmake/split.cmake
+    VERBATIM)
 endfunction()
 
 # kupdate_tests(source...): adds the folder's tests to the one unit test program.

@@ -55,7 +55,7 @@ def people_are_told():
     executor_after('told', start(feed='missing'))
     yield missing('--help', '--silent-update-check'), []
     yield missing('--version', 'kupdate-exec 1.'), []
-    yield missing('--status', 'TEST BUILD. Updates need a manifest signed with one of these keys: ',
+    yield missing('--status', 'a build folder. Updates need a manifest signed with one of these keys: ',
                   'Application "told"', 'check of told'), []
     yield missing('--status --appid told --json', '{"program":',
                   '"purpose":"check","appId":"told"'), []
