@@ -51,6 +51,7 @@ namespace kupdate {
 /// Four numbers of 16 bits, the highest first.
 using Version = std::array<std::uint16_t, 4>;
 
+/// Between UTF-8 and UTF-16. U+FFFD replaces what is broken.
 inline std::wstring Wide(const std::string& utf8) {
   const auto size = static_cast<int>(utf8.size());
   std::wstring wide(utf8.size(), L'\0');
@@ -58,7 +59,6 @@ inline std::wstring Wide(const std::string& utf8) {
       MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), size)));
   return wide;
 }
-
 inline std::string Utf8(const std::wstring& wide) {
   const auto size = static_cast<int>(wide.size());
   std::string utf8(3 * wide.size(), '\0');
@@ -80,7 +80,7 @@ class Error : public std::runtime_error {
   DWORD systemError_;
 };
 
-/// The loaded library, with its functions as dllkupdate.h describes them. It stays loaded until the
+/// The loaded library, with its 17 functions as dllkupdate.h describes them. It stays loaded until the
 /// process ends, so copies are cheap and the pointers are always valid. Two files are two
 /// libraries: each has its own running check.
 class Library {
@@ -89,7 +89,7 @@ class Library {
   /// counts from the program's own folder.
   /// Throws Error when the file cannot be loaded or lacks a function.
   explicit Library(const std::filesystem::path& file = L"dllkupdate.dll")
-      : module_(Load(programFolder() / file)) {}
+      : module_(Load(ProgramFolder() / file)) {}
 
   /// The version of the loaded file, from its version resource; zeros without one. It may be another
   /// than that of the header: functions keep their names, numbers and parameters for ever.
@@ -107,19 +107,6 @@ class Library {
             HIWORD(info.dwFileVersionLS), LOWORD(info.dwFileVersionLS)};
   }
 
-  /// The folder of the program's own file; empty when the system does not say it.
-  static std::filesystem::path programFolder() {
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;) {
-      const DWORD length =
-          GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-      if (length < path.size()) {
-        return std::filesystem::path(path.substr(0, length)).parent_path();
-      }
-      path.resize(2 * path.size());
-    }
-  }
-
  private:
   /// A function that becomes a pointer of the type that is asked for.
   struct Found {
@@ -132,6 +119,19 @@ class Library {
       return typed;
     }
   };
+
+  /// Of the program's own file; empty when the system does not say it.
+  static std::filesystem::path ProgramFolder() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+      const DWORD length =
+          GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+      if (length < path.size()) {
+        return std::filesystem::path(path.substr(0, length)).parent_path();
+      }
+      path.resize(2 * path.size());
+    }
+  }
 
   static HMODULE Load(const std::filesystem::path& file) {
     // The system would search for a bare name, and could find a foreign file.
@@ -211,7 +211,8 @@ struct Installation {
 };
 
 /// Keeps one application up to date. A process has one check per library: use one Updater, and only
-/// one of check() and install() at a time. The others may run on any thread meanwhile.
+/// one of check() and install() at a time. The others may run on any thread meanwhile. Functions of
+/// the library that have no method here are members of library().
 class Updater {
  public:
   /// Throws Error when the library cannot be loaded.
