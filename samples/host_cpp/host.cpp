@@ -1,4 +1,5 @@
-// A program that keeps itself up to date, in C++17. docs/hosts.md has the command line, which all samples share.
+// A program that keeps itself up to date, in C++17. docs/hosts.md has the command line, which all
+// samples share.
 #include "dllkupdate.hpp"
 
 #include <cstdio>

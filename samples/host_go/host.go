@@ -1,5 +1,5 @@
-// A program that keeps itself up to date, in Go without cgo. docs/hosts.md has the command line, which all
-// samples share.
+// A program that keeps itself up to date, in Go without cgo. docs/hosts.md has the command line,
+// which all samples share.
 package main
 
 import (
@@ -51,7 +51,8 @@ type library struct {
 	isUpdateAvailable, downloadAndInstallSilentUpdate             *syscall.Proc
 }
 
-// loadLibrary takes the file beside the program, by its full path: the system would search for a bare name.
+// loadLibrary takes the file beside the program, by its full path: the system would search for a
+// bare name.
 func loadLibrary() (*library, error) {
 	program, err := os.Executable()
 	if err != nil {
@@ -76,8 +77,9 @@ func loadLibrary() (*library, error) {
 	return lib, nil
 }
 
-// text gives a zero-terminated UTF-8 text. A command line holds no zero, so there is no error. The conversion
-// to uintptr must stand in the call itself: only there the garbage collector knows of the text.
+// text gives a zero-terminated UTF-8 text. A command line holds no zero, so there is no error. The
+// conversion to uintptr must stand in the call itself: only there the garbage collector knows of
+// the text.
 func text(s string) unsafe.Pointer {
 	p, _ := syscall.BytePtrFromString(s)
 	return unsafe.Pointer(p)
@@ -134,7 +136,8 @@ func (lib *library) checkForUpdate(o *options) error {
 	}
 }
 
-// installUpdate runs the call on a goroutine, whose thread is blocked until the installer has ended.
+// installUpdate runs the call on a goroutine, whose thread is blocked until the installer has
+// ended.
 func (lib *library) installUpdate() error {
 	type outcome struct {
 		answered bool

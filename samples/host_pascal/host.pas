@@ -1,4 +1,5 @@
-{ A program that keeps itself up to date, in Pascal. docs/hosts.md has the command line, which all samples share. }
+{ A program that keeps itself up to date, in Pascal. docs/hosts.md has the command line, which all
+  samples share. }
 program Host;
 
 {$mode objfpc}{$H+}
@@ -128,7 +129,8 @@ begin
       Version[2], Version[3], True, PAnsiChar(Feed), PAnsiChar(Operation), @Result), Failure);
 end;
 
-{ Returns whether there is an update. Ends after a while by itself: the job waits as long as the server is away. }
+{ Returns whether there is an update. Ends after a while by itself: the job waits as long as the
+  server is away. }
 function CheckForUpdate: Boolean;
 var
   Begin_: QWord;
@@ -245,7 +247,8 @@ begin
     end;
   end;
   Options.Check := Options.Check or Options.Install;
-  Result := HasVersion and (Options.Id <> '') and (Options.Platform_ <> '') and (Options.Feed <> '');
+  Result := HasVersion and (Options.Id <> '') and (Options.Platform_ <> '') and
+    (Options.Feed <> '');
 end;
 
 begin

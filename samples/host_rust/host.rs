@@ -1,5 +1,5 @@
-// A program that keeps itself up to date, in Rust without crates. docs/hosts.md has the command line, which all
-// samples share.
+// A program that keeps itself up to date, in Rust without crates. docs/hosts.md has the command
+// line, which all samples share.
 
 use std::error::Error;
 use std::ffi::CString;
@@ -57,7 +57,8 @@ fn find(module: *mut c_void, name: &str) -> Result<*mut c_void> {
 }
 
 impl Library {
-    /// Takes the file beside the program, by its full path: the system would search for a bare name.
+    /// Takes the file beside the program, by its full path: the system would search for a bare
+    /// name.
     fn load() -> Result<Library> {
         let path = env::current_exe()?.with_file_name("dllkupdate.dll");
         let module = unsafe { LoadLibraryW(wide(&path).as_ptr()) };
@@ -100,34 +101,58 @@ struct Host {
 
 impl Host {
     fn start(&self) -> Result<()> {
-        let Options { id, platform, feed, report, .. } = &self.options;
+        let Options {
+            id,
+            platform,
+            feed,
+            report,
+            ..
+        } = &self.options;
         let [major, minor, subver, build] = self.version;
         let status = unsafe {
             (self.library.startup)(
-                id.as_ptr(), platform.as_ptr(), feed.as_ptr(), report.as_ptr(),
-                SECONDS_BETWEEN_REPORTS, major, minor, subver, build, true,
+                id.as_ptr(),
+                platform.as_ptr(),
+                feed.as_ptr(),
+                report.as_ptr(),
+                SECONDS_BETWEEN_REPORTS,
+                major,
+                minor,
+                subver,
+                build,
+                true,
             )
         };
         succeeded(status, "registering")
     }
 
-    /// Returns a status of the library, which is alone in the range from 0 to 3.
+    /// Returns the status that the library delivers.
     fn step(&self, operation: &str, failure: &str) -> Result<i32> {
-        let Options { id, platform, feed, .. } = &self.options;
+        let Options {
+            id, platform, feed, ..
+        } = &self.options;
         let [major, minor, subver, build] = self.version;
         let operation = CString::new(operation)?;
         let mut status = IN_WORK;
         let result = unsafe {
             (self.library.is_update_available)(
-                id.as_ptr(), platform.as_ptr(), major, minor, subver, build, true,
-                feed.as_ptr(), operation.as_ptr(), &mut status,
+                id.as_ptr(),
+                platform.as_ptr(),
+                major,
+                minor,
+                subver,
+                build,
+                true,
+                feed.as_ptr(),
+                operation.as_ptr(),
+                &mut status,
             )
         };
         succeeded(result, failure).map(|()| status)
     }
 
-    /// Returns whether there is an update. Ends after a while by itself: the job waits as long as the server is
-    /// away.
+    /// Returns whether there is an update. Ends after a while by itself: the job waits as long as
+    /// the server is away.
     fn check(&self) -> Result<bool> {
         self.step("start", "starting the check")?;
         println!("check started");
@@ -195,7 +220,11 @@ impl Host {
 }
 
 fn succeeded(status: i32, failure: &str) -> Result<()> {
-    if status == 0 { Ok(()) } else { Err(failure.into()) }
+    if status == 0 {
+        Ok(())
+    } else {
+        Err(failure.into())
+    }
 }
 
 fn parse_version(text: &str) -> Option<[u16; 4]> {
@@ -204,7 +233,10 @@ fn parse_version(text: &str) -> Option<[u16; 4]> {
 }
 
 fn parse(arguments: impl Iterator<Item = String>) -> Option<Options> {
-    let mut options = Options { wait: Duration::from_secs(60), ..Options::default() };
+    let mut options = Options {
+        wait: Duration::from_secs(60),
+        ..Options::default()
+    };
     let mut arguments = arguments;
     while let Some(name) = arguments.next() {
         match name.as_str() {
@@ -222,8 +254,14 @@ fn parse(arguments: impl Iterator<Item = String>) -> Option<Options> {
         }
     }
     options.check |= options.install;
-    let complete = [&options.id, &options.platform, &options.feed].iter().all(|t| !t.to_bytes().is_empty());
-    if complete { Some(options) } else { None }
+    let complete = [&options.id, &options.platform, &options.feed]
+        .iter()
+        .all(|t| !t.to_bytes().is_empty());
+    if complete {
+        Some(options)
+    } else {
+        None
+    }
 }
 
 fn main() {
@@ -240,7 +278,11 @@ fn main() {
         println!("failed: {error}");
         process::exit(FAILED);
     });
-    let host = Host { library, options, version };
+    let host = Host {
+        library,
+        options,
+        version,
+    };
     process::exit(host.run().unwrap_or_else(|error| {
         let id = host.options.id.to_string_lossy();
         println!("failed: {error}\n  see %APPDATA%\\Krelix\\Updater\\kupdate-exec-{id}.log");

@@ -1,5 +1,5 @@
 /* Calls every function of the header, in the part of C that all versions of C and C++ share. Never
- * run: scripts/check-header compiles it. */
+ * run: scripts/check-header compiles it, and the build links it with the import library. */
 #include "dllkupdate.h"
 
 kupdate_status KUPDATE_CALL callAll(const char* text, char* buffer, wchar_t* wide, int32_t* size) {
