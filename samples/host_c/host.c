@@ -2,20 +2,22 @@
  *
  *   kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL
  *                [--report URL] [--locale LOCALE] [--executor PATH] [--unique NAME=VALUE]
- *                [--use PARAMETER] [--check] [--install] [--uninstall]
+ *                [--use PARAMETER] [--wait SECONDS] [--check] [--install] [--uninstall]
  *
- * The program looks for dllkupdate.dll in its own folder and prints one line for each step.
- * --install checks first. Exit code: 0 for success, 1 for a failure, 2 for no update, 3 for wrong
- * usage.
+ * The samples in other languages have the same command line without --locale, --unique and --use,
+ * and print the same lines. The program looks for dllkupdate.dll in its own folder and prints one
+ * line for each step. --install checks first. Exit code: 0 for success, 1 for a failure, 2 for no
+ * update, 3 for wrong usage.
  */
 #include <process.h>
-#include <shlobj.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
 #include <windows.h>
 
+/* The library is loaded by hand. */
+#define KUPDATE_NO_IMPORT
 #include "dllkupdate.h"
 
 enum { kDone = 0, kFailed = 1, kNoUpdate = 2, kUsage = 3 };
@@ -24,23 +26,25 @@ enum {
   kPathChars = 1024,
   kTextBytes = 3 * kPathChars,    /* as UTF-8 */
   kSecondsBetweenReports = 86400, /* a day */
-  kPollMilliseconds = 200,
-  kMostPolls = 300 /* a minute */
+  kPollMilliseconds = 200
 };
 
 /* The functions of the library that this program uses. */
-typedef kupdate_status (*SetExecutorPathFunction)(const wchar_t*);
-typedef kupdate_status (*StartupFunction)(const char*, const char*, const char*, const char*,
-                                          int32_t, int32_t, int32_t, int32_t, int32_t, bool);
-typedef kupdate_status (*SetLocaleFunction)(const char*, const char*);
-typedef kupdate_status (*GetLocaleFunction)(const char*, char*, int32_t*);
-typedef kupdate_status (*IsUpdateAvailableFunction)(const char*, const char*, int32_t, int32_t,
-                                                    int32_t, int32_t, bool, const char*,
-                                                    const char*, int32_t*);
-typedef kupdate_status (*InstallFunction)(int32_t*);
-typedef kupdate_status (*SetUniqueParamFunction)(const char*, const char*, const wchar_t*);
-typedef kupdate_status (*UsageReportFunction)(const char*, const char*);
-typedef kupdate_status (*UninstallFunction)(const char*);
+typedef kupdate_status(KUPDATE_CALL* SetExecutorPathFunction)(const wchar_t*);
+typedef kupdate_status(KUPDATE_CALL* StartupFunction)(const char*, const char*, const char*,
+                                                      const char*, int32_t, int32_t, int32_t,
+                                                      int32_t, int32_t, kupdate_bool);
+typedef kupdate_status(KUPDATE_CALL* SetLocaleFunction)(const char*, const char*);
+typedef kupdate_status(KUPDATE_CALL* GetLocaleFunction)(const char*, char*, int32_t*);
+typedef kupdate_status(KUPDATE_CALL* IsUpdateAvailableFunction)(const char*, const char*, int32_t,
+                                                                int32_t, int32_t, int32_t,
+                                                                kupdate_bool, const char*,
+                                                                const char*, int32_t*);
+typedef kupdate_status(KUPDATE_CALL* InstallFunction)(int32_t*);
+typedef kupdate_status(KUPDATE_CALL* SetUniqueParamFunction)(const char*, const char*,
+                                                             const wchar_t*);
+typedef kupdate_status(KUPDATE_CALL* UsageReportFunction)(const char*, const char*);
+typedef kupdate_status(KUPDATE_CALL* UninstallFunction)(const char*);
 
 typedef struct {
   SetExecutorPathFunction setExecutorPath;
@@ -66,6 +70,7 @@ typedef struct {
   const wchar_t* uniqueValue; /* null: no parameter */
   char use[kTextBytes];
   int32_t version[4];
+  ULONGLONG waitMilliseconds; /* for the feed */
   bool check;
   bool install;
   bool uninstall;
@@ -82,11 +87,8 @@ static bool toUtf8Part(const wchar_t* text, int chars, char* utf8) {
 
 /* The library's log has the reason of a failure. */
 static int failed(const Program* program, const char* what) {
-  wchar_t roaming[MAX_PATH] = L"";
-  char folder[kTextBytes] = "";
-  SHGetFolderPathW(NULL, CSIDL_APPDATA, NULL, SHGFP_TYPE_CURRENT, roaming);
-  toUtf8(roaming, folder);
-  printf("failed: %s\n  see %s\\Krelix\\Updater\\kupdate-exec-%s.log\n", what, folder, program->id);
+  printf("failed: %s\n  see %%APPDATA%%\\Krelix\\Updater\\kupdate-exec-%s.log\n", what,
+         program->id);
   return kFailed;
 }
 
@@ -188,7 +190,9 @@ static int checkForUpdate(const Library* library, const Program* program) {
     return failed(program, "starting the check");
   }
   puts("check started");
-  for (int poll = 0; poll < kMostPolls; ++poll) {
+  /* While the server is away, the job waits for it: the loop must end by itself. */
+  const ULONGLONG begin = GetTickCount64();
+  do {
     if (step(library, program, "check", &status) != KUPDATE_S_OK) {
       return failed(program, "reading the feed");
     }
@@ -207,7 +211,7 @@ static int checkForUpdate(const Library* library, const Program* program) {
         return failed(program, "downloading the feed");
     }
     Sleep(kPollMilliseconds);
-  }
+  } while (GetTickCount64() - begin < program->waitMilliseconds);
   step(library, program, "stop", NULL);
   return failed(program, "waiting for the feed: it took too long");
 }
@@ -255,6 +259,12 @@ static bool parseUnique(const wchar_t* text, Program* program) {
   return toUtf8Part(text, (int)(equals - text), program->uniqueName);
 }
 
+static bool parseSeconds(const wchar_t* text, Program* program) {
+  wchar_t* end;
+  program->waitMilliseconds = 1000 * (ULONGLONG)wcstoul(text, &end, 10);
+  return *text && !*end;
+}
+
 static bool parseOption(const wchar_t* name, const wchar_t* value, Program* program) {
   if (wcscmp(name, L"--id") == 0) return toUtf8(value, program->id);
   if (wcscmp(name, L"--version") == 0) return parseVersion(value, program->version);
@@ -264,12 +274,14 @@ static bool parseOption(const wchar_t* name, const wchar_t* value, Program* prog
   if (wcscmp(name, L"--locale") == 0) return toUtf8(value, program->locale);
   if (wcscmp(name, L"--unique") == 0) return parseUnique(value, program);
   if (wcscmp(name, L"--use") == 0) return toUtf8(value, program->use);
+  if (wcscmp(name, L"--wait") == 0) return parseSeconds(value, program);
   program->executor = value;
   return wcscmp(name, L"--executor") == 0;
 }
 
 static bool parseArguments(int argc, wchar_t** argv, Program* program) {
   program->version[0] = -1;
+  program->waitMilliseconds = 60000;
   for (int i = 1; i < argc; ++i) {
     if (wcscmp(argv[i], L"--check") == 0) {
       program->check = true;
@@ -293,7 +305,8 @@ int wmain(int argc, wchar_t** argv) {
     puts(
         "usage: kupdate-host --id ID --version A.B.C.D --platform PLATFORM --feed URL\n"
         "       [--report URL] [--locale LOCALE] [--executor PATH] [--unique NAME=VALUE]\n"
-        "       [--use PARAMETER] [--check] [--install] [--uninstall]");
+        "       [--use PARAMETER] [--wait SECONDS] [--check] [--install]\n"
+        "       [--uninstall]");
     return kUsage;
   }
   const Library library = loadLibrary();

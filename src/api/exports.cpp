@@ -1,4 +1,7 @@
 // The exported functions, each one statement in its frame.
+
+// The header declares no imports here, since this is the library.
+#define KUPDATE_NO_IMPORT
 #include "dllkupdate.h"
 
 #include "api/entry.h"
