@@ -166,6 +166,27 @@ TEST_F(Executor, TellsPeople) {
   EXPECT_EQ(Run(kNoJob), 0u);
 }
 
+TEST_F(Executor, KeepsTheChosenChannel) {
+  const App app{"chooser"};
+  EXPECT_EQ(Run(L"--set-channel beta --appid chooser"), 5u) << "not registered yet";
+  app.Start();
+  const auto channelAfter = [&](const wchar_t* arguments) {
+    EXPECT_EQ(Run(arguments), 0u);
+    EXPECT_EQ(OutputOf(L"--status --json").find("\"channel\":\"beta\"") != std::string::npos,
+              app.Record("WantUnstableToo") == "1");
+    // A process without rights may change the store; the next start of the release puts it right.
+    const std::string chosen = app.Record("WantUnstableToo");
+    TAppInfo2("chooser").SetWantUnstableToo(chosen != "1");
+    app.Start();
+    EXPECT_EQ(app.Record("WantUnstableToo"), chosen);
+    return chosen;
+  };
+  EXPECT_EQ(channelAfter(L"--appid chooser --set-channel beta"), "1");
+  EXPECT_EQ(channelAfter(L"--set-channel release --appid chooser"), "0");
+  Dll().onApplicationUninstall("chooser");
+  EXPECT_EQ(Run(L"--set-channel beta --appid chooser"), 5u) << "removed";
+}
+
 TEST_F(Executor, TakesBackAnOldBlockWithoutAJob) {
   const App app{"old", {}, Publish("report", "ok")};
   app.Start();
