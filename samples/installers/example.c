@@ -5,6 +5,7 @@
  * Beside it lie dllkupdate.dll and its own kupdate-exec.exe. The uninstaller starts it with
  * --uninstall. Exit code: 0, or 1 for a failure.
  */
+#include <shlobj.h>
 #include <shlwapi.h>
 #include <stdio.h>
 #include <wchar.h>
@@ -13,6 +14,7 @@
 #include "dllkupdate.h"
 
 #define ID "example"
+#define ID_WIDE L"example"
 #define PLATFORM "win64"
 #define SETTINGS L"Software\\Example"
 
@@ -21,7 +23,8 @@ enum {
   kTextBytes = 3 * kPathChars,
   kSecondsBetweenReports = 86400,
   kPollMilliseconds = 200,
-  kMostPolls = 300
+  kMostPolls = 300,         /* a minute */
+  kMostUninstallPolls = 100 /* 20 seconds */
 };
 
 typedef struct {
@@ -105,6 +108,26 @@ static int startNewVersion(const Program* program) {
   return 0;
 }
 
+/* The last report is on its way. When it is delivered the executor removes the program's data and
+ * itself, and the uninstaller the rest. Without a network it stays for that, and follows later. */
+static int uninstall(const Program* program) {
+  wchar_t executor[kPathChars], log[kPathChars] = L"";
+  WIN32_FIND_DATAW found;
+  if (DLLOnApplicationUninstall(ID) != KUPDATE_S_OK) return 1;
+  swprintf(executor, kPathChars, L"%lskupdate-exec.exe*", program->folder);
+  for (int poll = 0; poll < kMostUninstallPolls; ++poll) {
+    const HANDLE search = FindFirstFileW(executor, &found);
+    if (search == INVALID_HANDLE_VALUE) break;
+    FindClose(search);
+    Sleep(kPollMilliseconds);
+  }
+  SHGetFolderPathW(NULL, CSIDL_APPDATA, NULL, SHGFP_TYPE_CURRENT, log);
+  wcscat(log, L"\\Krelix\\Updater\\kupdate-exec-" ID_WIDE L".log");
+  DeleteFileW(log);
+  SHDeleteKeyW(HKEY_CURRENT_USER, SETTINGS);
+  return 0;
+}
+
 int wmain(int argc, wchar_t** argv) {
   static Program program = {.feed = "https://example.com/example/version.rss",
                             .report = "https://example.com/example/report"};
@@ -113,7 +136,7 @@ int wmain(int argc, wchar_t** argv) {
   if (!parseArguments(argc, argv, &program) || !findFolder(&program)) return 1;
   swprintf(executor, kPathChars, L"%lskupdate-exec.exe", program.folder);
   DLLSetExecutorPath(executor);
-  if (program.uninstall) return DLLOnApplicationUninstall(ID) != KUPDATE_S_OK;
+  if (program.uninstall) return uninstall(&program);
 
   printf("version %d runs\n", EXAMPLE_VERSION);
   if (DLLOnApplicationStartup(ID, PLATFORM, program.feed, program.report, kSecondsBetweenReports,

@@ -1,7 +1,8 @@
-; Installs the program for one user, without elevation, also over a running one:
-;   makensis -DVERSION=2 -DPROGRAM=build/example.exe -DLIBRARY=dllkupdate.dll -DEXECUTOR=kupdate-exec.exe -DOUT=example-2.0.exe example.nsi
-; Silently: example-2.0.exe /S. Exit code: 0; 1 when the files could not be replaced, and the former version stays;
-; 2 for an end before that. Publish it with args=/S.
+; Installs the program for one user, without elevation, also over a running one. In a folder that holds example.exe,
+; dllkupdate.dll and kupdate-exec.exe:
+;   makensis -NOCD -DVERSION=2 -DOUT=example-2.0.exe PATH/example.nsi
+; Silently: example-2.0.exe /S, uninstall.exe /S. Exit codes: 0; 1 when the files could not be replaced, and the former
+; version stays; 2 for an end before that. Publish it with args=/S.
 Target amd64-unicode
 !include LogicLib.nsh
 !include FileFunc.nsh
@@ -26,6 +27,7 @@ Var old
     Rename "$INSTDIR\${file}" "$old\${file}"
   ${EndIf}
 !macroend
+
 !macro MoveBack file
   ${If} ${FileExists} "$old\${file}"
     Delete "$INSTDIR\${file}"
@@ -47,9 +49,9 @@ Section
   !insertmacro MoveAway example.exe
   !insertmacro MoveAway dllkupdate.dll
   !insertmacro MoveAway kupdate-exec.exe
-  File /oname=example.exe "${PROGRAM}"
-  File /oname=dllkupdate.dll "${LIBRARY}"
-  File /oname=kupdate-exec.exe "${EXECUTOR}"
+  File "example.exe"
+  File "dllkupdate.dll"
+  File "kupdate-exec.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
   ${If} ${Errors}
     !insertmacro MoveBack example.exe
@@ -69,25 +71,14 @@ Section
 SectionEnd
 
 Section Uninstall
+  ; It sends the last report and waits, for a while, until the executor has removed itself.
   ExecWait '"$INSTDIR\example.exe" --uninstall'
-  ; The last report is on its way. When it is delivered the executor removes the program's data and itself. Without a
-  ; network it stays for that, and follows later.
-  StrCpy $0 0
-  ${DoWhile} $0 < 100
-    ${If} ${FileExists} "$INSTDIR\kupdate-exec.exe*"
-      Sleep 200
-      IntOp $0 $0 + 1
-    ${Else}
-      StrCpy $0 100
-      Delete "$APPDATA\Krelix\Updater\kupdate-exec-example.log"
-    ${EndIf}
-  ${Loop}
   Delete "$INSTDIR\example.exe"
   Delete "$INSTDIR\dllkupdate.dll"
   RMDir /r "$INSTDIR\old"
   Delete "$INSTDIR\uninstall.exe"
+  ; An executor that still waits for the network stays, and removes this folder with itself.
   RMDir "$INSTDIR"
   Delete "$SMPROGRAMS\Example.lnk"
-  DeleteRegKey HKCU "Software\Example"
   DeleteRegKey HKCU "${UNINSTALL_KEY}"
 SectionEnd

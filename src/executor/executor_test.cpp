@@ -263,9 +263,19 @@ TEST_F(Executor, IsRemovedByTheLastUninstall) {
   EXPECT_TRUE(Eventually(isQuiet));
   EXPECT_TRUE(fs::exists(program_));
   EXPECT_EQ(service_.Count("--suicide"), 0);
+  // An author's own program, which has no installer to bring it back.
+  const fs::path keep = program_.wstring() + L".keep";
+  WriteBytes(keep, "");
   Dll().onApplicationUninstall("other");
-  EXPECT_TRUE(Eventually([&] { return fs::is_empty(program_.parent_path()); }))
-      << "the program, which was renamed, and the wish";
+  EXPECT_TRUE(Eventually(isQuiet));
+  EXPECT_TRUE(fs::exists(program_));
+  EXPECT_FALSE(fs::exists(home_.AppFolder("other") / "appinfo.xml"));
+  fs::remove(keep);
+  App{"other", {}, report}.Start();
+  EXPECT_TRUE(Eventually(isQuiet));
+  Dll().onApplicationUninstall("other");
+  EXPECT_TRUE(Eventually([&] { return !fs::exists(program_.parent_path()); }))
+      << "the program, which was renamed, the wish, and their folder";
   for (const fs::path& folder : {testing_dll::DataFolder(), LocalFolder()}) {
     EXPECT_TRUE(!fs::exists(folder) || fs::is_empty(folder)) << folder;
   }
