@@ -1,9 +1,10 @@
 /* A program that an installer puts on users' machines and that installs its own updates while it runs.
  *
- *   example [--feed URL] [--report URL] [--uninstall]
+ *   example [--feed URL] [--report URL] [--uninstall] [--updated]
  *
  * Beside it lie dllkupdate.dll and its own kupdate-exec.exe. The uninstaller starts it with
- * --uninstall. Exit code: 0, or 1 for a failure.
+ * --uninstall, and the old version starts the new one with --updated. Exit code: 0, or 1 for a
+ * failure.
  */
 #include <shlobj.h>
 #include <shlwapi.h>
@@ -20,6 +21,7 @@
 
 enum {
   kPathChars = 1024,
+  kCommandLineChars = 32768,
   kTextBytes = 3 * kPathChars,
   kSecondsBetweenReports = 86400,
   kPollMilliseconds = 200,
@@ -31,6 +33,8 @@ typedef struct {
   char feed[kTextBytes];
   char report[kTextBytes];
   bool uninstall;
+  bool
+      updated; /* just now: an installer that changes nothing must not restart the program for ever */
   wchar_t path[kPathChars]; /* of this program, as it was started: a renamed file changes nothing */
   wchar_t folder[kPathChars]; /* with a backslash at its end */
 } Program;
@@ -39,6 +43,7 @@ static bool parseArguments(int argc, wchar_t** argv, Program* program) {
   for (int i = 1; i < argc; ++i) {
     char* text = NULL;
     if (wcscmp(argv[i], L"--uninstall") == 0) program->uninstall = true;
+    if (wcscmp(argv[i], L"--updated") == 0) program->updated = true;
     if (wcscmp(argv[i], L"--feed") == 0) text = program->feed;
     if (wcscmp(argv[i], L"--report") == 0) text = program->report;
     if (!text) continue;
@@ -90,15 +95,18 @@ static bool isUpdateInstalled(void) {
   int32_t code = -1;
   if (DLLDownloadAndInstallSilentUpdate(&code) != KUPDATE_S_OK) return false;
   printf("the installer ended with %d\n", (int)code);
-  return code == ERROR_SUCCESS || code == ERROR_SUCCESS_REBOOT_REQUIRED;
+  /* ERROR_SUCCESS_REBOOT_REQUIRED is a success too, but the files are still those of this version. */
+  return code == ERROR_SUCCESS;
 }
 
 /* The installer has put the new version in this file's place. A program with documents asks its
  * user first, and goes on as the old version until he agrees. */
 static int startNewVersion(const Program* program) {
+  wchar_t commandLine[kCommandLineChars];
   STARTUPINFOW startup = {.cb = sizeof startup};
   PROCESS_INFORMATION process;
-  if (!CreateProcessW(program->path, GetCommandLineW(), NULL, NULL, TRUE, 0, NULL, NULL, &startup,
+  swprintf(commandLine, kCommandLineChars, L"%ls --updated", GetCommandLineW());
+  if (!CreateProcessW(program->path, commandLine, NULL, NULL, TRUE, 0, NULL, NULL, &startup,
                       &process)) {
     printf("failed: starting the new version, system error %lu\n", GetLastError());
     return 1;
@@ -149,5 +157,5 @@ int wmain(int argc, wchar_t** argv) {
     return 0;
   }
   puts("an update is published");
-  return isUpdateInstalled() ? startNewVersion(&program) : 1;
+  return !program.updated && isUpdateInstalled() ? startNewVersion(&program) : 1;
 }

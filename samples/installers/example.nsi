@@ -1,19 +1,26 @@
-; Installs the program for one user, without elevation, also over a running one. In a folder that holds example.exe,
+; Installs a program for one user, without elevation, also over a running one. In a folder that holds the program,
 ; dllkupdate.dll and kupdate-exec.exe:
-;   makensis -NOCD -DVERSION=2 -DOUT=example-2.0.exe PATH/example.nsi
+;   makensis -NOCD -DVERSION=2.0.0.0 -DOUT=example-2.0.exe PATH/example.nsi
 ; Silently: example-2.0.exe /S, uninstall.exe /S. Exit codes: 0; 1 when the files could not be replaced, and the former
 ; version stays; 2 for an end before that. Publish it with args=/S.
+!ifndef NAME
+  !define NAME "Example"
+  !define PROGRAM "example.exe"
+  ; Lets the program call DLLOnApplicationUninstall.
+  !define REMOVAL "--uninstall"
+!endif
+
 Target amd64-unicode
 !include LogicLib.nsh
 !include FileFunc.nsh
 
-Name "Example"
+Name "${NAME}"
 OutFile "${OUT}"
-InstallDir "$LOCALAPPDATA\Programs\Example"
+InstallDir "$LOCALAPPDATA\Programs\${NAME}"
 RequestExecutionLevel user
 SetCompressor /SOLID lzma
 SetOverwrite try
-!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\Example"
+!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${NAME}"
 
 Page instfiles
 UninstPage uninstConfirm
@@ -46,15 +53,15 @@ Section
   CreateDirectory "$old"
 
   ClearErrors
-  !insertmacro MoveAway example.exe
+  !insertmacro MoveAway ${PROGRAM}
   !insertmacro MoveAway dllkupdate.dll
   !insertmacro MoveAway kupdate-exec.exe
-  File "example.exe"
+  File "${PROGRAM}"
   File "dllkupdate.dll"
   File "kupdate-exec.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
   ${If} ${Errors}
-    !insertmacro MoveBack example.exe
+    !insertmacro MoveBack ${PROGRAM}
     !insertmacro MoveBack dllkupdate.dll
     !insertmacro MoveBack kupdate-exec.exe
     SetErrorLevel 1
@@ -62,23 +69,24 @@ Section
   ${EndIf}
   RMDir /r "$INSTDIR\old"
 
-  CreateShortcut "$SMPROGRAMS\Example.lnk" "$INSTDIR\example.exe"
-  WriteRegStr HKCU "${UNINSTALL_KEY}" DisplayName "Example"
-  WriteRegStr HKCU "${UNINSTALL_KEY}" DisplayVersion "${VERSION}.0.0.0"
+  CreateShortcut "$SMPROGRAMS\${NAME}.lnk" "$INSTDIR\${PROGRAM}"
+  WriteRegStr HKCU "${UNINSTALL_KEY}" DisplayName "${NAME}"
+  WriteRegStr HKCU "${UNINSTALL_KEY}" DisplayVersion "${VERSION}"
   WriteRegStr HKCU "${UNINSTALL_KEY}" UninstallString '"$INSTDIR\uninstall.exe"'
   WriteRegStr HKCU "${UNINSTALL_KEY}" QuietUninstallString '"$INSTDIR\uninstall.exe" /S'
   ; The program is not started here: in an update the version that runs starts its successor, when its user agrees.
 SectionEnd
 
 Section Uninstall
-  ; It sends the last report and waits, for a while, until the executor has removed itself.
-  ExecWait '"$INSTDIR\example.exe" --uninstall'
-  Delete "$INSTDIR\example.exe"
+  ; It sends the last report and waits, for a while, until the executor has removed itself: only that may remove the
+  ; executor, which the transfer service starts when the report has arrived.
+  ExecWait '"$INSTDIR\${PROGRAM}" ${REMOVAL}'
+  Delete "$INSTDIR\${PROGRAM}"
   Delete "$INSTDIR\dllkupdate.dll"
   RMDir /r "$INSTDIR\old"
   Delete "$INSTDIR\uninstall.exe"
   ; An executor that still waits for the network stays, and removes this folder with itself.
   RMDir "$INSTDIR"
-  Delete "$SMPROGRAMS\Example.lnk"
+  Delete "$SMPROGRAMS\${NAME}.lnk"
   DeleteRegKey HKCU "${UNINSTALL_KEY}"
 SectionEnd
