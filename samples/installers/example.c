@@ -116,17 +116,28 @@ static int startNewVersion(const Program* program) {
   return 0;
 }
 
+static bool hasRun(void) {
+  DWORD last = 0, size = sizeof last;
+  return SHGetValueW(HKEY_CURRENT_USER, SETTINGS, L"Version", NULL, &last, &size) == 0;
+}
+
+static bool isThere(const wchar_t* pattern) {
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW(pattern, &found);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  FindClose(search);
+  return true;
+}
+
 /* The last report is on its way. When it is delivered the executor removes the program's data and
  * itself, and the uninstaller the rest. Without a network it stays for that, and follows later. */
-static int uninstall(const Program* program) {
-  wchar_t executor[kPathChars], log[kPathChars] = L"";
-  WIN32_FIND_DATAW found;
+static int uninstall(const wchar_t* executor) {
+  wchar_t pattern[kPathChars], log[kPathChars] = L"";
+  /* No report of a program that never ran: no executor would come. */
+  if (!hasRun()) return !DeleteFileW(executor);
   if (DLLOnApplicationUninstall(ID) != KUPDATE_S_OK) return 1;
-  swprintf(executor, kPathChars, L"%lskupdate-exec.exe*", program->folder);
-  for (int poll = 0; poll < kMostUninstallPolls; ++poll) {
-    const HANDLE search = FindFirstFileW(executor, &found);
-    if (search == INVALID_HANDLE_VALUE) break;
-    FindClose(search);
+  swprintf(pattern, kPathChars, L"%ls*", executor); /* it is renamed before it is deleted */
+  for (int poll = 0; poll < kMostUninstallPolls && isThere(pattern); ++poll) {
     Sleep(kPollMilliseconds);
   }
   SHGetFolderPathW(NULL, CSIDL_APPDATA, NULL, SHGFP_TYPE_CURRENT, log);
@@ -144,7 +155,7 @@ int wmain(int argc, wchar_t** argv) {
   if (!parseArguments(argc, argv, &program) || !findFolder(&program)) return 1;
   swprintf(executor, kPathChars, L"%lskupdate-exec.exe", program.folder);
   DLLSetExecutorPath(executor);
-  if (program.uninstall) return uninstall(&program);
+  if (program.uninstall) return uninstall(executor);
 
   printf("version %d runs\n", EXAMPLE_VERSION);
   if (DLLOnApplicationStartup(ID, PLATFORM, program.feed, program.report, kSecondsBetweenReports,
