@@ -26,7 +26,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 BINARIES = ROOT / 'build/win64'
 HOST = BINARIES / 'proof/proof_host.exe'
 STANDIN = BINARIES / 'standin/kupdate-standin.exe'
-GOOD_EXECUTOR = BUILD / 'trusting/kupdate-exec.exe'
+GOOD_EXECUTOR = ROOT / 'build/trusting/kupdate-exec.exe'
 
 _PREFIX = pathlib.Path(os.environ['WINEPREFIX'])
 _USERS = _PREFIX / 'drive_c/users'

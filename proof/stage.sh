@@ -3,7 +3,8 @@
 
 # on_stage NAME: a prefix with a service of its own, and what the Python programs of proof/ need to run there.
 on_stage() {
-  build win64 proof_host >&2
+  build win64 proof_host kupdate-exec >&2
+  trusting_executor
   rm -rf "$BUILD/standin/$1"
   start_stage "$1" >&2
   export PYTHONPATH=$ROOT/proof PYTHONDONTWRITEBYTECODE=1

@@ -85,6 +85,14 @@ VersionStatus TAppInfo2::GetVersionStatus() const {
 }
 void TAppInfo2::SetVersionStatus(VersionStatus status) { WriteNumber("VersionStatus", status); }
 bool TAppInfo2::WantUnstableToo() const { return ReadFlag("WantUnstableToo"); }
+void TAppInfo2::SetWantUnstableToo(bool wanted) { WriteFlag("WantUnstableToo", wanted); }
+
+bool TAppInfo2::RestoreChosenChannel() {
+  const std::optional<LocalRecord> record = ReadLocalRecord(AppId());
+  if (!record || record->channel == Channel::kOfBuild) return false;
+  SetWantUnstableToo(record->channel == Channel::kBeta);
+  return true;
+}
 
 void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag(key::kNeedDialog, needed); }
 

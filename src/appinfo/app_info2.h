@@ -33,6 +33,11 @@ class TAppInfo2 : public TAppInfo {
   /// Stores the number.
   void SetVersionStatus(VersionStatus status);
   bool WantUnstableToo() const;
+  void SetWantUnstableToo(bool wanted);
+  /// Copies the user's choice from the local record, which decides, into "WantUnstableToo". Without
+  /// a choice it does nothing.
+  /// @return whether there is a choice
+  bool RestoreChosenChannel();
   void SetNeedDialogArterCheck(bool needed);
 
   void UpdateLastCheckTime(std::uint64_t now);

@@ -14,6 +14,10 @@
 
 namespace {
 
+constexpr char kChannel[] = "Channel";
+constexpr char kChannelBeta[] = "beta";
+constexpr char kChannelRelease[] = "release";
+
 // Long for a lock that is held for one change: it ends only the wait for a process that hangs.
 constexpr unsigned kLockWaitMilliseconds = 5000;
 
@@ -35,6 +39,17 @@ class LocalStore final : public TAppInfo {
   std::string path_;
 };
 
+Channel ReadChannel(const LocalStore& store) {
+  const std::string text = store.Read(kChannel);
+  if (text == kChannelBeta) return Channel::kBeta;
+  return text == kChannelRelease ? Channel::kRelease : Channel::kOfBuild;
+}
+
+void WriteChannel(LocalStore& store, Channel channel) {
+  if (channel == Channel::kOfBuild) return store.RemoveValue(kChannel);
+  store.Write(kChannel, channel == Channel::kBeta ? kChannelBeta : kChannelRelease);
+}
+
 enum class Found { kRecord, kNothing, kUnreadable };
 
 Found Load(const std::string& appId, LocalRecord* record) {
@@ -50,6 +65,7 @@ Found Load(const std::string& appId, LocalRecord* record) {
   record->executor = store.Read(key::kUpdaterPath);
   record->release = store.ReadFlag("Release");
   record->removed = store.IsRemoved();
+  record->channel = ReadChannel(store);
   return Found::kRecord;
 }
 
@@ -66,6 +82,7 @@ bool Save(const std::string& appId, const LocalRecord& record) {
   store.Write(key::kUpdaterPath, record.executor);
   store.WriteFlag("Release", record.release);
   store.WriteFlag(key::kRemove, record.removed);
+  WriteChannel(store, record.channel);
   return store.SaveChanges();
 }
 

@@ -7,6 +7,13 @@
 #include <optional>
 #include <string>
 
+/// The versions that the user has chosen to be offered.
+enum class Channel {
+  kOfBuild,  ///< no choice: what the running build says about itself
+  kRelease,
+  kBeta,  ///< beta versions too
+};
+
 /// An application as its last run described it, in "Krelix\Updater\<id>\local.xml" of the local
 /// per-user folder. The stores in LocalLow hold the same and more, but any process of the user can
 /// write there: what they say is a hint, this decides. Texts are UTF-8.
@@ -14,8 +21,14 @@ struct LocalRecord {
   std::uint64_t version = 0;  ///< that ran or was installed last, as VersionNumber packs it
   std::string platform;
   std::string executor;  ///< the program that the host named; empty: the default one
-  bool release = false;  ///< false: the beta channel
+  bool release = false;  ///< whether the build that ran is a release; false: a beta
   bool removed = false;
+  Channel channel = Channel::kOfBuild;  ///< no host writes it, so it outlives starts and updates
+
+  /// Whether an update for the beta channel may be installed.
+  bool TakesBetas() const {
+    return channel == Channel::kOfBuild ? !release : channel == Channel::kBeta;
+  }
   bool operator==(const LocalRecord&) const = default;
 };
 

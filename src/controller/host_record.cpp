@@ -40,7 +40,7 @@ void WriteRelease(TAppInfo2& store, const HostRelease& host) {
 
 void WriteChannel(TAppInfo2& store, bool release) {
   store.SetVersionStatus(release ? VS_RELEASE : VS_BETA);
-  if (release) store.WriteFlag("WantUnstableToo", false);
+  if (!store.RestoreChosenChannel() && release) store.SetWantUnstableToo(false);
 }
 
 std::string ReleaseText(const HostRelease& host) {

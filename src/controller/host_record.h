@@ -22,8 +22,8 @@ void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool is
 /// Writes platform, feed address and version. Null texts count as empty.
 void WriteRelease(TAppInfo2& store, const HostRelease& host);
 
-/// Writes the channel. A release build also gives up unstable versions; a beta leaves that as it
-/// was.
+/// Writes the channel. Without a choice of the user's, a release build also gives up unstable
+/// versions; a beta leaves that as it was.
 void WriteChannel(TAppInfo2& store, bool release);
 
 /// "1.2.3.4.Release" or "1.2.3.4.Beta".

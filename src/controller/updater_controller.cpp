@@ -42,7 +42,11 @@ void TUpdaterController::OnApplicationUninstall(const char* appId) {
     TAppInfo2& store = Record(appId);
     // The report takes its state from the mark in the store; the one in the local record decides.
     store.WriteFlag(key::kRemove, true);
-    ChangeLocalRecord(store.AppId(), [](LocalRecord& record) { record.removed = true; });
+    ChangeLocalRecord(store.AppId(), [](LocalRecord& record) {
+      record.removed = true;
+      // A later installation begins without the choice of this one.
+      record.channel = Channel::kOfBuild;
+    });
     // For a removed application this sends the last report, due or not.
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds());
     return Ended::kOut;

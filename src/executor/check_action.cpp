@@ -69,6 +69,7 @@ void RestoreRecord(TAppInfo2& app) {
   const auto part = [&](int shift) { return static_cast<std::uint16_t>(record->version >> shift); };
   app.SetVersion(part(48), part(32), part(16), part(0));
   app.Write(key::kPlatform, record->platform);
+  app.RestoreChosenChannel();
 }
 
 void Answer(const ExecutorCommand& command, const EndedJob& job) {

@@ -139,6 +139,7 @@ TEST(StatusReport, ReadsAsTextAndAsJson) {
   AppStatus app;
   app.id = "my \"app\"\\\n";
   app.version = "1.2.3.4";
+  app.channel = "beta";
   app.nextCheck = 951'868'740;  // 29 February 2000
   app.nextPing = 5;
   app.blocksInWork = {0, 12};
@@ -151,6 +152,7 @@ TEST(StatusReport, ReadsAsTextAndAsJson) {
             "  transfer service  does not answer\n"
             "\nApplication \"my \"app\"\\\n\"\n"
             "  version           1.2.3.4\n"
+            "  channel           beta\n"
             "  executor          the default one\n"
             "  next check        2000-02-29 23:59 UTC\n"
             "  next ping         due now\n"
@@ -163,14 +165,15 @@ TEST(StatusReport, ReadsAsTextAndAsJson) {
             "  state             BG_JOB_STATE_ERROR\n"
             "  created           1970-01-01 00:00 UTC\n"
             "  error             0x80190194\n");
-  EXPECT_EQ(JsonStatus(report),
-            R"({"program":"C:\\e.exe","version":"1.0.0.0","trust":"nothing",)"
-            R"("serviceAnswers":false,"applications":[{"id":"my \"app\"\\\u000a",)"
-            R"("version":"1.2.3.4","removed":false,"executor":"","nextCheck":951868740,)"
-            R"("nextPing":5,"update":"","statisticsWait":false,"blocksInWork":[0,12],)"
-            "\"lastError\":\"E:\xEF\xBF\xBD\"}],\"jobs\":[{\"id\":\"{1}\",\"purpose\":\"ping\","
-            R"("appId":"b","state":"BG_JOB_STATE_ERROR","created":0,"error":2149122452}]})"
-            "\n");
+  EXPECT_EQ(
+      JsonStatus(report),
+      R"({"program":"C:\\e.exe","version":"1.0.0.0","trust":"nothing",)"
+      R"("serviceAnswers":false,"applications":[{"id":"my \"app\"\\\u000a",)"
+      R"("version":"1.2.3.4","channel":"beta","removed":false,"executor":"",)"
+      R"("nextCheck":951868740,"nextPing":5,"update":"","statisticsWait":false,"blocksInWork":[0,12],)"
+      "\"lastError\":\"E:\xEF\xBF\xBD\"}],\"jobs\":[{\"id\":\"{1}\",\"purpose\":\"ping\","
+      R"("appId":"b","state":"BG_JOB_STATE_ERROR","created":0,"error":2149122452}]})"
+      "\n");
 }
 
 TEST(StatusReport, TheLastErrorIsOneThatMatters) {

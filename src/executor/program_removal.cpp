@@ -1,6 +1,7 @@
 #include "executor/program_removal.h"
 
 #include "util/diag_log.h"
+#include "util/files.h"
 #include "util/folder_content.h"
 #include "util/handle.h"
 #include "util/log_line.h"
@@ -17,6 +18,14 @@ std::wstring SystemProgram(const wchar_t* name) {
   return length > 0 && length <= MAX_PATH ? std::wstring(folder) + L'\\' + name : std::wstring();
 }
 
+// The end of the wait: the folder goes with the file when it is empty. A link stays.
+std::wstring AfterDeletion(const std::wstring& path) {
+  const std::wstring folder = path.substr(0, path.find_last_of(L'\\'));
+  const std::wstring removal =
+      FileSystem::IsLink(NarrowUtf8(folder)) ? std::wstring() : L"rd \"" + folder + L"\" & ";
+  return L" & if not exist \"" + path + L"\" (" + removal + L"exit)";
+}
+
 // The command interpreter tries to delete the file ten times, once a second, until this process has
 // ended. The line uses only what every interpreter of that name understands.
 bool DeleteWhenEnded(const std::wstring& path) {
@@ -30,7 +39,9 @@ bool DeleteWhenEnded(const std::wstring& path) {
       .append(pause)
       .append(L"\" -n 2 127.0.0.1 & del /f /q \"")
       .append(path)
-      .append(L"\")");
+      .append(L"\"")
+      .append(AfterDeletion(path))
+      .append(L")");
   UniqueHandle process;
   return TEnvironment::Execute(shell, commandLine, &process) == 0;
 }

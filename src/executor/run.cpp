@@ -1,6 +1,7 @@
 #include "executor/run.h"
 
 #include "controller/updater_controller.h"
+#include "executor/channel_action.h"
 #include "executor/check_action.h"
 #include "executor/console.h"
 #include "executor/housekeeping.h"
@@ -29,6 +30,8 @@ constexpr char kHelp[] =
     "  kupdate-exec --version\n"
     "  kupdate-exec --status [--appid ID] [--json]\n"
     "      shows applications, their next checks and reports, waiting data and jobs\n"
+    "  kupdate-exec --set-channel beta|release --appid ID\n"
+    "      chooses whether the application is offered beta versions\n"
     "\n"
     "For the library and the transfer service:\n"
     "  kupdate-exec --appid ID --update-check --file \"FILE\" --job {JOB}\n"
@@ -37,7 +40,7 @@ constexpr char kHelp[] =
     "  kupdate-exec --job {JOB}\n"
     "\n"
     "Exit codes: 0 done, 1 the job could not be ended, 2 wrong usage, 3 busy,\n"
-    "4 an installation's answer could not be stored.\n";
+    "4 an installation's answer could not be stored, 5 the channel was not set.\n";
 
 int RunBareJob(const ExecutorCommand& command) {
   return EndJob(command.jobId).end == JobEnd::kAlive ? kExitJobAlive : kExitDone;
@@ -107,6 +110,8 @@ int RunCommand(const ExecutorCommand& command) noexcept {
         return Print("kupdate-exec " + FileVersionText(ModulePath()) + "\n");
       case CommandKind::kStatus:
         return Print(StatusText(command));
+      case CommandKind::kSetChannel:
+        return RunChannelAction(command);
       default:
         return RunLogged(command);
     }

@@ -11,9 +11,10 @@ constexpr int kExitJobAlive = 1;  ///< it could be neither completed nor cancell
 constexpr int kExitUsage = 2;     ///< the command line asks for nothing, and names no job
 constexpr int kExitBusy = 3;      ///< another executor worked for the application for too long
 constexpr int kExitNoAnswer = 4;  ///< an installation has ended, but its answer cannot be stored
+constexpr int kExitNotSet = 5;    ///< no such application, or its record could not be written
 
-/// Does what the command asks for. Help, version and status are printed; everything else is logged,
-/// in "kupdate-exec-" and the application id and ".log", and is followed by housekeeping. Throws
+/// Does what the command asks for. Help, version, status and a choice of channel are printed;
+/// everything else is logged, in "kupdate-exec-" and the application id and ".log", and is followed by housekeeping. Throws
 /// nothing.
 int RunCommand(const ExecutorCommand& command) noexcept;
 

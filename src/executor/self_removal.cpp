@@ -6,6 +6,7 @@
 #include "appinfo/app_info2.h"
 #include "executor/app_files.h"
 #include "executor/program_removal.h"
+#include "install/private_file.h"
 #include "layout/folders.h"
 #include "layout/names.h"
 #include "transfer/transfer.h"
@@ -21,6 +22,9 @@
 namespace {
 
 std::wstring NotePath() { return ModulePath() + L".remove"; }
+
+// A file of that name keeps the program: the author's own, in a build folder, has no installer.
+std::wstring KeepPath() { return ModulePath() + L".keep"; }
 
 // The ids in the note, one in each line.
 std::vector<std::string> NotedApplications() {
@@ -63,11 +67,17 @@ void FollowSelfRemovalWish() noexcept {
       Mutex lock(StatisticsMutexName(appId));
       RemoveApplicationData(appId, &lock);
     }
+    RemoveInstallFolder();
     FileSystem::RemoveEmptyFolder(GetUpdaterDataPath({}));
     FileSystem::RemoveEmptyFolder(NarrowUtf8(GetUpdaterLocalFolder({}, CreateFolder::kNo)));
     // The note goes last. After a kill in between, the next run does all this again.
-    LOG_I << "No application needs the program any more: it removes itself.";
-    if (RemoveRunningProgram(ModulePath())) FileSystem::DeleteFile(NarrowUtf8(NotePath()));
+    if (JustUtil::IsPathExist(KeepPath())) {
+      LOG_I << "No application needs the program any more, but it is kept.";
+    } else {
+      LOG_I << "No application needs the program any more: it removes itself.";
+      if (!RemoveRunningProgram(ModulePath())) return;
+    }
+    FileSystem::DeleteFile(NarrowUtf8(NotePath()));
   } catch (...) {
     LOG_E << "Can't remove the program.";
   }

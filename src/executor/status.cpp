@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "appinfo/app_info2.h"
+#include "appinfo/local_record.h"
 #include "appinfo/version_number.h"
 #include "executor/block_confirm.h"
 #include "executor/status_report.h"
@@ -33,6 +34,12 @@ std::uint64_t TimeOf(const TAppInfo& store, std::string_view key) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(store.ReadNumber(key), 0));
 }
 
+std::string ChannelOf(const TAppInfo2& app) {
+  const std::optional<LocalRecord> record = ReadLocalRecord(app.AppId());
+  const bool isChosen = record && record->channel != Channel::kOfBuild;
+  return (isChosen ? record->TakesBetas() : app.WantUnstableToo()) ? "beta" : "release";
+}
+
 std::string LogOf(const std::string& appId) {
   return FileSystem::ReadFile(NarrowUtf8(GetUpdaterRoamingFolder() + LogFile(appId)));
 }
@@ -42,6 +49,7 @@ AppStatus StatusOf(const std::string& appId) {
   AppStatus status;
   status.id = appId;
   status.version = VersionText(app);
+  status.channel = ChannelOf(app);
   status.removed = app.IsRemoved();
   status.executor = app.Read(key::kUpdaterPath);
   status.nextCheck = CheckDueTime(app.StoredCheckTimes());

@@ -45,6 +45,7 @@ void AddRow(std::string* text, std::string_view name, std::string_view value) {
 void AddApp(std::string* text, const AppStatus& app, std::uint64_t now) {
   text->append("\nApplication \"").append(app.id).append(app.removed ? "\", removed\n" : "\"\n");
   AddRow(text, "version", OrDash(app.version));
+  AddRow(text, "channel", app.channel);
   AddRow(text, "executor", app.executor.empty() ? "the default one" : app.executor);
   AddRow(text, "next check", app.removed ? "never" : DueText(app.nextCheck, now));
   AddRow(text, "next ping", DueText(app.nextPing, now));
@@ -113,6 +114,7 @@ std::string JsonApp(const AppStatus& app) {
   return JsonObject()
       .Text("id", app.id)
       .Text("version", app.version)
+      .Text("channel", app.channel)
       .Flag("removed", app.removed)
       .Text("executor", app.executor)
       .Number("nextCheck", app.nextCheck)

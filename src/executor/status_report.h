@@ -11,6 +11,7 @@
 struct AppStatus {
   std::string id;
   std::string version;
+  std::string channel;  ///< "beta" when beta versions are offered too, else "release"
   bool removed = false;
   std::string executor;         ///< the program that the host named; empty: the default one
   std::uint64_t nextCheck = 0;  ///< in the past: due

@@ -173,7 +173,7 @@ std::string_view FaultOf(const Manifest& manifest, const UpdateOffer& offer,
   if (!manifest.platform.empty() && manifest.platform != record.platform) {
     return "it is for another platform";
   }
-  if (manifest.isBeta && record.release) return "it is for the beta channel";
+  if (manifest.isBeta && !record.TakesBetas()) return "it is for the beta channel";
   if (offer.size != 0 && manifest.size != offer.size) return "it declares another size";
   if (manifest.starter != offer.starter) return "it declares another starter";
   if (manifest.args != offer.args) return "it declares other arguments";

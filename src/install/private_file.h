@@ -61,4 +61,7 @@ class PrivateFile {
 /// scanner holds.
 void RemoveInstallLeftovers() noexcept;
 
+/// Removes the folder that holds these folders, when none is left in it.
+void RemoveInstallFolder();
+
 #endif  // KUPDATE_INSTALL_PRIVATE_FILE_H_

@@ -12,6 +12,7 @@
 #include "util/diag_log.h"
 #include "util/file_lock.h"
 #include "util/files.h"
+#include "util/folder_content.h"
 #include "util/log_line.h"
 #include "util/text.h"
 
@@ -261,4 +262,12 @@ void RemoveInstallLeftovers() noexcept {
   } catch (const std::exception& error) {
     LOG_E << "Can't remove leftovers:" << error.what();
   }
+}
+
+void RemoveInstallFolder() {
+  const std::string base = NarrowUtf8(Base(CreateFolder::kNo));
+  if (base.empty() || FileSystem::IsLink(base)) return;
+  // A lock that another process holds stays, and so does the folder then.
+  FileSystem::DeleteFile(base + kInstallLockFile);
+  FileSystem::RemoveEmptyFolder(base);
 }

@@ -16,6 +16,7 @@ namespace option {
 constexpr wchar_t kHelp[] = L"--help";
 constexpr wchar_t kVersion[] = L"--version";
 constexpr wchar_t kStatus[] = L"--status";
+constexpr wchar_t kSetChannel[] = L"--set-channel";
 constexpr wchar_t kUpdateCheck[] = L"--update-check";
 constexpr wchar_t kSilentUpdate[] = L"--silent-update-check";
 constexpr wchar_t kStatCallback[] = L"--stat-callback";
@@ -121,6 +122,7 @@ class CommandReader {
     if (token_ == option::kStatus) Note(CommandKind::kStatus);
     if (token_ == option::kUpdateCheck) Note(CommandKind::kUpdateCheck);
     if (token_ == option::kSilentUpdate) Note(CommandKind::kSilentUpdate);
+    if (token_ == option::kSetChannel) TakeChannel();
     if (token_ == option::kStatCallback) TakeBlock();
     if (token_ == option::kSuicide) command_.suicide = true;
     if (token_ == option::kJson) command_.json = true;
@@ -142,6 +144,13 @@ class CommandReader {
     const std::optional<int> id = BlockId(token_);
     hasBlock_ = id.has_value();
     command_.blockId = id.value_or(0);
+  }
+
+  void TakeChannel() {
+    Note(CommandKind::kSetChannel);
+    if (!Next()) return;
+    command_.beta = token_ == L"beta";
+    hasChannel_ = command_.beta || token_ == L"release";
   }
 
   void TakeAppId() {
@@ -175,6 +184,8 @@ class CommandReader {
         return hasJob && command_.hasAppId && hasBlock_ ? asked_ : otherwise;
       case CommandKind::kSilentUpdate:
         return command_.hasAppId ? asked_ : otherwise;
+      case CommandKind::kSetChannel:
+        return command_.hasAppId && hasChannel_ ? asked_ : otherwise;
       case CommandKind::kNone:
         return otherwise;
       default:
@@ -188,6 +199,7 @@ class CommandReader {
   CommandKind asked_ = CommandKind::kNone;
   bool isAmbiguous_ = false;
   bool hasBlock_ = false;
+  bool hasChannel_ = false;
   bool hasFile_ = false;
 };
 

@@ -38,6 +38,7 @@ enum class CommandKind {
   kUpdateCheck,   ///< --appid A --update-check --file "F" --job {G}
   kStatCallback,  ///< [--suicide] --stat-callback N --appid A --job {G}
   kSilentUpdate,  ///< --appid A --silent-update-check
+  kSetChannel,    ///< --set-channel beta|release --appid A
 };
 
 struct ExecutorCommand {
@@ -49,6 +50,7 @@ struct ExecutorCommand {
   int blockId = 0;    ///< of a statistics callback, 0 to 100
   bool suicide = false;
   bool json = false;
+  bool beta = false;  ///< the channel to be set
 };
 
 /// Reads a command line as the process got it, not split into arguments: the program that

@@ -10,14 +10,14 @@ namespace {
 // The result of a parse as one text.
 std::string Read(const std::wstring& line, const wchar_t* program) {
   const ExecutorCommand c = ParseExecutorCommand(line, program);
-  static constexpr const char* kKinds[] = {"none", "help",  "version", "status",
-                                           "job",  "check", "ping",    "install"};
+  static constexpr const char* kKinds[] = {"none",  "help", "version", "status", "job",
+                                           "check", "ping", "install", "channel"};
   std::string text = kKinds[static_cast<int>(c.kind)];
   if (c.hasAppId) text += " id=[" + c.appId + "]";
   if (!c.file.empty()) text += " file=[" + std::string(c.file.begin(), c.file.end()) + "]";
   if (!c.jobId.empty()) text += " job=[" + c.jobId + "]";
   if (c.kind == CommandKind::kStatCallback) text += " block=" + std::to_string(c.blockId);
-  return text + (c.suicide ? " suicide" : "") + (c.json ? " json" : "");
+  return text + (c.suicide ? " suicide" : "") + (c.json ? " json" : "") + (c.beta ? " beta" : "");
 }
 
 }  // namespace
@@ -45,6 +45,9 @@ TEST(ExecutorCommand, ReadsWhatPeopleAndStrangersWrite) {
     expect("status id=[my app] json", {L"exe --status --appid my app --json"});
     expect("status id=[my app]", {L"exe --status --appid \"my app\""});
     expect("status json", {L"exe\t--status\t--json"});
+    expect("channel id=[a b] beta", {L"exe --set-channel beta --appid a b"});
+    expect("channel id=[a]", {L"exe --appid a --set-channel release"});
+    expect("none id=[a]", {L"exe --appid a --set-channel", L"exe --appid a --set-channel Beta"});
     expect("check id=[a] file=[f g] job=[{1}]",
            {L"exe --appid a --update-check --file f g --job {1}"});
     expect("none id=[a] file=[f --job {1}]",
