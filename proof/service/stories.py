@@ -167,10 +167,35 @@ def the_last_uninstall_removes_the_executor():
     stage.run_host('last', executor, LEAVE)
     yield stage.eventually(is_quiet) and stage.EXECUTOR.exists(), True
     yield '--suicide' in stage.journal(), False
+    # An author's own program, which has no installer to bring it back.
+    keep = stage.EXECUTOR.with_name('kupdate-exec.exe.keep')
+    keep.touch()
     stage.run_host('other', executor, LEAVE)
-    # The program, which was renamed, and the wish.
-    yield stage.eventually(lambda: not list(stage.EXECUTOR.parent.iterdir())), True
+    yield stage.eventually(is_quiet) and stage.EXECUTOR.exists(), True
+    keep.unlink()
+    stage.run_host('other', executor, start(report='report'))
+    stage.eventually(is_quiet)
+    stage.run_host('other', executor, LEAVE)
+    # The program, which was renamed, the wish, and their folder.
+    yield stage.eventually(lambda: not stage.EXECUTOR.parent.exists()), True
     yield [file for folder in (stage.DATA, stage.LOCAL) for file in folder.rglob('*')], []
+
+
+def the_chosen_channel_lasts():
+    yield run('--set-channel beta --appid chooser'), 5  # not registered yet
+    stage.run_host('chooser', start())
+    record = stage.DATA / 'chooser/appinfo.xml'
+    for channel, flag in ('beta', '1'), ('release', '0'):
+        yield run(f'--set-channel {channel} --appid chooser'), 0
+        yield missing('--status --json', f'"channel":"{channel}"'), []
+        # Any process may change the store; the next start of the program repairs it.
+        text, wanted = record.read_text('utf-8'), f'<WantUnstableToo>{flag}<'
+        yield wanted in text, True
+        record.write_text(text.replace(wanted, '<WantUnstableToo>2<'), 'utf-8')
+        stage.run_host('chooser', start())
+        yield wanted in record.read_text('utf-8'), True
+    stage.run_host('chooser', LEAVE)
+    yield run('--set-channel beta --appid chooser'), 5
 
 
 def a_host_waits_for_its_own_answer():
@@ -196,7 +221,7 @@ def a_host_waits_for_its_own_answer():
     yield stage.is_logged('WAIT_TIMEOUT'), True
 
 
-STORIES = (people_are_told, a_host_waits_for_its_own_answer, a_host_steps_through_its_check,
+STORIES = (people_are_told, the_chosen_channel_lasts, a_host_waits_for_its_own_answer, a_host_steps_through_its_check,
            the_service_gets_jobs_as_it_needs_them, a_record_is_not_brought_back_to_life,
            an_old_block_without_a_job_is_taken_back, an_uninstalled_application_is_forgotten,
            an_undelivered_uninstall_is_reported_once_more, the_last_uninstall_removes_the_executor)
