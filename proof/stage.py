@@ -72,8 +72,9 @@ class Host:
         self.process.stdin.write('\n'.join([*lines, '']))
         self.process.stdin.flush()
 
+    # The last line may not be whole yet.
     def diary(self):
-        lines = (line.split(' ', 4) for line in self._diary.read_text('utf-8').splitlines())
+        lines = (line.split(' ', 4) for line in self._diary.read_text('utf-8').split('\n')[:-1])
         return [Entry(sign, int(milliseconds), *rest) for sign, milliseconds, *rest in lines]
 
     # Waits until it ends, or stands still. Returns its diary.

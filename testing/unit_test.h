@@ -1,4 +1,4 @@
-// What nearly every unit test needs: GoogleTest, tables, folders and the log.
+// Included by nearly every unit test: GoogleTest, tables, folders and the log.
 #ifndef KUPDATE_TESTING_UNIT_TEST_H_
 #define KUPDATE_TESTING_UNIT_TEST_H_
 

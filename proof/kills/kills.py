@@ -124,7 +124,8 @@ class Storm:
         # Housekeeping takes blocks back that are older than 15 days.
         stage.set_times_back(name, 16 * stage.DAY)
         self.run_executors([UNKNOWN_JOB])
-        if stage.blocks_of(name):
+        # A removed application's block is sent again at once, and is then a new one.
+        if any(time.time() - block.stat().st_mtime > stage.DAY for block in stage.blocks_of(name)):
             self.end.broken_by(name, 'an old block is not taken back')
         if not application.deliver([app]):
             self.end.broken_by(name, 'not all could be sent')

@@ -74,7 +74,7 @@ class TUpdaterController {
   /// @param exitCode  receives the installer's exit code; may be null
   bool DownloadAndInstallSilentUpdate(std::int32_t* exitCode);
 
-  /// The record of the application that this call is for. What is written there is gathered and
+  /// The record of the application that this call is for. Writes to it are gathered and
   /// saved in one step, at the latest when the controller is destroyed: one call costs one
   /// replacement of the file, or none.
   /// @param appId  not null, else std::invalid_argument; the same in each call of one controller

@@ -203,5 +203,5 @@ TEST(TrustText, KeepsPublisherKeysAndTheirApplications) {
   trust.publisher = "a\nkey: b";
   EXPECT_FALSE(FormatTrust(trust));
   EXPECT_FALSE(FormatTrust({"", {{key, {""}}}}));
-  EXPECT_FALSE(FormatTrust({"", std::vector<PublisherKey>(31, PublisherKey{key, {}})}));
+  EXPECT_FALSE(FormatTrust({"", std::vector<PublisherKey>(32, PublisherKey{key, {}})}));
 }

@@ -39,13 +39,15 @@ bool ReadLine(std::string_view line, TrustAnchors* trust) {
 
 std::optional<TrustAnchors> ParseTrust(std::string_view text) {
   TrustAnchors trust;
-  for (bool isFirst = true; !text.empty(); isFirst = false) {
+  bool isFirst = true;
+  do {
     const std::size_t end = text.find('\n');
     if (end == text.npos) return {};
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(end + 1);
     if (isFirst ? line != kFirstLine : !line.empty() && !ReadLine(line, &trust)) return {};
-  }
+    isFirst = false;
+  } while (!text.empty());
   return trust;
 }
 

@@ -4,8 +4,8 @@
 
 #include <stdexcept>
 
-#include "crypto.h"
 #include "install/crypto.h"
+#include "kupdate/crypto.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "crypto.h"
+#include "kupdate/crypto.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "key_file.h"
+#include "kupdate/key_file.h"
 
 #include <algorithm>
 #include <optional>
 #include <stdexcept>
 
-#include "crypto.h"
 #include "install/base64.h"
 #include "install/p256.h"
+#include "kupdate/crypto.h"
 
 namespace {
 

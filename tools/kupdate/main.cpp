@@ -4,8 +4,11 @@
 #include <CLI/Formatter.hpp>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <vector>
 
-#include "trust_command.h"
+#include "kupdate/trust_command.h"
+#include "kupdate/utf8_arguments.h"
 
 namespace {
 
@@ -20,7 +23,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   AddTrustCommand(&app);
   try {
-    app.parse(argc, argv);
+    app.parse(Utf8Arguments(argc, argv));
     return 0;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kExitUsage;

@@ -1,4 +1,4 @@
-#include "pe_file.h"
+#include "kupdate/pe_file.h"
 
 #include <algorithm>
 #include <cstring>

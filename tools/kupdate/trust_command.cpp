@@ -1,4 +1,4 @@
-#include "trust_command.h"
+#include "kupdate/trust_command.h"
 
 #include <iostream>
 #include <memory>
@@ -6,10 +6,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "files.h"
 #include "install/trust_text.h"
-#include "key_file.h"
-#include "pe_file.h"
+#include "kupdate/files.h"
+#include "kupdate/key_file.h"
+#include "kupdate/pe_file.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// What only Windows can show: the registry, names of kernel objects, files held by others, the system's DLLs.
+// Tests that only Windows can run: the registry, names of kernel objects, files held by others, the system's DLLs.
 #include <stdexcept>
 #include <thread>
 
