@@ -22,7 +22,7 @@
  *   - It stands in command lines without quotes. For an id with a quote, with " --" in it or with
  *     "--" in front, no report, no check by the executor and no installation is started; the log
  *     says so.
- *   - It stands in the report's address as it is: a blank or one of & # % + changes the query.
+ *   - It stands in the report's address as it is: one of & # % + changes the query.
  *   - Outside of ASCII, the name of its folder depends on the system's code page.
  *
  * Strings
