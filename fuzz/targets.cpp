@@ -12,7 +12,6 @@
 #include "testing/data_home.h"
 #include "update/upd_info.h"
 #include "util/text.h"
-#include "util/text_mode.h"
 #include "xml/xml_node.h"
 
 namespace {

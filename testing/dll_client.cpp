@@ -51,8 +51,7 @@ std::string ValueOf(const fs::path& file, const std::string& key) {
 }
 
 kupdate_status App::Start() const {
-  return Dll().onApplicationStartup(appId.c_str(), "win64", feed.c_str(), report.c_str(), 3600, 1,
-                                    0, 0, 0, true);
+  return Dll().onApplicationStartup(appId.c_str(), "win64", "", "", 3600, 1, 0, 0, 0, true);
 }
 
 }  // namespace testing_dll

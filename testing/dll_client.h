@@ -43,7 +43,7 @@ std::string ValueOf(const std::filesystem::path& file, const std::string& key);
 
 /// An application of version 1.0.0.0.
 struct App {
-  std::string appId, feed = {}, report = {};
+  std::string appId;
 
   /// Registers, which starts what is due.
   kupdate_status Start() const;
