@@ -267,9 +267,11 @@ TEST_F(Executor, IsRemovedByTheLastUninstall) {
   const fs::path keep = program_.wstring() + L".keep";
   WriteBytes(keep, "");
   Dll().onApplicationUninstall("other");
-  EXPECT_TRUE(Eventually(isQuiet));
+  EXPECT_TRUE(Eventually([&] {
+    return isQuiet() && !fs::exists(home_.AppFolder("other") / "appinfo.xml") &&
+           !fs::exists(program_.wstring() + L".remove");
+  }));
   EXPECT_TRUE(fs::exists(program_));
-  EXPECT_FALSE(fs::exists(home_.AppFolder("other") / "appinfo.xml"));
   fs::remove(keep);
   App{"other", {}, report}.Start();
   EXPECT_TRUE(Eventually(isQuiet));
