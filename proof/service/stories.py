@@ -171,7 +171,9 @@ def the_last_uninstall_removes_the_executor():
     keep = stage.EXECUTOR.with_name('kupdate-exec.exe.keep')
     keep.touch()
     stage.run_host('other', executor, LEAVE)
-    yield stage.eventually(is_quiet) and stage.EXECUTOR.exists(), True
+    data = stage.DATA / 'other/appinfo.xml'
+    yield stage.eventually(lambda: is_quiet() and not data.exists()), True
+    yield stage.EXECUTOR.exists(), True
     keep.unlink()
     stage.run_host('other', executor, start(report='report'))
     stage.eventually(is_quiet)

@@ -87,11 +87,10 @@ void TAppInfo2::SetVersionStatus(VersionStatus status) { WriteNumber("VersionSta
 bool TAppInfo2::WantUnstableToo() const { return ReadFlag("WantUnstableToo"); }
 void TAppInfo2::SetWantUnstableToo(bool wanted) { WriteFlag("WantUnstableToo", wanted); }
 
-bool TAppInfo2::RestoreChosenChannel() {
+void TAppInfo2::RestoreChosenChannel() {
   const std::optional<LocalRecord> record = ReadLocalRecord(AppId());
-  if (!record || record->channel == Channel::kOfBuild) return false;
+  if (!record || record->channel == Channel::kOfBuild) return;
   SetWantUnstableToo(record->channel == Channel::kBeta);
-  return true;
 }
 
 void TAppInfo2::SetNeedDialogArterCheck(bool needed) { WriteFlag(key::kNeedDialog, needed); }

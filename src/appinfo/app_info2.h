@@ -36,8 +36,7 @@ class TAppInfo2 : public TAppInfo {
   void SetWantUnstableToo(bool wanted);
   /// Copies the user's choice from the local record, which decides, into "WantUnstableToo". Without
   /// a choice it does nothing.
-  /// @return whether there is a choice
-  bool RestoreChosenChannel();
+  void RestoreChosenChannel();
   void SetNeedDialogArterCheck(bool needed);
 
   void UpdateLastCheckTime(std::uint64_t now);

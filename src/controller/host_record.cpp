@@ -17,10 +17,11 @@ std::string Required(const char* text, const char* complaint) {
 
 std::string OrEmpty(const char* text) { return text ? text : std::string(); }
 
-void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool isStart) {
+Channel WriteLocalRecord(const std::string& appId, const HostRelease& host, bool isStart) {
   const VersionNumber version =
       MakeVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
   const std::string executor = NarrowUtf8(TUpdaterController::NamedExecutor());
+  Channel chosen = Channel::kOfBuild;
   ChangeLocalRecord(appId, [&](LocalRecord& record) {
     // A program that runs on after its update still names its old version, and must not lower the
     // mark below which no update is installed. Only a new start may lower it.
@@ -29,7 +30,9 @@ void WriteLocalRecord(const std::string& appId, const HostRelease& host, bool is
     record.executor = executor;
     record.release = host.release;
     if (isStart) record.removed = false;
+    chosen = record.channel;
   });
+  return chosen;
 }
 
 void WriteRelease(TAppInfo2& store, const HostRelease& host) {
@@ -38,9 +41,13 @@ void WriteRelease(TAppInfo2& store, const HostRelease& host) {
   store.SetVersion(host.verMajor, host.verMinor, host.verSubver, host.verBuild);
 }
 
-void WriteChannel(TAppInfo2& store, bool release) {
+void WriteChannel(TAppInfo2& store, bool release, Channel chosen) {
   store.SetVersionStatus(release ? VS_RELEASE : VS_BETA);
-  if (!store.RestoreChosenChannel() && release) store.SetWantUnstableToo(false);
+  if (chosen != Channel::kOfBuild) {
+    store.SetWantUnstableToo(chosen == Channel::kBeta);
+  } else if (release) {
+    store.SetWantUnstableToo(false);
+  }
 }
 
 std::string ReleaseText(const HostRelease& host) {

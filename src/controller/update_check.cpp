@@ -62,9 +62,8 @@ bool TUpdaterController::IsUpdateAvailable(const char* appId, const HostRelease&
     TAppInfo2 store(id);
     const StoreChanges changes(store);
     WriteRelease(store, host);
-    WriteChannel(store, host.release);
+    WriteChannel(store, host.release, WriteLocalRecord(id, host, /*isStart=*/false));
     store.SaveChanges();
-    WriteLocalRecord(id, host, /*isStart=*/false);
     const std::string versionUrl = store.VersionUrl();
     hostCheck_.Choose(id, versionUrl);
     LOG_D << "AppId: " << id;

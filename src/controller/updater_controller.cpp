@@ -29,9 +29,9 @@ void TUpdaterController::OnApplicationStartup(const char* appId, const HostRelea
     WriteRelease(store, host);
     store.Write(key::kReportUrl, OrEmpty(reportUrl));
     store.WriteNumber(key::kPingStatPeriod, pingStatPeriod);
-    WriteChannel(store, host.release);
     // Before the jobs: this takes back the mark of removal that they look at.
-    WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
+    const Channel chosen = WriteLocalRecord(store.AppId(), host, /*isStart=*/true);
+    WriteChannel(store, host.release, chosen);
     ScheduleUpdaterJob(store, statisticsLock_, NowSeconds()).RethrowPingFailure();
     return Ended::kOut;
   });
