@@ -5,7 +5,7 @@ endif()
 function(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
-run(${OBJCOPY} --only-keep-debug ${FILE} ${FILE}.debug)
-# The time stamp in the file's header is zero and stays it.
+# The time stamp in the header is zero; only so it stays.
+run(${OBJCOPY} --preserve-dates --only-keep-debug ${FILE} ${FILE}.debug)
 run(${STRIP} --preserve-dates --strip-all ${FILE})
 run(${OBJCOPY} --preserve-dates --add-gnu-debuglink=${FILE}.debug ${FILE})
