@@ -61,7 +61,7 @@ class PrivateFile {
 /// scanner holds.
 void RemoveInstallLeftovers() noexcept;
 
-/// Removes the folder that holds these folders, when none is left in it.
+/// Removes the folder that holds these folders, when it is empty.
 void RemoveInstallFolder();
 
 #endif  // KUPDATE_INSTALL_PRIVATE_FILE_H_

@@ -31,7 +31,8 @@ struct UpdateOffer {
 };
 
 /// Reads the recorded update of an application in one go, under its store's lock.
-/// @return nothing when there is none; that is logged. A file that cannot be read counts as empty.
+/// @return nothing when no update is recorded; that is logged. A file that cannot be read counts as
+///         empty.
 std::optional<UpdateOffer> ReadOffer(const std::string& appId);
 
 /// Whether an application as it is now may be updated to `version`: it is registered, not removed,

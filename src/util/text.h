@@ -22,7 +22,7 @@ std::optional<std::string> NarrowAnsi(std::wstring_view text);
 /// windows-1251 to UTF-8. Total: the one unassigned byte, 0x98, becomes U+0098.
 std::string Utf8FromCp1251(std::string_view bytes);
 
-/// The length of the well-formed UTF-8 character at the start of `bytes`; 0 when there is none.
+/// The length of the well-formed UTF-8 character at the start of `bytes`; 0 without such a character.
 std::size_t Utf8CharLength(std::string_view bytes);
 
 /// Whether `bytes` is well-formed UTF-8 (no overlong forms, no surrogates, at most U+10FFFF).
