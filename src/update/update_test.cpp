@@ -37,7 +37,7 @@ struct Evaluation : testing::Test {
     app_.Write("Locale", "ru");
   }
 
-  // The address of the update found; "-" when there is none and the check counts, else "refused";
+  // The address of the update found; "-" without an update when the check counts, else "refused";
   // what was thrown.
   std::string Evaluate(std::string text) {
     app_.RemoveValue("LastCheckTime");

@@ -98,7 +98,7 @@ class XmlNode {
   /// then.
   bool DeclaresCodePage() const;
 
-  /// The first element or CDATA child in document order; null when there is none.
+  /// The first element or CDATA child in document order; null without one.
   XmlNode* FirstChild() const { return lastChild_ ? lastChild_->next_ : nullptr; }
   /// The next child of the same parent; null at the end.
   XmlNode* Next() const {

@@ -25,7 +25,7 @@ inline XmlBytes LoadBytes(const char* at) {
 }
 #endif
 
-/// The first byte from `at` on for which `isWanted` holds; `end` when there is none.
+/// The first byte from `at` on for which `isWanted` holds; `end` without such a byte.
 /// @param isWanted  tells for one byte, and for several that it gets as a vector: so it does
 ///                  without && and ||
 template <class Char, class IsWanted>
