@@ -81,8 +81,8 @@ class TStatHolder {
   /// linear in the moved items.
   /// @param budget  characters of query text
   /// @param block   not null, a fresh holder
-  /// @return the state; nothing without a queued one: then nothing is moved, for parameters are only
-  ///         ever sent behind a state.
+  /// @return the state; nothing without a queued one: then nothing is moved, for parameters are
+  ///         only ever sent behind a state.
   std::optional<AppState> ExtractBlock(std::int16_t budget, TStatHolder* block);
   /// The query text of a block: "stat=dayuse&a=1&unique=x&action=b,c". The four collections are
   /// empty afterwards. No value is encoded.

@@ -34,7 +34,7 @@ std::string ReadWholeFile(const std::string& path) {
   return bytes;
 }
 
-void ReplaceFile(const std::string& path, std::string_view bytes) {
+void ReplaceWholeFile(const std::string& path, std::string_view bytes) {
   const fs::path native = Native(path);
   // A file that may not be written would be replaced all the same: its folder decides.
   if (!std::fstream(native, std::ios::binary | std::ios::in | std::ios::out)) {

@@ -12,6 +12,6 @@ std::string ReadWholeFile(const std::string& path);
 
 /// Replaces the file in one step: on failure it stays as it was. Its permissions stay.
 /// @throws std::runtime_error with the path and the reason
-void ReplaceFile(const std::string& path, std::string_view bytes);
+void ReplaceWholeFile(const std::string& path, std::string_view bytes);
 
 #endif  // KUPDATE_TOOLS_KUPDATE_FILES_H_

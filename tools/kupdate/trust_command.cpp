@@ -57,7 +57,7 @@ void Set(const Arguments& arguments) {
     executor.ReplaceResource(kResource, *text);
     return executor.Bytes();
   });
-  if (after != before) ReplaceFile(arguments.file, after);
+  if (after != before) ReplaceWholeFile(arguments.file, after);
   Print(arguments.trust);
 }
 
